@@ -1,0 +1,21 @@
+#pragma once
+
+#include "VoAlgorithms/kdtree/vector.h"
+
+namespace kdtree {
+
+/// An axis-aligned box given by its two corners; both belong to it.
+template <unsigned D>
+struct Range {
+    Vector<D> min;
+    Vector<D> max;
+};
+
+/// Whether p lies in the box, borders included.
+inline bool Contains(const Range<3>& box, const Vector<3>& p)
+{
+    return p.x >= box.min.x && p.x <= box.max.x && p.y >= box.min.y && p.y <= box.max.y && p.z >= box.min.z &&
+           p.z <= box.max.z;
+}
+
+} // namespace kdtree

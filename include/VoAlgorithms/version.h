@@ -1,0 +1,7 @@
+#pragma once
+
+// The one place that states the version; the build system and the tool read it from here.
+#define VOALGO_VERSION_MAJOR 0
+#define VOALGO_VERSION_MINOR 1
+#define VOALGO_VERSION_PATCH 0
+#define VOALGO_VERSION "0.1.0"
