@@ -1,0 +1,83 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/kdtree/vector.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace kdtree {
+
+/// kd-tree over D-dimensional points with at most B points in a leaf. It keeps its own copy of the points; queries report
+/// the points' indices in the caller's list. The build drops points that are not finite and merges exact duplicates (the
+/// first keeps its index). Queries are exact, only read, and may run on several threads at once. Lengths are those of the
+/// points; radii and distances are squared throughout. The library holds TKdTree<3, 48> and TKdTree<33, 6>.
+template <unsigned D, unsigned B>
+class VOALGO_API TKdTree {
+public:
+    /// No point is left after dropping the non-finite ones.
+    struct build_error_empty : std::runtime_error {
+        build_error_empty() : std::runtime_error("kd-tree: no points") {}
+    };
+    /// A leaf would hold a point that is not finite.
+    struct build_error_irregular : std::runtime_error {
+        build_error_irregular() : std::runtime_error("kd-tree: point is not finite") {}
+    };
+    /// More than B points at one place.
+    struct build_error_duplicates : std::runtime_error {
+        build_error_duplicates() : std::runtime_error("kd-tree: too many duplicates") {}
+    };
+
+    /// A found point: its index in the caller's list and its squared distance.
+    using Neighbour = std::pair<int, float>;
+
+    /// Empty tree.
+    TKdTree() = default;
+    /// Over n points, D floats each, `stride` floats apart (borrowed). O(n log n).
+    TKdTree(const float* points, std::size_t n, std::size_t stride);
+
+    /// Number of points held.
+    [[nodiscard]] std::uint32_t Size() const { return count_; }
+    [[nodiscard]] bool Empty() const { return count_ == 0; }
+    /// Bytes held outside the object.
+    [[nodiscard]] std::size_t GetMemUsage() const;
+
+    /// Index of the nearest point that is strictly nearer than the radius, −1 for none. `distanceSq`, when given, receives
+    /// its squared distance.
+    [[nodiscard]] int Nearest(const float* query, float radiusSq, float* distanceSq = nullptr) const;
+    /// All points within the radius, border included; replaces the content of `indices`. The order is that of the tree.
+    void AllWithin(const float* query, float radiusSq, std::vector<int>& indices) const;
+    /// The at most k nearest points within the radius, border included, nearest first; replaces the content of `result`.
+    void NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const;
+
+private:
+    static constexpr unsigned Lanes = 8;
+    static constexpr unsigned Padded = (D + Lanes - 1) / Lanes * Lanes;
+    static constexpr bool Planar = D == 3; // coordinates as three planes rather than as padded rows
+
+    struct Node {
+        std::uint32_t begin = 0; // points of the node, in tree order
+        std::uint32_t end = 0;
+        std::uint32_t lower = 0; // children; the lower one follows its parent
+        std::uint32_t upper = 0; // 0: leaf
+        std::uint32_t splitDimension = 0;
+        float split = 0.0F; // points below go to the lower child
+    };
+
+    class Builder;
+    class Search;
+
+    std::uint32_t count_ = 0;
+    std::vector<float> coordinates_;     // planes (D = 3) or padded rows
+    std::vector<std::uint32_t> indices_; // in the caller's list
+    std::vector<Node> nodes_;
+    std::vector<float> boxes_; // centre and half-extent of every node
+};
+
+extern template class TKdTree<3, 48>;
+extern template class TKdTree<33, 6>;
+
+} // namespace kdtree

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/kdtree/range.h"
+#include "VoAlgorithms/kdtree/vector.h"
+#include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/prereg/cdirtymap.h"
+#include "VoAlgorithms/prereg/cpointfeaturehistogram.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace prereg {
+
+class CFPFHPointSet;
+
+/// Access to a GPU; false when there is none, and the features are then computed on the CPU.
+class VOALGO_API GPUContext {
+public:
+    GPUContext();
+    explicit operator bool() const { return accessor_ != nullptr; }
+
+private:
+    std::shared_ptr<void> accessor_;
+};
+
+/// Computes the feature histograms of a scan. Results are the same bits whatever the number of threads and whether
+/// computed incrementally or from scratch.
+class VOALGO_API CFPFHDataSource {
+public:
+    using Vec3 = kdtree::Vector<3>;
+
+    /// radius  of the features, mm.
+    /// minCurvatureQuality  smallest curvature quality of a feature point, 0 to 100
+    ///         (ConfigurationFPFH::uiMinCurvatureQuality): 100 · min(1, r·k), k the root-mean-square normal curvature.
+    /// threads  workers of the per-point loops, at most as many as the hardware has; 0 and 1 run serially.
+    /// incremental  keep the state of an update, so that the next one computes only what changed.
+    CFPFHDataSource(double radius, unsigned minCurvatureQuality, unsigned threads, bool incremental);
+    CFPFHDataSource(const std::shared_ptr<GPUContext>& gpu, double radius, unsigned minCurvatureQuality,
+                    bool incremental);
+
+    /// Computes the features of a scan: points (mm) and unit normals, same length (throws std::invalid_argument
+    /// otherwise); a zero normal is allowed. `candidates`, when given, holds the indices of the only points that may
+    /// become feature points (throws std::out_of_range for an index past the end). Returns false and keeps the previous
+    /// content when points are not finite or not distinct; the reason is logged.
+    bool Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
+                const std::vector<unsigned>* candidates = nullptr);
+    /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what falls
+    /// into one cell becomes one point, its position, normal and histogram the (normalised) means. Returns false for a
+    /// cell size that is not positive and finite, or when nothing finite remains.
+    bool Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets, double cellSize);
+
+    [[nodiscard]] std::vector<Vec3> GetPoints() const { return points_; }
+    [[nodiscard]] std::vector<Vec3> GetNormals() const { return normals_; }
+    [[nodiscard]] std::vector<Vec3> GetFeaturePoints() const { return featurePoints_; }
+    [[nodiscard]] std::vector<Vec3> GetFeatureNormals() const { return featureNormals_; }
+    [[nodiscard]] std::vector<CPointFeatureHistogram> GetFeatures() const { return features_; }
+
+    /// Empties the result and the kept state, without giving back memory.
+    void Clear();
+
+private:
+    struct Change;
+
+    void update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
+                const std::vector<unsigned>* candidates);
+    bool updateUsingGPU(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
+                        const std::vector<unsigned>* candidates);
+    void removeContentsOfDirtyBBoxes(const std::vector<kdtree::Range<3>>& boxes);
+
+    std::vector<Vec3> points_;
+    std::vector<Vec3> normals_;
+    std::vector<Vec3> featurePoints_;
+    std::vector<Vec3> featureNormals_;
+    std::vector<CPointFeatureHistogram> features_;
+    // The kept state of the scan, in the order of the search grid.
+    std::vector<SimpleFeature> simple_;       // simple histogram and surface figures of every point
+    std::vector<Vec3> sortedNormals_;
+    std::vector<std::int32_t> featureOf_;     // index of a point's feature, −1 for none
+
+    CDirtyMap dirtyMap_;
+    VoAlgo::CSearchGrid grid_;
+    float radius_;
+    double minCurvatureQuality_;
+    unsigned threads_;
+    bool incremental_;
+    std::shared_ptr<GPUContext> gpu_;
+};
+
+} // namespace prereg

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"
+#include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "VoAlgorithms/prereg/ipreregistration.h"
+
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace prereg {
+
+/// Registers two scans without a starting pose: polygons of feature points of 'flt' are matched into 'fix', each proposed
+/// pose is refined and verified by ICP, the accepted poses are clustered, and the best of each cluster is a result.
+/// Deterministic: the random engine starts from a fixed seed at construction. One thread at a time.
+class VOALGO_API CFPFHPreRegistration : public IPreRegistration {
+public:
+    /// An accepted pose with the number of accepted poses that it stands for.
+    struct VOALGO_API VerifiedTrafo : ICPResult {
+        std::uint32_t clusterSize = 0;
+
+        VerifiedTrafo() = default;
+        VerifiedTrafo(const ICPResult& result, std::uint32_t size) : ICPResult(result), clusterSize(size) {}
+
+        /// Compare the ICPResult part alone.
+        bool operator<(const VerifiedTrafo& other) const { return ICPResult::operator<(other); }
+        bool operator>(const VerifiedTrafo& other) const { return ICPResult::operator>(other); }
+        operator const VoAlgo::CTrafo&() const { return trafo; } // NOLINT(google-explicit-constructor)
+    };
+
+    /// What the search did so far.
+    struct VOALGO_API Statistics {
+        std::uint32_t uiNumPolygons = 0;   ///< configured attempts, also when the search stopped early
+        std::uint32_t uiNumProposals = 0;  ///< distinct verified proposals
+        std::uint32_t uiNumSuccessful = 0; ///< accepted
+        std::uint32_t uiNumFailed = 0;     ///< refused
+        std::vector<std::pair<std::uint32_t, std::uint32_t>> failures; ///< (result type, count), most frequent first
+
+        [[nodiscard]] std::string ToString() const;
+        [[nodiscard]] std::wstring ToWString() const;
+    };
+
+    CFPFHPreRegistration();
+    /// `copy` true copies both sets; false refers to them, and the caller keeps them alive as long as the driver.
+    CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config, bool copy);
+    /// Shares the given sets.
+    CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<const CFPFHPointSet> flt,
+                         const ConfigurationFPFH& config);
+    CFPFHPreRegistration(const CFPFHPreRegistration&) = default;
+    CFPFHPreRegistration(CFPFHPreRegistration&&) = default;
+    CFPFHPreRegistration& operator=(const CFPFHPreRegistration&) = default;
+    CFPFHPreRegistration& operator=(CFPFHPreRegistration&&) = default;
+    ~CFPFHPreRegistration() override = default;
+
+    /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications
+    /// and the random engine go on.
+    bool Compute() override;
+    [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
+    /// The best result, or a default one (type −1) when there is none.
+    [[nodiscard]] ICPResult PeekBestResult() override;
+    /// The best result, removed; or a default one (type −1).
+    ICPResult GetNextResult() override;
+    /// All results, best first.
+    [[nodiscard]] std::vector<ICPResult> GetAllResults() const;
+    /// All results with the sizes of their clusters, best first.
+    [[nodiscard]] std::vector<VerifiedTrafo> GetAllVerifiedTrafos() const;
+
+    /// Refines a pose from outside (maps 'flt' into 'fix') and, when it is accepted, adds it as a result and a proposal.
+    /// `reference`: pose against which the rotation and movement limits are measured; null: `trafo`. Returns the outcome
+    /// of the refinement, or a default result when a point set is absent or too lean.
+    ICPResult InjectTrafo(const VoAlgo::CTrafo& trafo, const VoAlgo::CTrafo* reference = nullptr) override;
+    /// Adds a result as it is, with cluster size 1.
+    void InjectICPResult(const ICPResult& result);
+
+    [[nodiscard]] Statistics GetStatistics() const;
+    /// Changes apply to the next Compute.
+    [[nodiscard]] ConfigurationFPFH& GetMatchingConfig() { return config_; }
+    [[nodiscard]] const ConfigurationFPFH& GetMatchingConfig() const { return config_; }
+
+    [[nodiscard]] const CFPFHPointSet& GetFixPointSet() const override { return *fix_; }
+    [[nodiscard]] const CFPFHPointSet& GetFltPointSet() const override { return *flt_; }
+    [[nodiscard]] std::shared_ptr<const CPointSet> GetFixPointSetPtr() const override { return fix_; }
+    [[nodiscard]] std::shared_ptr<const CPointSet> GetFltPointSetPtr() const override { return flt_; }
+
+private:
+    struct TrafoHash {
+        std::size_t operator()(const VoAlgo::CTrafo& trafo) const;
+    };
+    struct TrafoEqual {
+        bool operator()(const VoAlgo::CTrafo& a, const VoAlgo::CTrafo& b) const { return a == b && b == a; }
+    };
+
+    void clusterTransformations();
+
+    std::shared_ptr<const CFPFHPointSet> fix_;
+    std::shared_ptr<const CFPFHPointSet> flt_;
+    ConfigurationFPFH config_;
+    std::mt19937 engine_;
+    std::vector<VoAlgo::CTrafo> proposals_;
+    std::vector<VerifiedTrafo> results_; // heap, the best at the front
+    std::unordered_map<VoAlgo::CTrafo, ICPResult, TrafoHash, TrafoEqual> verified_;
+    CFPFHClusterAnalysis clusters_;
+};
+
+} // namespace prereg
