@@ -54,27 +54,23 @@ public:
     void NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const;
 
 private:
-    static constexpr unsigned Lanes = 8;
-    static constexpr unsigned Padded = (D + Lanes - 1) / Lanes * Lanes;
-    static constexpr bool Planar = D == 3; // coordinates as three planes rather than as padded rows
-
     struct Node {
         std::uint32_t begin = 0; // points of the node, in tree order
         std::uint32_t end = 0;
-        std::uint32_t lower = 0; // children; the lower one follows its parent
-        std::uint32_t upper = 0; // 0: leaf
+        std::uint32_t upper = 0; // second child, 0 in a leaf; the first one, the lower, follows its parent
         std::uint32_t splitDimension = 0;
-        float split = 0.0F; // points below go to the lower child
+        float split = 0.0F; // points below it are in the lower child
     };
 
     class Builder;
+    template <class Visitor>
     class Search;
 
     std::uint32_t count_ = 0;
-    std::vector<float> coordinates_;     // planes (D = 3) or padded rows
+    std::vector<float> coordinates_;     // in tree order: three planes (D = 3), else rows padded to whole registers
     std::vector<std::uint32_t> indices_; // in the caller's list
-    std::vector<Node> nodes_;
-    std::vector<float> boxes_; // centre and half-extent of every node
+    std::vector<Node> nodes_;            // the root first; none: no root
+    std::vector<float> boxes_;           // lowest and highest coordinates of every node
 };
 
 extern template class TKdTree<3, 48>;

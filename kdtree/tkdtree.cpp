@@ -1,0 +1,371 @@
+#include "VoAlgorithms/kdtree/tkdtree.h"
+
+#include "kdtree/detail_unique.h"
+#include "platform/simd.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kdtree {
+namespace {
+
+using VoAlgo::simd::F8;
+using VoAlgo::simd::Lanes;
+
+constexpr unsigned PaddedLength(unsigned dimension) { return (dimension + Lanes - 1) / Lanes * Lanes; }
+
+/// How points and boxes of D dimensions lie in memory, and the distances over them. A box distance adds the same terms in
+/// the same order as a point distance, so that it never exceeds, by rounding, that of a point inside.
+template <unsigned D>
+struct Layout {
+    static constexpr unsigned Row = PaddedLength(D);
+    static constexpr unsigned Box = 2 * Row;
+
+    static float DistanceSq(const float* query, const float* row)
+    {
+        F8 sum = F8::Set(0.0F);
+        for (unsigned k = 0; k < Row; k += Lanes) {
+            const F8 d = F8::Load(query + k) - F8::Load(row + k);
+            sum = sum + d * d;
+        }
+        return sum.Sum();
+    }
+    static float BoxDistanceSq(const float* query, const float* box)
+    {
+        F8 sum = F8::Set(0.0F);
+        for (unsigned k = 0; k < Row; k += Lanes) {
+            const F8 q = F8::Load(query + k);
+            const F8 d = F8::Max(F8::Max(F8::Load(box + k) - q, q - F8::Load(box + Row + k)), F8::Set(0.0F));
+            sum = sum + d * d;
+        }
+        return sum.Sum();
+    }
+};
+
+template <>
+struct Layout<3> {
+    static constexpr unsigned Row = 3;
+    static constexpr unsigned Box = 6;
+
+    static float BoxDistanceSq(const float* query, const float* box)
+    {
+        float term[3];
+        for (int k = 0; k < 3; ++k) {
+            const float d = std::max(std::max(box[k] - query[k], query[k] - box[k + 3]), 0.0F);
+            term[k] = d * d;
+        }
+        return (term[0] + term[1]) + term[2];
+    }
+};
+
+/// Calls visit(position, distanceSq) for the points of a planar leaf that `accept` lets through, in tree order. `accept`
+/// and `visit` share the bound of the search, which may shrink on the way.
+template <class Visitor>
+void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, std::uint32_t begin, std::uint32_t end,
+                Visitor& visitor)
+{
+    const F8 qx = F8::Set(query[0]);
+    const F8 qy = F8::Set(query[1]);
+    const F8 qz = F8::Set(query[2]);
+    for (std::uint32_t i = begin; i < end; i += Lanes) {
+        const F8 dx = F8::Load(planes + i) - qx;
+        const F8 dy = F8::Load(planes + planeSize + i) - qy;
+        const F8 dz = F8::Load(planes + 2 * planeSize + i) - qz;
+        const F8 distanceSq = (dx * dx + dy * dy) + dz * dz;
+        unsigned mask = visitor.Candidates(distanceSq);
+        if (end - i < Lanes) mask &= (1U << (end - i)) - 1U;
+        if (mask == 0) continue;
+        float lanes[Lanes];
+        distanceSq.Store(lanes);
+        for (; mask != 0; mask &= mask - 1) {
+            const auto lane = static_cast<std::uint32_t>(std::countr_zero(mask));
+            visitor.Visit(i + lane, lanes[lane]);
+        }
+    }
+}
+
+/// The nearest point strictly within a radius; of equally distant ones the first visited.
+struct NearestVisitor {
+    float bound;
+    std::uint32_t best = std::numeric_limits<std::uint32_t>::max();
+
+    [[nodiscard]] bool Enters(float boxDistanceSq) const { return !(boxDistanceSq > bound); }
+    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return bound > planeDistanceSq; }
+    [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLess(distanceSq, F8::Set(bound)); }
+    void Visit(std::uint32_t position, float distanceSq)
+    {
+        if (!(distanceSq < bound)) return;
+        bound = distanceSq;
+        best = position;
+    }
+};
+
+/// Every point within a radius, border included.
+struct AllVisitor {
+    float bound;
+    const std::vector<std::uint32_t>& callerIndices;
+    std::vector<int>& found;
+
+    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= bound; }
+    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= bound; }
+    [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLessEqual(distanceSq, F8::Set(bound)); }
+    void Visit(std::uint32_t position, float distanceSq)
+    {
+        if (distanceSq <= bound) found.push_back(static_cast<int>(callerIndices[position]));
+    }
+};
+
+/// The k nearest points within a radius, border included, in a max-heap; once it is full its worst is the bound.
+struct NearestKVisitor {
+    using Neighbour = std::pair<int, float>;
+
+    float bound;
+    std::size_t k;
+    const std::vector<std::uint32_t>& callerIndices;
+    std::vector<Neighbour>& heap;
+
+    static bool IsNearer(const Neighbour& a, const Neighbour& b) { return a.second < b.second; }
+    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= bound; }
+    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= bound; }
+    [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLessEqual(distanceSq, F8::Set(bound)); }
+    void Visit(std::uint32_t position, float distanceSq)
+    {
+        if (!(distanceSq <= bound)) return;
+        if (heap.size() == k) {
+            if (!(distanceSq < heap.front().second)) return;
+            std::pop_heap(heap.begin(), heap.end(), IsNearer);
+            heap.pop_back();
+        }
+        heap.emplace_back(static_cast<int>(callerIndices[position]), distanceSq);
+        std::push_heap(heap.begin(), heap.end(), IsNearer);
+        if (heap.size() == k) bound = heap.front().second;
+    }
+};
+
+} // namespace
+
+/// Splits the points recursively at the middle of the longest side of their box.
+template <unsigned D, unsigned B>
+class TKdTree<D, B>::Builder {
+public:
+    Builder(TKdTree& tree, const float* points, std::size_t stride) : tree_(tree), points_(points), stride_(stride) {}
+
+    void Build()
+    {
+        if (tree_.count_ == 0) throw build_error_empty();
+        const std::size_t nodes = 4 * (static_cast<std::size_t>(tree_.count_) / B + 1);
+        tree_.nodes_.reserve(nodes);
+        tree_.boxes_.reserve(nodes * Layout<D>::Box);
+        records_.resize(tree_.count_);
+        for (std::uint32_t i = 0; i < tree_.count_; ++i) {
+            records_[i].index = tree_.indices_[i];
+            if constexpr (Inline) std::copy_n(points_ + records_[i].index * stride_, D, records_[i].coordinates);
+        }
+        AddNode(0, tree_.count_);
+        StoreCoordinates();
+    }
+
+private:
+    static constexpr bool Inline = D == 3; // a record carries its point, so that partitioning reads in sequence
+
+    struct Record {
+        float coordinates[Inline ? D : 1];
+        std::uint32_t index;
+    };
+
+    [[nodiscard]] const float* Point(const Record& record) const
+    {
+        if constexpr (Inline)
+            return record.coordinates;
+        else
+            return points_ + record.index * stride_;
+    }
+
+    void AddNode(std::uint32_t begin, std::uint32_t end)
+    {
+        const auto self = static_cast<std::uint32_t>(tree_.nodes_.size());
+        tree_.nodes_.push_back({begin, end, 0, 0, 0.0F});
+        float lowest[D];
+        float highest[D];
+        BoundingBox(begin, end, lowest, highest);
+        StoreBox(lowest, highest);
+        if (end - begin <= B) {
+            for (unsigned k = 0; k < D; ++k)
+                if (!std::isfinite(lowest[k]) || !std::isfinite(highest[k])) throw build_error_irregular();
+            return;
+        }
+        unsigned dimension = 0;
+        float longest = 0.0F;
+        for (unsigned k = 0; k < D; ++k) {
+            const float halfExtent = 0.5F * highest[k] - 0.5F * lowest[k]; // halves first: the difference cannot overflow
+            if (!(halfExtent > longest)) continue;
+            longest = halfExtent;
+            dimension = k;
+        }
+        if (!(longest > 0.0F)) throw build_error_duplicates();
+        float split = 0.5F * highest[dimension] + 0.5F * lowest[dimension];
+        if (!(split > lowest[dimension])) split = highest[dimension]; // neighbouring floats have no middle
+        const std::uint32_t middle = Partition(begin, end, dimension, split);
+        AddNode(begin, middle);
+        Node& node = tree_.nodes_[self];
+        node.splitDimension = dimension;
+        node.split = split;
+        node.upper = static_cast<std::uint32_t>(tree_.nodes_.size());
+        AddNode(middle, end);
+    }
+
+    void BoundingBox(std::uint32_t begin, std::uint32_t end, float* lowest, float* highest) const
+    {
+        std::copy_n(Point(records_[begin]), D, lowest);
+        std::copy_n(Point(records_[begin]), D, highest);
+        for (std::uint32_t i = begin + 1; i < end; ++i) {
+            const float* p = Point(records_[i]);
+            for (unsigned k = 0; k < D; ++k) {
+                lowest[k] = p[k] < lowest[k] ? p[k] : lowest[k];
+                highest[k] = p[k] > highest[k] ? p[k] : highest[k];
+            }
+        }
+    }
+
+    /// Two-pointer swap; returns the first position of the upper part.
+    std::uint32_t Partition(std::uint32_t begin, std::uint32_t end, unsigned dimension, float split)
+    {
+        while (true) {
+            while (begin < end && Point(records_[begin])[dimension] < split) ++begin;
+            while (begin < end && !(Point(records_[end - 1])[dimension] < split)) --end;
+            if (begin >= end) return begin;
+            std::swap(records_[begin++], records_[--end]);
+        }
+    }
+
+    void StoreBox(const float* lowest, const float* highest)
+    {
+        const std::size_t at = tree_.boxes_.size();
+        tree_.boxes_.resize(at + Layout<D>::Box, 0.0F);
+        std::copy_n(lowest, D, &tree_.boxes_[at]);
+        std::copy_n(highest, D, &tree_.boxes_[at + Layout<D>::Row]);
+    }
+
+    void StoreCoordinates()
+    {
+        const std::size_t n = tree_.count_;
+        if constexpr (D == 3)
+            tree_.coordinates_.assign(3 * n + Lanes, 0.0F); // a block of eight may reach past the last point
+        else
+            tree_.coordinates_.assign(n * Layout<D>::Row, 0.0F);
+        for (std::size_t i = 0; i < n; ++i) {
+            const float* p = Point(records_[i]);
+            tree_.indices_[i] = records_[i].index;
+            if constexpr (D == 3)
+                for (unsigned k = 0; k < 3; ++k) tree_.coordinates_[k * n + i] = p[k];
+            else
+                std::copy_n(p, D, &tree_.coordinates_[i * Layout<D>::Row]);
+        }
+    }
+
+    TKdTree& tree_;
+    const float* points_;
+    std::size_t stride_;
+    std::vector<Record> records_;
+};
+
+/// Depth-first search, the query's side of every split first.
+template <unsigned D, unsigned B>
+template <class Visitor>
+class TKdTree<D, B>::Search {
+public:
+    Search(const TKdTree& tree, const float* query, Visitor& visitor) : tree_(tree), visitor_(visitor)
+    {
+        std::copy_n(query, D, query_);
+        if (!tree_.nodes_.empty() && visitor_.Enters(BoxDistanceSq(0))) Descend(0);
+    }
+
+private:
+    [[nodiscard]] float BoxDistanceSq(std::uint32_t node) const
+    {
+        return Layout<D>::BoxDistanceSq(query_, &tree_.boxes_[static_cast<std::size_t>(node) * Layout<D>::Box]);
+    }
+
+    void Descend(std::uint32_t at)
+    {
+        const Node& node = tree_.nodes_[at];
+        if (node.upper == 0) return ScanLeaf(node);
+        const float d = node.split - query_[node.splitDimension];
+        const std::uint32_t lower = at + 1;
+        const std::uint32_t nearChild = d >= 0.0F ? lower : node.upper;
+        const std::uint32_t farChild = d >= 0.0F ? node.upper : lower;
+        if (visitor_.Enters(BoxDistanceSq(nearChild))) Descend(nearChild);
+        if (visitor_.Crosses(d * d) && visitor_.Enters(BoxDistanceSq(farChild))) Descend(farChild);
+    }
+
+    void ScanLeaf(const Node& node)
+    {
+        const float* coordinates = tree_.coordinates_.data();
+        if constexpr (D == 3) {
+            ScanPlanes(query_, coordinates, tree_.count_, node.begin, node.end, visitor_);
+        } else {
+            for (std::uint32_t i = node.begin; i < node.end; ++i)
+                visitor_.Visit(i, Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row));
+        }
+    }
+
+    const TKdTree& tree_;
+    Visitor& visitor_;
+    float query_[PaddedLength(D)] = {};
+};
+
+template <unsigned D, unsigned B>
+TKdTree<D, B>::TKdTree(const float* points, std::size_t n, std::size_t stride)
+{
+    if (n == 0) return;
+    indices_ = detail::UniqueFinite(points, n, stride, D);
+    count_ = static_cast<std::uint32_t>(indices_.size());
+    try {
+        Builder(*this, points, stride).Build();
+    } catch (const build_error_empty&) {
+        *this = TKdTree();
+    } catch (const std::runtime_error&) { // irregular, duplicates: a tree without root, which finds nothing
+        nodes_.clear();
+        boxes_.clear();
+    }
+}
+
+template <unsigned D, unsigned B>
+std::size_t TKdTree<D, B>::GetMemUsage() const
+{
+    return coordinates_.capacity() * sizeof(float) + indices_.capacity() * sizeof(std::uint32_t) +
+           nodes_.capacity() * sizeof(Node) + boxes_.capacity() * sizeof(float);
+}
+
+template <unsigned D, unsigned B>
+int TKdTree<D, B>::Nearest(const float* query, float radiusSq, float* distanceSq) const
+{
+    NearestVisitor visitor{radiusSq};
+    Search<NearestVisitor>(*this, query, visitor);
+    if (visitor.best == std::numeric_limits<std::uint32_t>::max()) return -1;
+    if (distanceSq != nullptr) *distanceSq = visitor.bound;
+    return static_cast<int>(indices_[visitor.best]);
+}
+
+template <unsigned D, unsigned B>
+void TKdTree<D, B>::AllWithin(const float* query, float radiusSq, std::vector<int>& indices) const
+{
+    indices.clear();
+    AllVisitor visitor{radiusSq, indices_, indices};
+    Search<AllVisitor>(*this, query, visitor);
+}
+
+template <unsigned D, unsigned B>
+void TKdTree<D, B>::NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const
+{
+    result.clear();
+    if (k == 0) return;
+    NearestKVisitor visitor{radiusSq, k, indices_, result};
+    Search<NearestKVisitor>(*this, query, visitor);
+    std::sort_heap(result.begin(), result.end(), NearestKVisitor::IsNearer);
+}
+
+template class TKdTree<3, 48>;
+template class TKdTree<33, 6>;
+
+} // namespace kdtree
