@@ -1,10 +1,24 @@
 #include "platform/detail_tasks.h"
 
-#include <tbb/task_arena.h>
-#include <tbb/task_group.h>
-
 #include <algorithm>
 #include <atomic>
+
+#if defined(__SANITIZE_THREAD__)
+#define VOALGO_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VOALGO_THREAD_SANITIZER 1
+#endif
+#endif
+
+#if defined(VOALGO_THREAD_SANITIZER)
+#include <future>
+#include <vector>
+#else
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
+#include <tbb/task_group.h>
+#endif
 
 namespace VoAlgo::tasks {
 
@@ -12,6 +26,32 @@ namespace {
 
 // More ranges than workers, so that a worker with cheap entries takes over some of the others' share.
 constexpr std::size_t RANGES_PER_WORKER = 8;
+
+#if defined(VOALGO_THREAD_SANITIZER)
+// The race detector cannot look into the scheduler's library and would report its hand-over of every task. On plain
+// threads it watches what matters: the work functions.
+template <typename Worker>
+void RunWorkers(std::size_t workers, const Worker& worker)
+{
+    std::vector<std::future<void>> others; // each waits in its destructor
+    for (std::size_t i = 1; i < workers; ++i) others.push_back(std::async(std::launch::async, std::cref(worker)));
+    worker();
+    for (auto& other : others) other.get();
+}
+#else
+template <typename Worker>
+void RunWorkers(std::size_t workers, const Worker& worker)
+{
+    // A wish beyond the limit of the machine or the host would draw a warning on standard error.
+    const std::size_t limit = tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism);
+    tbb::task_arena arena(static_cast<int>(std::min(workers, limit)));
+    arena.execute([&] {
+        tbb::task_group group;
+        for (std::size_t i = 1; i < workers; ++i) group.run(std::cref(worker));
+        group.run_and_wait(std::cref(worker));
+    });
+}
+#endif
 
 } // namespace
 
@@ -27,32 +67,15 @@ void ForRanges(std::size_t count, unsigned threads, const std::function<void(std
     const std::size_t rangeSize = std::max<std::size_t>(1, count / (workers * RANGES_PER_WORKER));
     const std::size_t ranges = (count + rangeSize - 1) / rangeSize;
 
-    // The counters order the memory accesses too: what the caller wrote before is seen by every worker, and what the
-    // workers wrote is seen by the caller, also by a race detector that cannot look into the scheduler.
     std::atomic<std::size_t> nextRange{0};
-    std::atomic<std::size_t> finished{0};
-    nextRange.store(0, std::memory_order_release);
-
-    const auto worker = [&] {
-        struct Finish {
-            std::atomic<std::size_t>& counter;
-            ~Finish() { counter.fetch_add(1, std::memory_order_acq_rel); }
-        } finish{finished};
+    RunWorkers(workers, [&] {
         for (;;) {
-            const std::size_t range = nextRange.fetch_add(1, std::memory_order_acq_rel);
+            const std::size_t range = nextRange.fetch_add(1, std::memory_order_relaxed);
             if (range >= ranges) return;
             const std::size_t begin = range * rangeSize;
             work(begin, std::min(begin + rangeSize, count));
         }
-    };
-
-    tbb::task_arena arena(static_cast<int>(workers));
-    arena.execute([&] {
-        tbb::task_group group;
-        for (std::size_t i = 1; i < workers; ++i) group.run(worker);
-        group.run_and_wait(worker);
     });
-    (void)finished.load(std::memory_order_acquire);
 }
 
 } // namespace VoAlgo::tasks
