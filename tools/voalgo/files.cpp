@@ -1,0 +1,48 @@
+#include "files.h"
+
+#include "errors.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace voalgo {
+
+void MakeDirectory(const std::string& path)
+{
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error || !std::filesystem::is_directory(path)) throw InputError("cannot make the directory " + path);
+}
+
+std::string InDirectory(const std::string& directory, const std::string& name)
+{
+    return (std::filesystem::path(directory) / name).string();
+}
+
+void RequireFile(const std::string& path)
+{
+    if (!std::filesystem::exists(path)) throw InputError(path + ": no such file");
+    if (std::filesystem::is_directory(path)) throw InputError(path + ": is a directory, not a file");
+    if (!std::ifstream(path)) throw InputError(path + ": cannot be opened");
+}
+
+std::string ReadText(const std::string& path)
+{
+    RequireFile(path);
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (file.bad()) throw InputError(path + ": cannot be read");
+    return text.str();
+}
+
+void WriteText(const std::string& path, const std::string& text)
+{
+    std::ofstream file(path, std::ios::binary);
+    file << text;
+    file.close();
+    if (!file) throw InputError("cannot write " + path);
+}
+
+} // namespace voalgo

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+namespace voalgo {
+
+/// Makes a directory with its parents; throws InputError when that is not possible.
+void MakeDirectory(const std::string& path);
+/// The path of a file in a directory.
+std::string InDirectory(const std::string& directory, const std::string& name);
+/// The whole content; throws InputError when the file is missing or cannot be read.
+std::string ReadText(const std::string& path);
+/// Throws InputError when the file cannot be written.
+void WriteText(const std::string& path, const std::string& text);
+/// Throws InputError unless the path names a file that can be opened.
+void RequireFile(const std::string& path);
+
+} // namespace voalgo

@@ -1,0 +1,41 @@
+#include "VoAlgorithms/version.h"
+#include "commands.h"
+#include "errors.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+constexpr const char* Footer = "Exit codes: 0 done, 2 no registration found, 3 bad input, 64 wrong usage.\n"
+                               "Help on a command: voalgo COMMAND --help";
+
+int Run(int argc, char** argv)
+{
+    CLI::App tool("Registers two overlapping scans without a starting pose.", "voalgo");
+    tool.set_version_flag("--version", "voalgo " VOALGO_VERSION);
+    tool.require_subcommand(1);
+    tool.footer(Footer);
+    int exitCode = voalgo::Done;
+    voalgo::AddSimulate(tool, exitCode);
+    try {
+        tool.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return tool.exit(error) == 0 ? voalgo::Done : voalgo::WrongUsage;
+    }
+    return exitCode;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "voalgo: error: %s\n", error.what());
+        return voalgo::BadInput;
+    }
+}
