@@ -1,0 +1,106 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+namespace VoAlgo {
+
+/// Mean shift with a flat kernel over points or unit vectors in space, by Euclidean distance. As CMeanShiftClusterer,
+/// but a point that reached no mode belongs to no cluster. One thread at a time; deterministic for a fresh object.
+class VOALGO_API CMeanShiftClusterer3D {
+public:
+    static constexpr unsigned None = 0xFFFFFFFFU;
+
+    /// Iterates over the members of one cluster in ascending point order; false when exhausted. The clusterer must
+    /// outlive it.
+    class VOALGO_API ClusterIterator {
+    public:
+        ClusterIterator() = default;
+        ClusterIterator(const CMeanShiftClusterer3D& clusterer, unsigned cluster);
+
+        ClusterIterator& operator++();
+        explicit operator bool() const { return datum() != nullptr; }
+        /// Compare the addresses of the current points; all exhausted iterators are equal.
+        bool operator==(const ClusterIterator& other) const { return datum() == other.datum(); }
+        bool operator!=(const ClusterIterator& other) const { return datum() != other.datum(); }
+        /// Coordinate k of the current point; unchecked.
+        float operator[](int k) const { return datum()[k]; }
+        /// x, y, z of the current point, null when exhausted.
+        const float* operator->() const { return datum(); }
+        /// Index of the current point.
+        [[nodiscard]] unsigned GetIndex() const { return point_; }
+        /// Size of the cluster, 0 for an empty iterator.
+        [[nodiscard]] unsigned GetClusterSize() const;
+
+    private:
+        void skipOthers();
+        [[nodiscard]] const float* datum() const;
+
+        const CMeanShiftClusterer3D* clusterer_ = nullptr;
+        unsigned cluster_ = None;
+        unsigned point_ = 0;
+    };
+
+    CMeanShiftClusterer3D() = default;
+    /// Copy n points (packed triples x y z; doubles are narrowed). h: the bandwidth. Throw std::invalid_argument "mean
+    /// shift clustering: missing input data" for null or no points, then "mean shift clustering: invalid bandwidth" for
+    /// h ≤ 0; std::runtime_error "mean shift clustering: memory allocation error". A NaN bandwidth is let through and
+    /// finds nothing.
+    CMeanShiftClusterer3D(const std::vector<std::array<float, 3>>& points, float h);
+    CMeanShiftClusterer3D(const float* xyz, std::size_t n, float h);
+    CMeanShiftClusterer3D(const double* xyz, std::size_t n, double h);
+
+    /// Clusters. False, and no clusters, without points or when a coordinate is infinite or NaN. Means are sums in
+    /// point order divided by the count, in single precision. Always ends, after at most n starts: a start point counts
+    /// as visited whatever came of it; a start ends without a cluster after 4·n steps.
+    [[nodiscard]] bool Run();
+
+    [[nodiscard]] unsigned GetNumClusters() const { return static_cast<unsigned>(sizes_.size()); }
+    /// Cluster of point i; None before a successful Run and for a point without a cluster; unchecked.
+    [[nodiscard]] unsigned GetCluster(unsigned i) const { return points_[i].cluster; }
+    /// x, y, z, 0 of the centre, 16-byte aligned, valid until the next Run; null when c is out of range.
+    [[nodiscard]] const float* GetClusterCenter(unsigned c) const;
+    /// 0 when c is out of range.
+    [[nodiscard]] unsigned GetClusterSize(unsigned c) const { return c < sizes_.size() ? sizes_[c] : 0U; }
+    /// The sizes of all clusters, valid until the next Run.
+    [[nodiscard]] const unsigned* GetClusterHistogram() const { return sizes_.data(); }
+    /// An empty iterator when c is out of range.
+    [[nodiscard]] ClusterIterator GetClusterIterator(unsigned c) const;
+    /// See CMeanShiftClusterer; points without a cluster are left out. O(n²).
+    [[nodiscard]] float ComputeDunnIndex() const;
+
+    /// The chord between two unit vectors that enclose `angle` (rad).
+    [[nodiscard]] static float ComputeBandwidthFromAngleForNormalClustering(float angle);
+    /// Its inverse, rad.
+    [[nodiscard]] static float ComputeAngleFromBandwidthForNormalClustering(float h);
+
+private:
+    static constexpr unsigned Seed = 47110815U;
+
+    /// A point is one vector register: three coordinates and the index of its cluster.
+    struct alignas(16) Record {
+        float xyz[3];
+        std::uint32_t cluster;
+    };
+    struct alignas(16) Centre {
+        float xyzw[4];
+    };
+
+    template <class T>
+    void assign(const T* xyz, std::size_t n, T h);
+
+    float bandwidth_ = 0.0F;
+    float stopThreshold_ = 0.0F;
+    std::vector<Record> points_;
+    std::mt19937 engine_{Seed};
+    std::uniform_real_distribution<float> uniform_{0.0F, 1.0F};
+    std::vector<Centre> centres_;
+    std::vector<unsigned> sizes_;
+};
+
+} // namespace VoAlgo
