@@ -67,9 +67,10 @@ Mesh FreeFormObject(unsigned seed, double size, std::size_t minTriangles)
     std::uniform_real_distribution<double> stretch(0.65, 1.0);
     const Frame::Axis axes = {1.0, stretch(engine), stretch(engine)};
     std::vector<Bump> bumps;
-    AddBumps(bumps, engine, 9, 18.0, 40.0, 0.38);
-    AddBumps(bumps, engine, 40, 7.0, 14.0, 0.075);
-    AddBumps(bumps, engine, 160, 2.5, 5.0, 0.018);
+    AddBumps(bumps, engine, 8, 20.0, 40.0, 0.40); // the body
+    AddBumps(bumps, engine, 7, 8.0, 16.0, 0.45);  // limbs and hollows
+    AddBumps(bumps, engine, 60, 4.0, 9.0, 0.09);
+    AddBumps(bumps, engine, 200, 1.8, 4.0, 0.025);
 
     const auto n = static_cast<unsigned>(std::ceil(std::sqrt(static_cast<double>(minTriangles) / 8.0)));
     Mesh mesh;
