@@ -1,0 +1,34 @@
+#pragma once
+
+// Everything that the library offers.
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/version.h"
+
+#include "VoAlgorithms/platform/gpgpu.h"
+#include "VoAlgorithms/platform/logging.h"
+
+#include "VoAlgorithms/kdtree/range.h"
+#include "VoAlgorithms/kdtree/tkdtree.h"
+#include "VoAlgorithms/kdtree/vector.h"
+
+#include "VoAlgorithms/numerics/cbmatrix4.h"
+#include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/numerics/quaternion.h"
+#include "VoAlgorithms/numerics/symsolvers.h"
+
+#include "VoAlgorithms/clustering/cdigraph.h"
+#include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
+#include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
+#include "VoAlgorithms/clustering/csearchgrid.h"
+
+#include "VoAlgorithms/prereg/cfpfhdatasource.h"
+#include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "VoAlgorithms/prereg/configurationicp.h"
+#include "VoAlgorithms/prereg/cpointfeaturehistogram.h"
+#include "VoAlgorithms/prereg/cpointset.h"
+#include "VoAlgorithms/prereg/ellipsoid.h"
+#include "VoAlgorithms/prereg/icpresult.h"
+#include "VoAlgorithms/prereg/ipointset.h"
+#include "VoAlgorithms/prereg/ipreregistration.h"
