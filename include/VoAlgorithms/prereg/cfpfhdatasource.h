@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VoAlgorithms/clustering/csearchgrid.h"
 #include "VoAlgorithms/export.h"
 #include "VoAlgorithms/kdtree/range.h"
 #include "VoAlgorithms/kdtree/vector.h"
@@ -62,23 +63,29 @@ public:
     void Clear();
 
 private:
-    struct Change;
+    /// Simple histogram of a point, padded with zeros to whole registers.
+    struct alignas(32) SimpleHistogram {
+        float bins[40] = {};
+    };
+    struct Scan;
+    struct Match;
 
-    void update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
-                const std::vector<unsigned>* candidates);
-    bool updateUsingGPU(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
-                        const std::vector<unsigned>* candidates);
+    [[nodiscard]] Match matchWithPrevious(const Scan& scan) const;
+    void updateFeatures(const Scan& scan, const Match& match);
+    bool updateUsingGPU(const Scan& scan);
     void removeContentsOfDirtyBBoxes(const std::vector<kdtree::Range<3>>& boxes);
+    void forgetScan();
 
+    // The result.
     std::vector<Vec3> points_;
     std::vector<Vec3> normals_;
     std::vector<Vec3> featurePoints_;
     std::vector<Vec3> featureNormals_;
     std::vector<CPointFeatureHistogram> features_;
-    // The kept state of the scan, in the order of the search grid.
-    std::vector<SimpleFeature> simple_;       // simple histogram and surface figures of every point
-    std::vector<Vec3> sortedNormals_;
-    std::vector<std::int32_t> featureOf_;     // index of a point's feature, −1 for none
+    // The scan behind it, in the order of the search grid.
+    std::vector<SimpleHistogram> simple_;
+    std::vector<float> quality_;          // curvature quality; negative where the surface is cut off
+    std::vector<std::int32_t> featureOf_; // index of the point's feature, or NoFeature, or Dropped
 
     CDirtyMap dirtyMap_;
     VoAlgo::CSearchGrid grid_;

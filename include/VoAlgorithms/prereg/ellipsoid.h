@@ -17,7 +17,8 @@ class VOALGO_API Ellipsoid {
 public:
     /// All zero.
     Ellipsoid() = default;
-    /// From n points (borrowed); a null array or n = 0 gives the zero ellipsoid. The covariance divides by n.
+    /// From n points (borrowed), of which those that are not finite do not count; none gives the zero ellipsoid. The
+    /// covariance divides by their number.
     Ellipsoid(const kdtree::Vector<3>* points, std::size_t n);
     Ellipsoid(const kdtree::Vector<3>& center, const kdtree::Vector<3>& end0, const kdtree::Vector<3>& end1,
               const kdtree::Vector<3>& end2);

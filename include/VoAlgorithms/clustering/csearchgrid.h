@@ -1,0 +1,74 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/kdtree/range.h"
+#include "VoAlgorithms/kdtree/vector.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace VoAlgo {
+
+/// Uniform grid over points in space for the question "which points lie within the radius", one radius for all. Points are
+/// kept sorted by cell (z, then y, then x of the cell; in a cell in the caller's order) as coordinate planes, so that the
+/// 27 cells around a point are nine contiguous runs. Read-only after construction; may be shared by threads.
+class VOALGO_API CSearchGrid {
+public:
+    /// A range of positions in the sorted order.
+    struct Run {
+        std::uint32_t begin;
+        std::uint32_t end;
+    };
+    static constexpr std::size_t NumRuns = 9;
+
+    struct Cell {
+        std::int32_t x, y, z; ///< absolute cell coordinates: floor(position ÷ edge), the edge a little above the radius
+        std::uint32_t begin;  ///< first position; the cell ends where the next begins
+    };
+
+    CSearchGrid() = default;
+    /// Points must be finite. radius > 0, in the points' unit. O(n).
+    CSearchGrid(const std::vector<kdtree::Vector<3>>& points, float radius);
+
+    [[nodiscard]] std::size_t Size() const { return order_.size(); }
+    [[nodiscard]] float Radius() const { return radius_; }
+    /// Index in the caller's list of every sorted position.
+    [[nodiscard]] const std::vector<std::uint32_t>& Order() const { return order_; }
+    /// Coordinate planes in sorted order, readable up to eight entries past the end.
+    [[nodiscard]] const float* X() const { return x_.data(); }
+    [[nodiscard]] const float* Y() const { return y_.data(); }
+    [[nodiscard]] const float* Z() const { return z_.data(); }
+    [[nodiscard]] kdtree::Vector<3> Point(std::size_t position) const
+    {
+        return {x_[position], y_[position], z_[position]};
+    }
+
+    /// The occupied cells in sorted order; one more entry marks the end.
+    [[nodiscard]] const std::vector<Cell>& Cells() const { return cells_; }
+    [[nodiscard]] std::size_t NumCells() const { return cells_.empty() ? 0 : cells_.size() - 1; }
+    /// Index of the cell of a sorted position.
+    [[nodiscard]] std::uint32_t CellOf(std::size_t position) const { return cellOf_[position]; }
+    /// The nine runs, in ascending order, that hold every point within the radius of any point of the cell.
+    [[nodiscard]] const Run* Neighbourhood(std::uint32_t cell) const { return &runs_[cell * NumRuns]; }
+    /// The same for any place, which need not lie in an occupied cell. O(log cells).
+    void Neighbourhood(const kdtree::Vector<3>& place, Run* runs) const;
+    /// Appends runs that hold every point of the box, and some around it.
+    void AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs) const;
+
+private:
+    [[nodiscard]] Cell CellAt(const kdtree::Vector<3>& place) const;
+    void SortByCell(const std::vector<kdtree::Vector<3>>& points);
+    void FindNeighbourhoods();
+
+    float radius_ = 0.0F;
+    double inverseEdge_ = 0.0;
+    Cell lowest_{};
+    std::vector<std::uint32_t> order_;
+    std::vector<std::uint32_t> cellOf_;
+    std::vector<float> x_, y_, z_;
+    std::vector<Cell> cells_;
+    std::vector<Run> runs_;
+};
+
+} // namespace VoAlgo

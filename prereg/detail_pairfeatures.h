@@ -1,0 +1,121 @@
+#pragma once
+
+#include "VoAlgorithms/kdtree/vector.h"
+#include "platform/simd.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace prereg::detail {
+
+inline constexpr int BlockBins = 11;
+inline constexpr float LinearScale = 5.0F;
+inline constexpr float AngleScale = 1.5915493F; // 5/π
+inline constexpr float BinOffset = 5.0F;
+
+/// Bins, one per block, of a pair of surface points.
+struct PairBins {
+    int alpha;
+    int phi;
+    int theta;
+};
+
+inline int Bin(float value, float scale)
+{
+    return std::clamp(VoAlgo::simd::RoundToInt(value * scale + BinOffset), 0, BlockBins - 1);
+}
+
+/// Darboux frame u, v, w of the pair at the source and the three angles, single precision throughout.
+inline PairBins ComputePairBins(const kdtree::Vector<3>& ps, const kdtree::Vector<3>& ns, const kdtree::Vector<3>& pt,
+                                const kdtree::Vector<3>& nt)
+{
+    kdtree::Vector<3> d = pt - ps;
+    const float inverseLength = VoAlgo::simd::ApproximateReciprocalSqrt(d.NormSq());
+    if (std::isfinite(inverseLength)) d *= inverseLength;
+    const kdtree::Vector<3>& u = ns;
+    const kdtree::Vector<3> v = d.Cross(u);
+    const kdtree::Vector<3> w = u.Cross(v);
+    const float theta = std::atan2(w.Dot(nt), u.Dot(nt));
+    return {Bin(v.Dot(nt), LinearScale), Bin(u.Dot(d), LinearScale), Bin(theta, AngleScale)};
+}
+
+/// Eight pairs with a common source normal. The bins equal ComputePairBins' bit for bit.
+/// theta is binned without an arc tangent: |theta| exceeds the border t between two bins where |y|·cos t − x·sin t > 0
+/// (x = u·nt, y = w·nt, 0 < t < π). Lanes that lie within rounding of a border go through the arc tangent.
+template <class Pack>
+class PairBinner {
+public:
+    explicit PairBinner(const kdtree::Vector<3>& ns)
+        : ux_(Pack::Set(ns.x)), uy_(Pack::Set(ns.y)), uz_(Pack::Set(ns.z))
+    {
+    }
+
+    /// d: targets minus source; n: target normals.
+    void operator()(Pack dx, Pack dy, Pack dz, Pack nx, Pack ny, Pack nz, int* alphaBins, int* phiBins,
+                    int* thetaBins) const
+    {
+        const Pack one = Pack::Set(1.0F);
+        const Pack scale = Pack::FiniteOr(Pack::ApproximateReciprocalSqrt((dx * dx + dy * dy) + dz * dz), one);
+        dx = dx * scale;
+        dy = dy * scale;
+        dz = dz * scale;
+        const Pack vx = dy * uz_ - dz * uy_;
+        const Pack vy = dz * ux_ - dx * uz_;
+        const Pack vz = dx * uy_ - dy * ux_;
+        const Pack wx = uy_ * vz - uz_ * vy;
+        const Pack wy = uz_ * vx - ux_ * vz;
+        const Pack wz = ux_ * vy - uy_ * vx;
+        const Pack alpha = (vx * nx + vy * ny) + vz * nz;
+        const Pack phi = (ux_ * dx + uy_ * dy) + uz_ * dz;
+        const Pack x = (ux_ * nx + uy_ * ny) + uz_ * nz;
+        const Pack y = (wx * nx + wy * ny) + wz * nz;
+
+        const Pack five = Pack::Set(BinOffset);
+        const Pack linear = Pack::Set(LinearScale);
+        Pack::RoundToInt(alpha * linear + five, alphaBins);
+        Pack::RoundToInt(phi * linear + five, phiBins);
+        BinTheta(x, y, thetaBins);
+        for (std::size_t i = 0; i < VoAlgo::simd::Lanes; ++i) {
+            alphaBins[i] = std::clamp(alphaBins[i], 0, BlockBins - 1);
+            phiBins[i] = std::clamp(phiBins[i], 0, BlockBins - 1);
+        }
+    }
+
+private:
+    // cos and sin of the borders at 18°, 54°, 90°, 126° and 162°.
+    static constexpr int NumBorders = 5;
+    static constexpr float BorderCos[NumBorders] = {0.95105652F, 0.58778525F, 0.0F, -0.58778525F, -0.95105652F};
+    static constexpr float BorderSin[NumBorders] = {0.30901699F, 0.80901699F, 1.0F, 0.80901699F, 0.30901699F};
+    // Several times the rounding of the products here and of the arc tangent and its scaling there, radians.
+    static constexpr float BorderZone = 8e-6F;
+
+    static void BinTheta(Pack x, Pack y, int* bins)
+    {
+        const Pack zero = Pack::Set(0.0F);
+        const Pack absY = Pack::Abs(y);
+        const Pack zone = (Pack::Abs(x) + absY) * Pack::Set(BorderZone);
+        Pack borders = zero;
+        unsigned clear = 0xFFU;
+        for (int k = 0; k < NumBorders; ++k) {
+            const Pack beyond = absY * Pack::Set(BorderCos[k]) - x * Pack::Set(BorderSin[k]);
+            borders = borders + Pack::OneWhereGreater(beyond, zero);
+            clear &= Pack::MaskLess(zone, Pack::Abs(beyond));
+        }
+        Pack::RoundToInt(Pack::WithSignOf(borders, y) + Pack::Set(BinOffset), bins);
+        if (clear != 0xFFU) BinThetaExactly(x, y, ~clear, bins);
+    }
+
+    static void BinThetaExactly(Pack x, Pack y, unsigned lanes, int* bins)
+    {
+        float xs[VoAlgo::simd::Lanes];
+        float ys[VoAlgo::simd::Lanes];
+        x.Store(xs);
+        y.Store(ys);
+        for (std::size_t i = 0; i < VoAlgo::simd::Lanes; ++i)
+            if ((lanes >> i & 1U) != 0) bins[i] = Bin(std::atan2(ys[i], xs[i]), AngleScale);
+    }
+
+    Pack ux_, uy_, uz_;
+};
+
+} // namespace prereg::detail

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "prereg/detail_neighbours.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace prereg::detail {
+
+/// Share of the feature radius within which the local surface is examined, and the fewest neighbours it takes.
+inline constexpr float LocalSurfaceShare = 0.75F;
+inline constexpr unsigned MinLocalNeighbours = 12;
+
+/// 100 · min(1, r·k), k² = Σ|n_q − n_p|² ÷ Σ|q − p|² over the neighbours q of p: free of scale.
+template <class Pack>
+float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
+{
+    if (neighbours.count == 0) return 0.0F;
+    const Pack nx = Pack::Set(normal.x);
+    const Pack ny = Pack::Set(normal.y);
+    const Pack nz = Pack::Set(normal.z);
+    Pack turn = Pack::Set(0.0F);
+    Pack way = Pack::Set(0.0F);
+    for (std::size_t i = 0; i < neighbours.count; i += VoAlgo::simd::Lanes) {
+        const Pack ex = Pack::Load(&neighbours.nx[i]) - nx;
+        const Pack ey = Pack::Load(&neighbours.ny[i]) - ny;
+        const Pack ez = Pack::Load(&neighbours.nz[i]) - nz;
+        turn = turn + ((ex * ex + ey * ey) + ez * ez);
+        const Pack dx = Pack::Load(&neighbours.dx[i]);
+        const Pack dy = Pack::Load(&neighbours.dy[i]);
+        const Pack dz = Pack::Load(&neighbours.dz[i]);
+        way = way + ((dx * dx + dy * dy) + dz * dz);
+    }
+    return 100.0F * std::min(1.0F, radius * std::sqrt(turn.Sum() / way.Sum()));
+}
+
+/// Ratio of the larger to the smaller principal scatter, within the tangent plane, of the neighbours within 0.75 radii:
+/// about 1 inside a surface, larger where a border cuts the neighbourhood off (3.6 for a half disc). Infinite for too few.
+template <class Pack>
+float TangentScatterRatio(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
+{
+    const Pack bound = Pack::Set(LocalSurfaceShare * radius * LocalSurfaceShare * radius);
+    const Pack one = Pack::Set(1.0F);
+    Pack number = Pack::Set(0.0F);
+    Pack sx = number, sy = number, sz = number;
+    Pack sxx = number, syy = number, szz = number, sxy = number, sxz = number, syz = number;
+    for (std::size_t i = 0; i < neighbours.count; i += VoAlgo::simd::Lanes) {
+        const Pack inside = one - Pack::OneWhereGreater(Pack::Load(&neighbours.distanceSq[i]), bound);
+        const Pack x = Pack::Load(&neighbours.dx[i]) * inside;
+        const Pack y = Pack::Load(&neighbours.dy[i]) * inside;
+        const Pack z = Pack::Load(&neighbours.dz[i]) * inside;
+        number = number + inside;
+        sx = sx + x;
+        sy = sy + y;
+        sz = sz + z;
+        sxx = sxx + x * x;
+        syy = syy + y * y;
+        szz = szz + z * z;
+        sxy = sxy + x * y;
+        sxz = sxz + x * z;
+        syz = syz + y * z;
+    }
+    const double n = number.Sum();
+    if (n < MinLocalNeighbours) return std::numeric_limits<float>::infinity();
+
+    // Scatter S about the mean; projected onto the tangent plane it has the eigenvalues h ± √(m/2 − h²) with
+    // h = (tr S − nᵀSn)/2 and m = |S|² − 2|Sn|² + (nᵀSn)².
+    const double mx = sx.Sum() / n;
+    const double my = sy.Sum() / n;
+    const double mz = sz.Sum() / n;
+    const double xx = sxx.Sum() / n - mx * mx;
+    const double yy = syy.Sum() / n - my * my;
+    const double zz = szz.Sum() / n - mz * mz;
+    const double xy = sxy.Sum() / n - mx * my;
+    const double xz = sxz.Sum() / n - mx * mz;
+    const double yz = syz.Sum() / n - my * mz;
+    const double ax = xx * normal.x + xy * normal.y + xz * normal.z;
+    const double ay = xy * normal.x + yy * normal.y + yz * normal.z;
+    const double az = xz * normal.x + yz * normal.y + zz * normal.z;
+    const double along = ax * normal.x + ay * normal.y + az * normal.z;
+    const double h = 0.5 * (xx + yy + zz - along);
+    const double m = xx * xx + yy * yy + zz * zz + 2.0 * (xy * xy + xz * xz + yz * yz) -
+                     2.0 * (ax * ax + ay * ay + az * az) + along * along;
+    const double spread = std::sqrt(std::max(0.0, 0.5 * m - h * h));
+    return static_cast<float>((h + spread) / (h - spread));
+}
+
+} // namespace prereg::detail

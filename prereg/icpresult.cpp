@@ -1,0 +1,89 @@
+#include "VoAlgorithms/prereg/icpresult.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace prereg {
+namespace {
+
+// Differences within these bands are ties.
+constexpr double SmallBigBand = 0.005;
+constexpr double OverlapBand = 0.015;
+constexpr double RmseBand = 0.0015;
+constexpr int InlierBand = 10;
+
+/// The first of the ordered criteria whose difference leaves its band: > 0 when a is better, < 0 when b is; 0 for a tie.
+int CompareOutsideBands(const ICPResult& a, const ICPResult& b)
+{
+    const auto decide = [](float difference, double band) {
+        if (!(std::fabs(static_cast<double>(difference)) >= band)) return 0; // NaN, of two infinities, is a tie
+        return difference > 0.0F ? 1 : -1;
+    };
+    if (const int c = decide(a.fStop_SmallBigRatio - b.fStop_SmallBigRatio, SmallBigBand); c != 0) return c;
+    if (const int c = decide(a.fStop_OverlapRatio - b.fStop_OverlapRatio, OverlapBand); c != 0) return c;
+    if (const int c = decide(b.fStop_RMSE - a.fStop_RMSE, RmseBand); c != 0) return c;
+    const int inliers = a.iStop_NumberOfInliers - b.iStop_NumberOfInliers;
+    return std::abs(inliers) < InlierBand ? 0 : inliers;
+}
+
+const char* TypeText(std::int32_t type)
+{
+    switch (type) {
+    case -1: return "undefined ICP result";
+    case 0: return "success";
+    case 1: return "initial overlap of point sets is too small";
+    case 2: return "too few inliers, initially";
+    case 3: return "too many mismatches during iteration";
+    case 4: return "overlap too small during iteration";
+    // Deliberate: 5, too few inliers during the iteration, has no text of its own.
+    case 6: return "final pose too far away from original pose";
+    case 7: return "too many mismatches at final pose";
+    case 8: return "overlap too small";
+    case 9: return "RMSE too large";
+    default: return "unknown result type";
+    }
+}
+
+} // namespace
+
+bool ICPResult::operator<(const ICPResult& other) const
+{
+    const int better = CompareOutsideBands(*this, other);
+    // Deliberate: within all bands the smaller overlap comes first, against the overlap criterion.
+    return better != 0 ? better > 0 : other.fStop_OverlapRatio > fStop_OverlapRatio;
+}
+
+bool ICPResult::operator>(const ICPResult& other) const
+{
+    const int better = CompareOutsideBands(*this, other);
+    return better != 0 ? better < 0 : fStop_OverlapRatio > other.fStop_OverlapRatio;
+}
+
+std::string ICPResult::ToString(bool shortForm) const
+{
+    char figures[512] = "";
+    if (shortForm) {
+        if (resultType == 0)
+            std::snprintf(figures, sizeof(figures), " (RMSE: %.3fmm)", static_cast<double>(fStop_RMSE));
+    } else {
+        std::snprintf(figures, sizeof(figures),
+                      " / start (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, #inliers=%i)"
+                      " stop (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, Small/Big: %.2f, #inliers=%i,"
+                      " #iters: %i) ",
+                      static_cast<double>(fStart_OverlapRatio) * 100.0, static_cast<double>(fStart_RMSE),
+                      static_cast<double>(fStart_MismatchesPerMatchRatio), iStart_NumberOfInliers,
+                      static_cast<double>(fStop_OverlapRatio) * 100.0, static_cast<double>(fStop_RMSE),
+                      static_cast<double>(fStop_MismatchesPerMatchRatio), static_cast<double>(fStop_SmallBigRatio),
+                      iStop_NumberOfInliers, iStop_Iterations);
+    }
+    return std::string(TypeText(resultType)) + figures;
+}
+
+std::wstring ICPResult::ToWString(bool shortForm) const
+{
+    const std::string text = ToString(shortForm);
+    return {text.begin(), text.end()};
+}
+
+} // namespace prereg
