@@ -1,0 +1,408 @@
+#include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
+#include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
+
+#include "clustering/detail_meanshift.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+using VoAlgo::CMeanShiftClusterer;
+using VoAlgo::CMeanShiftClusterer3D;
+using Distance = CMeanShiftClusterer::Distance;
+
+constexpr unsigned None = CMeanShiftClusterer::None;
+constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float Inf = std::numeric_limits<float>::infinity();
+
+float SquaredDifferences(std::size_t d, const float* a, const float* b)
+{
+    float sum = 0.0F;
+    for (std::size_t k = 0; k < d; ++k) sum += (a[k] - b[k]) * (a[k] - b[k]);
+    return sum;
+}
+
+// The steps one by one: a counter for every point and cluster, every step up to the cap, the list built anew each time.
+struct PlainMeanShift {
+    std::vector<float> data;
+    std::size_t n, d;
+    float h;
+    bool inSpace; // the rules of the variant for points in space
+    std::mt19937 engine{47110815};
+    std::uniform_real_distribution<float> uniform{0.0F, 1.0F};
+
+    std::vector<unsigned> clusterOf{}, sizes{};
+    std::vector<std::vector<float>> centres{};
+    std::size_t capHits = 0, merges = 0;
+
+    void Run(const Distance& distance)
+    {
+        clusterOf.assign(n, None);
+        sizes.clear();
+        centres.clear();
+        std::vector<std::vector<unsigned>> votesOf;
+        std::vector<bool> visited(n, false);
+        std::size_t cleared = 0;
+        const std::size_t cap = inSpace ? 4 * n : 2 * n * d;
+        const float stop = 0.001F * h;
+        for (;;) {
+            std::vector<unsigned> unvisited;
+            for (unsigned i = 0; i < n; ++i)
+                if (!visited[i]) unvisited.push_back(i);
+            if (unvisited.empty()) break;
+            const auto r = std::min(static_cast<std::size_t>(uniform(engine) * static_cast<float>(unvisited.size())),
+                                    unvisited.size() - 1);
+            std::vector<float> mean(data.begin() + static_cast<long>(unvisited[r] * d),
+                                    data.begin() + static_cast<long>((unvisited[r] + 1) * d));
+            std::vector<unsigned> votes(n, 0);
+            visited[unvisited[r]] = true;
+            bool found = false;
+            for (std::size_t step = 1; step <= cap && !found; ++step) {
+                const std::vector<float> old = mean;
+                std::vector<float> sum(d, 0.0F);
+                unsigned members = 0;
+                for (std::size_t i = 0; i < n; ++i) {
+                    if (!(distance(d, &data[i * d], old.data()) <= h * h)) continue;
+                    for (std::size_t k = 0; k < d; ++k) sum[k] += data[i * d + k];
+                    ++members;
+                    ++votes[i];
+                    visited[i] = true;
+                }
+                if (members == 0) break;
+                for (std::size_t k = 0; k < d; ++k) mean[k] = sum[k] / static_cast<float>(members);
+                found = distance(d, mean.data(), old.data()) < stop * stop;
+                if (found || step < cap) continue;
+                ++capHits;
+                if (!inSpace && cleared++ < n) visited[r] = false;
+            }
+            if (!found) continue;
+            std::size_t c = 0;
+            while (c < centres.size() && !(distance(d, mean.data(), centres[c].data()) < h * h / 4)) ++c;
+            if (c == centres.size()) {
+                centres.push_back(mean);
+                votesOf.push_back(votes);
+                continue;
+            }
+            ++merges;
+            for (std::size_t k = 0; k < d; ++k) centres[c][k] = (centres[c][k] + mean[k]) * 0.5F;
+            for (std::size_t i = 0; i < n; ++i) votesOf[c][i] += votes[i];
+        }
+        map(votesOf);
+    }
+
+    void map(const std::vector<std::vector<unsigned>>& votesOf)
+    {
+        std::vector<unsigned> best(n, 0);
+        for (unsigned c = 0; c < votesOf.size(); ++c)
+            for (std::size_t i = 0; i < n; ++i)
+                if (votesOf[c][i] > best[i]) {
+                    best[i] = votesOf[c][i];
+                    clusterOf[i] = c;
+                }
+        sizes.assign(centres.size(), 0);
+        for (std::size_t i = 0; i < n; ++i) {
+            if (clusterOf[i] != None) {
+                ++sizes[clusterOf[i]];
+            } else if (!inSpace) {
+                clusterOf[i] = static_cast<unsigned>(sizes.size());
+                sizes.push_back(1);
+                centres.emplace_back(data.begin() + static_cast<long>(i * d),
+                                     data.begin() + static_cast<long>(i * d + d));
+            }
+        }
+        for (std::size_t c = 0; c < sizes.size(); ++c) {
+            if (sizes[c] != 0) continue;
+            sizes.erase(sizes.begin() + static_cast<long>(c));
+            centres.erase(centres.begin() + static_cast<long>(c));
+            for (unsigned& of : clusterOf)
+                if (of != None && of > c) --of;
+        }
+    }
+
+    template <class Clusterer>
+    void ExpectSame(const Clusterer& clusterer) const
+    {
+        ASSERT_EQ(clusterer.GetNumClusters(), sizes.size());
+        for (unsigned i = 0; i < n; ++i) ASSERT_EQ(clusterer.GetCluster(i), clusterOf[i]) << "point " << i;
+        for (unsigned c = 0; c < sizes.size(); ++c) {
+            ASSERT_EQ(clusterer.GetClusterSize(c), sizes[c]);
+            ASSERT_EQ(clusterer.GetClusterHistogram()[c], sizes[c]);
+            for (std::size_t k = 0; k < d; ++k) ASSERT_EQ(clusterer.GetClusterCenter(c)[k], centres[c][k]);
+        }
+    }
+};
+
+// n points of d coordinates in [0, spread) on a grid of the given step (0: none), moved by `offset`.
+struct Cloud {
+    std::size_t n, d;
+    float spread, step, offset, bandwidth;
+};
+
+const Cloud clouds[] = {
+    {1, 1, 1.0F, 0.0F, 0.0F, 1.0F},     {40, 1, 10.0F, 0.0F, 0.0F, 0.7F},   {60, 2, 10.0F, 0.0F, 0.0F, 1.5F},
+    {80, 3, 10.0F, 1.0F, 0.0F, 1.0F},   {80, 3, 10.0F, 1.0F, 0.0F, 2.0F},   {203, 3, 10.0F, 0.0F, -5.0F, 2.0F},
+    {64, 3, 1.0F, 0.0F, 0.0F, 10.0F},   {50, 7, 2.0F, 0.0F, 0.0F, 1.5F},    {9, 3, 1.0F, 0.0F, 0.0F, 1e-30F},
+    {50, 3, 20.0F, 0.0F, 1.0e6F, 4.0F}, {60, 3, 20.0F, 0.0F, 1.0e6F, 6.0F}, {7, 2, 1.0F, 0.5F, 0.0F, 1e-30F},
+    {30, 3, 10.0F, 0.0F, 0.0F, NaN},    {30, 3, 10.0F, 0.0F, 0.0F, Inf},    {20, 3, 3e38F, 0.0F, 0.0F, 3e37F},
+};
+
+std::vector<float> MakePoints(const Cloud& cloud, unsigned seed)
+{
+    std::mt19937 engine(seed);
+    std::uniform_real_distribution<float> coordinate(0.0F, cloud.spread);
+    std::vector<float> data(cloud.n * cloud.d);
+    for (float& x : data) {
+        x = coordinate(engine);
+        if (cloud.step > 0.0F) x = std::round(x / cloud.step) * cloud.step;
+        x += cloud.offset;
+    }
+    return data;
+}
+
+// Catches wrong strictness, order of draws, merging, mapping, lost votes, a wrong early end of starts that go in
+// circles.
+TEST(MeanShift, EqualsThePlainLoopBitForBit)
+{
+    std::size_t capHits = 0;
+    std::size_t merges = 0;
+    for (const Cloud& cloud : clouds)
+        for (unsigned seed = 1; seed <= 6; ++seed) {
+            SCOPED_TRACE("n " + std::to_string(cloud.n) + ", d " + std::to_string(cloud.d) + ", bandwidth " +
+                         std::to_string(cloud.bandwidth) + ", seed " + std::to_string(seed));
+            const std::vector<float> data = MakePoints(cloud, seed);
+            CMeanShiftClusterer clusterer(data.data(), cloud.n, cloud.d, cloud.bandwidth);
+            PlainMeanShift plain{data, cloud.n, cloud.d, cloud.bandwidth, false};
+            for (int run = 0; run < 2; ++run) { // the second continues the random sequence
+                ASSERT_TRUE(clusterer.Run(SquaredDifferences));
+                plain.Run(SquaredDifferences);
+                plain.ExpectSame(clusterer);
+            }
+            capHits += plain.capHits;
+            merges += plain.merges;
+
+            if (cloud.d != 3) continue;
+            CMeanShiftClusterer3D clusterer3D(data.data(), cloud.n, cloud.bandwidth);
+            PlainMeanShift plain3D{data, cloud.n, cloud.d, cloud.bandwidth, true};
+            for (int run = 0; run < 2; ++run) {
+                ASSERT_TRUE(clusterer3D.Run());
+                plain3D.Run(SquaredDifferences);
+                plain3D.ExpectSame(clusterer3D);
+            }
+        }
+    EXPECT_GT(capHits, 200U); // else the table no longer reaches these branches
+    EXPECT_GT(merges, 50U);
+}
+
+TEST(MeanShift, TheGroupOfTheFirstStartComesFirst)
+{
+    const std::vector<std::array<float, 3>> points{{0, 0, 0}, {9, 0, 0}, {0.1F, 0, 0}, {9.1F, 0, 0}, {9, 0.1F, 0}};
+    std::mt19937 engine(47110815);
+    const float u = std::uniform_real_distribution<float>(0.0F, 1.0F)(engine);
+    const auto start = static_cast<unsigned>(u * 5.0F);
+    CMeanShiftClusterer3D clusterer(points, 1.0F);
+    ASSERT_TRUE(clusterer.Run());
+    ASSERT_EQ(clusterer.GetNumClusters(), 2U);
+    for (unsigned i = 0; i < 5; ++i)
+        EXPECT_EQ(clusterer.GetCluster(i), (points[i][0] > 5.0F) == (points[start][0] > 5.0F) ? 0U : 1U);
+}
+
+// Two groups (second coordinate) that do not see each other as points, so that their modes, 3 apart, are both found.
+TEST(MeanShift, ModesMergeOnlyWithinHalfTheBandwidth)
+{
+    const float data[] = {0, 0, 1, 0, 3, 1, 4, 1};
+    const auto distance = [](std::size_t, const float* a, const float* b) {
+        const bool isPoint = a[0] == std::floor(a[0]);
+        return isPoint && a[1] != b[1] ? Inf : (a[0] - b[0]) * (a[0] - b[0]);
+    };
+    for (const float bandwidth : {5.99F, 6.0F, 6.01F}) {
+        CMeanShiftClusterer clusterer(data, 4, 2, bandwidth);
+        ASSERT_TRUE(clusterer.Run(distance));
+        if (bandwidth > 6.0F) {
+            ASSERT_EQ(clusterer.GetNumClusters(), 1U);
+            EXPECT_EQ(clusterer.GetClusterCenter(0)[0], 2.0F); // of 0.5 and 3.5
+            EXPECT_EQ(clusterer.GetClusterCenter(0)[1], 0.5F);
+            EXPECT_EQ(clusterer.GetClusterSize(0), 4U);
+        } else {
+            ASSERT_EQ(clusterer.GetNumClusters(), 2U);
+            EXPECT_NE(clusterer.GetCluster(0), clusterer.GetCluster(2));
+        }
+    }
+}
+
+// Whatever the distance answers, every start takes a point off the list.
+TEST(MeanShift, EndsWithEveryDistance)
+{
+    std::vector<float> data(64);
+    for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<float>(i);
+    for (const float answer : {NaN, Inf, 0.0F, 1.0F, -1.0F}) {
+        CMeanShiftClusterer clusterer(data.data(), 32, 2, 1.0F);
+        ASSERT_TRUE(clusterer.Run([answer](std::size_t, const float*, const float*) { return answer; }));
+        unsigned members = 0;
+        for (unsigned c = 0; c < clusterer.GetNumClusters(); ++c) members += clusterer.GetClusterSize(c);
+        EXPECT_EQ(members, 32U);
+    }
+}
+
+TEST(MeanShift, PointsWithoutAModeAreSingletonsOrLeftOut)
+{
+    const float data[] = {1, 2, 3, 4, 5, 6};
+    CMeanShiftClusterer clusterer(data, 2, 3, NaN);
+    ASSERT_TRUE(clusterer.Run({}));
+    ASSERT_EQ(clusterer.GetNumClusters(), 2U);
+    EXPECT_EQ(clusterer.GetClusterCenter(1)[2], 6.0F);
+    CMeanShiftClusterer3D clusterer3D(data, 2, NaN);
+    ASSERT_TRUE(clusterer3D.Run());
+    EXPECT_EQ(clusterer3D.GetNumClusters(), 0U);
+    EXPECT_EQ(clusterer3D.GetCluster(1), None);
+    EXPECT_EQ(clusterer3D.ComputeDunnIndex(), Inf);
+}
+
+TEST(MeanShift, EmptyClustersAreRemovedInOnePass)
+{
+    VoAlgo::meanshift::Clusters clusters{{0, 5, 3, None, 5}, {10, 11, 12, 13, 14, 15}, {1, 0, 0, 1, 0, 2}};
+    VoAlgo::meanshift::RemoveEmptyClusters(clusters, 1);
+    EXPECT_EQ(clusters.sizes, (std::vector<unsigned>{1, 0, 1, 2})); // the second of two in a row stays
+    EXPECT_EQ(clusters.centres, (std::vector<float>{10, 12, 13, 15}));
+    EXPECT_EQ(clusters.clusterOf, (std::vector<unsigned>{0, 3, 2, None, 3}));
+}
+
+template <class Make>
+std::string MessageOf(const Make& make)
+{
+    try {
+        make();
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "nothing thrown";
+}
+
+TEST(MeanShift, RefusesMissingDataThenABadBandwidth)
+{
+    const float data[] = {1, 2, 3};
+    const double doubles[] = {1, 2, 3};
+    const std::string missing = "mean shift clustering: missing input data";
+    const std::string bandwidth = "mean shift clustering: invalid bandwidth";
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer(nullptr, 1, 3, -1.0F); }), missing);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer(data, 0, 3, 0.0F); }), missing);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer(data, 1, 3, 0.0F); }), bandwidth);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer3D(std::vector<std::array<float, 3>>(), 0.0F); }), missing);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer3D(static_cast<const float*>(nullptr), 1, -1.0F); }), missing);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer3D(doubles, 0, 1.0); }), missing);
+    EXPECT_EQ(MessageOf([&] { CMeanShiftClusterer3D(doubles, 1, -1.0); }), bandwidth);
+}
+
+TEST(MeanShift, NonFiniteDataIsNotClustered)
+{
+    for (const float bad : {NaN, Inf, -Inf}) {
+        const float data[] = {1, 2, 3, 4, 5, bad};
+        CMeanShiftClusterer clusterer(data, 2, 3, 1.0F);
+        EXPECT_FALSE(clusterer.Run(SquaredDifferences));
+        CMeanShiftClusterer3D clusterer3D(data, 2, 1.0F);
+        EXPECT_FALSE(clusterer3D.Run());
+        EXPECT_EQ(clusterer.GetNumClusters() + clusterer3D.GetNumClusters(), 0U);
+        EXPECT_EQ(clusterer.GetCluster(0), None);
+        EXPECT_EQ(clusterer3D.GetCluster(0), None);
+    }
+    EXPECT_FALSE(CMeanShiftClusterer().Run(SquaredDifferences));
+    EXPECT_FALSE(CMeanShiftClusterer3D().Run());
+}
+
+// Iterators, centres and representatives of both, out of range too; on copies and moved objects.
+TEST(MeanShift, MembersOfAClusterInPointOrder)
+{
+    const double data[] = {0, 0, 0, 8, 0, 0, 1, 0, 0, 9, 0, 0, 0.4, 0, 0};
+    const std::vector<float> floats(std::begin(data), std::end(data));
+    CMeanShiftClusterer3D original(data, 5, 3.0);
+    ASSERT_TRUE(original.Run());
+    const CMeanShiftClusterer3D clusterer3D = original;
+    original = CMeanShiftClusterer3D();
+    CMeanShiftClusterer moved(floats.data(), 5, 3, 3.0F);
+    ASSERT_TRUE(moved.Run(SquaredDifferences));
+    const CMeanShiftClusterer clusterer = std::move(moved);
+
+    ASSERT_EQ(clusterer3D.GetNumClusters(), 2U);
+    const unsigned c = clusterer3D.GetCluster(0);
+    std::vector<unsigned> members;
+    for (auto it = clusterer3D.GetClusterIterator(c); it; ++it) {
+        members.push_back(it.GetIndex());
+        EXPECT_EQ(it[0], floats[3 * it.GetIndex()]);
+        EXPECT_EQ(it.GetClusterSize(), 3U);
+    }
+    EXPECT_EQ(members, (std::vector<unsigned>{0, 2, 4}));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(clusterer3D.GetClusterCenter(c)) % 16, 0U);
+
+    ASSERT_EQ(clusterer.GetNumClusters(), 2U);
+    const unsigned g = clusterer.GetCluster(0);
+    std::vector<float> coordinates;
+    for (auto it = clusterer.GetClusterIterator(g); it != CMeanShiftClusterer::ClusterIterator(); ++it)
+        coordinates.push_back(it.operator->()[0]);
+    EXPECT_EQ(coordinates, (std::vector<float>{0.0F, 1.0F, 0.4F}));
+    EXPECT_EQ(clusterer.GetClusterRepresentative(g, SquaredDifferences), 4);     // centre 0.467
+    EXPECT_EQ(clusterer.GetClusterRepresentative(1 - g, SquaredDifferences), 1); // the first of equally near ones
+    EXPECT_EQ(clusterer.GetClusterRepresentative(2, SquaredDifferences), -1);
+
+    EXPECT_EQ(clusterer.GetClusterCenter(2), nullptr);
+    EXPECT_EQ(clusterer3D.GetClusterCenter(2), nullptr);
+    EXPECT_EQ(clusterer.GetClusterSize(2) + clusterer3D.GetClusterSize(2), 0U);
+    EXPECT_FALSE(clusterer3D.GetClusterIterator(2));
+    EXPECT_EQ(clusterer.GetClusterIterator(2).GetClusterSize(), 0U);
+}
+
+TEST(MeanShift, QualityMeasures)
+{
+    const float data[] = {0, 0, 2, 2};
+    CMeanShiftClusterer one(data, 4, 1, 10.0F);
+    EXPECT_EQ(one.ComputeDunnIndex(SquaredDifferences), Inf);
+    ASSERT_TRUE(one.Run(SquaredDifferences));
+    EXPECT_EQ(one.ComputeDunnIndex(SquaredDifferences), Inf);
+    // n = 4, K = 1, d = 1, error sum 4: −2·ln(2π·4/3) − 3/2 − ln 4
+    EXPECT_NEAR(one.ComputeBIC(SquaredDifferences), -2 * std::log(8 * std::numbers::pi / 3) - 1.5 - std::log(4.0),
+                1e-5);
+
+    // Within at most 1 and 2, between at least 5; K = 2, error sum 0.5 + 2, (n − K)·d = 2: s = 1.25.
+    const float pairs[] = {0, 1, 6, 8};
+    CMeanShiftClusterer two(pairs, 4, 1, 3.0F);
+    ASSERT_TRUE(two.Run(SquaredDifferences));
+    ASSERT_EQ(two.GetNumClusters(), 2U);
+    EXPECT_FLOAT_EQ(two.ComputeDunnIndex(SquaredDifferences), 2.5F);
+    const double perCluster = 2 * std::log(2.0) - 2 * std::log(4.0) - std::log(2.5 * std::numbers::pi) - 0.5;
+    EXPECT_NEAR(two.ComputeBIC(SquaredDifferences), 2 * perCluster - 2 * std::log(4.0), 1e-5);
+
+    CMeanShiftClusterer3D space(std::vector<std::array<float, 3>>{{0, 0, 0}, {0, 1, 0}, {6, 0, 0}, {8, 0, 0}}, 3.0F);
+    ASSERT_TRUE(space.Run());
+    EXPECT_FLOAT_EQ(space.ComputeDunnIndex(), 3.0F);
+}
+
+TEST(MeanShift, AnEmptyDistanceIsTheEuclideanOne)
+{
+    const Cloud cloud{90, 7, 2.0F, 0.25F, 0.0F, 1.1F}; // squares of such coordinates add up exactly in any order
+    const std::vector<float> data = MakePoints(cloud, 3);
+    CMeanShiftClusterer clusterer(data.data(), cloud.n, cloud.d, cloud.bandwidth);
+    ASSERT_TRUE(clusterer.Run({}));
+    EXPECT_GT(clusterer.GetNumClusters(), 1U);
+    EXPECT_EQ(clusterer.ComputeDunnIndex({}), clusterer.ComputeDunnIndex(SquaredDifferences));
+}
+
+TEST(MeanShift, BandwidthAndAngleBetweenNormals)
+{
+    constexpr float pi = std::numbers::pi_v<float>;
+    EXPECT_FLOAT_EQ(CMeanShiftClusterer3D::ComputeBandwidthFromAngleForNormalClustering(pi / 2), std::sqrt(2.0F));
+    EXPECT_FLOAT_EQ(CMeanShiftClusterer3D::ComputeAngleFromBandwidthForNormalClustering(std::sqrt(2.0F)), pi / 2);
+    for (const float angle : {0.1F, 0.7F, 2.0F, 3.0F}) {
+        const float chord = CMeanShiftClusterer3D::ComputeBandwidthFromAngleForNormalClustering(angle);
+        EXPECT_NEAR(CMeanShiftClusterer3D::ComputeAngleFromBandwidthForNormalClustering(chord), angle, 1e-4F);
+    }
+}
+
+} // namespace
