@@ -11,7 +11,7 @@ namespace VoAlgo::detail {
 template <int N>
 bool CholeskyFactor(double (&a)[N][N])
 {
-    constexpr double smallestPivot = 64 * std::numeric_limits<double>::epsilon(); // relative to the diagonal element
+    constexpr double smallestPivot = 1e-12; // relative to the diagonal element
     for (int j = 0; j < N; ++j) {
         double pivot = a[j][j];
         for (int k = 0; k < j; ++k) pivot -= a[j][k] * a[j][k];

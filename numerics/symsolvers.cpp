@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <utility>
 
 namespace VoAlgo::symsolvers {
@@ -58,6 +59,32 @@ void QuaternionMatrix(const double (&S)[3][3], double (&N)[4][4])
 bool AllFinite(const double* values, int n)
 {
     return std::all_of(values, values + n, [](double v) { return std::isfinite(v); });
+}
+
+/// Row · v − λ·v[i] in about twice the working precision; v is column k of vectors.
+double Residual(const double (&row)[4], const double (&vectors)[4][4], int k, double lambda, int i)
+{
+    double high = 0, low = 0;
+    const auto add = [&](double a, double b) {
+        const double product = a * b, productError = std::fma(a, b, -product);
+        const double sum = high + product, shift = sum - high;
+        low += ((high - (sum - shift)) + (product - shift)) + productError;
+        high = sum;
+    };
+    for (int j = 0; j < 4; ++j) add(row[j], vectors[j][k]);
+    add(-lambda, vectors[i][k]);
+    return high + low;
+}
+
+/// Replaces λ by the Rayleigh quotient λ + vᵀ·(N·v − λ·v), right to the last bit for vectors right to half the digits:
+/// what is a tie on paper is then a tie here. Jacobi's own values differ in the last bits for most lines in space.
+void PolishEigenvalues(const double (&N)[4][4], const double (&vectors)[4][4], double (&lambda)[4])
+{
+    for (int k = 0; k < 4; ++k) {
+        double change = 0;
+        for (int i = 0; i < 4; ++i) change += vectors[i][k] * Residual(N[i], vectors, k, lambda[k], i);
+        lambda[k] += change;
+    }
 }
 
 /// Turns rows and columns p < q of the matrix so that the element (p, q) vanishes. `diagonal` holds the current
@@ -118,8 +145,10 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
         return false;
     }
 
-    double lambda[4], vectors[4][4], work[4];
-    JacobiIteration(&N[0][0], lambda, &vectors[0][0], 4, 20, work);
+    double destroyed[4][4], lambda[4], vectors[4][4], work[4];
+    std::copy(&N[0][0], &N[0][0] + 16, &destroyed[0][0]);
+    JacobiIteration(&destroyed[0][0], lambda, &vectors[0][0], 4, 20, work);
+    PolishEigenvalues(N, vectors, lambda);
     const auto best = std::max_element(lambda, lambda + 4) - lambda; // the first of equal ones
     const bool unique = std::count(lambda, lambda + 4, lambda[best]) == 1;
     if (!unique) {

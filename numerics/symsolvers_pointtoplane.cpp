@@ -29,7 +29,7 @@ struct NormalEquations {
         }
     }
 
-    /// Factors A and replaces g by the solution; false when A is not positive definite.
+    /// Factors A and replaces g by the solution; false when A is not positive definite or the solution not finite.
     bool Solve()
     {
         if (!detail::CholeskyFactor(A)) return false;
@@ -48,9 +48,9 @@ Vector3d Cross(const Vector3d& a, const double* b)
 /// One pair of the small-angle problem: J = (s × n, n), r = (d − s)·n.
 void AddPair(NormalEquations& equations, const double* s, const double* d, const double* n, double w)
 {
+    const double r = (d[0] - s[0]) * n[0] + (d[1] - s[1]) * n[1] + (d[2] - s[2]) * n[2];
     const double J[6] = {
         n[2] * s[1] - n[1] * s[2], n[0] * s[2] - n[2] * s[0], n[1] * s[0] - n[0] * s[1], n[0], n[1], n[2]};
-    const double r = (d[0] - s[0]) * n[0] + (d[1] - s[1]) * n[1] + (d[2] - s[2]) * n[2];
     equations.Add(J, r, w);
 }
 
@@ -160,13 +160,13 @@ bool PointToPlaneCovariance(const double* src, const double* dst, const double* 
         equations.Add(J, r, w);
         sumOfSquares += w * r * r;
     }
-    if (!detail::CholeskyFactor(equations.A)) return false;
     const double variance = sumOfSquares / (n - 6);
+    if (!detail::CholeskyFactor(equations.A) || !std::isfinite(variance)) return false;
     for (int col = 0; col < 6; ++col) {
         double x[6] = {};
         x[col] = variance;
         detail::CholeskySolve(equations.A, x);
-        for (int row = 0; row < 6; ++row) covariance[6 * row + col] = x[row];
+        for (int row = col; row < 6; ++row) covariance[6 * row + col] = covariance[6 * col + row] = x[row];
     }
     return true;
 }

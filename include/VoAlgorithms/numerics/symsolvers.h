@@ -13,9 +13,10 @@ namespace VoAlgo::symsolvers {
 /// Returns false and writes nothing for n < 3, a null point array, or input that is not finite (logged as an error).
 /// Returns false but writes all outputs when the largest eigenvalue is not unique (logged at trace level).
 ///
-/// The test for uniqueness is an exact comparison. It holds for identical points and for points on a line parallel to a
-/// coordinate axis, whatever the weights; on an oblique line rounding can tell the two eigenvalues apart.
-/// Source: B. K. P. Horn, J. Opt. Soc. Am. A 4 (1987) 629–642.
+/// The test for uniqueness is an exact comparison. It finds identical points and points on lines parallel to a
+/// coordinate axis always, whatever the weights; on oblique lines when centroids and cross-covariance come out without
+/// rounding (p, p + d, p + 2d on a grid), else by chance: rounding then bends the line. Source: B. K. P. Horn, J. Opt.
+/// Soc. Am. A 4 (1987) 629–642.
 VOALGO_API bool Procrustes(const double* a, const double* b, const double* weights, double* quaternion,
                            double (*rotation)[3], double* translation, unsigned n);
 
