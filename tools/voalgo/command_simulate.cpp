@@ -65,8 +65,9 @@ void Run(Arguments arguments)
                 s.spacing, arguments.settings.noise);
     const double reached = std::min(s.overlapFix, s.overlapFlt) / (1.0 - arguments.settings.clutter);
     if (std::abs(reached - arguments.settings.overlap) > 0.05)
-        Console().Warn(Format("overlap %.2f without the clutter, wanted %.2f: no angle between the views gives it",
-                              reached, arguments.settings.overlap));
+        Console(Console::Mode::Quiet)
+            .Warn(Format("overlap %.2f without the clutter, wanted %.2f: no angle between the views gives it", reached,
+                         arguments.settings.overlap));
 }
 
 } // namespace

@@ -1,23 +1,46 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace voalgo {
 
-/// Messages for the user, on standard error.
+/// What the user sees on standard error: messages, and a progress bar when that is a terminal.
 class Console {
 public:
-    /// quiet: warnings only.
-    explicit Console(bool quiet = false) : quiet_(quiet) {}
+    enum class Mode { Talkative, WithoutProgress, Quiet };
+
+    /// Quiet: warnings only.
+    explicit Console(Mode mode);
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
+    ~Console() { ClearProgress(); }
 
     /// Something was done that the user may want to know.
-    void Note(const std::string& text) const;
+    void Note(const std::string& text);
     /// Something is probably wrong.
-    void Warn(const std::string& text) const;
-    [[nodiscard]] bool Quiet() const { return quiet_; }
+    void Warn(const std::string& text);
+    /// Draws the bar: what is going on, the share done (0 to 1), the time since the first call.
+    void Progress(const char* stage, double share);
+    void ClearProgress();
 
 private:
-    bool quiet_;
+    using Clock = std::chrono::steady_clock;
+
+    Mode mode_;
+    bool terminal_;
+    bool barIsDrawn_ = false;
+    Clock::time_point start_;
+    Clock::time_point drawn_;
+};
+
+/// Sends the library's warnings and errors to the console, which outlives it, instead of to standard error.
+class LogToConsole {
+public:
+    explicit LogToConsole(Console& console);
+    LogToConsole(const LogToConsole&) = delete;
+    LogToConsole& operator=(const LogToConsole&) = delete;
+    ~LogToConsole();
 };
 
 /// printf into a string.

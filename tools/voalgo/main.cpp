@@ -19,7 +19,9 @@ int Run(int argc, char** argv)
     tool.require_subcommand(1);
     tool.footer(Footer);
     int exitCode = voalgo::Done;
+    voalgo::AddRegister(tool, exitCode);
     voalgo::AddSimulate(tool, exitCode);
+    voalgo::AddInfo(tool, exitCode);
     try {
         tool.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

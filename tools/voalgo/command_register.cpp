@@ -1,0 +1,164 @@
+#include "check_cloud.h"
+#include "cloud_options.h"
+#include "commands.h"
+#include "config_json.h"
+#include "errors.h"
+#include "files.h"
+#include "picture.h"
+#include "pose_file.h"
+#include "report.h"
+#include "write_ply.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace voalgo {
+
+namespace {
+
+struct Arguments {
+    std::string fix;
+    std::string flt;
+    CloudOptions clouds;
+    std::string preset = "auto";
+    std::string config;
+    std::string start;
+    std::string directory;
+    unsigned threads = 0;
+    bool json = false;
+    bool quiet = false;
+};
+
+Preset PresetOf(const std::string& name)
+{
+    if (name == "dense") return Preset::Dense;
+    if (name == "scan") return Preset::Scan;
+    return name == "thorough" ? Preset::Thorough : Preset::Automatic;
+}
+
+Cloud Moved(const Cloud& cloud, const VoAlgo::CTrafo& pose)
+{
+    Cloud moved = cloud;
+    for (auto& p : moved.points) p = pose * p;
+    for (auto& n : moved.normals) n = pose.Rotate(n);
+    return moved;
+}
+
+Cloud InFileUnit(Cloud cloud, double mmPerUnit)
+{
+    for (auto& p : cloud.points) p /= static_cast<float>(mmPerUnit);
+    return cloud;
+}
+
+void WriteClouds(const std::string& path, const Cloud& fix, const Cloud& moved, double mmPerUnit)
+{
+    const Cloud a = InFileUnit(fix, mmPerUnit), b = InFileUnit(moved, mmPerUnit);
+    WritePly(path,
+             {{&a, {FixColour[0], FixColour[1], FixColour[2]}}, {&b, {FltColour[0], FltColour[1], FltColour[2]}}});
+}
+
+/// All files of the output directory. Without a result there is no pose and no merged cloud, only what was tried.
+void WriteFiles(const std::string& directory, const Report& report)
+{
+    WriteText(InDirectory(directory, "result.json"), ToJson(report).dump(2) + "\n");
+    std::optional<Cloud> moved;
+    if (!report.registration.results.empty()) {
+        const VoAlgo::CTrafo& best = report.registration.results.front().trafo;
+        moved = Moved(report.flt.cloud, best);
+        WriteText(InDirectory(directory, "pose.txt"), PoseText(InUnit(best, report.mmPerUnit)));
+        WriteClouds(InDirectory(directory, "registered.ply"), report.fix.cloud, *moved, report.mmPerUnit);
+    }
+    WritePicture(InDirectory(directory, moved ? "registered.png" : "unregistered.png"), report.fix.cloud,
+                 report.flt.cloud, moved, std::max(report.fix.spacing, report.flt.spacing));
+}
+
+/// Removes what an earlier run with another outcome has left.
+void RemoveOldFiles(const std::string& directory)
+{
+    for (const char* name : {"result.json", "pose.txt", "registered.ply", "registered.png", "unregistered.png"})
+        std::remove(InDirectory(directory, name).c_str());
+}
+
+void Print(const Report& report, bool json)
+{
+    if (!json) {
+        std::fputs(ToText(report.registration).c_str(), stdout);
+        return;
+    }
+    auto object = ToJson(report);
+    object["seconds"] = {{"features", report.registration.featureSeconds},
+                         {"search", report.registration.searchSeconds}};
+    std::printf("%s\n", object.dump(2).c_str());
+}
+
+int Run(const Arguments& a)
+{
+    Console console(a.quiet  ? Console::Mode::Quiet
+                    : a.json ? Console::Mode::WithoutProgress
+                             : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    const double mmPerUnit = a.clouds.MmPerUnit();
+    console.Progress("reading", 0.0);
+    const PreparedCloud fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
+    for (const PreparedCloud* cloud : {&fix, &flt}) RequireShape(*cloud);
+    RequireSameUnit(fix, flt);
+    Settings settings = DeriveSettings(fix.cloud, flt.cloud, PresetOf(a.preset));
+    settings.threads = a.threads;
+    if (!a.config.empty()) ApplyConfigFile(settings.config, a.config);
+    for (const PreparedCloud* cloud : {&fix, &flt}) RequirePoints(*cloud, settings.config.icpConfig.uiNumSamples);
+    std::optional<VoAlgo::CTrafo> start;
+    if (!a.start.empty()) start = ReadPose(a.start, mmPerUnit);
+    if (!a.directory.empty()) {
+        MakeDirectory(a.directory);
+        RemoveOldFiles(a.directory);
+    }
+
+    const Registration registration =
+        start ? Refine(fix.cloud, flt.cloud, settings, *start)
+              : Register(fix.cloud, flt.cloud, settings,
+                         [&console](const char* stage, double share) { console.Progress(stage, share); });
+    console.ClearProgress();
+    const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.preset};
+    Print(report, a.json);
+    if (!a.directory.empty()) WriteFiles(a.directory, report);
+    return registration.results.empty() ? NothingFound : Done;
+}
+
+constexpr const char* Help = R"(Examples:
+  voalgo register front.ply side.ply --out result
+  voalgo register front.xyz side.xyz --unit m --viewpoint 0,0,0 --json
+  voalgo register front.ply side.ply --start pose.txt       # refines a pose that is nearly right
+  voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
+Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] a line. Settings come from the spacing of the points unless a
+configuration states them. DIR receives result.json, pose.txt (four rows of four numbers, maps FLT into FIX, in the
+files' unit), registered.ply (both scans) and registered.png.
+Exit codes: 0 done, 2 no registration found, 3 bad input, 64 wrong usage.)";
+
+} // namespace
+
+void AddRegister(CLI::App& tool, int& exitCode)
+{
+    CLI::App* command = tool.add_subcommand("register", "Find the pose that brings one scan onto another");
+    auto a = std::make_shared<Arguments>();
+    command->add_option("FIX", a->fix, "The scan that stays")->required();
+    command->add_option("FLT", a->flt, "The scan that is moved")->required();
+    a->clouds.AddTo(*command);
+    command->add_option("--preset", a->preset, "Kind of settings")
+        ->check(CLI::IsMember({"auto", "dense", "scan", "thorough"}))
+        ->capture_default_str();
+    command->add_option("--config", a->config, "JSON file with settings that override the others; lengths in mm");
+    command->add_option("--start", a->start, "File with a 4x4 pose that maps FLT into FIX: refine it, do not search");
+    command->add_option("--out", a->directory, "Directory for the results; default: only print them");
+    command
+        ->add_option("--threads", a->threads, "Threads of the feature computation; 0: all. Results do not depend on it")
+        ->capture_default_str();
+    command->add_flag("--json", a->json, "Print the results as JSON");
+    command->add_flag("--quiet", a->quiet, "No notes and no progress bar");
+    command->footer(Help);
+    command->callback([a, &exitCode] { exitCode = Run(*a); });
+}
+
+} // namespace voalgo

@@ -1,0 +1,192 @@
+#include "config_json.h"
+
+#include "errors.h"
+#include "files.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace voalgo {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// Calls visit(key, field) for every setting.
+template <typename Config, typename Visit>
+void VisitIcp(Config& c, Visit visit)
+{
+    visit("uiMaxNumIterations", c.uiMaxNumIterations);
+    visit("dMinQueryRadius", c.dMinQueryRadius);
+    visit("dInitialQueryRadiusScaling", c.dInitialQueryRadiusScaling);
+    visit("uiNumSamples", c.uiNumSamples);
+    visit("dPositionTolerance", c.dPositionTolerance);
+    visit("dNormalAngleTolerance", c.dNormalAngleTolerance);
+    visit("dMaxErrorRatio", c.dMaxErrorRatio);
+    visit("dMaxRotationDistance", c.dMaxRotationDistance);
+    visit("dMaxMovement", c.dMaxMovement);
+    visit("dMinOverlapRatio", c.dMinOverlapRatio);
+    visit("dMaxRMSE", c.dMaxRMSE);
+    visit("dMinOverlapArea", c.dMinOverlapArea);
+    visit("dMinSmallBigRatio", c.dMinSmallBigRatio);
+    visit("dSmallBigQueryRadiusScaling", c.dSmallBigQueryRadiusScaling);
+    visit("dInlierScaling", c.dInlierScaling);
+}
+
+template <typename Config, typename Visit>
+void VisitFpfh(Config& c, Visit visit)
+{
+    visit("uiNumPolygons", c.uiNumPolygons);
+    visit("uiNumPolygonVertices", c.uiNumPolygonVertices);
+    visit("uiNumNeighbors", c.uiNumNeighbors);
+    visit("dMaxPolygonDiameter", c.dMaxPolygonDiameter);
+    visit("dMaxPolygonVertexError", c.dMaxPolygonVertexError);
+    visit("uiMinCurvatureQuality", c.uiMinCurvatureQuality);
+    visit("dFeatureRadius", c.dFeatureRadius);
+    visit("dFeatureClusteringBandwidth", c.dFeatureClusteringBandwidth);
+    visit("dTrafoClusteringBandwidth", c.dTrafoClusteringBandwidth);
+    visit("dOrientationClusteringBandwidth", c.dOrientationClusteringBandwidth);
+    visit("uiTrafoClusteringQuorum", c.uiTrafoClusteringQuorum);
+}
+
+constexpr const char* IcpKey = "icpConfig";
+
+/// Number of single-character changes that turn a into b, upper and lower case taken as equal.
+std::size_t EditDistance(const std::string& a, const std::string& b)
+{
+    const auto differ = [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) != std::tolower(static_cast<unsigned char>(y));
+    };
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t replaced = diagonal + (differ(a[i - 1], b[j - 1]) ? 1 : 0);
+            diagonal = row[j];
+            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+/// Reads the values of one JSON object.
+class Reader {
+public:
+    Reader(const std::string& path, const Json& object, const std::string& key)
+        : path_(path), object_(object), inside_(key.empty() ? "" : key + ".")
+    {
+        if (!object.is_object()) Fail(key, "must be a JSON object, is " + TypeOf(object));
+    }
+
+    void operator()(const char* key, std::uint32_t& field)
+    {
+        const Json* value = Find(key);
+        if (value == nullptr) return;
+        if (!value->is_number_integer()) Fail(inside_ + key, "must be a whole number, is " + TypeOf(*value));
+        if (!value->is_number_unsigned() || value->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max())
+            Fail(inside_ + key, "must lie between 0 and 4294967295, is " + value->dump());
+        field = value->get<std::uint32_t>();
+    }
+    void operator()(const char* key, double& field)
+    {
+        const Json* value = Find(key);
+        if (value == nullptr) return;
+        if (!value->is_number()) Fail(inside_ + key, "must be a number, is " + TypeOf(*value));
+        field = value->get<double>();
+    }
+
+    /// The object under a key, null when there is none.
+    const Json* Find(const char* key)
+    {
+        known_.emplace_back(key);
+        const auto found = object_.find(key);
+        return found == object_.end() ? nullptr : &*found;
+    }
+
+    /// Refuses every key that was not asked for.
+    void RequireKnownKeys() const
+    {
+        for (const auto& [key, value] : object_.items()) {
+            if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
+            const auto& wrong = key;
+            const auto nearest = std::min_element(known_.begin(), known_.end(), [&](const auto& a, const auto& b) {
+                return EditDistance(wrong, a) < EditDistance(wrong, b);
+            });
+            Fail(inside_ + key, "unknown key; the nearest known one is \"" + inside_ + *nearest + "\"");
+        }
+    }
+
+    [[noreturn]] void Fail(const std::string& key, const std::string& what) const
+    {
+        throw InputError(path_ + ": " + (key.empty() ? "" : "\"" + key + "\": ") + what);
+    }
+
+private:
+    static std::string TypeOf(const Json& value)
+    {
+        const std::string type = value.type_name();
+        return type == "number" && value.is_number_float() ? value.dump() : type;
+    }
+
+    const std::string& path_;
+    const Json& object_;
+    std::string inside_; // where the object lies: empty, or a key and a dot
+    std::vector<std::string> known_;
+};
+
+Json Parse(const std::string& path)
+{
+    const std::string text = ReadText(path);
+    try {
+        return Json::parse(text);
+    } catch (const Json::exception& error) {
+        const std::string what = error.what();
+        const std::size_t end = what.find("] "); // of the library's own error number
+        throw InputError(path + ": no valid JSON: " + (end == std::string::npos ? what : what.substr(end + 2)));
+    }
+}
+
+/// Limits without which the registration has no meaning.
+void RequireRanges(const prereg::ConfigurationFPFH& c, const Reader& reader)
+{
+    if (!(c.dFeatureRadius > 0.0)) reader.Fail("dFeatureRadius", "must be greater than 0");
+    if (c.uiNumPolygonVertices < 3) reader.Fail("uiNumPolygonVertices", "must be at least 3");
+    if (c.uiNumNeighbors < 1) reader.Fail("uiNumNeighbors", "must be at least 1");
+    if (c.uiMinCurvatureQuality > 100) reader.Fail("uiMinCurvatureQuality", "must be at most 100");
+    if (c.icpConfig.uiNumSamples < 1) reader.Fail("icpConfig.uiNumSamples", "must be at least 1");
+}
+
+} // namespace
+
+Json ToJson(const prereg::ConfigurationFPFH& config)
+{
+    Json json, icp;
+    VisitFpfh(config, [&](const char* key, const auto& field) { json[key] = field; });
+    VisitIcp(config.icpConfig, [&](const char* key, const auto& field) { icp[key] = field; });
+    json[IcpKey] = icp;
+    return json;
+}
+
+void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
+{
+    const Json json = Parse(path);
+    Reader reader(path, json, "");
+    VisitFpfh(config, std::ref(reader));
+    if (const Json* icp = reader.Find(IcpKey)) {
+        Reader icpReader(path, *icp, IcpKey);
+        VisitIcp(config.icpConfig, std::ref(icpReader));
+        icpReader.RequireKnownKeys();
+    }
+    // A refinement's key at the outer level would get a misleading "nearest" answer.
+    VisitIcp(config.icpConfig, [&](const char* key, const auto&) {
+        if (json.contains(key)) reader.Fail(key, "belongs inside \"icpConfig\"");
+    });
+    reader.RequireKnownKeys();
+    RequireRanges(config, reader);
+}
+
+} // namespace voalgo
