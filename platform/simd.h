@@ -44,6 +44,41 @@ inline float ApproximateReciprocal(float x)
 #endif
 }
 
+/// One byte more of a CRC-32C (Castagnoli, reflected polynomial 0x82F63B78), bit by bit.
+constexpr std::uint32_t Crc32cByte(std::uint32_t crc, std::uint8_t byte)
+{
+    crc ^= byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? 0x82F63B78U : 0U);
+    return crc;
+}
+
+/// What the processor's crc32 instruction does with the bytes of an integer, low byte first.
+template <class Integer>
+std::uint32_t Crc32cScalar(std::uint32_t crc, Integer data)
+{
+    for (std::size_t byte = 0; byte < sizeof(Integer); ++byte)
+        crc = Crc32cByte(crc, static_cast<std::uint8_t>(data >> (8 * byte)));
+    return crc;
+}
+
+inline std::uint32_t Crc32c(std::uint32_t crc, std::uint64_t data)
+{
+#if defined(__SSE4_2__)
+    return static_cast<std::uint32_t>(_mm_crc32_u64(crc, data));
+#else
+    return Crc32cScalar(crc, data);
+#endif
+}
+
+inline std::uint32_t Crc32c(std::uint32_t crc, std::uint32_t data)
+{
+#if defined(__SSE4_2__)
+    return _mm_crc32_u32(crc, data);
+#else
+    return Crc32cScalar(crc, data);
+#endif
+}
+
 /// Nearest integer, ties to even; the smallest int for NaN and what does not fit.
 inline int RoundToInt(float x)
 {

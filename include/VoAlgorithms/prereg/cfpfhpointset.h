@@ -72,7 +72,7 @@ public:
     /// Features and points with A·p ≤ b for all n rows (A n×3 row-major, b n values); empty when no feature qualifies.
     [[nodiscard]] CFPFHPointSet RestrictWithInequalities(const float* A, const float* b, unsigned n) const;
     /// Everything moved by `pose`; histograms are kept.
-    [[nodiscard]] CFPFHPointSet Transform(const VoAlgo::CTrafo& pose) const;
+    [[nodiscard]] CFPFHPointSet Transform(VoAlgo::CTrafo pose) const;
 
     /// Writes one line per feature point, "x y z nx ny nz"; a colour other than 0xFFFFFFFF (0xRRGGBB) adds " r g b".
     /// Throws std::invalid_argument "empty file name" and the stream's failure.

@@ -83,8 +83,8 @@ public:
     [[nodiscard]] ConfigurationFPFH& GetMatchingConfig() { return config_; }
     [[nodiscard]] const ConfigurationFPFH& GetMatchingConfig() const { return config_; }
 
-    [[nodiscard]] const CFPFHPointSet& GetFixPointSet() const override { return *fix_; }
-    [[nodiscard]] const CFPFHPointSet& GetFltPointSet() const override { return *flt_; }
+    [[nodiscard]] const CFPFHPointSet& GetFixPointSet() const override;
+    [[nodiscard]] const CFPFHPointSet& GetFltPointSet() const override;
     [[nodiscard]] std::shared_ptr<const CPointSet> GetFixPointSetPtr() const override { return fix_; }
     [[nodiscard]] std::shared_ptr<const CPointSet> GetFltPointSetPtr() const override { return flt_; }
 
@@ -96,7 +96,17 @@ private:
         bool operator()(const VoAlgo::CTrafo& a, const VoAlgo::CTrafo& b) const { return a == b && b == a; }
     };
 
+    using Group = std::vector<std::size_t>; // accepted poses that are taken for one
+
+    [[nodiscard]] bool isTooLean() const;
+    const ICPResult& verify(const VoAlgo::CTrafo& proposal);
+    ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
+    [[nodiscard]] float estimateOverlapArea(const VoAlgo::CTrafo& pose) const;
+    void fillOverlapAreas();
     void clusterTransformations();
+    [[nodiscard]] std::vector<Group> groupByPosition(bool& failed) const;
+    [[nodiscard]] std::vector<Group> splitByOrientation(std::size_t cluster, const Group& members) const;
+    void pushResult(const ICPResult& result, std::size_t clusterSize);
 
     std::shared_ptr<const CFPFHPointSet> fix_;
     std::shared_ptr<const CFPFHPointSet> flt_;
@@ -106,6 +116,8 @@ private:
     std::vector<VerifiedTrafo> results_; // heap, the best at the front
     std::unordered_map<VoAlgo::CTrafo, ICPResult, TrafoHash, TrafoEqual> verified_;
     CFPFHClusterAnalysis clusters_;
+    std::size_t numExamined_ = 0;    // proposals whose outcome was looked at
+    std::vector<ICPResult> accepted_; // their successes, in proposal order
 };
 
 } // namespace prereg

@@ -1,0 +1,383 @@
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+
+#include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
+#include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
+#include "platform/detail_log.h"
+#include "platform/simd.h"
+#include "prereg/detail_cfpfhpolygon.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <limits>
+
+namespace prereg {
+namespace {
+
+using Vec3 = kdtree::Vector<3>;
+using VoAlgo::CTrafo;
+
+constexpr std::uint32_t RandomSeed = 47110815; // results repeat exactly from run to run
+constexpr std::int32_t OverlapTooSmall = 8;
+// The local area estimate looks this many position tolerances around a point.
+constexpr double AreaRadiusScaling = 2.0;
+
+const Logging::CLogger& Log()
+{
+    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
+    return logger;
+}
+
+const CFPFHPointSet& OrEmpty(const std::shared_ptr<const CFPFHPointSet>& set)
+{
+    static const CFPFHPointSet empty;
+    return set ? *set : empty;
+}
+
+/// A shared pointer that does not own.
+std::shared_ptr<const CFPFHPointSet> Refer(const CFPFHPointSet& set)
+{
+    return {&set, [](const CFPFHPointSet*) {}};
+}
+
+std::array<float, 4> UnitQuaternion(const CTrafo& trafo)
+{
+    const VoAlgo::Quaternion q = trafo.GetQuaternion();
+    return {static_cast<float>(q.w), static_cast<float>(q.x), static_cast<float>(q.y), static_cast<float>(q.z)};
+}
+
+/// Squared angle between two rotations, rad². Means of quaternions are not of unit length, so both are normalised.
+float SquaredRotationAngle(std::size_t /*d*/, const float* a, const float* b)
+{
+    const float dot = a[0] * b[0] + a[1] * b[1] + a[2] * b[2] + a[3] * b[3];
+    const float normSqA = a[0] * a[0] + a[1] * a[1] + a[2] * a[2] + a[3] * a[3];
+    const float normSqB = b[0] * b[0] + b[1] * b[1] + b[2] * b[2] + b[3] * b[3];
+    const float angle = 2.0F * std::acos(std::min(1.0F, std::fabs(dot) / std::sqrt(normSqA * normSqB)));
+    return angle * angle;
+}
+
+const char* CauseLabel(std::uint32_t type)
+{
+    switch (type) {
+    case 1: return "strt/overlap";
+    case 2: return "strt/inliers";
+    case 3: return "iter/mismatches";
+    case 4: return "iter/overlap";
+    case 5: return "iter/inliers";
+    case 6: return "stop/change";
+    case 7: return "stop/conflicts";
+    case 8: return "stop/overlap";
+    case 9: return "stop/RMSE";
+    default: return "*unknown*";
+    }
+}
+
+} // namespace
+
+CFPFHPreRegistration::CFPFHPreRegistration() : CFPFHPreRegistration(CFPFHPointSet(), CFPFHPointSet(), {}, true) {}
+
+CFPFHPreRegistration::CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt,
+                                           const ConfigurationFPFH& config, bool copy)
+    : CFPFHPreRegistration(copy ? std::make_shared<const CFPFHPointSet>(fix) : Refer(fix),
+                           copy ? std::make_shared<const CFPFHPointSet>(flt) : Refer(flt), config)
+{
+}
+
+CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix,
+                                           std::shared_ptr<const CFPFHPointSet> flt, const ConfigurationFPFH& config)
+    : fix_(std::move(fix)), flt_(std::move(flt)), config_(config), engine_(RandomSeed)
+{
+}
+
+const CFPFHPointSet& CFPFHPreRegistration::GetFixPointSet() const { return OrEmpty(fix_); }
+const CFPFHPointSet& CFPFHPreRegistration::GetFltPointSet() const { return OrEmpty(flt_); }
+
+bool CFPFHPreRegistration::isTooLean() const
+{
+    return !fix_ || fix_->IsTooLean(config_) || !flt_ || flt_->IsTooLean(config_);
+}
+
+bool CFPFHPreRegistration::Compute()
+{
+    constexpr const char* function = "prereg::CFPFHPreRegistration::Compute";
+    if (!fix_ || fix_->IsTooLean(config_)) {
+        VOALGO_LOG(Log(), Warn, function, L"too few features in point set 'fix'");
+        return false;
+    }
+    if (!flt_ || flt_->IsTooLean(config_)) {
+        VOALGO_LOG(Log(), Warn, function, L"too few features in point set 'flt'");
+        return false;
+    }
+    if (config_.dMaxPolygonDiameter < 0.0) clusters_ = CFPFHClusterAnalysis(*flt_, config_);
+
+    bool hasClustered = false;
+    for (std::uint32_t i = 0; i < config_.uiNumPolygons; ++i) {
+        const CFPFHPolygon polygon(engine_, *flt_, clusters_, config_, -1.0);
+        if (!polygon.IsSeeded()) {
+            VOALGO_LOG(Log(), Warn, function, L"seeding of polygon in 'flt' failed (probably too sparse)");
+            continue;
+        }
+        const CTrafo proposal = CFPFHPolygon::ComputePreRegistration(polygon, *fix_, *flt_, config_);
+        if (!proposal) continue;
+        proposals_.push_back(proposal);
+        const std::uint32_t quorum = config_.uiTrafoClusteringQuorum;
+        if (quorum == 0 || proposals_.size() < quorum) continue;
+        clusterTransformations();
+        hasClustered = true;
+        if (results_.empty() || results_.front().clusterSize < quorum) continue;
+        VOALGO_LOG(Log(), Trace, function,
+                   L"aborting search: top cluster size (%u) reached quorum (%u) after looking at %u polygons",
+                   results_.front().clusterSize, quorum, i + 1);
+        break;
+    }
+    if (!hasClustered) clusterTransformations();
+    fillOverlapAreas();
+    return !results_.empty();
+}
+
+/// Outcome of a proposal; each distinct one is refined once.
+const ICPResult& CFPFHPreRegistration::verify(const CTrafo& proposal)
+{
+    const auto known = verified_.find(proposal);
+    if (known != verified_.end()) return known->second;
+    return verified_.emplace(proposal, refine(proposal, nullptr)).first->second;
+}
+
+/// ICP with the driver's own test of the overlap area after it.
+ICPResult CFPFHPreRegistration::refine(const CTrafo& start, const CTrafo* reference) const
+{
+    ICPResult result = fix_->ComputeICPRegistration(config_.icpConfig, *flt_, start, reference);
+    if (result.resultType != 0 || !(config_.icpConfig.dMinOverlapArea > 0.0)) return result;
+    result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
+    if (static_cast<double>(result.fStop_OverlapArea) < config_.icpConfig.dMinOverlapArea)
+        result.resultType = OverlapTooSmall;
+    return result;
+}
+
+float CFPFHPreRegistration::estimateOverlapArea(const CTrafo& pose) const
+{
+    const double tolerance = config_.icpConfig.dPositionTolerance;
+    return fix_->EstimateOverlapArea(*flt_, pose, static_cast<float>(tolerance),
+                                     static_cast<float>(AreaRadiusScaling * tolerance),
+                                     std::numeric_limits<float>::max());
+}
+
+/// Areas are costly and take no part in the order: only what is handed out gets one.
+void CFPFHPreRegistration::fillOverlapAreas()
+{
+    for (VerifiedTrafo& result : results_) {
+        if (result.resultType != 0 || result.fStop_OverlapArea >= 0.0F) continue;
+        result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
+        for (ICPResult& accepted : accepted_)
+            if (accepted.trafo == result.trafo) accepted.fStop_OverlapArea = result.fStop_OverlapArea;
+    }
+}
+
+void CFPFHPreRegistration::pushResult(const ICPResult& result, std::size_t clusterSize)
+{
+    results_.emplace_back(result, static_cast<std::uint32_t>(clusterSize));
+    std::push_heap(results_.begin(), results_.end(), std::greater<>());
+}
+
+void CFPFHPreRegistration::clusterTransformations()
+{
+    for (; numExamined_ < proposals_.size(); ++numExamined_) {
+        const ICPResult& outcome = verify(proposals_[numExamined_]);
+        if (outcome.resultType == 0) accepted_.push_back(outcome);
+    }
+    if (accepted_.empty()) return;
+    results_.clear();
+    if (accepted_.size() == 1) return pushResult(accepted_.front(), 1);
+
+    bool failed = false;
+    const std::vector<Group> clusters = groupByPosition(failed);
+    if (failed) {
+        VOALGO_LOG(Log(), Warn, "prereg::CFPFHPreRegistration::clusterTransformations",
+                   L"(position) clustering failed!");
+        for (const ICPResult& accepted : accepted_) pushResult(accepted, 1);
+        return;
+    }
+    for (std::size_t k = 0; k < clusters.size(); ++k) {
+        for (const Group& group : splitByOrientation(k, clusters[k])) {
+            std::size_t best = group.front();
+            for (const std::size_t member : group)
+                if (accepted_[member] < accepted_[best]) best = member;
+            pushResult(accepted_[best], group.size());
+        }
+    }
+}
+
+/// Clusters of accepted poses by where they put the centre of 'flt'.
+std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(bool& failed) const
+{
+    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    const auto [low, high] = flt_->GetAABB();
+    const Vec3 centre = (low + high) * 0.5F;
+    std::vector<std::array<float, 3>> centres;
+    for (const ICPResult& accepted : accepted_) {
+        const Vec3 p = accepted.trafo * centre;
+        centres.push_back({p.x, p.y, p.z});
+    }
+    std::vector<Group> groups;
+    const auto bandwidth = static_cast<float>(config_.dTrafoClusteringBandwidth);
+    failed = !(bandwidth > 0.0F);
+    if (failed) return groups;
+    VoAlgo::CMeanShiftClusterer3D clusterer(centres, bandwidth);
+    failed = !clusterer.Run();
+    if (failed) return groups;
+
+    VOALGO_LOG(Log(), Trace, function, L"clustering: found %u position-clusters among %zi trafos",
+               clusterer.GetNumClusters(), accepted_.size());
+    groups.resize(clusterer.GetNumClusters());
+    for (unsigned k = 0; k < groups.size(); ++k) {
+        VOALGO_LOG(Log(), Trace, function, L"  #%u: cluster size %u", k, clusterer.GetClusterSize(k));
+        for (auto member = clusterer.GetClusterIterator(k); member; ++member) groups[k].push_back(member.GetIndex());
+    }
+    std::erase_if(groups, [](const Group& group) { return group.empty(); });
+    return groups;
+}
+
+/// The members' quaternions are given the sign that brings them nearer to the first one's, so that means make sense.
+std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientation(std::size_t cluster,
+                                                                                  const Group& members) const
+{
+    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    const auto bandwidth = static_cast<float>(config_.dOrientationClusteringBandwidth);
+    if (members.size() == 1 || !(bandwidth > 0.0F)) return {members};
+    std::vector<float> quaternions;
+    const std::array<float, 4> first = UnitQuaternion(accepted_[members.front()].trafo);
+    for (const std::size_t member : members) {
+        const std::array<float, 4> q = UnitQuaternion(accepted_[member].trafo);
+        const float dot = q[0] * first[0] + q[1] * first[1] + q[2] * first[2] + q[3] * first[3];
+        for (const float component : q) quaternions.push_back(dot < 0.0F ? -component : component);
+    }
+    VoAlgo::CMeanShiftClusterer clusterer(quaternions.data(), members.size(), 4, bandwidth);
+    if (!clusterer.Run(SquaredRotationAngle)) {
+        VOALGO_LOG(Log(), Warn, function, L"(rotation) clustering failed!");
+        return {members};
+    }
+    VOALGO_LOG(Log(), Trace, function, L"cluster #%u (size %u) consists of %u orientation clusters:",
+               static_cast<unsigned>(cluster), static_cast<unsigned>(members.size()), clusterer.GetNumClusters());
+    std::vector<Group> groups(clusterer.GetNumClusters());
+    for (unsigned k = 0; k < groups.size(); ++k)
+        VOALGO_LOG(Log(), Trace, function, L"  orientation cluster #%u: (size %u)", k, clusterer.GetClusterSize(k));
+    for (std::size_t i = 0; i < members.size(); ++i)
+        groups[clusterer.GetCluster(static_cast<unsigned>(i))].push_back(members[i]);
+    std::erase_if(groups, [](const Group& group) { return group.empty(); });
+    return groups;
+}
+
+ICPResult CFPFHPreRegistration::PeekBestResult() { return results_.empty() ? ICPResult() : results_.front(); }
+
+ICPResult CFPFHPreRegistration::GetNextResult()
+{
+    if (results_.empty()) return {};
+    std::pop_heap(results_.begin(), results_.end(), std::greater<>());
+    const ICPResult best = results_.back();
+    results_.pop_back();
+    return best;
+}
+
+std::vector<ICPResult> CFPFHPreRegistration::GetAllResults() const
+{
+    const std::vector<VerifiedTrafo> all = GetAllVerifiedTrafos();
+    return {all.begin(), all.end()};
+}
+
+std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetAllVerifiedTrafos() const
+{
+    std::vector<VerifiedTrafo> heap = results_;
+    std::vector<VerifiedTrafo> all;
+    while (!heap.empty()) {
+        std::pop_heap(heap.begin(), heap.end(), std::greater<>());
+        all.push_back(heap.back());
+        heap.pop_back();
+    }
+    return all;
+}
+
+ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* reference)
+{
+    constexpr const char* function = "prereg::CFPFHPreRegistration::InjectTrafo";
+    if (isTooLean()) return {};
+    ConfigurationICP asItStands = config_.icpConfig;
+    asItStands.uiMaxNumIterations = 0;
+    asItStands.dMinSmallBigRatio = 0.0; // no test before the overlap is measured
+    const ICPResult before = fix_->ComputeICPRegistration(asItStands, *flt_, trafo);
+    ICPResult result = refine(trafo, reference);
+    if (result.resultType != 0) {
+        VOALGO_LOG(Log(), Warn, function, L"InjectTrafo: refinement failed (%ls)", result.ToWString(true).c_str());
+        return result;
+    }
+    if (result.fStop_OverlapArea < 0.0F) result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
+    VOALGO_LOG(Log(), Trace, function,
+               L"InjectTrafo: overlap ratio of refined trafo: %.1fp (before: %.1fp), RMSE: %.3fmm (before: %.3fmm)",
+               static_cast<double>(result.fStop_OverlapRatio) * 100.0,
+               static_cast<double>(before.fStop_OverlapRatio) * 100.0, static_cast<double>(result.fStop_RMSE),
+               static_cast<double>(before.fStart_RMSE));
+    pushResult(result, 1);
+    proposals_.push_back(trafo);
+    verified_.insert_or_assign(trafo, result);
+    return result;
+}
+
+void CFPFHPreRegistration::InjectICPResult(const ICPResult& result) { pushResult(result, 1); }
+
+CFPFHPreRegistration::Statistics CFPFHPreRegistration::GetStatistics() const
+{
+    Statistics statistics;
+    statistics.uiNumPolygons = config_.uiNumPolygons;
+    statistics.uiNumProposals = static_cast<std::uint32_t>(verified_.size());
+    std::array<std::uint32_t, 10> counts{}; // by result type
+    for (const auto& [proposal, outcome] : verified_) {
+        if (outcome.resultType == 0)
+            ++statistics.uiNumSuccessful;
+        else
+            ++statistics.uiNumFailed;
+        if (outcome.resultType > 0) ++counts[static_cast<std::size_t>(outcome.resultType)];
+    }
+    for (std::uint32_t type = 1; type < counts.size(); ++type)
+        if (counts[type] != 0) statistics.failures.emplace_back(type, counts[type]);
+    std::stable_sort(statistics.failures.begin(), statistics.failures.end(),
+                     [](const auto& a, const auto& b) { return a.second > b.second; });
+    return statistics;
+}
+
+std::string CFPFHPreRegistration::Statistics::ToString() const
+{
+    char text[160];
+    std::snprintf(text, sizeof(text), "%u polys, %u proposed trafos (%u successful, %u failed)", uiNumPolygons,
+                  uiNumProposals, uiNumSuccessful, uiNumFailed);
+    std::string result = text;
+    if (failures.empty()) return result;
+    result += " failure causes:";
+    for (const auto& [type, count] : failures) {
+        if (count == 0) break;
+        result += std::string(" ") + CauseLabel(type) + ":" + std::to_string(count) + "x";
+    }
+    return result;
+}
+
+std::wstring CFPFHPreRegistration::Statistics::ToWString() const
+{
+    const std::string text = ToString();
+    return {text.begin(), text.end()};
+}
+
+/// CRC-32C over the quaternion, then the translation; −0 counts as 0, as in the comparison of keys.
+std::size_t CFPFHPreRegistration::TrafoHash::operator()(const CTrafo& trafo) const
+{
+    const VoAlgo::Quaternion q = trafo.GetQuaternion();
+    const Vec3& t = trafo.GetTranslation();
+    std::uint32_t crc = 0;
+    for (const double component : {q.w, q.x, q.y, q.z})
+        crc = VoAlgo::simd::Crc32c(crc, std::bit_cast<std::uint64_t>(component + 0.0));
+    for (const float component : {t.x, t.y, t.z})
+        crc = VoAlgo::simd::Crc32c(crc, std::bit_cast<std::uint32_t>(component + 0.0F));
+    return crc;
+}
+
+} // namespace prereg
