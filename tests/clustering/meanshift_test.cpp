@@ -142,6 +142,7 @@ struct PlainMeanShift {
     }
 };
 
+// With an offset of 3e7 the rounding of the sums is coarse enough to make means go round in circles.
 // n points of d coordinates in [0, spread) on a grid of the given step (0: none), moved by `offset`.
 struct Cloud {
     std::size_t n, d;
@@ -149,11 +150,12 @@ struct Cloud {
 };
 
 const Cloud clouds[] = {
-    {1, 1, 1.0F, 0.0F, 0.0F, 1.0F},     {40, 1, 10.0F, 0.0F, 0.0F, 0.7F},   {60, 2, 10.0F, 0.0F, 0.0F, 1.5F},
-    {80, 3, 10.0F, 1.0F, 0.0F, 1.0F},   {80, 3, 10.0F, 1.0F, 0.0F, 2.0F},   {203, 3, 10.0F, 0.0F, -5.0F, 2.0F},
-    {64, 3, 1.0F, 0.0F, 0.0F, 10.0F},   {50, 7, 2.0F, 0.0F, 0.0F, 1.5F},    {9, 3, 1.0F, 0.0F, 0.0F, 1e-30F},
-    {50, 3, 20.0F, 0.0F, 1.0e6F, 4.0F}, {60, 3, 20.0F, 0.0F, 1.0e6F, 6.0F}, {7, 2, 1.0F, 0.5F, 0.0F, 1e-30F},
-    {30, 3, 10.0F, 0.0F, 0.0F, NaN},    {30, 3, 10.0F, 0.0F, 0.0F, Inf},    {20, 3, 3e38F, 0.0F, 0.0F, 3e37F},
+    {1, 1, 1.0F, 0.0F, 0.0F, 1.0F},       {40, 1, 10.0F, 0.0F, 0.0F, 0.7F},     {60, 2, 10.0F, 0.0F, 0.0F, 1.5F},
+    {80, 3, 10.0F, 1.0F, 0.0F, 1.0F},     {80, 3, 10.0F, 1.0F, 0.0F, 2.0F},     {203, 3, 10.0F, 0.0F, -5.0F, 2.0F},
+    {64, 3, 1.0F, 0.0F, 0.0F, 10.0F},     {50, 7, 2.0F, 0.0F, 0.0F, 1.5F},      {9, 3, 1.0F, 0.0F, 0.0F, 1e-30F},
+    {50, 3, 20.0F, 0.0F, 1.0e6F, 4.0F},   {60, 3, 20.0F, 0.0F, 1.0e6F, 6.0F},   {7, 2, 1.0F, 0.5F, 0.0F, 1e-30F},
+    {100, 3, 50.0F, 1.0F, 3.0e7F, 30.0F}, {100, 3, 50.0F, 1.0F, 3.0e7F, 10.0F}, {100, 1, 100.0F, 4.0F, 3.0e7F, 20.0F},
+    {30, 3, 10.0F, 0.0F, 0.0F, NaN},      {30, 3, 10.0F, 0.0F, 0.0F, Inf},      {20, 3, 3e38F, 0.0F, 0.0F, 3e37F},
 };
 
 std::vector<float> MakePoints(const Cloud& cloud, unsigned seed)
