@@ -1,12 +1,12 @@
 #include "check_cloud.h"
 #include "cloud_options.h"
 #include "commands.h"
-#include "config_json.h"
 #include "errors.h"
 #include "files.h"
 #include "picture.h"
 #include "pose_file.h"
 #include "report.h"
+#include "settings_options.h"
 #include "write_ply.h"
 
 #include <CLI/CLI.hpp>
@@ -23,21 +23,12 @@ struct Arguments {
     std::string fix;
     std::string flt;
     CloudOptions clouds;
-    std::string preset = "auto";
-    std::string config;
+    SettingsOptions settings;
     std::string start;
     std::string directory;
-    unsigned threads = 0;
     bool json = false;
     bool quiet = false;
 };
-
-Preset PresetOf(const std::string& name)
-{
-    if (name == "dense") return Preset::Dense;
-    if (name == "scan") return Preset::Scan;
-    return name == "thorough" ? Preset::Thorough : Preset::Automatic;
-}
 
 Cloud Moved(const Cloud& cloud, const VoAlgo::CTrafo& pose)
 {
@@ -105,9 +96,7 @@ int Run(const Arguments& a)
     const PreparedCloud fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
     for (const PreparedCloud* cloud : {&fix, &flt}) RequireShape(*cloud);
     RequireSameUnit(fix, flt);
-    Settings settings = DeriveSettings(fix.cloud, flt.cloud, PresetOf(a.preset));
-    settings.threads = a.threads;
-    if (!a.config.empty()) ApplyConfigFile(settings.config, a.config);
+    const Settings settings = a.settings.For(fix.cloud, flt.cloud);
     for (const PreparedCloud* cloud : {&fix, &flt}) RequirePoints(*cloud, settings.config.icpConfig.uiNumSamples);
     std::optional<VoAlgo::CTrafo> start;
     if (!a.start.empty()) start = ReadPose(a.start, mmPerUnit);
@@ -121,7 +110,7 @@ int Run(const Arguments& a)
               : Register(fix.cloud, flt.cloud, settings,
                          [&console](const char* stage, double share) { console.Progress(stage, share); });
     console.ClearProgress();
-    const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.preset};
+    const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.settings.preset};
     Print(report, a.json);
     if (!a.directory.empty()) WriteFiles(a.directory, report);
     return registration.results.empty() ? NothingFound : Done;
@@ -146,15 +135,9 @@ void AddRegister(CLI::App& tool, int& exitCode)
     command->add_option("FIX", a->fix, "The scan that stays")->required();
     command->add_option("FLT", a->flt, "The scan that is moved")->required();
     a->clouds.AddTo(*command);
-    command->add_option("--preset", a->preset, "Kind of settings")
-        ->check(CLI::IsMember({"auto", "dense", "scan", "thorough"}))
-        ->capture_default_str();
-    command->add_option("--config", a->config, "JSON file with settings that override the others; lengths in mm");
+    a->settings.AddTo(*command);
     command->add_option("--start", a->start, "File with a 4x4 pose that maps FLT into FIX: refine it, do not search");
     command->add_option("--out", a->directory, "Directory for the results; default: only print them");
-    command
-        ->add_option("--threads", a->threads, "Threads of the feature computation; 0: all. Results do not depend on it")
-        ->capture_default_str();
     command->add_flag("--json", a->json, "Print the results as JSON");
     command->add_flag("--quiet", a->quiet, "No notes and no progress bar");
     command->footer(Help);

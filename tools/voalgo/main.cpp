@@ -20,6 +20,7 @@ int Run(int argc, char** argv)
     tool.footer(Footer);
     int exitCode = voalgo::Done;
     voalgo::AddRegister(tool, exitCode);
+    voalgo::AddFeatures(tool, exitCode);
     voalgo::AddSimulate(tool, exitCode);
     voalgo::AddInfo(tool, exitCode);
     try {

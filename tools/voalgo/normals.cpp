@@ -99,6 +99,13 @@ Vec3 LeastSpread(const std::vector<Vec3>& points, const std::vector<Tree::Neighb
     return length > 0.0F ? n / length : Vec3{};
 }
 
+/// Points that are connected by edges.
+struct Piece {
+    double sum[3] = {};
+    double count = 0.0;
+    int outwards = 0; // normals that point away from the centroid, less those that point towards it
+};
+
 /// Makes the signs of neighbouring normals agree: a minimum spanning forest over `edges` (Kruskal), then one vote per
 /// tree.
 void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals, std::vector<Edge>& edges)
@@ -107,20 +114,24 @@ void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals,
     SignedSets sets(points.size());
     for (const Edge& e : edges) sets.Join(e.from, e.to, normals[e.from].Dot(normals[e.to]) < 0.0F);
 
-    double centroid[3] = {};
-    for (const Vec3& p : points)
-        for (unsigned k = 0; k < 3; ++k) centroid[k] += p[k];
-    for (double& c : centroid) c /= static_cast<double>(points.size());
-    std::vector<double> outwards(points.size(), 0.0); // per root
+    std::vector<Piece> pieces(points.size()); // at the index of the root
+    std::vector<std::uint32_t> root(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
         const SignedSets::Place place = sets.Find(static_cast<std::uint32_t>(i));
+        root[i] = place.root;
         if (place.flipped) normals[i] = -normals[i];
+        Piece& piece = pieces[root[i]];
+        for (unsigned k = 0; k < 3; ++k) piece.sum[k] += points[i][k];
+        piece.count += 1.0;
+    }
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        Piece& piece = pieces[root[i]];
         double away = 0.0;
-        for (unsigned k = 0; k < 3; ++k) away += normals[i][k] * (points[i][k] - centroid[k]);
-        if (away != 0.0) outwards[place.root] += away > 0.0 ? 1.0 : -1.0;
+        for (unsigned k = 0; k < 3; ++k) away += normals[i][k] * (points[i][k] - piece.sum[k] / piece.count);
+        piece.outwards += away > 0.0 ? 1 : (away < 0.0 ? -1 : 0);
     }
     for (std::size_t i = 0; i < points.size(); ++i)
-        if (outwards[sets.Find(static_cast<std::uint32_t>(i)).root] < 0.0) normals[i] = -normals[i];
+        if (pieces[root[i]].outwards < 0) normals[i] = -normals[i];
 }
 
 } // namespace

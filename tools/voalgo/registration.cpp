@@ -15,11 +15,17 @@ namespace {
 using prereg::CFPFHPointSet;
 using prereg::CFPFHPreRegistration;
 
-double Now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+double Now()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
 
 std::shared_ptr<const CFPFHPointSet> ComputeFeatures(const Cloud& cloud, const Settings& settings)
 {
-    const unsigned threads = settings.threads != 0 ? settings.threads : std::max(1U, std::thread::hardware_concurrency());
+    const unsigned threads =
+        settings.threads != 0 ? settings.threads : std::max(1U, std::thread::hardware_concurrency());
     const Cloud thinned = settings.workingSpacing > 0.0 ? Thin(cloud, settings.workingSpacing) : cloud;
     prereg::CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, threads,
                                    false);
@@ -27,8 +33,6 @@ std::shared_ptr<const CFPFHPointSet> ComputeFeatures(const Cloud& cloud, const S
     return std::make_shared<const CFPFHPointSet>(cloud.points, cloud.normals, source.GetFeaturePoints(),
                                                  source.GetFeatureNormals(), source.GetFeatures());
 }
-
-} // namespace
 
 double MeanSpacing(const Cloud& cloud)
 {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "registration.h"
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace voalgo {
+
+/// Where the settings come from; the options that the commands with settings share.
+struct SettingsOptions {
+    std::string preset = "auto";
+    std::string config; ///< file; empty: none
+    unsigned threads = 0;
+
+    void AddTo(CLI::App& command);
+    /// Throws InputError when the configuration file is faulty.
+    [[nodiscard]] Settings For(const Cloud& fix, const Cloud& flt) const;
+};
+
+} // namespace voalgo
