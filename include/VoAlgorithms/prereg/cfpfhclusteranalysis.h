@@ -55,7 +55,7 @@ public:
 private:
     void run_MeanShiftClustering(const CFPFHPointSet& set, double h);
     void run_kMeansClustering(const CFPFHPointSet& set, std::size_t k);
-    void orderMembers(const std::vector<unsigned>& clusterOf, const std::vector<unsigned>& sizes);
+    void orderMembers(const std::vector<unsigned>& clusterOf, const std::vector<unsigned>& sizes, const char* function);
     [[nodiscard]] std::pair<std::size_t, std::size_t> getClusterRange(std::size_t c) const;
 
     std::vector<unsigned> ends_;    // end of every cluster in members_
