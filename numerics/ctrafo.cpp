@@ -64,10 +64,10 @@ CTrafo::CTrafo(const Vector3& eulerAngles, const Vector3& translation) : CTrafo(
     rows_[3] = translation;
 }
 
-CTrafo::CTrafo(const Quaternion& q, const Vector3& translation)
+CTrafo::CTrafo(const Quaternion& rotation, const Vector3& translation)
 {
     double r[3][3];
-    detail::RotationOfQuaternion(q.w, q.x, q.y, q.z, r);
+    detail::RotationOfQuaternion(rotation.w, rotation.x, rotation.y, rotation.z, r);
     *this = FromRotation(r, translation);
 }
 

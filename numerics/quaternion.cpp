@@ -67,11 +67,9 @@ Quaternion::Quaternion(const std::array<double, 3>& from, const std::array<doubl
         *this = Quaternion(f[0] * h[0] + f[1] * h[1] + f[2] * h[2], f[1] * h[2] - f[2] * h[1],
                            f[2] * h[0] - f[0] * h[2], f[0] * h[1] - f[1] * h[0])
                     .GetNormalized();
-    } else if (Norm(h) <= 1e-8) {
+    } else {
         const auto axis = Perpendicular(f);
         *this = Quaternion(0.0, axis[0], axis[1], axis[2]).GetNormalized();
-    } else {
-        *this = Invalid();
     }
 }
 

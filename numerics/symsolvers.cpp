@@ -173,7 +173,7 @@ void JacobiIteration(double* matrix, double* eigenvalues, double* eigenvectors, 
     // Threshold Jacobi after H. Rutishauser, Numer. Math. 9 (1966) 1–10. The diagonal of `matrix` keeps the values from
     // the start of a sweep; the changes of the sweep are summed on their own before they are added.
     double* change = work;
-    std::fill(eigenvectors, eigenvectors + n * n, 0.0);
+    std::fill(eigenvectors, eigenvectors + std::ptrdiff_t{n} * n, 0.0);
     for (int p = 0; p < n; ++p) {
         eigenvectors[p * n + p] = 1.0;
         eigenvalues[p] = matrix[p * n + p];
@@ -184,12 +184,7 @@ void JacobiIteration(double* matrix, double* eigenvalues, double* eigenvectors, 
         if (!(threshold >= 1e-15)) break; // also for NaN
         for (int p = 0; p < n; ++p) {
             for (int q = p + 1; q < n; ++q) {
-                double& apq = matrix[p * n + q];
-                const double dp = std::abs(eigenvalues[p]), dq = std::abs(eigenvalues[q]);
-                const double guard = 10.0 * std::abs(apq);
-                if (sweep > 3 && dp + guard == dp && dq + guard == dq)
-                    apq = 0;
-                else if (std::abs(apq) >= threshold)
+                if (std::abs(matrix[p * n + q]) >= threshold)
                     Rotate(matrix, eigenvalues, eigenvectors, change, n, p, q);
             }
         }

@@ -87,7 +87,7 @@ bool AllWithin(const double* values, int n, double limit)
 bool PointToPlaneUpdateLS(const double* src, const double* dst, const double* normals, const double* weights,
                           double* rotationVector, double* translation, int n, bool oneWeight)
 {
-    if (src == nullptr || dst == nullptr || normals == nullptr) return false;
+    if (src == nullptr || dst == nullptr || normals == nullptr || n < 6) return false;
     NormalEquations equations;
     for (int i = 0; i < n; ++i) {
         const std::ptrdiff_t at = std::ptrdiff_t{3} * i;
@@ -102,7 +102,7 @@ bool PointToPlaneUpdateLS(const double* src, const double* dst, const double* no
 bool PointToPlaneUpdate(const double* src, const double* dst, const double* normals, const double* weights,
                         double* eulerAngles, double* translation, int n)
 {
-    if (src == nullptr || dst == nullptr || normals == nullptr || n < 1) return false;
+    if (src == nullptr || dst == nullptr || normals == nullptr || n < 6) return false;
     // About the centre of dst rotation and translation separate well, wherever the points lie.
     const auto [centre, extent] = CentreAndExtent(dst, n);
     Quaternion rotation;

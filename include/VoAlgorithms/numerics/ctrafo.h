@@ -85,7 +85,7 @@ public:
 
     /// R as a unit quaternion with w ≥ 0 and no component −0; equal rotations give equal bits.
     [[nodiscard]] Quaternion GetQuaternion() const;
-    /// (α, β, γ) of the Euler constructor: β within ±π/2, α and γ within ±π; where β is ±π/2, γ is 0 or ±π.
+    /// (α, β, γ) of the Euler constructor: β within ±π/2, α and γ within ±π; when cos β is exactly 0, γ is 0 or ±π.
     [[nodiscard]] Vector3 GetEulerAngles() const;
     /// Angle between both rotations, 2·acos(min(1, |q₁·q₂|)), 0 to π; +∞ when a rotation is invalid.
     [[nodiscard]] float GetRotationDistance(const CTrafo& other) const;

@@ -59,7 +59,7 @@ public:
 
     /// The vector turned by this unit quaternion.
     [[nodiscard]] std::array<double, 3> Rotate(const std::array<double, 3>& v) const;
-    /// (a, b, c) of the Euler constructor: b within ±π/2, a and c within ±π; where b is ±π/2, c is 0 or ±π.
+    /// (a, b, c) of the Euler constructor: b within ±π/2, a and c within ±π; when cos b is exactly 0, c is 0 or ±π.
     [[nodiscard]] std::array<double, 3> GetEulerAngles() const;
     /// The rotation at fraction s of the shorter way to `other` at constant speed, both of unit length; s outside [0,
     /// 1] extrapolates. When the angle between them vanishes the blend is linear.
