@@ -1,5 +1,7 @@
 #include "prereg/detail_kmeans.h"
 
+#include "prereg/detail_histogramdistances.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +16,9 @@ constexpr unsigned Seed = 47110815U;
 constexpr int MaxIterations = 1000;
 constexpr float ErrorTolerance = 1e-6F;
 constexpr float MaxErrorGrowth = 1.25F;
+/// Centres move only while that lowers the error by a thousandth. Means are not the best centres for this distance:
+/// after a few iterations the error wavers, and more of them only cost time.
+constexpr float MinImprovement = 0.999F;
 constexpr unsigned None = 0xFFFFFFFFU;
 constexpr float Infinity = std::numeric_limits<float>::infinity();
 
@@ -32,7 +37,7 @@ Histograms SeedCentres(const Histograms& features, std::size_t k)
         double sum = 0.0;
         std::size_t lastApart = 0;
         for (std::size_t i = 0; i < features.size(); ++i) {
-            distances[i] = std::min(distances[i], features[i].SquaredChi2Distance(centres.back()));
+            distances[i] = std::min(distances[i], Chi2<VoAlgo::simd::F8>(features[i].bins, centres.back().bins));
             if (!(distances[i] > 0.0F)) continue;
             sum += distances[i];
             lastApart = i;
@@ -58,7 +63,7 @@ float AssignToNearest(const Histograms& features, const Histograms& centres, std
         unsigned nearest = 0;
         float smallest = Infinity;
         for (unsigned c = 0; c < centres.size(); ++c) {
-            const float d = features[i].SquaredChi2Distance(centres[c]);
+            const float d = Chi2<VoAlgo::simd::F8>(features[i].bins, centres[c].bins);
             if (!(d < smallest)) continue;
             smallest = d;
             nearest = c;
@@ -94,11 +99,9 @@ KMeansClusters ClusterByKMeans(const std::vector<CPointFeatureHistogram>& featur
     if (features.empty() || k == 0) return result;
 
     Histograms centres = SeedCentres(features, k);
-    std::vector<unsigned> previous;
     float error = Infinity;
     int iteration = 0;
     while (iteration < MaxIterations) {
-        previous = result.clusterOf;
         const float previousError = std::exchange(error, AssignToNearest(features, centres, result.clusterOf));
         ++iteration;
         if (verbose) std::printf("Fehler=%g\n", static_cast<double>(std::sqrt(error)));
@@ -108,10 +111,11 @@ KMeansClusters ClusterByKMeans(const std::vector<CPointFeatureHistogram>& featur
                             static_cast<double>(std::sqrt(error)));
             break;
         }
-        MoveToMeans(features, result.clusterOf, centres);
-        // The same members give the same means, these the same members and error, and so on to the limit: nothing would
-        // change but what is printed.
-        if (!verbose && result.clusterOf == previous) break;
+        if (error < MinImprovement * previousError)
+            MoveToMeans(features, result.clusterOf, centres);
+        else if (!verbose)
+            break; // The centres stay, so up to the limit every iteration gives the same; only its report would be
+                   // missed.
     }
     if (verbose && iteration == MaxIterations) std::printf("Abbruch nach #%i Schritten (maxiter)\n", iteration);
 
