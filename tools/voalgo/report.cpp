@@ -69,6 +69,7 @@ std::string Refusal(const Registration& registration)
 {
     const Statistics& s = registration.statistics;
     std::string text = "no registration found: " + registration.reason + "\n";
+    if (s.uiNumPolygons == 0) return text; // a refinement alone
     text += Format("%u polygons, %u proposed poses, %u accepted, %u refused\n", s.uiNumPolygons, s.uiNumProposals,
                    s.uiNumSuccessful, s.uiNumFailed);
     for (const auto& [type, count] : s.failures) text += Format("%6u  %s\n", count, Cause(type).c_str());

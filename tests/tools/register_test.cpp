@@ -1,0 +1,193 @@
+#include "tools/tool_runner.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <sstream>
+
+namespace tooltest {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string Fix = VOALGO_SOURCE_DIR "/examples/data/hippo1.ply";
+const std::string Flt = VOALGO_SOURCE_DIR "/examples/data/hippo2.ply";
+
+std::string FileBytes(const std::string& path)
+{
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
+}
+
+std::vector<double> Numbers(const std::string& text)
+{
+    std::istringstream words(text);
+    std::vector<double> numbers;
+    for (double v = 0.0; words >> v;) numbers.push_back(v);
+    return numbers;
+}
+
+/// Two runs into one directory write the same bytes, whatever the number of threads; --json prints what result.json
+/// says.
+TEST(ToolRegister, FilesAreCompleteAndRepeatable)
+{
+    const Workplace place;
+    const Outcome first = place.Run("register " + Fix + ' ' + Flt + " --out a --threads 1");
+    ASSERT_EQ(first.exitCode, 0) << first.errors;
+    EXPECT_THAT(first.output, HasSubstr("rank  overlap"));
+    EXPECT_THAT(first.errors, HasSubstr("hippo2.ply: 2 points have no normal"));
+    EXPECT_THAT(first.errors, Not(HasSubstr("\r"))) << "no progress bar without a terminal";
+    const Outcome second = place.Run("register " + Fix + ' ' + Flt + " --out b --threads 2 --json --quiet");
+    ASSERT_EQ(second.exitCode, 0);
+    EXPECT_EQ(second.errors, "");
+    for (const char* file : {"/result.json", "/pose.txt", "/registered.ply", "/registered.png"})
+        EXPECT_TRUE(place.Read(std::string("a") + file) == place.Read(std::string("b") + file)) << file;
+
+    auto printed = nlohmann::json::parse(second.output);
+    EXPECT_GT(printed["seconds"]["features"], 0.0);
+    printed.erase("seconds");
+    const auto result = nlohmann::json::parse(place.Read("a/result.json"));
+    EXPECT_EQ(printed, result);
+    EXPECT_EQ(result["found"], true);
+    EXPECT_EQ(result["results"][0]["resultType"], 0);
+    std::vector<double> pose;
+    for (const auto& row : result["results"][0]["pose"])
+        for (const double v : row) pose.push_back(v);
+    EXPECT_EQ(Numbers(place.Read("a/pose.txt")), pose);
+
+    const PlyContent fix = ParsePly(FileBytes(Fix)), flt = ParsePly(FileBytes(Flt));
+    const PlyContent both = ParsePly(place.Read("a/registered.ply"), 3);
+    ASSERT_EQ(both.points.size(), fix.points.size() + flt.points.size());
+    for (std::size_t i = 0; i < fix.points.size(); ++i) ASSERT_EQ(both.points[i], fix.points[i]);
+    for (std::size_t i = 0; i < flt.points.size(); ++i) {
+        const auto& p = flt.points[i];
+        for (unsigned r = 0; r < 3; ++r)
+            ASSERT_NEAR(both.points[fix.points.size() + i][r],
+                        pose[4 * r] * p.x + pose[4 * r + 1] * p.y + pose[4 * r + 2] * p.z + pose[4 * r + 3], 1e-3);
+    }
+}
+
+/// Scans in metres give the pose in metres.
+TEST(ToolRegister, PoseIsInTheUnitOfTheFiles)
+{
+    const Workplace place;
+    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --out mm").exitCode, 0);
+    for (const auto& [name, path] : {std::pair{"fix.ply", Fix}, {"flt.ply", Flt}}) {
+        PlyContent scan = ParsePly(FileBytes(path));
+        for (auto& p : scan.points) p /= 1000.0F;
+        place.Write(name, PlyBytes(scan.points, scan.normals));
+    }
+    const Outcome outcome = place.Run("register fix.ply flt.ply --unit m --out m");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+    const auto inMm = Numbers(place.Read("mm/pose.txt")), inM = Numbers(place.Read("m/pose.txt"));
+    ASSERT_EQ(inMm.size(), 16U);
+    ASSERT_EQ(inM.size(), 16U);
+    for (std::size_t i = 0; i < 16; ++i)
+        EXPECT_NEAR(inMm[i], inM[i] * (i % 4 == 3 && i < 12 ? 1000.0 : 1.0), i % 4 == 3 ? 0.5 : 0.01) << i;
+    const PlyContent both = ParsePly(place.Read("m/registered.ply"), 3);
+    EXPECT_NEAR(both.points[0].x, ParsePly(FileBytes(Fix)).points[0].x / 1000.0F, 1e-6F);
+}
+
+/// What pose.txt states reads back as the same pose: a refinement without iterations writes the same bytes again.
+TEST(ToolRegister, PoseFilesRoundTrip)
+{
+    const Workplace place;
+    place.Write("still.json", R"({"icpConfig": {"uiMaxNumIterations": 0}})");
+    place.Write("a.ply", PlyBytes(Blob(4000, 100.0F)));
+    for (auto unit : {"mm", "cm", "m"}) {
+        Points scaled = Blob(4000, std::string(unit) == "m" ? 0.1F : (std::string(unit) == "cm" ? 10.0F : 100.0F));
+        place.Write("a.ply", PlyBytes(scaled));
+        const double a = 0.001, s = std::string(unit) == "m" ? 1e-4 : (std::string(unit) == "cm" ? 1e-2 : 0.1);
+        std::ostringstream pose;
+        pose.precision(17);
+        pose << std::cos(a) << ' ' << -std::sin(a) << " 0 " << s / 3 << '\n'
+             << std::sin(a) << ' ' << std::cos(a) << " 0 " << s / 7 << "\n0 0 1 " << -s / 9 << "\n0 0 0 1\n";
+        place.Write("start.txt", pose.str());
+        const std::string arguments = std::string("register a.ply a.ply --config still.json --unit ") + unit;
+        const Outcome once = place.Run(arguments + " --start start.txt --out once");
+        ASSERT_EQ(once.exitCode, 0) << once.output << once.errors;
+        ASSERT_EQ(place.Run(arguments + " --start once/pose.txt --out twice").exitCode, 0);
+        EXPECT_EQ(place.Read("once/pose.txt"), place.Read("twice/pose.txt"));
+        const auto stated = Numbers(pose.str()), read = Numbers(place.Read("once/pose.txt"));
+        for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(stated[i], read[i], 1e-7 * std::max(1.0, s)) << unit << i;
+    }
+}
+
+TEST(ToolRegister, FaultyPoseFilesAreRefused)
+{
+    const Workplace place;
+    place.Write("a.ply", PlyBytes(Blob(3000, 100.0F)));
+    const std::pair<const char*, const char*> table[] = {
+        {"1 0 0 0  0 1 0 0  0 0 1 0", "a pose has 16 numbers, this file has 12"},
+        {"1 0 0 0  0 1 0 0  0 0 1 0  0 0 0 2", "the last row of a pose is 0 0 0 1"},
+        {"1 0 0 x  0 1 0 0  0 0 1 0  0 0 0 1", "not a number: \"x\""},
+        {"1 0 0 nan  0 1 0 0  0 0 1 0  0 0 0 1", "the pose is not finite"},
+        {"2 0 0 0  0 2 0 0  0 0 2 0  0 0 0 1", "is not a rotation"},
+        {"1 0 0 0  0 1 0 0  0 0 -1 0  0 0 0 1", "is not a rotation"},
+    };
+    for (const auto& [pose, message] : table) {
+        place.Write("pose.txt", pose);
+        const Outcome outcome = place.Run("register a.ply a.ply --start pose.txt");
+        EXPECT_EQ(outcome.exitCode, 3) << pose;
+        EXPECT_THAT(outcome.errors, HasSubstr(message));
+    }
+    EXPECT_THAT(place.Run("register a.ply a.ply --start none.txt").errors, HasSubstr("none.txt: no such file"));
+}
+
+/// A refusal says why, leaves no pose, and takes away the one of an earlier run.
+TEST(ToolRegister, RefusalLeavesNoPose)
+{
+    const Workplace place;
+    place.Write("away.txt", "1 0 0 500 0 1 0 0 0 0 1 0 0 0 0 1");
+    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --out r").exitCode, 0);
+    ASSERT_TRUE(place.Has("r/pose.txt"));
+    const Outcome outcome = place.Run("register " + Fix + ' ' + Flt + " --start away.txt --out r");
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_THAT(outcome.output, HasSubstr("no registration found: initial overlap of point sets is too small"));
+    for (const char* file : {"r/pose.txt", "r/registered.ply", "r/registered.png"})
+        EXPECT_FALSE(place.Has(file)) << file;
+    EXPECT_THAT(place.Read("r/unregistered.png"), testing::StartsWith("\x89PNG"));
+    const auto result = nlohmann::json::parse(place.Read("r/result.json"));
+    EXPECT_EQ(result["found"], false);
+    EXPECT_NE(result["reason"], "");
+    EXPECT_TRUE(result["results"].empty());
+}
+
+/// Estimated normals point out of a closed surface, or to the viewpoint.
+TEST(ToolRegister, EstimatedNormalsHaveTheRightSign)
+{
+    const Workplace place;
+    place.Write("a.xyz", XyzText(Blob(4000, 100.0F)));
+    place.Write("start.txt", "1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1");
+    const std::pair<const char*, float> table[] = {{"", 1.0F}, {" --viewpoint 0,0,0", -1.0F}};
+    for (const auto& [option, sign] : table) {
+        ASSERT_EQ(place.Run(std::string("register a.xyz a.xyz --start start.txt --out r") + option).exitCode, 0);
+        const PlyContent both = ParsePly(place.Read("r/registered.ply"), 3);
+        for (std::size_t i = 0; i < both.points.size(); ++i) {
+            EXPECT_NEAR(both.normals[i].Norm(), 1.0F, 1e-5F);
+            EXPECT_GT(sign * both.normals[i].Dot(both.points[i]) / both.points[i].Norm(), 0.6F) << i;
+        }
+    }
+}
+
+/// The features command writes what it counts.
+TEST(ToolFeatures, WritesEveryFeaturePoint)
+{
+    const Workplace place;
+    const Outcome outcome = place.Run("features " + Fix + " --out f.xyzn --quiet");
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+    const std::string text = place.Read("f.xyzn");
+    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    EXPECT_GT(lines, 30U);
+    EXPECT_THAT(outcome.output, testing::StartsWith(std::to_string(lines) + " feature points of 6104 points"));
+    EXPECT_EQ(Numbers(text).size(), 6 * lines);
+    EXPECT_EQ(place.Run("features " + Fix + " --out missing/f.xyzn").exitCode, 3);
+}
+
+} // namespace
+} // namespace tooltest

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "VoAlgorithms/kdtree/vector.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tooltest {
+
+struct Outcome {
+    int exitCode;
+    std::string output; // standard output
+    std::string errors; // standard error
+};
+
+/// A directory of its own that goes away with the object; the tool runs in it.
+class Workplace {
+public:
+    Workplace();
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
+    ~Workplace();
+
+    /// Runs `voalgo arguments` (words as for a shell).
+    [[nodiscard]] Outcome Run(const std::string& arguments) const;
+    void Write(const std::string& name, const std::string& content) const;
+    [[nodiscard]] std::string Read(const std::string& name) const;
+    [[nodiscard]] bool Has(const std::string& name) const { return std::filesystem::exists(path_ / name); }
+
+private:
+    std::filesystem::path path_;
+};
+
+using Points = std::vector<kdtree::Vector<3>>;
+
+/// A closed bumpy surface of about `size` mm around the origin, n points evenly spread over the directions.
+Points Blob(unsigned n, float size);
+/// The same points as lines of text, with a normal each when `normals` is given.
+std::string XyzText(const Points& points, const Points& normals = {});
+/// A vertex-only binary PLY file; normals may be left out.
+std::string PlyBytes(const Points& points, const Points& normals = {});
+
+/// Points and normals of a binary PLY file with the columns x y z nx ny nz and `extraBytes` more.
+struct PlyContent {
+    Points points;
+    Points normals;
+};
+PlyContent ParsePly(const std::string& bytes, std::size_t extraBytes = 0);
+
+} // namespace tooltest
