@@ -1,4 +1,4 @@
-// Registers two partial scans without a starting pose: register FIX.ply FLT.ply
+// Registers two partial scans without a starting pose: register FIX.ply FLT.ply SPACING
 #include <VoAlgorithms/VoAlgorithms.h>
 
 #include <cstdio>
@@ -7,22 +7,44 @@
 #include <string>
 #include <vector>
 
+// [settings]
+// Everything follows from the spacing, the mean distance of a point to its nearest neighbour, mm.
+prereg::ConfigurationFPFH SettingsFor(double spacing)
+{
+    prereg::ConfigurationFPFH config;
+    config.dFeatureRadius = 12 * spacing;
+    config.uiNumPolygons = 3000;
+    config.uiNumPolygonVertices = 3;
+    config.dMaxPolygonDiameter = 40 * spacing;
+    config.dMaxPolygonVertexError = 3 * spacing;
+    config.dTrafoClusteringBandwidth = 5 * spacing;
+    config.uiTrafoClusteringQuorum = 3;
+    config.icpConfig.uiMaxNumIterations = 15;
+    config.icpConfig.dMinQueryRadius = spacing;
+    config.icpConfig.dSmallBigQueryRadiusScaling = 3;
+    config.icpConfig.dMinSmallBigRatio = 0.5;
+    config.icpConfig.dPositionTolerance = 2 * spacing;
+    config.icpConfig.dInitialQueryRadiusScaling = 5;
+    config.icpConfig.dMaxRMSE = 0.35 * spacing;
+    return config;
+}
+// [settings]
+
+// [register]
 struct Scan {
     std::vector<kdtree::Vector<3>> points, normals; // millimetres; unit length
 };
 
-// [register]
-prereg::ICPResult Register(const Scan& fix, const Scan& flt)
+prereg::ICPResult Register(const Scan& fix, const Scan& flt, const prereg::ConfigurationFPFH& config)
 {
-    prereg::ConfigurationFPFH config; // its lengths suit a point spacing of about 0.5 mm
-    config.dFeatureRadius = 4.0;
-    prereg::CFPFHDataSource fixSource(config.dFeatureRadius, config.uiMinCurvatureQuality, 2, false),
-        fltSource = fixSource;
+    const unsigned threads = 2;
+    prereg::CFPFHDataSource fixSource(config.dFeatureRadius, config.uiMinCurvatureQuality, threads, false);
+    prereg::CFPFHDataSource fltSource = fixSource;
     if (!fixSource.Update(fix.points, fix.normals) || !fltSource.Update(flt.points, flt.normals)) return {};
     const prereg::CFPFHPointSet fixSet(fixSource), fltSet(fltSource);
     prereg::CFPFHPreRegistration registration(fixSet, fltSet, config, false);
     registration.Compute();
-    return registration.GetNextResult();
+    return registration.GetNextResult(); // resultType 0: accepted; trafo maps flt into the frame of fix
 }
 // [register]
 
@@ -44,8 +66,8 @@ Scan Read(const std::string& path)
 
 int main(int argc, char** argv)
 try {
-    if (argc != 3) throw std::runtime_error("usage: register FIX.ply FLT.ply");
-    const prereg::ICPResult result = Register(Read(argv[1]), Read(argv[2]));
+    if (argc != 4) throw std::runtime_error("usage: register FIX.ply FLT.ply SPACING");
+    const prereg::ICPResult result = Register(Read(argv[1]), Read(argv[2]), SettingsFor(std::stod(argv[3])));
     std::printf("%s\n", result.ToString(false).c_str());
     if (result.resultType != 0) return 2;
     std::printf("maps %s into the frame of %s:\n", argv[2], argv[1]);

@@ -20,7 +20,10 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 #include "VoAlgorithms/clustering/csearchgrid.h"
+#include "VoAlgorithms/clustering/thashmap.h"
 
+#include "VoAlgorithms/prereg/cdirtymap.h"
+#include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
