@@ -338,7 +338,7 @@ TEST(MeanShift, MembersOfAClusterInPointOrder)
     std::vector<unsigned> members;
     for (auto it = clusterer3D.GetClusterIterator(c); it; ++it) {
         members.push_back(it.GetIndex());
-        EXPECT_EQ(it[0], floats[3 * it.GetIndex()]);
+        EXPECT_EQ(it[0], floats[std::size_t{3} * it.GetIndex()]);
         EXPECT_EQ(it.GetClusterSize(), 3U);
     }
     EXPECT_EQ(members, (std::vector<unsigned>{0, 2, 4}));
