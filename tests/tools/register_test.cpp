@@ -66,7 +66,7 @@ TEST(ToolRegister, FilesAreCompleteAndRepeatable)
     for (std::size_t i = 0; i < fix.points.size(); ++i) ASSERT_EQ(both.points[i], fix.points[i]);
     for (std::size_t i = 0; i < flt.points.size(); ++i) {
         const auto& p = flt.points[i];
-        for (unsigned r = 0; r < 3; ++r)
+        for (std::size_t r = 0; r < 3; ++r)
             ASSERT_NEAR(both.points[fix.points.size() + i][r],
                         pose[4 * r] * p.x + pose[4 * r + 1] * p.y + pose[4 * r + 2] * p.z + pose[4 * r + 3], 1e-3);
     }

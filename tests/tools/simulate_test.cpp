@@ -16,7 +16,7 @@ struct Pose {
 
     [[nodiscard]] kdtree::Vector<3> Turn(const kdtree::Vector<3>& v) const
     {
-        const auto row = [&](int r) {
+        const auto row = [&](std::size_t r) {
             return static_cast<float>(m[4 * r] * v.x + m[4 * r + 1] * v.y + m[4 * r + 2] * v.z);
         };
         return {row(0), row(1), row(2)};

@@ -40,8 +40,9 @@ PreparedCloud CloudOptions::Load(const std::string& path, Console& console) cons
 {
     PreparedCloud prepared = Load(path);
     const Remarks remarks = Describe(prepared);
-    for (const std::string& note : remarks.notes) console.Note(path + ": " + note);
-    for (const std::string& warning : remarks.warnings) console.Warn(path + ": " + warning);
+    const std::string about = path + ": ";
+    for (const std::string& note : remarks.notes) console.Note(about + note);
+    for (const std::string& warning : remarks.warnings) console.Warn(about + warning);
     return prepared;
 }
 

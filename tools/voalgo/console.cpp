@@ -30,7 +30,7 @@ bool StandardErrorIsTerminal()
 } // namespace
 
 Console::Console(Mode mode)
-    : mode_(mode), terminal_(mode == Mode::Talkative && StandardErrorIsTerminal()), start_(Clock::now()), drawn_()
+    : mode_(mode), terminal_(mode == Mode::Talkative && StandardErrorIsTerminal()), start_(Clock::now())
 {
 }
 

@@ -29,7 +29,8 @@ int Image::DrawText(int x, int y, int scale, const std::string& text, const Colo
         std::uint8_t rgba[4];
     };
     std::string copy = text; // the font's interface is not const
-    std::vector<Corner> corners(4 * 60 * text.size());
+    constexpr std::size_t MaxCornersPerCharacter = 240;
+    std::vector<Corner> corners(MaxCornersPerCharacter * text.size());
     const int quads = stb_easy_font_print(0.0F, 0.0F, copy.data(), nullptr, corners.data(),
                                           static_cast<int>(corners.size() * sizeof(Corner)));
     for (std::size_t i = 0; i < 4 * static_cast<std::size_t>(quads); i += 4) {

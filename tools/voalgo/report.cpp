@@ -108,7 +108,6 @@ Json ToJson(const Report& report)
             {"settings",
              {{"preset", report.preset},
               {"workingSpacing", report.settings.workingSpacing},
-              {"featureSpacing", report.settings.featureSpacing},
               {"config", ToJson(report.settings.config)}}}};
 }
 

@@ -15,7 +15,7 @@ public:
     RangeImage(const Scanner& scanner, double offsetX, double offsetY)
         : width_(static_cast<int>(std::ceil(2.0 * scanner.reach / scanner.pitch)) + 1),
           step_(scanner.pitch / scanner.distance), left_(-(0.5 * width_ - offsetX) * step_),
-          top_(-(0.5 * width_ - offsetY) * step_), hits_(static_cast<std::size_t>(width_) * width_)
+          top_(-(0.5 * width_ - offsetY) * step_), hits_(Index(width_, 0))
     {
     }
 
@@ -52,16 +52,13 @@ public:
                 }
                 if (!inside) continue;
                 const double depth = height / Dot(normal, Ray(row, column));
-                Hit& hit = hits_[static_cast<std::size_t>(row) * width_ + column];
+                Hit& hit = hits_[Index(row, column)];
                 if (depth > 0.0 && depth < hit.depth) hit = {depth, normal};
             }
     }
 
     [[nodiscard]] int Width() const { return width_; }
-    [[nodiscard]] const Hit& At(int row, int column) const
-    {
-        return hits_[static_cast<std::size_t>(row) * width_ + column];
-    }
+    [[nodiscard]] const Hit& At(int row, int column) const { return hits_[Index(row, column)]; }
     [[nodiscard]] Frame::Axis Ray(int row, int column) const
     {
         return {left_ + column * step_, top_ + row * step_, 1.0};
@@ -71,6 +68,10 @@ private:
     static Frame::Axis Difference(const Frame::Axis& a, const Frame::Axis& b)
     {
         return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+    }
+    [[nodiscard]] std::size_t Index(int row, int column) const
+    {
+        return static_cast<std::size_t>(row) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(column);
     }
     // Cells at the border that lie outside a triangle are refused by the inside test.
     [[nodiscard]] int Clamp(double cell) const { return static_cast<int>(std::clamp(cell, 0.0, width_ - 1.0)); }
