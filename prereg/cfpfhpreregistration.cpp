@@ -62,16 +62,26 @@ float SquaredRotationAngle(std::size_t /*d*/, const float* a, const float* b)
 const char* CauseLabel(std::uint32_t type)
 {
     switch (type) {
-    case 1: return "strt/overlap";
-    case 2: return "strt/inliers";
-    case 3: return "iter/mismatches";
-    case 4: return "iter/overlap";
-    case 5: return "iter/inliers";
-    case 6: return "stop/change";
-    case 7: return "stop/conflicts";
-    case 8: return "stop/overlap";
-    case 9: return "stop/RMSE";
-    default: return "*unknown*";
+    case 1:
+        return "strt/overlap";
+    case 2:
+        return "strt/inliers";
+    case 3:
+        return "iter/mismatches";
+    case 4:
+        return "iter/overlap";
+    case 5:
+        return "iter/inliers";
+    case 6:
+        return "stop/change";
+    case 7:
+        return "stop/conflicts";
+    case 8:
+        return "stop/overlap";
+    case 9:
+        return "stop/RMSE";
+    default:
+        return "*unknown*";
     }
 }
 
@@ -92,8 +102,14 @@ CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> 
 {
 }
 
-const CFPFHPointSet& CFPFHPreRegistration::GetFixPointSet() const { return OrEmpty(fix_); }
-const CFPFHPointSet& CFPFHPreRegistration::GetFltPointSet() const { return OrEmpty(flt_); }
+const CFPFHPointSet& CFPFHPreRegistration::GetFixPointSet() const
+{
+    return OrEmpty(fix_);
+}
+const CFPFHPointSet& CFPFHPreRegistration::GetFltPointSet() const
+{
+    return OrEmpty(flt_);
+}
 
 bool CFPFHPreRegistration::isTooLean() const
 {
@@ -134,7 +150,6 @@ bool CFPFHPreRegistration::Compute()
         break;
     }
     if (!hasClustered) clusterTransformations();
-    fillOverlapAreas();
     return !results_.empty();
 }
 
@@ -151,29 +166,25 @@ ICPResult CFPFHPreRegistration::refine(const CTrafo& start, const CTrafo* refere
 {
     ICPResult result = fix_->ComputeICPRegistration(config_.icpConfig, *flt_, start, reference);
     if (result.resultType != 0 || !(config_.icpConfig.dMinOverlapArea > 0.0)) return result;
-    result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
+    result.fStop_OverlapArea = EstimateOverlapArea(result.trafo);
     if (static_cast<double>(result.fStop_OverlapArea) < config_.icpConfig.dMinOverlapArea)
         result.resultType = OverlapTooSmall;
     return result;
 }
 
-float CFPFHPreRegistration::estimateOverlapArea(const CTrafo& pose) const
+float CFPFHPreRegistration::EstimateOverlapArea(const CTrafo& pose) const
 {
     const double tolerance = config_.icpConfig.dPositionTolerance;
-    return fix_->EstimateOverlapArea(*flt_, pose, static_cast<float>(tolerance),
-                                     static_cast<float>(AreaRadiusScaling * tolerance),
-                                     std::numeric_limits<float>::max());
+    return GetFixPointSet().EstimateOverlapArea(GetFltPointSet(), pose, static_cast<float>(tolerance),
+                                                static_cast<float>(AreaRadiusScaling * tolerance),
+                                                std::numeric_limits<float>::max());
 }
 
 /// Areas are costly and take no part in the order: only what is handed out gets one.
-void CFPFHPreRegistration::fillOverlapAreas()
+void CFPFHPreRegistration::fillOverlapArea(ICPResult& result) const
 {
-    for (VerifiedTrafo& result : results_) {
-        if (result.resultType != 0 || result.fStop_OverlapArea >= 0.0F) continue;
-        result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
-        for (ICPResult& accepted : accepted_)
-            if (accepted.trafo == result.trafo) accepted.fStop_OverlapArea = result.fStop_OverlapArea;
-    }
+    if (result.resultType == 0 && result.fStop_OverlapArea < 0.0F)
+        result.fStop_OverlapArea = EstimateOverlapArea(result.trafo);
 }
 
 void CFPFHPreRegistration::pushResult(const ICPResult& result, std::size_t clusterSize)
@@ -270,24 +281,34 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientatio
     return groups;
 }
 
-ICPResult CFPFHPreRegistration::PeekBestResult() { return results_.empty() ? ICPResult() : results_.front(); }
+ICPResult CFPFHPreRegistration::PeekBestResult()
+{
+    if (results_.empty()) return {};
+    fillOverlapArea(results_.front());
+    return results_.front();
+}
 
 ICPResult CFPFHPreRegistration::GetNextResult()
 {
     if (results_.empty()) return {};
     std::pop_heap(results_.begin(), results_.end(), std::greater<>());
-    const ICPResult best = results_.back();
+    ICPResult best = results_.back();
     results_.pop_back();
+    fillOverlapArea(best);
     return best;
 }
 
 std::vector<ICPResult> CFPFHPreRegistration::GetAllResults() const
 {
-    const std::vector<VerifiedTrafo> all = GetAllVerifiedTrafos();
-    return {all.begin(), all.end()};
+    std::vector<ICPResult> all;
+    for (const VerifiedTrafo& verified : GetVerifiedTrafos()) {
+        all.push_back(verified);
+        fillOverlapArea(all.back());
+    }
+    return all;
 }
 
-std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetAllVerifiedTrafos() const
+std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetVerifiedTrafos() const
 {
     std::vector<VerifiedTrafo> heap = results_;
     std::vector<VerifiedTrafo> all;
@@ -312,7 +333,7 @@ ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* r
         VOALGO_LOG(Log(), Warn, function, L"InjectTrafo: refinement failed (%ls)", result.ToWString(true).c_str());
         return result;
     }
-    if (result.fStop_OverlapArea < 0.0F) result.fStop_OverlapArea = estimateOverlapArea(result.trafo);
+    fillOverlapArea(result);
     VOALGO_LOG(Log(), Trace, function,
                L"InjectTrafo: overlap ratio of refined trafo: %.1fp (before: %.1fp), RMSE: %.3fmm (before: %.3fmm)",
                static_cast<double>(result.fStop_OverlapRatio) * 100.0,
@@ -324,7 +345,10 @@ ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* r
     return result;
 }
 
-void CFPFHPreRegistration::InjectICPResult(const ICPResult& result) { pushResult(result, 1); }
+void CFPFHPreRegistration::InjectICPResult(const ICPResult& result)
+{
+    pushResult(result, 1);
+}
 
 CFPFHPreRegistration::Statistics CFPFHPreRegistration::GetStatistics() const
 {

@@ -16,9 +16,9 @@
 
 namespace prereg {
 
-/// Registers two scans without a starting pose: polygons of feature points of 'flt' are matched into 'fix', each proposed
-/// pose is refined and verified by ICP, the accepted poses are clustered, and the best of each cluster is a result.
-/// Deterministic: the random engine starts from a fixed seed at construction. One thread at a time.
+/// Registers two scans without a starting pose: polygons of feature points of 'flt' are matched into 'fix', each
+/// proposed pose is refined and verified by ICP, the accepted poses are clustered, and the best of each cluster is a
+/// result. Deterministic: the random engine starts from a fixed seed at construction. One thread at a time.
 class VOALGO_API CFPFHPreRegistration : public IPreRegistration {
 public:
     /// An accepted pose with the number of accepted poses that it stands for.
@@ -48,7 +48,8 @@ public:
 
     CFPFHPreRegistration();
     /// `copy` true copies both sets; false refers to them, and the caller keeps them alive as long as the driver.
-    CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config, bool copy);
+    CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config,
+                         bool copy);
     /// Shares the given sets.
     CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<const CFPFHPointSet> flt,
                          const ConfigurationFPFH& config);
@@ -62,18 +63,26 @@ public:
     /// and the random engine go on.
     bool Compute() override;
     [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
-    /// The best result, or a default one (type −1) when there is none.
+    /// The best result with its overlap area, or a default one (type −1) when there is none.
     [[nodiscard]] ICPResult PeekBestResult() override;
     /// The best result, removed; or a default one (type −1).
     ICPResult GetNextResult() override;
-    /// All results, best first.
+    /// All results with their overlap areas, best first.
     [[nodiscard]] std::vector<ICPResult> GetAllResults() const;
-    /// All results with the sizes of their clusters, best first.
-    [[nodiscard]] std::vector<VerifiedTrafo> GetAllVerifiedTrafos() const;
+    /// All results with the sizes of their clusters, best first; cheap: overlap areas are not estimated.
+    [[nodiscard]] std::vector<VerifiedTrafo> GetVerifiedTrafos() const;
+    /// Size of the best result's cluster; 0 when there is none.
+    [[nodiscard]] std::uint32_t GetBestClusterSize() const
+    {
+        return results_.empty() ? 0 : results_.front().clusterSize;
+    }
+    /// The area that 'flt' covers of 'fix' under a pose, mm², as results are handed out with: neighbours within
+    /// dPositionTolerance count as covered, local areas are taken from neighbours within twice that.
+    [[nodiscard]] float EstimateOverlapArea(const VoAlgo::CTrafo& pose) const;
 
-    /// Refines a pose from outside (maps 'flt' into 'fix') and, when it is accepted, adds it as a result and a proposal.
-    /// `reference`: pose against which the rotation and movement limits are measured; null: `trafo`. Returns the outcome
-    /// of the refinement, or a default result when a point set is absent or too lean.
+    /// Refines a pose from outside (maps 'flt' into 'fix') and, when it is accepted, adds it as a result and a
+    /// proposal. `reference`: pose against which the rotation and movement limits are measured; null: `trafo`. Returns
+    /// the outcome of the refinement, or a default result when a point set is absent or too lean.
     ICPResult InjectTrafo(const VoAlgo::CTrafo& trafo, const VoAlgo::CTrafo* reference = nullptr) override;
     /// Adds a result as it is, with cluster size 1.
     void InjectICPResult(const ICPResult& result);
@@ -101,8 +110,7 @@ private:
     [[nodiscard]] bool isTooLean() const;
     const ICPResult& verify(const VoAlgo::CTrafo& proposal);
     ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
-    [[nodiscard]] float estimateOverlapArea(const VoAlgo::CTrafo& pose) const;
-    void fillOverlapAreas();
+    void fillOverlapArea(ICPResult& result) const;
     void clusterTransformations();
     [[nodiscard]] std::vector<Group> groupByPosition(bool& failed) const;
     [[nodiscard]] std::vector<Group> splitByOrientation(std::size_t cluster, const Group& members) const;
@@ -116,7 +124,7 @@ private:
     std::vector<VerifiedTrafo> results_; // heap, the best at the front
     std::unordered_map<VoAlgo::CTrafo, ICPResult, TrafoHash, TrafoEqual> verified_;
     CFPFHClusterAnalysis clusters_;
-    std::size_t numExamined_ = 0;    // proposals whose outcome was looked at
+    std::size_t numExamined_ = 0;     // proposals whose outcome was looked at
     std::vector<ICPResult> accepted_; // their successes, in proposal order
 };
 
