@@ -1,0 +1,130 @@
+#include "VoAlgorithms/clustering/csearchgrid.h"
+
+#include "support/clouds.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using test_support::Random;
+using test_support::Vec3;
+using VoAlgo::CSearchGrid;
+
+struct Case {
+    std::string name;
+    std::vector<Vec3> points;
+    float radius;
+};
+
+std::vector<Vec3> Scattered(std::size_t n, float half, const Vec3& centre, unsigned seed)
+{
+    Random random(seed);
+    std::vector<Vec3> points;
+    for (std::size_t i = 0; i < n; ++i) points.push_back(centre + random.InCube(half));
+    return points;
+}
+
+// Lattice points exactly one radius apart: distances on the border, coordinates on cell borders, both signs.
+std::vector<Vec3> Lattice(float step)
+{
+    std::vector<Vec3> points;
+    for (int i = -3; i <= 3; ++i)
+        for (int k = -3; k <= 3; ++k)
+            for (int m = -3; m <= 3; ++m)
+                points.emplace_back(step * static_cast<float>(i), step * static_cast<float>(k),
+                                    step * static_cast<float>(m));
+    return points;
+}
+
+std::vector<Case> Cases()
+{
+    auto spread = Scattered(300, 1e6F, {}, 3); // far more than 2²¹ cells from end to end, and twins next to each
+    for (std::size_t i = 0, n = spread.size(); i < n; ++i) spread.push_back(spread[i] + Vec3(0.1F, 0.0F, 0.0F));
+    auto beyond = Scattered(50, 1.0F, {}, 4); // cells beyond the range of their coordinates
+    beyond.insert(beyond.end(), {{3e38F, 0, 0}, {-3e38F, 1, 0}, {3e38F, 3e38F, -3e38F}, {1e30F, 0, 0}});
+    return {{"empty", {}, 1.0F},
+            {"one point", {{1, 2, 3}}, 1.0F},
+            {"scattered", Scattered(1500, 5.0F, {}, 1), 1.0F},
+            {"fine radius", Scattered(400, 5.0F, {}, 2), 0.01F},
+            {"radius over all", Scattered(200, 1.0F, {}, 5), 100.0F},
+            {"lattice", Lattice(0.7F), 0.7F},
+            {"lattice far out", Lattice(8.0F), 8.0F},
+            {"one place", std::vector<Vec3>(500, Vec3(1, 1, 1)), 0.5F},
+            {"far away", Scattered(500, 50.0F, {1e7F, -1e7F, 1e7F}, 6), 10.0F},
+            {"spread", spread, 0.2F},
+            {"beyond", beyond, 0.5F}};
+}
+
+template <class Runs>
+std::set<std::uint32_t> Positions(const Runs& runs)
+{
+    std::set<std::uint32_t> positions;
+    for (const CSearchGrid::Run& run : runs)
+        for (std::uint32_t i = run.begin; i < run.end; ++i) EXPECT_TRUE(positions.insert(i).second) << "in two runs";
+    return positions;
+}
+
+// The runs around a place must hold every point within the radius, found by a linear scan, and none twice; positions
+// must map back to the caller's points, sorted by cell and stable. Catches borders of cells, negative coordinates, lost
+// rows.
+TEST(CSearchGrid, RunsHoldWhatALinearScanFinds)
+{
+    for (const Case& c : Cases()) {
+        SCOPED_TRACE(c.name);
+        const CSearchGrid grid(c.points, c.radius);
+        ASSERT_EQ(grid.Size(), c.points.size());
+        EXPECT_EQ(grid.Radius(), c.radius);
+        std::vector<std::uint32_t> order = grid.Order();
+        for (std::size_t i = 0; i < order.size(); ++i) EXPECT_EQ(grid.Point(i), c.points[order[i]]);
+        for (std::size_t cell = 0; cell < grid.NumCells(); ++cell)
+            for (std::uint32_t i = grid.Cells()[cell].begin; i < grid.Cells()[cell + 1].begin; ++i) {
+                EXPECT_EQ(grid.CellOf(i), cell);
+                if (i > grid.Cells()[cell].begin) {
+                    EXPECT_LT(order[i - 1], order[i]); // the caller's order inside a cell
+                }
+            }
+        std::sort(order.begin(), order.end());
+        std::vector<std::uint32_t> all(c.points.size());
+        std::iota(all.begin(), all.end(), 0U);
+        EXPECT_EQ(order, all);
+
+        const auto expectHolds = [&](const Vec3& place, const CSearchGrid::Run* runs) {
+            const auto positions = Positions(std::vector(runs, runs + CSearchGrid::NumRuns));
+            for (std::uint32_t i = 0; i < grid.Size(); ++i)
+                if ((grid.Point(i) - place).NormSq() <= c.radius * c.radius) {
+                    ASSERT_EQ(positions.count(i), 1U) << i;
+                }
+        };
+        Random random(7);
+        CSearchGrid::Run runs[CSearchGrid::NumRuns];
+        for (int query = 0; query < 200 && !c.points.empty(); ++query) {
+            const std::size_t i = random.Index(c.points.size());
+            expectHolds(grid.Point(i), grid.Neighbourhood(grid.CellOf(i)));
+            const Vec3 nearby = grid.Point(i) + random.InCube(1.5F * c.radius); // need not lie in an occupied cell
+            grid.Neighbourhood(nearby, runs);
+            expectHolds(nearby, runs);
+
+            const kdtree::Range<3> box{nearby - Vec3(c.radius, 0.1F * c.radius, c.radius),
+                                       nearby + 3.0F * Vec3(c.radius, c.radius, c.radius)};
+            std::vector<CSearchGrid::Run> boxRuns;
+            grid.AppendRuns(box, boxRuns);
+            const auto inBox = Positions(boxRuns);
+            for (std::uint32_t k = 0; k < grid.Size(); ++k)
+                if (kdtree::Contains(box, grid.Point(k))) {
+                    ASSERT_EQ(inBox.count(k), 1U) << k;
+                }
+        }
+    }
+    CSearchGrid::Run runs[CSearchGrid::NumRuns];
+    CSearchGrid({}, 1.0F).Neighbourhood(Vec3(1, 2, 3), runs); // nothing to find, and nothing to read
+    EXPECT_TRUE(Positions(runs).empty());
+}
+
+} // namespace

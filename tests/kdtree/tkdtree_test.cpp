@@ -1,0 +1,238 @@
+#include "VoAlgorithms/kdtree/tkdtree.h"
+
+#include "kdtree/detail_unique.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr float Infinity = std::numeric_limits<float>::infinity();
+constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+
+template <unsigned D>
+using Points = std::vector<std::array<float, D>>;
+
+// First occurrences of the finite points, by comparing each with all before it.
+template <unsigned D>
+std::vector<std::uint32_t> PlainUniqueFinite(const Points<D>& points)
+{
+    std::vector<std::uint32_t> survivors;
+    for (std::uint32_t i = 0; i < points.size(); ++i) {
+        const auto& p = points[i];
+        const bool isFinite = std::all_of(p.begin(), p.end(), [](float x) { return std::isfinite(x); });
+        const bool isNew =
+            std::none_of(survivors.begin(), survivors.end(), [&](std::uint32_t k) { return points[k] == p; });
+        if (isFinite && isNew) survivors.push_back(i);
+    }
+    return survivors;
+}
+
+template <unsigned D>
+double PlainDistanceSq(const std::array<float, D>& a, const std::array<float, D>& b)
+{
+    double sum = 0.0;
+    for (unsigned k = 0; k < D; ++k)
+        sum += (static_cast<double>(a[k]) - static_cast<double>(b[k])) *
+               (static_cast<double>(a[k]) - static_cast<double>(b[k]));
+    return sum;
+}
+
+// Holds every query of a tree against linear scans. The distances themselves come from the tree's own unbounded search,
+// which prunes nothing, once they are found right; all comparisons are then exact.
+template <unsigned D, unsigned B>
+void CompareWithScan(const std::string& name, const Points<D>& points, const Points<D>& queries)
+{
+    SCOPED_TRACE(name);
+    using Tree = kdtree::TKdTree<D, B>;
+    const Tree tree(points.empty() ? nullptr : points[0].data(), points.size(), D);
+    const std::vector<std::uint32_t> survivors = PlainUniqueFinite<D>(points);
+    ASSERT_EQ(tree.Size(), survivors.size());
+    EXPECT_EQ(tree.Empty(), survivors.empty());
+
+    for (const auto& query : queries) {
+        std::vector<typename Tree::Neighbour> all;
+        tree.NearestK(query.data(), static_cast<unsigned>(points.size()) + 1, Infinity, all);
+        ASSERT_EQ(all.size(), survivors.size());
+        std::vector<float> distanceOf(points.size(), -1.0F);
+        std::vector<float> ascending;
+        for (const auto& [index, distanceSq] : all) {
+            const double exact = PlainDistanceSq<D>(points[static_cast<std::size_t>(index)], query);
+            ASSERT_NEAR(distanceSq, exact, 1e-6 * exact);
+            ASSERT_EQ(distanceOf[static_cast<std::size_t>(index)], -1.0F) << "found twice";
+            distanceOf[static_cast<std::size_t>(index)] = distanceSq;
+            ascending.push_back(distanceSq);
+        }
+        ASSERT_TRUE(std::is_sorted(ascending.begin(), ascending.end()));
+
+        std::vector<float> radii{0.0F, Infinity};
+        for (std::size_t i = 1; i <= ascending.size(); i *= 4) { // on, just below and just above a point's distance
+            const float r = ascending[i - 1];
+            radii.insert(radii.end(), {r, std::nextafter(r, 0.0F), std::nextafter(r, Infinity)});
+        }
+        for (const float radiusSq : radii) {
+            std::vector<int> within, expected;
+            for (const std::uint32_t i : survivors)
+                if (distanceOf[i] <= radiusSq) expected.push_back(static_cast<int>(i));
+            tree.AllWithin(query.data(), radiusSq, within);
+            std::sort(within.begin(), within.end());
+            ASSERT_EQ(within, expected);
+
+            float distanceSq = -1.0F;
+            const int nearest = tree.Nearest(query.data(), radiusSq, &distanceSq);
+            if (ascending.empty() || !(ascending[0] < radiusSq)) {
+                ASSERT_EQ(nearest, -1); // a point on the radius is not found
+                ASSERT_EQ(distanceSq, -1.0F);
+            } else {
+                ASSERT_EQ(distanceSq, ascending[0]);
+                ASSERT_EQ(distanceOf[static_cast<std::size_t>(nearest)], ascending[0]);
+            }
+
+            for (const unsigned k : {0U, 1U, 5U, 100U}) {
+                std::vector<typename Tree::Neighbour> found{{7, 7.0F}};
+                tree.NearestK(query.data(), k, radiusSq, found);
+                ASSERT_EQ(found.size(), std::min<std::size_t>(k, expected.size()));
+                for (std::size_t i = 0; i < found.size(); ++i) {
+                    ASSERT_EQ(found[i].second, ascending[i]);
+                    ASSERT_EQ(distanceOf[static_cast<std::size_t>(found[i].first)], ascending[i]);
+                }
+            }
+        }
+    }
+}
+
+template <unsigned D>
+Points<D> Uniform(std::size_t n, unsigned seed, float scale = 1.0F, float offset = 0.0F)
+{
+    std::mt19937 engine(seed);
+    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
+    Points<D> points(n);
+    for (auto& p : points)
+        for (float& x : p) x = offset + scale * uniform(engine);
+    return points;
+}
+
+// Integer coordinates below `steps`, in random order and repeated: equal distances and duplicates everywhere.
+template <unsigned D>
+Points<D> OnGrid(std::size_t n, unsigned steps, float from, float step)
+{
+    std::mt19937 engine(steps);
+    Points<D> points(n);
+    for (auto& p : points)
+        for (float& x : p) x = from + step * static_cast<float>(engine() % steps);
+    return points;
+}
+
+Points<3> Joined(Points<3> a, const Points<3>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// Catches wrong pruning, lost or repeated points, strict against inclusive radii.
+TEST(TKdTree, QueriesEqualLinearScansInSpace)
+{
+    const float ulp = std::numeric_limits<float>::epsilon();
+    const Points<3> somewhere = Joined(Uniform<3>(12, 1, 1.5F), Points<3>{{0, 0, 0}, {9, 0, 0}, {-0.0F, 3, 3}});
+    Points<3> dirty = Uniform<3>(300, 3);
+    for (std::size_t i = 0; i < dirty.size(); i += 3)
+        dirty[i][i % 9 / 3] = i % 2 == 0 ? NaN : (i % 4 == 1 ? Infinity : -Infinity);
+    Points<3> line(200);
+    for (std::size_t i = 0; i < line.size(); ++i) line[i] = {0.01F * static_cast<float>(i), 0.5F, 0.0F};
+    const struct {
+        const char* name;
+        Points<3> points;
+        Points<3> queries;
+    } cases[] = {
+        {"empty", {}, somewhere},
+        {"one point", {{1, 2, 3}}, {{1, 2, 3}, {0, 0, 0}}},
+        {"a full leaf", Uniform<3>(48, 4), somewhere},
+        {"one split", Uniform<3>(49, 5), somewhere},
+        {"uniform", Uniform<3>(3000, 6), somewhere},
+        {"two blobs", Joined(Uniform<3>(400, 7, 0.01F), Uniform<3>(400, 8, 0.01F, 1.0F)), somewhere},
+        {"grid with duplicates", OnGrid<3>(2000, 7, 0.0F, 1.0F), OnGrid<3>(10, 14, 0.0F, 0.5F)},
+        {"one place", Points<3>(1000, {1, 1, 1}), {{1, 1, 1}, {0, 0, 0}}},
+        {"both zeros", {{0.0F, 1, 1}, {-0.0F, 1, 1}, {0, 1, -0.0F}}, somewhere},
+        {"a line", line, somewhere},
+        {"Inf and NaN between", dirty, somewhere},
+        {"Inf and NaN alone", {{NaN, 0, 0}, {0, Infinity, 0}, {0, 0, -Infinity}}, somewhere},
+        {"far away", Uniform<3>(500, 9, 100.0F, 1e7F), Uniform<3>(10, 10, 200.0F, 1e7F)},
+        {"neighbouring floats", OnGrid<3>(400, 4, 1.0F, ulp), OnGrid<3>(8, 6, 1.0F - ulp, ulp)},
+    };
+    for (const auto& c : cases) CompareWithScan<3, 48>(c.name, c.points, c.queries);
+}
+
+// As histograms come: sums to 1 per block, many bins equal; leaves of six.
+TEST(TKdTree, QueriesEqualLinearScansIn33Dimensions)
+{
+    Points<33> dirty = Uniform<33>(100, 12);
+    for (std::size_t i = 0; i < dirty.size(); i += 2) dirty[i][i % 33] = i % 4 == 0 ? NaN : Infinity;
+    Points<33> sparse = OnGrid<33>(300, 2, 0.0F, 0.5F);
+    for (auto& p : sparse) std::fill(p.begin() + 3, p.end() - 1, 0.25F); // duplicates, the last bin counts
+    CompareWithScan<33, 6>("uniform", Uniform<33>(1500, 11), Uniform<33>(6, 13));
+    CompareWithScan<33, 6>("grid", OnGrid<33>(400, 3, 0.0F, 0.125F), OnGrid<33>(6, 5, 0.0F, 0.125F));
+    CompareWithScan<33, 6>("sparse", sparse, sparse);
+    CompareWithScan<33, 6>("Inf and NaN between", dirty, Uniform<33>(6, 14));
+    CompareWithScan<33, 6>("a full leaf", Uniform<33>(6, 15), Uniform<33>(3, 16));
+    CompareWithScan<33, 6>("one split", Uniform<33>(7, 17), Uniform<33>(3, 18));
+}
+
+// A box whose half-extents are 0 cannot be split: the points count, but the tree has no root and finds nothing.
+TEST(TKdTree, PointsThatCannotBeSplitLeaveATreeWithoutRoot)
+{
+    Points<33> points(7);
+    for (std::size_t i = 0; i < points.size(); ++i) points[i][i] = std::numeric_limits<float>::denorm_min();
+    const kdtree::TKdTree<33, 6> tree(points[0].data(), points.size(), 33);
+    std::vector<int> within{1};
+    std::vector<std::pair<int, float>> nearest{{1, 1.0F}};
+    tree.AllWithin(points[0].data(), Infinity, within);
+    tree.NearestK(points[0].data(), 3, Infinity, nearest);
+    EXPECT_EQ(tree.Size(), 7U);
+    EXPECT_EQ(tree.Nearest(points[0].data(), Infinity), -1);
+    EXPECT_TRUE(within.empty());
+    EXPECT_TRUE(nearest.empty());
+}
+
+// Queries that are no place, and a stride wider than the point.
+TEST(TKdTree, OddQueriesAndStrides)
+{
+    Points<5> wide = Uniform<5>(200, 20);
+    for (auto& p : wide) p[3] = p[4] = NaN; // not part of the point
+    const kdtree::TKdTree<3, 48> tree(wide[0].data(), wide.size(), 5);
+    EXPECT_EQ(tree.Size(), 200U);
+    for (int i = 0; i < 200; i += 17) EXPECT_EQ(tree.Nearest(wide[static_cast<std::size_t>(i)].data(), 1.0F), i);
+    const float nowhere[3] = {NaN, 0.0F, 0.0F};
+    const float faraway[3] = {Infinity, 0.0F, 0.0F};
+    std::vector<int> within;
+    for (const float* query : {nowhere, faraway}) {
+        EXPECT_EQ(tree.Nearest(query, 1.0F), -1);
+        tree.AllWithin(query, 1.0F, within);
+        EXPECT_TRUE(within.empty());
+    }
+    Points<3> largest = Uniform<3>(60, 22, 3e38F); // squares overflow, half-extents must not
+    const kdtree::TKdTree<3, 48> wide3(largest[0].data(), largest.size(), 3);
+    EXPECT_EQ(wide3.Nearest(largest[5].data(), 1.0F), 5);
+    EXPECT_GE(tree.GetMemUsage(), 200 * 4 * sizeof(float));
+    EXPECT_EQ((kdtree::TKdTree<3, 48>().GetMemUsage()), 0U);
+}
+
+// Catches collisions taken for equality and a copy other than the first surviving.
+TEST(UniqueFinite, KeepsTheFirstOfEqualFinitePoints)
+{
+    Points<3> mixed = OnGrid<3>(2000, 11, -5.0F, 1.0F);
+    for (std::size_t i = 0; i < mixed.size(); i += 7) mixed[i][i % 3] = i % 2 == 0 ? NaN : Infinity;
+    for (std::size_t i = 1; i < mixed.size(); i += 5)
+        if (mixed[i][0] == 0.0F) mixed[i][0] = -0.0F;
+    for (const Points<3>& points : {mixed, Uniform<3>(1000, 21), Points<3>(100, {1, 2, 3}), Points<3>{{NaN, 0, 0}}})
+        EXPECT_EQ(kdtree::detail::UniqueFinite(points[0].data(), points.size(), 3, 3), PlainUniqueFinite<3>(points));
+    EXPECT_TRUE(kdtree::detail::UniqueFinite(nullptr, 0, 3, 3).empty());
+}
+
+} // namespace
