@@ -303,6 +303,7 @@ float CPointSet::samplePairs(const ConfigurationICP& config, float radiusSq, con
         const float toFixPlane = d.Dot(partnerNormal);
         const float toFltPlane = d.Dot(n);
         const float error = std::max(toFixPlane * toFixPlane, toFltPlane * toFltPlane);
+        if (!std::isfinite(error)) continue; // a broken normal; NaN has no place in the order of errors
         pairs.push_back({static_cast<std::uint32_t>(fixIndex), fltIndex, distanceSq, error});
         sum += static_cast<double>(error);
     }

@@ -1,0 +1,462 @@
+#include "VoAlgorithms/numerics/symsolvers.h"
+#include "VoAlgorithms/prereg/cpointset.h"
+
+#include "support/clouds.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using prereg::ConfigurationICP;
+using prereg::Ellipsoid;
+using prereg::ICPResult;
+using test_support::Cloud;
+using test_support::Random;
+using test_support::Vec3;
+using VoAlgo::CTrafo;
+
+class Surfels : public prereg::CPointSet {
+public:
+    explicit Surfels(const Cloud& cloud) : CPointSet(cloud.points, cloud.normals) {}
+};
+
+/// The registration written down plainly: linear searches over all points, one straight function, nothing shared with
+/// the library but poses, ellipsoids and the six-dimensional solver.
+class PlainIcp {
+public:
+    PlainIcp(const ConfigurationICP& config, const Surfels& fix, const Surfels& flt)
+        : c_(config), fix_(fix), flt_(flt), engine_(47110815), uniform_(0, static_cast<int>(flt.Size()) - 1)
+    {
+    }
+
+    ICPResult Run(const CTrafo& start, const CTrafo& reference)
+    {
+        ICPResult r;
+        const auto samples = static_cast<float>(c_.uiNumSamples);
+        const float rMin = static_cast<float>(c_.dMinQueryRadius);
+        const double mismatchLimit =
+            c_.dMaxErrorRatio > 0 ? 100 * c_.dMaxErrorRatio : std::numeric_limits<double>::max();
+        auto m = static_cast<std::size_t>(c_.uiNumSamples * 0.01);
+        if (m < 6) m = 5;
+
+        const auto r0 = static_cast<float>(c_.dInitialQueryRadiusScaling * c_.dPositionTolerance);
+        Pass pass = Sample(r0 * r0, start, nullptr, true);
+        r.fStart_OverlapRatio = static_cast<float>(pass.pairs.size()) / samples;
+        if (pass.pairs.size() < m) return Typed(r, 1);
+        auto [k, rmse] = Inliers(pass.pairs);
+        r.iStart_NumberOfInliers = static_cast<int>(k);
+        r.fStart_RMSE = rmse;
+        if (k < 5) return Typed(r, 2);
+        r.fStart_MismatchesPerMatchRatio =
+            static_cast<float>(static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()));
+        r.trafo = start;
+
+        CTrafo current = start, best = start;
+        float bestRmse = rmse, previous = std::numeric_limits<float>::infinity();
+        std::size_t bestInliers = k;
+        unsigned bestIteration = 0;
+        for (unsigned i = 1; i <= c_.uiMaxNumIterations; ++i) {
+            const CTrafo update = Solve(pass.pairs, current, k);
+            const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(current);
+            const float d = e1.DistanceSq(e1.Transformed(update));
+            current = update * current;
+            if (d > 16.0F * previous) break;
+            if (static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()) > mismatchLimit) {
+                r.iStop_Iterations = static_cast<int>(i);
+                return Typed(r, 3);
+            }
+            if (bestRmse > rmse) {
+                best = current;
+                bestRmse = rmse;
+                bestIteration = i;
+                bestInliers = k;
+            }
+            float radiusSq = rMin * rMin;
+            for (std::size_t p = 0; p < k; ++p) radiusSq = std::max(radiusSq, pass.pairs[p].distanceSq);
+            pass = Sample(radiusSq, current, nullptr, true);
+            r.iStop_Iterations = static_cast<int>(i);
+            if (pass.pairs.size() < m) return Typed(r, 4);
+            std::tie(k, rmse) = Inliers(pass.pairs);
+            if (k < 5) return Typed(r, 5);
+            previous = d;
+        }
+
+        r.trafo = best;
+        r.iStop_NumberOfInliers = static_cast<int>(bestInliers);
+        r.fStop_RMSE = bestRmse;
+        r.iStop_Iterations = static_cast<int>(bestIteration);
+        if (c_.dMinSmallBigRatio > 0) {
+            std::vector<int> list;
+            for (unsigned s = 0; s < c_.uiNumSamples; ++s) list.push_back(uniform_(engine_));
+            const auto scale = static_cast<float>(c_.dSmallBigQueryRadiusScaling);
+            const auto small = static_cast<float>(Sample(rMin * rMin, best, &list, true).pairs.size());
+            const auto big = static_cast<float>(Sample(scale * scale * (rMin * rMin), best, &list, false).pairs.size());
+            r.fStop_SmallBigRatio = small / big;
+            if (c_.dMinSmallBigRatio > static_cast<double>(r.fStop_SmallBigRatio)) return Typed(r, 7);
+        }
+        const auto [matches, mismatches] = Overlap(current);
+        r.fStop_OverlapRatio = static_cast<float>(matches) / samples;
+        r.fStop_MismatchesPerMatchRatio = static_cast<float>(mismatches / matches);
+        if (static_cast<double>(r.fStop_RMSE) > c_.dMaxRMSE) return Typed(r, 9);
+        if (c_.dMinOverlapRatio > static_cast<double>(r.fStop_OverlapRatio)) return Typed(r, 8);
+        if (c_.dMaxErrorRatio > 0 && static_cast<double>(r.fStop_MismatchesPerMatchRatio) > c_.dMaxErrorRatio)
+            return Typed(r, 7);
+        if (c_.dMaxRotationDistance > 0 &&
+            static_cast<double>(reference.GetRotationDistance(best)) > c_.dMaxRotationDistance)
+            return Typed(r, 6);
+        const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(reference);
+        if (c_.dMaxMovement > 0 &&
+            std::sqrt(static_cast<double>(e1.DistanceSq(e1.Transformed(best)))) > c_.dMaxMovement)
+            return Typed(r, 6);
+        r.ellipsoid = flt_.GetEllipsoid().Transformed(best);
+        return Typed(r, 0);
+    }
+
+private:
+    struct Pair {
+        std::size_t fix, flt;
+        float distanceSq, error;
+    };
+    struct Pass {
+        std::vector<Pair> pairs;
+        unsigned mismatches = 0;
+    };
+
+    static ICPResult Typed(ICPResult r, int type)
+    {
+        r.resultType = type;
+        return r;
+    }
+
+    Pass Sample(float radiusSq, const CTrafo& pose, const std::vector<int>* list, bool testNormals)
+    {
+        const auto cosTolerance = static_cast<float>(std::cos(c_.dNormalAngleTolerance));
+        const auto cosMismatch = static_cast<float>(std::cos(35 * 0.0174532925199433));
+        Pass pass;
+        for (unsigned s = 0; s < c_.uiNumSamples; ++s) {
+            const auto j = static_cast<std::size_t>(list != nullptr ? (*list)[s] : uniform_(engine_));
+            const Vec3 p = pose * flt_.GetPoint(j);
+            std::size_t i = fix_.Size();
+            float nearest = radiusSq;
+            for (std::size_t q = 0; q < fix_.Size(); ++q) {
+                const float d = (fix_.GetPoint(q) - p).NormSq();
+                if (d < nearest) {
+                    nearest = d;
+                    i = q;
+                }
+            }
+            if (i == fix_.Size()) continue;
+            const Vec3 n = pose.Rotate(flt_.GetNormal(j));
+            const float c = n.Dot(fix_.GetNormal(i));
+            if (testNormals && c <= cosTolerance) {
+                if (c < cosMismatch) ++pass.mismatches;
+                continue;
+            }
+            const float a = (p - fix_.GetPoint(i)).Dot(fix_.GetNormal(i));
+            const float b = (fix_.GetPoint(i) - p).Dot(n);
+            pass.pairs.push_back({i, j, nearest, std::max(a * a, b * b)});
+        }
+        std::stable_sort(pass.pairs.begin(), pass.pairs.end(),
+                         [](const Pair& a, const Pair& b) { return a.error < b.error; });
+        return pass;
+    }
+
+    [[nodiscard]] std::pair<std::size_t, float> Inliers(const std::vector<Pair>& pairs) const
+    {
+        const std::size_t n = pairs.size();
+        std::size_t k = 0;
+        if (n < 16) {
+            k = n >= 3 ? n - 1 : n;
+        } else {
+            const auto median = [](std::vector<float> v) {
+                std::sort(v.begin(), v.end());
+                return v.size() % 2 == 1 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2.0F;
+            };
+            std::vector<float> errors, deviations;
+            for (const Pair& p : pairs) errors.push_back(p.error);
+            const float middle = median(errors);
+            for (const float e : errors) deviations.push_back(std::fabs(e - middle));
+            const double sigma = 1.4826 * static_cast<double>(median(deviations));
+            const float threshold = std::max(0.001F, static_cast<float>(sigma * c_.dInlierScaling));
+            while (k < n && errors[k] <= threshold) ++k;
+        }
+        double sum = 0.0;
+        for (std::size_t i = 0; i < k; ++i) sum += static_cast<double>(pairs[i].error);
+        return {k, static_cast<float>(std::sqrt(sum / static_cast<double>(k)))};
+    }
+
+    [[nodiscard]] CTrafo Solve(const std::vector<Pair>& pairs, const CTrafo& current, std::size_t k) const
+    {
+        std::vector<double> src, dst, normals;
+        const auto append = [](std::vector<double>& to, const Vec3& v) { to.insert(to.end(), {v.x, v.y, v.z}); };
+        for (std::size_t i = 0; i < k; ++i) {
+            append(src, current * flt_.GetPoint(pairs[i].flt));
+            append(dst, fix_.GetPoint(pairs[i].fix));
+            append(normals, fix_.GetNormal(pairs[i].fix));
+        }
+        const double weight = 1.0 / c_.uiNumSamples;
+        double w[3], t[3];
+        if (!VoAlgo::symsolvers::PointToPlaneUpdateLS(src.data(), dst.data(), normals.data(), &weight, w, t,
+                                                      static_cast<int>(k), true))
+            return {};
+        const auto vec = [](const double* v) {
+            return Vec3(static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2]));
+        };
+        return {vec(w), vec(t)};
+    }
+
+    std::pair<double, double> Overlap(const CTrafo& last)
+    {
+        const auto r = static_cast<float>(c_.dPositionTolerance);
+        double matches = 0, mismatches = 0;
+        for (unsigned s = 0; s < c_.uiNumSamples; ++s) {
+            const auto j = static_cast<std::size_t>(uniform_(engine_));
+            const Vec3 p = last * flt_.GetPoint(j);
+            const Vec3 n = last.Rotate(flt_.GetNormal(j));
+            std::optional<std::size_t> best;
+            float bestSq = std::numeric_limits<float>::infinity();
+            for (std::size_t q = 0; q < fix_.Size(); ++q) {
+                const Vec3 v = fix_.GetPoint(q) - p;
+                if (v.NormSq() > r * r) continue;
+                const float distanceSq = (p + (v.Dot(n) / n.Dot(n)) * n - fix_.GetPoint(q)).NormSq();
+                if (!(distanceSq < bestSq)) continue;
+                bestSq = distanceSq;
+                best = q;
+            }
+            if (best) (fix_.GetNormal(*best).Dot(n) < 0.0F ? mismatches : matches) += 1;
+        }
+        return {matches, mismatches};
+    }
+
+    const ConfigurationICP& c_;
+    const Surfels& fix_;
+    const Surfels& flt_;
+    std::mt19937 engine_;
+    std::uniform_int_distribution<int> uniform_;
+};
+
+void ExpectSame(const ICPResult& a, const ICPResult& b)
+{
+    const auto bits = [](const ICPResult& r) {
+        return std::vector<float>{r.fStart_OverlapRatio, r.fStart_RMSE,        r.fStart_MismatchesPerMatchRatio,
+                                  r.fStop_OverlapRatio,  r.fStop_RMSE,         r.fStop_MismatchesPerMatchRatio,
+                                  r.fStop_OverlapArea,   r.fStop_SmallBigRatio};
+    };
+    EXPECT_EQ(a.resultType, b.resultType);
+    EXPECT_EQ(a.ToString(false), b.ToString(false));
+    EXPECT_EQ(std::memcmp(bits(a).data(), bits(b).data(), 8 * sizeof(float)), 0) << a.ToString(false);
+    EXPECT_EQ(a.iStart_NumberOfInliers, b.iStart_NumberOfInliers);
+    EXPECT_EQ(a.iStop_NumberOfInliers, b.iStop_NumberOfInliers);
+    EXPECT_EQ(a.iStop_Iterations, b.iStop_Iterations);
+    EXPECT_EQ(std::memcmp(&a.trafo, &b.trafo, sizeof(CTrafo)), 0);
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(a.ellipsoid[k], b.ellipsoid[k]);
+}
+
+// Runs the library twice and the plain rendering once; all three must agree in every bit.
+ICPResult RunBoth(const ConfigurationICP& config, const Cloud& fixCloud, const Cloud& fltCloud,
+                  const CTrafo& start = CTrafo(), const CTrafo* reference = nullptr)
+{
+    const Surfels fix(fixCloud), flt(fltCloud);
+    const ICPResult result = fix.ComputeICPRegistration(config, flt, start, reference);
+    ExpectSame(result, fix.ComputeICPRegistration(config, flt, start, reference));
+    ExpectSame(result, PlainIcp(config, fix, flt).Run(start, reference != nullptr ? *reference : start));
+    return result;
+}
+
+// Both halves of a body, overlapping by a good half.
+const Cloud& Left()
+{
+    static const Cloud cloud = test_support::Body(2500, 5, 1, [](const Vec3& p) { return p.x < 4.0F; });
+    return cloud;
+}
+const Cloud& Right()
+{
+    static const Cloud cloud = test_support::Body(2500, 5, 2, [](const Vec3& p) { return p.x > -4.0F; });
+    return cloud;
+}
+
+ConfigurationICP BodyConfig()
+{
+    ConfigurationICP config;
+    config.dMinQueryRadius = 0.8;
+    config.dMinSmallBigRatio = 0.5;
+    return config;
+}
+
+CTrafo Turned(float angle, const Vec3& shift)
+{
+    return {Vec3(0.3F * angle, -0.5F * angle, 0.8F * angle), shift};
+}
+
+// Catches a draw out of order, a radius, a comparison or a precision that differs from the stated steps.
+TEST(Icp, EqualsThePlainRendering)
+{
+    Random random(3);
+    int accepted = 0;
+    for (int round = 0; round < 12; ++round) {
+        SCOPED_TRACE(round);
+        ConfigurationICP config = BodyConfig();
+        const CTrafo truth = random.Pose(0.7F, 20.0F);
+        const Cloud flt = Moved(Right(), truth.GetInverse());
+        const CTrafo start = random.Pose(0.03F * static_cast<float>(round), 0.15F * static_cast<float>(round)) * truth;
+        if (round % 3 == 1) config.uiNumSamples = 123; // an odd number; the floor of 5 pairs
+        if (round % 3 == 2) config.uiNumSamples = 700;
+        if (round % 4 == 1) config.dInlierScaling = 1.0;
+        if (round % 4 == 2) config.dMinSmallBigRatio = -1.0;
+        if (round % 5 == 3) config.dMaxErrorRatio = -1.0;
+        const ICPResult result = RunBoth(config, Left(), flt, start);
+        if (result.resultType != 0) continue;
+        ++accepted;
+        EXPECT_LT(result.trafo.GetRotationDistance(truth), 0.01F);
+        EXPECT_LT((result.trafo * flt.points[0] - truth * flt.points[0]).Norm(), 0.1F);
+        EXPECT_NEAR(result.GetTransformedFltEllipsoid()[0].x, Surfels(Right()).GetEllipsoid()[0].x, 0.1F);
+    }
+    EXPECT_GE(accepted, 4);
+}
+
+// Two planes, 1 mm apart, `near` of every 1000 points of the second on the first.
+Cloud Raised(int near)
+{
+    Cloud cloud = test_support::Plane(40, 0.5F);
+    for (std::size_t i = 0; i < cloud.Size(); ++i)
+        cloud.points[i].z = static_cast<int>(i * 7919 % 1000) < near ? 0.0F : 1.0F;
+    return cloud;
+}
+
+// Every outcome from an input made for it, in agreement with the plain rendering.
+TEST(Icp, EveryResultType)
+{
+    const Cloud plane = test_support::Plane(60, 0.43F);
+    Cloud flipped = Right();
+    for (std::size_t i = 0; i < flipped.Size(); i += 5) flipped.normals[i] = -flipped.normals[i];
+    const CTrafo near = Turned(0.02F, {0.1F, 0.0F, 0.1F});
+    const auto body = [](auto change) {
+        ConfigurationICP config = BodyConfig();
+        change(config);
+        return config;
+    };
+    const auto raised = [&](unsigned samples) {
+        return body([&](ConfigurationICP& c) {
+            c.dMinQueryRadius = 0.2;
+            c.uiNumSamples = samples;
+        });
+    };
+    const struct {
+        int type;
+        ConfigurationICP config;
+        const Cloud& fix;
+        Cloud flt;
+        CTrafo start;
+    } rows[] = {
+        {0, BodyConfig(), Left(), Right(), near},
+        {1, BodyConfig(), Left(), Right(), Turned(0.0F, {100.0F, 0.0F, 0.0F})},
+        {2, raised(500), plane, Raised(0), {}}, // all errors equal: none is below the least threshold
+        {3, body([](auto& c) { c.dMaxErrorRatio = 0.001; }), Left(), flipped, near},
+        {4, raised(1000), plane, Raised(9), {}}, // few near points cut the radius down to themselves
+        {6, body([](auto& c) { c.dMaxRotationDistance = 0.001; }), Left(), Right(), near},
+        {6, body([](auto& c) { c.dMaxMovement = 0.01; }), Left(), Right(), near},
+        {7, body([](auto& c) { c.dMinSmallBigRatio = 1.01; }), Left(), Right(), near},
+        {7, body([](auto& c) { c.dMaxErrorRatio = 0.1; }), Left(), flipped, near},
+        {8, body([](auto& c) { c.dMinOverlapRatio = 0.99; }), Left(), Right(), near},
+        {9, body([](auto& c) { c.dMaxRMSE = 1e-6; }), Left(), Right(), near},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.type);
+        const ICPResult result = RunBoth(row.config, row.fix, row.flt, row.start);
+        EXPECT_EQ(result.resultType, row.type) << result.ToString(false);
+        const bool keepsDefault = row.type == 1 || row.type == 2, keepsStart = row.type >= 3 && row.type <= 5;
+        EXPECT_TRUE(!keepsDefault || result.trafo == CTrafo());
+        EXPECT_TRUE(!keepsStart || result.trafo == row.start);
+        EXPECT_EQ(row.type == 0, result.GetTransformedFltEllipsoid()[0] != Vec3());
+    }
+    bool foundType5 = false; // five near points in the second pass, of which the rule keeps four
+    for (unsigned samples = 300; samples < 599 && !foundType5; samples += 7) {
+        const ICPResult result = RunBoth(raised(samples), plane, Raised(14));
+        foundType5 = result.resultType == 5;
+        EXPECT_TRUE(!foundType5 || result.ToString(true) == "unknown result type");
+    }
+    EXPECT_TRUE(foundType5);
+}
+
+// Without iterations the figures of the first pass and the starting pose go to the final evaluation.
+TEST(Icp, ZeroIterationsGradeTheStart)
+{
+    ConfigurationICP config = BodyConfig();
+    config.uiMaxNumIterations = 0;
+    const CTrafo start = Turned(0.001F, {0.01F, 0.0F, 0.0F});
+    const ICPResult result = RunBoth(config, Left(), Right(), start);
+    EXPECT_EQ(result.resultType, 0) << result.ToString(false);
+    EXPECT_EQ(result.iStop_Iterations, 0);
+    EXPECT_EQ(result.trafo, start);
+    EXPECT_EQ(result.fStop_RMSE, result.fStart_RMSE);
+    EXPECT_EQ(result.iStop_NumberOfInliers, result.iStart_NumberOfInliers);
+}
+
+// Deliberate: the final overlap is that of the last pose, the result's pose the best one. More iterations than the best
+// pose needs leave best pose and figures alone, but move the evaluation on.
+TEST(Icp, OverlapIsMeasuredAtTheLastPose)
+{
+    ConfigurationICP config = BodyConfig();
+    config.dPositionTolerance = 0.25; // few candidates: the ratio feels small movements
+    config.dInitialQueryRadiusScaling = 10.0;
+    config.dMinOverlapRatio = 0.0;
+    config.dMinSmallBigRatio = 0.0;
+    const CTrafo start = Turned(0.02F, {0.1F, 0.0F, 0.1F});
+    config.uiMaxNumIterations = 30;
+    const ICPResult many = RunBoth(config, Left(), Right(), start);
+    ASSERT_LT(many.iStop_Iterations, 30);
+    config.uiMaxNumIterations = 29;
+    const ICPResult fewer = RunBoth(config, Left(), Right(), start);
+    EXPECT_EQ(many.trafo, fewer.trafo);
+    EXPECT_EQ(many.fStop_RMSE, fewer.fStop_RMSE);
+    EXPECT_EQ(many.iStop_Iterations, fewer.iStop_Iterations);
+    EXPECT_NE(many.fStop_OverlapRatio, fewer.fStop_OverlapRatio);
+}
+
+// The turn counts from the reference pose, when there is one; the movement is that of the final pose itself, applied to
+// the ellipsoid as the reference pose places it.
+TEST(Icp, LimitsOnTurnAndMovement)
+{
+    const CTrafo start = Turned(0.02F, {0.1F, 0.0F, 0.1F}), far = Turned(0.5F, {});
+    ConfigurationICP config = BodyConfig();
+    config.dMaxRotationDistance = 0.05;
+    EXPECT_EQ(RunBoth(config, Left(), Right(), start).resultType, 0);
+    EXPECT_EQ(RunBoth(config, Left(), Right(), start, &far).resultType, 6);
+
+    const CTrafo shift(Vec3(), Vec3(5.0F, 0.0F, 0.0F));
+    const Cloud flt = Moved(Right(), shift.GetInverse());
+    config = BodyConfig();
+    for (const auto& [limit, type] : {std::pair(4.0, 6), std::pair(6.0, 0)}) {
+        config.dMaxMovement = limit;
+        EXPECT_EQ(RunBoth(config, Left(), flt, start * shift).resultType, type);
+        EXPECT_EQ(RunBoth(config, Left(), flt, start * shift, &far).resultType, type);
+    }
+}
+
+// What has no points, no samples or no usable normals ends as a failure type, not as a crash or an unordered sort.
+TEST(Icp, NothingToPairIsNoOverlap)
+{
+    ConfigurationICP config = BodyConfig();
+    const Surfels empty{Cloud()}, left(Left());
+    Cloud noNormals = Right();
+    for (Vec3& n : noNormals.normals) n = Vec3(std::numeric_limits<float>::quiet_NaN(), 0.0F, 0.0F);
+    for (const auto& [fix, flt] : {std::pair(&empty, &left), std::pair(&left, &empty), std::pair(&empty, &empty)})
+        EXPECT_EQ(fix->ComputeICPRegistration(config, *flt, CTrafo()).resultType, 1);
+    EXPECT_EQ(left.ComputeICPRegistration(config, Surfels(noNormals), CTrafo()).resultType, 8); // no line, no match
+    EXPECT_EQ(Surfels(noNormals).ComputeICPRegistration(config, left, CTrafo()).resultType, 1);
+    EXPECT_EQ(left.ComputeICPRegistration(config, left, CTrafo::Invalid()).resultType, 1);
+    config.uiNumSamples = 0;
+    EXPECT_EQ(left.ComputeICPRegistration(config, left, CTrafo()).resultType, 1);
+}
+
+} // namespace
