@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numbers>
 #include <random>
@@ -203,6 +205,35 @@ TEST(MeanShift, EqualsThePlainLoopBitForBit)
         }
     EXPECT_GT(capHits, 200U); // else the table no longer reaches these branches
     EXPECT_GT(merges, 50U);
+}
+
+// A distance without any sense sends means from one random subset to the next: paths that end, turn back or reach the
+// cap.
+TEST(MeanShift, EqualsThePlainLoopOnErraticPaths)
+{
+    const auto erratic = [](std::size_t d, const float* a, const float* b) {
+        std::uint32_t hash = 1;
+        for (std::size_t k = 0; k < 2 * d; ++k) {
+            hash = (hash ^ std::bit_cast<std::uint32_t>(k < d ? a[k] : b[k - d])) * 2654435769U;
+            hash = (hash ^ hash >> 15) * 2246822519U;
+            hash ^= hash >> 13;
+        }
+        hash >>= 24;
+        return hash < 16 ? 0.0F : (hash % 2 == 0 ? 0.5F : 2.0F);
+    };
+    std::size_t capHits = 0;
+    for (std::size_t n = 6; n < 14; ++n)
+        for (unsigned seed = 1; seed <= 20; ++seed) {
+            SCOPED_TRACE("n " + std::to_string(n) + ", seed " + std::to_string(seed));
+            const std::vector<float> data = MakePoints({n, 1 + n % 2, 10.0F, 0.0F, 0.0F, 1.0F}, seed);
+            CMeanShiftClusterer clusterer(data.data(), n, 1 + n % 2, 1.0F);
+            PlainMeanShift plain{data, n, 1 + n % 2, 1.0F, false};
+            ASSERT_TRUE(clusterer.Run(erratic));
+            plain.Run(erratic);
+            plain.ExpectSame(clusterer);
+            capHits += plain.capHits;
+        }
+    EXPECT_GT(capHits, 100U);
 }
 
 TEST(MeanShift, TheGroupOfTheFirstStartComesFirst)
