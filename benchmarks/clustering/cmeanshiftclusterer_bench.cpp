@@ -2,6 +2,8 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 #include "VoAlgorithms/prereg/cpointfeaturehistogram.h"
 
+#include "prereg/detail_kmeans.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -59,6 +61,15 @@ void BM_MeanShiftHistograms(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(BM_MeanShiftHistograms)->Arg(2000)->Unit(benchmark::kMillisecond);
+
+// The clustering of a whole scan's features.
+void BM_KMeansHistograms(benchmark::State& state)
+{
+    const std::vector<CPointFeatureHistogram> histograms = MakeHistograms(static_cast<std::size_t>(state.range(0)), 60);
+    for (auto _ : state) benchmark::DoNotOptimize(prereg::detail::ClusterByKMeans(histograms, 10));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_KMeansHistograms)->Arg(40000)->Unit(benchmark::kMillisecond);
 
 void BM_MeanShift3D(benchmark::State& state)
 {
