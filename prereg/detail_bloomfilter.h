@@ -9,8 +9,8 @@ namespace prereg::detail {
 
 /// Set of indices that may take a few for members that are not. FNV-1a over the index's bytes, low byte first; probe i
 /// is h + i·(h mod 2³²).
-/// Sized for `capacity` members at the wanted rate, m = −n·ln p ÷ ln² 2 bits and m ÷ n · ln 2 probes (B. H. Bloom, CACM 13
-/// (1970) 422–426), with no more bits than `maxBits`.
+/// Sized for `capacity` members at the wanted rate, m = −n·ln p ÷ ln² 2 bits and m ÷ n · ln 2 probes (B. H. Bloom, CACM
+/// 13 (1970) 422–426), with no more bits than `maxBits`.
 class BloomFilter {
 public:
     BloomFilter(std::size_t capacity, double falsePositiveRate, std::size_t maxBits)
@@ -19,6 +19,7 @@ public:
         const auto n = static_cast<double>(std::max<std::size_t>(capacity, 1));
         const double wanted = std::ceil(-n * std::log(falsePositiveRate) / (ln2 * ln2));
         bits_ = static_cast<std::uint64_t>(std::clamp(wanted, 64.0, static_cast<double>(maxBits)));
+        bits_ = (bits_ - 1) | 1U; // odd: with an even number every other step would reach half of the bits only
         probes_ = static_cast<unsigned>(std::max(1.0, std::round(static_cast<double>(bits_) / n * ln2)));
         probes_ = std::min(probes_, MaxProbes);
         words_.resize((bits_ + 63) / 64);

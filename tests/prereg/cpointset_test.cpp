@@ -1,0 +1,231 @@
+#include "VoAlgorithms/prereg/cpointset.h"
+
+#include "prereg/detail_bloomfilter.h"
+#include "support/clouds.h"
+#include "support/log_capture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using prereg::Ellipsoid;
+using test_support::Cloud;
+using test_support::LogCapture;
+using test_support::Random;
+using test_support::Vec3;
+using VoAlgo::CTrafo;
+
+constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float Infinity = std::numeric_limits<float>::infinity();
+
+class Surfels : public prereg::CPointSet {
+public:
+    explicit Surfels(const Cloud& cloud) : CPointSet(cloud.points, cloud.normals) {}
+    Surfels(const Cloud& cloud, const Tree& tree) : CPointSet(cloud.points, cloud.normals, tree) {}
+};
+
+std::string FileText(const std::string& name)
+{
+    std::stringstream text;
+    text << std::ifstream(name).rdbuf();
+    return text.str();
+}
+
+TEST(CPointSet, OnlyIrregularPointsEmptyTheSet)
+{
+    Cloud bad;
+    for (const float x : {NaN, Infinity, -Infinity}) bad.Add({x, 0, 0}, {0, 0, 1});
+    LogCapture log;
+    const Surfels set(bad);
+    EXPECT_THAT(log.Take(),
+                testing::ElementsAre(
+                    "KEP.Registration|E|Inf/NaN in point data resulted in empty kD-tree; invalidating point set"));
+    EXPECT_TRUE(set.Empty());
+    EXPECT_TRUE(set.GetNormals().empty());
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(set.GetEllipsoid()[k], Vec3());
+    EXPECT_EQ(set.GetAABB(), std::pair(Vec3(), Vec3()));
+
+    bad.Add({1, 2, 3}, {0, 0, 1}); // one good point keeps all of them, the tree holds it alone
+    bad.Add({1, 2, 3}, {0, 1, 0});
+    const Surfels kept(bad);
+    EXPECT_EQ(kept.Size(), 5U);
+    EXPECT_EQ(kept.GetPointsKdTree().Size(), 1U);
+    EXPECT_EQ(kept.GetPointsKdTree().Nearest(&bad.points[4].x, 1.0F), 3);
+    EXPECT_EQ(kept.GetAABB(), std::pair(Vec3(1, 2, 3), Vec3(1, 2, 3)));
+    EXPECT_EQ(kept.GetEllipsoid()[0], Vec3(1, 2, 3));
+    EXPECT_TRUE(Surfels(Cloud()).Empty());
+    EXPECT_TRUE(log.Take().empty());
+    bad.normals.pop_back();
+    EXPECT_THROW(Surfels{bad}, std::invalid_argument);
+    EXPECT_EQ(Surfels(test_support::Plane(3, 1.0F), kept.GetPointsKdTree()).GetPointsKdTree().Size(), 1U);
+}
+
+TEST(CPointSet, MasksAndFilters)
+{
+    const Cloud cloud = test_support::Plane(9, 1.0F); // -4 to 4
+    Surfels set(cloud);
+    EXPECT_EQ(set.GetBitMask(5000), 0U);
+    EXPECT_TRUE(set.filterSurfelsWithMask(1).first.empty());
+    EXPECT_THROW(set.SetBitMask(0, 1), std::out_of_range);
+    set.InitializeBitMasks(0b0110);
+    set.SetBitMask(7, 0b0111);
+    EXPECT_EQ(set.GetBitMask(7), 0b0111U);
+    EXPECT_EQ(set.filterSurfelsWithMask(0b0110).first.size(), 81U);
+    EXPECT_THAT(set.filterSurfelsWithMask(0b0011).first, testing::ElementsAre(cloud.points[7])); // every bit
+    EXPECT_TRUE(set.filterSurfelsWithMask(0b1001).first.empty());
+    EXPECT_TRUE(set.filterSurfelsWithMask(0).first.empty());
+    try {
+        (void)set.GetBitMask(81);
+        FAIL();
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "invalid vector<T> subscript");
+    }
+    set.ClearBitMasks();
+    EXPECT_EQ(set.GetBitMask(7), 0U);
+
+    const float A[] = {1, 0, 0, 0, -1, 0}; // x ≤ -3 and y ≥ 2, borders included
+    const float b[] = {-3, -2};
+    const auto kept = set.filterSurfelsWithInequalities(A, b, 2);
+    EXPECT_EQ(kept.first.size(), 2U * 3U);
+    EXPECT_EQ(kept.second.size(), 6U);
+    for (const std::size_t i : Surfels::identifyMatchingIndices(cloud.points, A, b, 2))
+        EXPECT_TRUE(cloud.points[i].x <= -3.0F && cloud.points[i].y >= 2.0F);
+    EXPECT_EQ(Surfels::identifyMatchingIndices(cloud.points, A, b, 2).size(), 6U);
+    EXPECT_EQ(set.filterSurfelsWithInequalities(nullptr, nullptr, 0).first.size(), 81U);
+    EXPECT_EQ(set.filterSurfelsWithPredicate([](const Vec3& p) { return p.x == 0.0F; }).first.size(), 9U);
+
+    const auto scaled = Surfels(test_support::Sphere(100, 2.0F)).scaleSurfels({1.0F, 2.0F, 4.0F});
+    for (std::size_t i = 0; i < 100; ++i) { // normals of the ellipsoid x² + y²/4 + z²/16 = 4
+        const Vec3& p = scaled.first[i];
+        const Vec3 gradient(p.x, p.y / 4.0F, p.z / 16.0F);
+        EXPECT_NEAR(scaled.second[i].Dot(gradient) / gradient.Norm(), 1.0F, 1e-5F);
+    }
+}
+
+// Axes of a box-shaped cloud are known: variance a²·(n+1)/(3(n−1)) for n even steps across 2a, axes along x, y, z.
+TEST(Ellipsoid, IsTheCovarianceOfTheCloud)
+{
+    std::vector<Vec3> box;
+    for (int i = -4; i <= 4; ++i)
+        for (int k = -4; k <= 4; ++k)
+            for (int m = -4; m <= 4; ++m)
+                box.emplace_back(10.0F + 2.0F * static_cast<float>(i), static_cast<float>(k),
+                                 0.5F * static_cast<float>(m));
+    box.emplace_back(NaN, 0.0F, 0.0F);
+    const Ellipsoid e(box.data(), box.size());
+    const float axis = std::sqrt(7.8147F * 60.0F / 9.0F); // mean square of -4 to 4
+    EXPECT_EQ(e[0], Vec3(10, 0, 0));
+    for (int k = 0; k < 3; ++k) {
+        const Vec3 a = e[k + 1] - e[0];
+        const float length = axis * (k == 0 ? 2.0F : (k == 1 ? 1.0F : 0.5F)); // largest first
+        EXPECT_NEAR(std::fabs(a[static_cast<std::size_t>(k)]), length, 1e-4F);
+        EXPECT_NEAR(a.Norm(), length, 1e-4F);
+    }
+    // Moved by t alone every pole moves by |t|; swapped poles are other poles.
+    EXPECT_NEAR(e.DistanceSq(e.Transformed(CTrafo(Vec3(), Vec3(1, 2, 2)))), 9.0F, 1e-4F);
+    const Ellipsoid mirrored(e[0], 2.0F * e[0] - e[1], e[2], e[3]);
+    EXPECT_NEAR(e.DistanceSq(mirrored), 2.0F * 16.0F * axis * axis / 6.0F, 1e-2F);
+    EXPECT_EQ(Ellipsoid(nullptr, 5)[0], Vec3());
+    EXPECT_EQ(Ellipsoid(box.data(), 0)[3], Vec3());
+    EXPECT_EQ(Ellipsoid(box.data() + box.size() - 1, 1)[0], Vec3()); // nothing finite
+}
+
+// Four spokes of a square grid enclose the square of side s. As angles are unsigned, two spokes at right angles on
+// either side of the first lie at the same angle, and the two quarters beyond them are lost: deliberate, half the
+// square counts.
+TEST(CPointSet, LocalAreaOfAGrid)
+{
+    const Surfels set(test_support::Plane(11, 0.5F));
+    EXPECT_EQ(set.estimateLocalVoronoiArea(60, 0.6F), 0.125); // the middle
+    EXPECT_EQ(set.estimateLocalVoronoiArea(60, 0.4F), 0.0);
+    EXPECT_EQ(set.estimateLocalVoronoiArea(0, 0.6F), 0.0); // a corner has three within 0.5·√2
+    // All neighbours on one side: angles 0, 45, 90, 135 degrees, three triangles of halves and the one that closes.
+    Cloud fan;
+    for (const Vec3& p : {Vec3(0, 0, 0.25F), Vec3(1, 0, 0), Vec3(1, 1, 0), Vec3(0, 2, 0), Vec3(-2, 2, 0)})
+        fan.Add(p, {0, 0, 1});
+    const double lengths[] = {1.0, std::sqrt(2.0), 2.0, std::sqrt(8.0)};
+    const auto triangle = [&](int a, int b, double angle) { // cross product of half vectors that also sink by 1/4
+        const double planar = 0.25 * lengths[a] * lengths[b] * std::sin(angle);
+        const double chordSq =
+            lengths[a] * lengths[a] + lengths[b] * lengths[b] - 2 * lengths[a] * lengths[b] * std::cos(angle);
+        return std::sqrt(planar * planar + chordSq * 0.0625 / 16.0);
+    };
+    const double quarter = std::acos(-1.0) / 4.0;
+    EXPECT_NEAR(Surfels(fan).estimateLocalVoronoiArea(0, 5.0F),
+                triangle(0, 1, quarter) + triangle(1, 2, quarter) + triangle(2, 3, quarter) +
+                    triangle(3, 0, 3 * quarter),
+                1e-6);
+}
+
+// Catches a box test, an index taken twice, a radius or a stop that is off.
+TEST(CPointSet, OverlapArea)
+{
+    const Cloud plane = test_support::Plane(41, 0.5F); // 20 mm square
+    const Surfels fix(plane), flt(test_support::Plane(21, 0.5F));
+    LogCapture log;
+    const float max = std::numeric_limits<float>::max();
+    // The floating square covers itself; its box cuts off the rest, so that the rim has too few neighbours.
+    EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(), 0.1F, 0.6F, max), 19 * 19 * 0.125F);
+    EXPECT_THAT(log.Take(),
+                testing::ElementsAre("KEP.Registration|T|Estimated overlap area: 45.1 mm2, points in OBB: 441"));
+    const CTrafo turned(Vec3(0.0F, 0.0F, 0.7F), Vec3(2.0F, -1.0F, 0.0F));
+    EXPECT_NEAR(fix.EstimateOverlapArea(flt, turned, 0.6F, 0.6F, max), 45.0F, 4.0F);
+    (void)log.Take();
+    EXPECT_NEAR(fix.EstimateOverlapArea(flt, turned, 0.6F, 0.6F, 20.0F), 20.07F, 0.07F);
+    EXPECT_THAT(log.Take(),
+                testing::Contains("KEP.Registration|T|Estimated overlap area exceeds given maximum (20.0 mm2)"));
+    for (const Vec3& shift : {Vec3(15.2F, 0, 0), Vec3(0, -15.2F, 0), Vec3(0, 0, 0.1F)}) // boxes that do not meet
+        EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(Vec3(), shift), 0.1F, 0.6F, max), 0.0F);
+    EXPECT_TRUE(log.Take().empty());
+    const Surfels empty{Cloud()};
+    EXPECT_EQ(fix.EstimateOverlapArea(empty, CTrafo(), 1.0F, 1.0F, max), 0.0F);
+    EXPECT_EQ(empty.EstimateOverlapArea(fix, CTrafo(), 1.0F, 1.0F, max), 0.0F);
+}
+
+TEST(BloomFilter, MissesNoRepeatAndTakesFewForOne)
+{
+    const struct {
+        std::size_t capacity;
+        double largestFalseShare;
+    } rows[] = {{0, 1.0}, {1, 0.0}, {1000, 0.001}, {30000, 0.001}, {100000, 0.03}}; // the last beyond the size bound
+    for (const auto& row : rows) {
+        prereg::detail::BloomFilter filter(row.capacity, 0.001, 524288);
+        std::size_t taken = 0;
+        for (std::uint32_t i = 0; i < row.capacity; ++i) taken += filter.Insert(i) ? 0 : 1;
+        EXPECT_LE(static_cast<double>(taken), row.largestFalseShare * static_cast<double>(row.capacity))
+            << row.capacity;
+        for (std::uint32_t i = 0; i < row.capacity; ++i) EXPECT_FALSE(filter.Insert(i));
+    }
+}
+
+TEST(CPointSet, Files)
+{
+    const std::string name = testing::TempDir() + "cpointset_test.xyz";
+    Cloud cloud;
+    cloud.Add({1.5F, -2.0F, 1234567.0F}, {0, 0, 1});
+    cloud.Add({0.1F, 1e-7F, 0.0F}, {0, -1, 0});
+    const Surfels set(cloud);
+    set.SaveXYZN(name);
+    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1\n0.1 1e-07 0 0 -1 0\n");
+    set.SaveXYZN(name, 0xFF8000);
+    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1 255 128 0\n0.1 1e-07 0 0 -1 0 255 128 0\n");
+    Ellipsoid({1, 0, 0}, {3, 0, 0}, {1, 1, 0}, {1, 0, 0}).SaveXYZNC(name);
+    EXPECT_EQ(FileText(name), "1 0 0 0 0 0 0\n3 0 0 1 0 0 1\n-1 0 0 -1 -0 -0 1\n1 1 0 0 1 0 2\n1 -1 0 -0 -1 -0 2\n"
+                              "1 0 0 0 0 0 3\n1 0 0 -0 -0 -0 3\n");
+    std::filesystem::remove(name);
+    for (const auto& save : {std::function<void()>([&] { set.SaveXYZN(""); }),
+                             std::function<void()>([&] { set.GetEllipsoid().SaveXYZNC(""); })})
+        EXPECT_THAT(save, testing::ThrowsMessage<std::invalid_argument>("empty file name"));
+    EXPECT_THROW(set.SaveXYZN(testing::TempDir() + "no/such/folder"), std::ios::failure);
+}
+
+} // namespace
