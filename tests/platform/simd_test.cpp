@@ -81,9 +81,6 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     bits.push_back(Pack::MaskLess(x, y));
     bits.push_back(Pack::MaskLessEqual(x, y));
     bits.push_back(Bits(x.Sum()));
-    int rounded[Lanes];
-    Pack::RoundToInt(x, rounded);
-    for (const int r : rounded) bits.push_back(static_cast<std::uint32_t>(r));
     float compressed[Lanes] = {};
     Pack::Compress(x, mask, compressed);
     for (int i = 0; i < std::popcount(mask); ++i) bits.push_back(Bits(compressed[i]));
