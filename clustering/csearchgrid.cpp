@@ -17,8 +17,8 @@ constexpr std::size_t Padding = 8;
 // Cells are a little wider than the radius: rounding in the division then never puts two points within the radius more
 // than one cell apart.
 constexpr double EdgeSlack = 1.0001;
-// Cells farther out than this are lumped together, as are those more than LargestOffset cells above the lowest one. Both
-// keep neighbours neighbours and only cost time.
+// Cells farther out than this are lumped together, as are those more than LargestOffset cells above the lowest one.
+// Both keep neighbours neighbours and only cost time.
 constexpr double LargestCell = 1 << 30;
 constexpr std::int32_t LargestOffset = (1 << 21) - 1;
 
@@ -28,7 +28,10 @@ std::int32_t CellCoordinate(float position, double inverseEdge)
     return static_cast<std::int32_t>(std::clamp(cell, -LargestCell, LargestCell));
 }
 
-bool IsBefore(const Cell& a, const Cell& b) { return std::tie(a.z, a.y, a.x) < std::tie(b.z, b.y, b.x); }
+bool IsBefore(const Cell& a, const Cell& b)
+{
+    return std::tie(a.z, a.y, a.x) < std::tie(b.z, b.y, b.x);
+}
 
 struct Entry {
     std::uint64_t key;
@@ -112,8 +115,8 @@ void CSearchGrid::SortByCell(const std::vector<Vec3>& points)
     cells_.push_back({0, 0, 0, static_cast<std::uint32_t>(n)});
 }
 
-/// The cells of a row (z + dz, y + dy, x − 1 to x + 1) are neighbours in sorted order, and the row's place moves forward as
-/// its centre does: one pair of pointers per row finds all runs in one sweep.
+/// The cells of a row (z + dz, y + dy, x − 1 to x + 1) are neighbours in sorted order, and the row's place moves
+/// forward as its centre does: one pair of pointers per row finds all runs in one sweep.
 void CSearchGrid::FindNeighbourhoods()
 {
     const std::size_t cells = NumCells();
@@ -158,7 +161,8 @@ void CSearchGrid::AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs
         const auto first = std::lower_bound(cell, end, Cell{low.x, cell->y, cell->z, 0}, IsBefore);
         const auto last = std::upper_bound(first, end, rowEnd, IsBefore);
         if (cell->y >= low.y && cell->y <= high.y && first != last) runs.push_back({first->begin, last->begin});
-        cell = std::upper_bound(last, end, Cell{std::numeric_limits<std::int32_t>::max(), cell->y, cell->z, 0}, IsBefore);
+        cell =
+            std::upper_bound(last, end, Cell{std::numeric_limits<std::int32_t>::max(), cell->y, cell->z, 0}, IsBefore);
     }
 }
 

@@ -12,10 +12,13 @@ namespace {
 using VoAlgo::simd::F8;
 using VoAlgo::simd::Lanes;
 
-constexpr unsigned PaddedLength(unsigned dimension) { return (dimension + Lanes - 1) / Lanes * Lanes; }
+constexpr unsigned PaddedLength(unsigned dimension)
+{
+    return (dimension + Lanes - 1) / Lanes * Lanes;
+}
 
-/// How points and boxes of D dimensions lie in memory, and the distances over them. A box distance adds the same terms in
-/// the same order as a point distance, so that it never exceeds, by rounding, that of a point inside.
+/// How points and boxes of D dimensions lie in memory, and the distances over them. A box distance adds the same terms
+/// in the same order as a point distance, so that it never exceeds, by rounding, that of a point inside.
 template <unsigned D>
 struct Layout {
     static constexpr unsigned Row = PaddedLength(D);
@@ -58,8 +61,8 @@ struct Layout<3> {
     }
 };
 
-/// Calls visit(position, distanceSq) for the points of a planar leaf that `accept` lets through, in tree order. `accept`
-/// and `visit` share the bound of the search, which may shrink on the way.
+/// Calls visit(position, distanceSq) for the points of a planar leaf that `accept` lets through, in tree order.
+/// `accept` and `visit` share the bound of the search, which may shrink on the way.
 template <class Visitor>
 void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, std::uint32_t begin, std::uint32_t end,
                 Visitor& visitor)
@@ -197,7 +200,8 @@ private:
         unsigned dimension = 0;
         float longest = 0.0F;
         for (unsigned k = 0; k < D; ++k) {
-            const float halfExtent = 0.5F * highest[k] - 0.5F * lowest[k]; // halves first: the difference cannot overflow
+            const float halfExtent =
+                0.5F * highest[k] - 0.5F * lowest[k]; // halves first: the difference cannot overflow
             if (!(halfExtent > longest)) continue;
             longest = halfExtent;
             dimension = k;

@@ -2,8 +2,8 @@
 
 #include "VoAlgorithms/platform/logging.h"
 
-/// Reports through `logger` when the level is enabled. LEVEL is Error, Warn, Info or Trace, `function` the qualified name
-/// of the reporting function; the wide format and its arguments follow.
+/// Reports through `logger` when the level is enabled. LEVEL is Error, Warn, Info or Trace, `function` the qualified
+/// name of the reporting function; the wide format and its arguments follow.
 #define VOALGO_LOG(logger, LEVEL, function, ...)                                                                       \
     do {                                                                                                               \
         if ((logger).IsLogLevelEnabled(Logging::ELogLevel::LEVEL))                                                     \

@@ -29,13 +29,17 @@ struct THash3D_GridHashF {
     std::uint32_t operator()(const THash3D_Vec3& cell) const
     {
         std::uint32_t crc = 0;
-        for (const std::int32_t c : {cell.x, cell.y, cell.z}) crc = VoAlgo::simd::Crc32c(crc, static_cast<std::uint32_t>(c));
+        for (const std::int32_t c : {cell.x, cell.y, cell.z})
+            crc = VoAlgo::simd::Crc32c(crc, static_cast<std::uint32_t>(c));
         return crc;
     }
 };
 
 struct THash3D_GridCmp {
-    bool operator()(const THash3D_Vec3& a, const THash3D_Vec3& b) const { return a.x == b.x && a.y == b.y && a.z == b.z; }
+    bool operator()(const THash3D_Vec3& a, const THash3D_Vec3& b) const
+    {
+        return a.x == b.x && a.y == b.y && a.z == b.z;
+    }
 };
 
 /// What fell into one cell: sums in double, so that many sets merge without drift.
@@ -91,7 +95,8 @@ private:
     [[nodiscard]] std::int32_t Coordinate(float position) const
     {
         constexpr double Farthest = 2147483647.0; // what lies beyond shares the last cell
-        return static_cast<std::int32_t>(std::clamp(std::nearbyint(static_cast<double>(position) * inverseEdge_), -Farthest, Farthest));
+        return static_cast<std::int32_t>(
+            std::clamp(std::nearbyint(static_cast<double>(position) * inverseEdge_), -Farthest, Farthest));
     }
 
     double inverseEdge_;

@@ -80,8 +80,7 @@ void CFPFHPointSet::rebuildFeatureKdTree()
     }
     featureTree_ = FeatureTree(features_[0].bins, features_.size(), CPointFeatureHistogram::NumBins);
     if (featureTree_.Empty()) {
-        VOALGO_LOG(Log(), Error, function,
-                   L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
+        VOALGO_LOG(Log(), Error, function, L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
         *this = CFPFHPointSet();
         return;
     }
@@ -111,8 +110,7 @@ void CFPFHPointSet::LookupSimilarFeatures(std::vector<std::pair<int, float>>& re
 bool CFPFHPointSet::IsTooLean(const ConfigurationFPFH& config) const
 {
     constexpr std::size_t FeaturesPerVertex = 10;
-    return Size() < config.icpConfig.uiNumSamples ||
-           SizeFeatures() < FeaturesPerVertex * config.uiNumPolygonVertices;
+    return Size() < config.icpConfig.uiNumSamples || SizeFeatures() < FeaturesPerVertex * config.uiNumPolygonVertices;
 }
 
 CFPFHPointSet CFPFHPointSet::RestrictWithMask(unsigned mask) const
@@ -169,8 +167,8 @@ CFPFHPointSet CFPFHPointSet::Transform(VoAlgo::CTrafo pose) const
     return result;
 }
 
-/// Deliberate: point masks are read by feature index; callers that give points and features the same masks see what they
-/// expect.
+/// Deliberate: point masks are read by feature index; callers that give points and features the same masks see what
+/// they expect.
 CFPFHPointSet::FeatureSurfels CFPFHPointSet::filterFeatureSurfelsWithMask(unsigned mask) const
 {
     FeatureSurfels result;

@@ -87,7 +87,8 @@ private:
     {
         const std::size_t n = vertices.size();
         firstNode_.assign(1, 0);
-        for (const Vertex& v : vertices) firstNode_.push_back(firstNode_.back() + static_cast<unsigned>(v.candidates.size()));
+        for (const Vertex& v : vertices)
+            firstNode_.push_back(firstNode_.back() + static_cast<unsigned>(v.candidates.size()));
         graph_.Reset(firstNode_.back() + vertices.front().candidates.size());
         for (std::size_t i = 0; i < n; ++i) {
             const Vertex& a = vertices[i];
@@ -197,7 +198,10 @@ CFPFHPolygon::CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const
     for (const std::int32_t index : indices_) vertices_.push_back(flt.GetFeature(static_cast<std::size_t>(index)));
 }
 
-void CFPFHPolygon::fail() { indices_.assign(1, -1); }
+void CFPFHPolygon::fail()
+{
+    indices_.assign(1, -1);
+}
 
 void CFPFHPolygon::seedFromClusters(std::mt19937& engine, const CFPFHClusterAnalysis& clusters)
 {
@@ -213,8 +217,7 @@ bool CFPFHPolygon::seedWithinDiameter(std::mt19937& engine, const CFPFHPointSet&
     constexpr const char* function = "prereg::CFPFHPolygon::seedWithinDiameter";
     const std::vector<std::size_t> centres = DrawDistinct(engine, NumCentres, flt.SizeFeatures());
     if (centres.empty()) {
-        VOALGO_LOG(Log(), Warn, function,
-                   L"failed to create a random permutation (too few points for seeding?)");
+        VOALGO_LOG(Log(), Warn, function, L"failed to create a random permutation (too few points for seeding?)");
         return true;
     }
     const auto radius = static_cast<float>(diameter / 2.0);
@@ -238,8 +241,7 @@ void CFPFHPolygon::seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, 
     constexpr const char* function = "prereg::CFPFHPolygon::seedAnywhere";
     const std::vector<std::size_t> drawn = DrawDistinct(engine, n, flt.SizeFeatures());
     if (drawn.empty()) {
-        VOALGO_LOG(Log(), Warn, function,
-                   L"failed to create a random permutation (too few points for seeding?)");
+        VOALGO_LOG(Log(), Warn, function, L"failed to create a random permutation (too few points for seeding?)");
         return;
     }
     for (const std::size_t first : drawn) {

@@ -19,7 +19,7 @@ const Logging::CLogger& Log()
 
 bool Satisfies(const Vec3& p, const float* A, const float* b, unsigned n)
 {
-    for (unsigned row = 0; row < n; ++row) {
+    for (std::size_t row = 0; row < n; ++row) {
         const Vec3 normal(A[3 * row], A[3 * row + 1], A[3 * row + 2]);
         if (!(normal.Dot(p) <= b[row])) return false;
     }
@@ -63,7 +63,10 @@ void CPointSet::rebuildKdTree()
     ellipsoid_ = Ellipsoid();
 }
 
-void CPointSet::rebuildEllipsoid() { ellipsoid_ = Ellipsoid(points_.data(), points_.size()); }
+void CPointSet::rebuildEllipsoid()
+{
+    ellipsoid_ = Ellipsoid(points_.data(), points_.size());
+}
 
 std::size_t CPointSet::GetMemUsage() const
 {
@@ -71,9 +74,15 @@ std::size_t CPointSet::GetMemUsage() const
            bitMasks_.capacity() * sizeof(std::uint32_t) + tree_.GetMemUsage();
 }
 
-void CPointSet::InitializeBitMasks(unsigned mask) { bitMasks_.assign(points_.size(), mask); }
+void CPointSet::InitializeBitMasks(unsigned mask)
+{
+    bitMasks_.assign(points_.size(), mask);
+}
 
-void CPointSet::ClearBitMasks() { bitMasks_.clear(); }
+void CPointSet::ClearBitMasks()
+{
+    bitMasks_.clear();
+}
 
 std::uint32_t CPointSet::GetBitMask(std::size_t i) const
 {

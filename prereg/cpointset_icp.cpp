@@ -16,7 +16,7 @@ using VoAlgo::CTrafo;
 
 constexpr std::uint32_t RandomSeed = 47110815; // results repeat exactly from run to run
 constexpr double RadiansPerDegree = 0.0174532925199433;
-constexpr double MinPairShare = 0.01;      // of the samples; fewer pairs are no overlap
+constexpr double MinPairShare = 0.01; // of the samples; fewer pairs are no overlap
 constexpr unsigned MinPairs = 5;
 constexpr std::size_t MinInliers = 5;
 constexpr double IterationMismatchFactor = 100.0; // deliberate: the final test uses the ratio unscaled
@@ -65,10 +65,8 @@ public:
           minPairs_(std::max(static_cast<std::size_t>(config.uiNumSamples * MinPairShare), std::size_t{MinPairs}))
     {
         const int last = static_cast<int>(std::max<std::size_t>(flt.Size(), 1)) - 1;
-        randomIndex_ = [engine = std::mt19937(RandomSeed),
-                        distribution = std::uniform_int_distribution<int>(0, last)]() mutable {
-            return distribution(engine);
-        };
+        randomIndex_ = [engine = std::mt19937(RandomSeed), distribution = std::uniform_int_distribution<int>(
+                                                               0, last)]() mutable { return distribution(engine); };
     }
 
     ICPResult Run()
@@ -172,7 +170,8 @@ private:
         result_.fStop_SmallBigRatio = smallCount / static_cast<float>(pairs.size());
     }
 
-    /// Deliberate: measures the last composed pose, which is not the best one when a later iteration did not improve it.
+    /// Deliberate: measures the last composed pose, which is not the best one when a later iteration did not improve
+    /// it.
     void EvaluateOverlap()
     {
         const float radiusSq = Squared(config_.dPositionTolerance);
@@ -320,6 +319,7 @@ std::tuple<std::size_t, float, float> CPointSet::computeNumberOfInliers(const st
     const std::size_t n = pairs.size();
     std::size_t k = 0;
     if (n < FewPairs) {
+        // NOLINTNEXTLINE(bugprone-incorrect-roundings): the rule is written so
         k = n - static_cast<std::size_t>(std::min(1.0, 0.2 * static_cast<double>(n)) + 0.5);
     } else {
         const float median = n % 2 == 1 ? pairs[n / 2].error : (pairs[n / 2 - 1].error + pairs[n / 2].error) * 0.5F;

@@ -22,8 +22,9 @@ public:
         float distance;     ///< squared distance of the histograms
     };
 
-    /// Seeds a polygon at random: one member of every cluster of `clusters`, or, when that is empty, feature points within
-    /// the configured diameter. samplingDistance > 0 keeps the vertices that far apart (mm); ≤ 0: no such demand.
+    /// Seeds a polygon at random: one member of every cluster of `clusters`, or, when that is empty, feature points
+    /// within the configured diameter. samplingDistance > 0 keeps the vertices that far apart (mm); ≤ 0: no such
+    /// demand.
     CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const CFPFHClusterAnalysis& clusters,
                  const ConfigurationFPFH& config, double samplingDistance);
 

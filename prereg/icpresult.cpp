@@ -13,7 +13,8 @@ constexpr double OverlapBand = 0.015;
 constexpr double RmseBand = 0.0015;
 constexpr int InlierBand = 10;
 
-/// The first of the ordered criteria whose difference leaves its band: > 0 when a is better, < 0 when b is; 0 for a tie.
+/// The first of the ordered criteria whose difference leaves its band: > 0 when a is better, < 0 when b is; 0 for a
+/// tie.
 int CompareOutsideBands(const ICPResult& a, const ICPResult& b)
 {
     const auto decide = [](float difference, double band) {
@@ -30,18 +31,29 @@ int CompareOutsideBands(const ICPResult& a, const ICPResult& b)
 const char* TypeText(std::int32_t type)
 {
     switch (type) {
-    case -1: return "undefined ICP result";
-    case 0: return "success";
-    case 1: return "initial overlap of point sets is too small";
-    case 2: return "too few inliers, initially";
-    case 3: return "too many mismatches during iteration";
-    case 4: return "overlap too small during iteration";
+    case -1:
+        return "undefined ICP result";
+    case 0:
+        return "success";
+    case 1:
+        return "initial overlap of point sets is too small";
+    case 2:
+        return "too few inliers, initially";
+    case 3:
+        return "too many mismatches during iteration";
+    case 4:
+        return "overlap too small during iteration";
     // Deliberate: 5, too few inliers during the iteration, has no text of its own.
-    case 6: return "final pose too far away from original pose";
-    case 7: return "too many mismatches at final pose";
-    case 8: return "overlap too small";
-    case 9: return "RMSE too large";
-    default: return "unknown result type";
+    case 6:
+        return "final pose too far away from original pose";
+    case 7:
+        return "too many mismatches at final pose";
+    case 8:
+        return "overlap too small";
+    case 9:
+        return "RMSE too large";
+    default:
+        return "unknown result type";
     }
 }
 

@@ -17,7 +17,8 @@ void SaveSurfels(const std::string& fileName, const std::vector<kdtree::Vector<3
         const kdtree::Vector<3>& p = points[i];
         const kdtree::Vector<3>& n = normals[i];
         out << p.x << ' ' << p.y << ' ' << p.z << ' ' << n.x << ' ' << n.y << ' ' << n.z;
-        if (colour != NoColour) out << ' ' << (colour >> 16 & 0xFFU) << ' ' << (colour >> 8 & 0xFFU) << ' ' << (colour & 0xFFU);
+        if (colour != NoColour)
+            out << ' ' << (colour >> 16 & 0xFFU) << ' ' << (colour >> 8 & 0xFFU) << ' ' << (colour & 0xFFU);
         out << std::endl; // deliberate flush: a log of a crashing run stays readable
     }
     out.close();

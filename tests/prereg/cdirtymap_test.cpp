@@ -57,8 +57,8 @@ private:
     std::map<Cell, std::set<Cell>> now_, before_;
 };
 
-// Clouds that grow, shrink, move a little, come back and vanish. On a grid of 0.125 mm, so that many positions lie on the
-// borders of cells.
+// Clouds that grow, shrink, move a little, come back and vanish. On a grid of 0.125 mm, so that many positions lie on
+// the borders of cells.
 TEST(CDirtyMap, ReportsTheCellsWhoseOccupationChanged)
 {
     std::mt19937 engine(1);

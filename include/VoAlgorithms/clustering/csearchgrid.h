@@ -10,9 +10,9 @@
 
 namespace VoAlgo {
 
-/// Uniform grid over points in space for the question "which points lie within the radius", one radius for all. Points are
-/// kept sorted by cell (z, then y, then x of the cell; in a cell in the caller's order) as coordinate planes, so that the
-/// 27 cells around a point are nine contiguous runs. Read-only after construction; may be shared by threads.
+/// Uniform grid over points in space for the question "which points lie within the radius", one radius for all. Points
+/// are kept sorted by cell (z, then y, then x of the cell; in a cell in the caller's order) as coordinate planes, so
+/// that the 27 cells around a point are nine contiguous runs. Read-only after construction; may be shared by threads.
 class VOALGO_API CSearchGrid {
 public:
     /// A range of positions in the sorted order.

@@ -11,10 +11,11 @@
 
 namespace kdtree {
 
-/// kd-tree over D-dimensional points with at most B points in a leaf. It keeps its own copy of the points; queries report
-/// the points' indices in the caller's list. The build drops points that are not finite and merges exact duplicates (the
-/// first keeps its index). Queries are exact, only read, and may run on several threads at once. Lengths are those of the
-/// points; radii and distances are squared throughout. The library holds TKdTree<3, 48> and TKdTree<33, 6>.
+/// kd-tree over D-dimensional points with at most B points in a leaf. It keeps its own copy of the points; queries
+/// report the points' indices in the caller's list. The build drops points that are not finite and merges exact
+/// duplicates (the first keeps its index). Queries are exact, only read, and may run on several threads at once.
+/// Lengths are those of the points; radii and distances are squared throughout. The library holds TKdTree<3, 48> and
+/// TKdTree<33, 6>.
 template <unsigned D, unsigned B>
 class VOALGO_API TKdTree {
 public:
@@ -45,12 +46,13 @@ public:
     /// Bytes held outside the object.
     [[nodiscard]] std::size_t GetMemUsage() const;
 
-    /// Index of the nearest point that is strictly nearer than the radius, −1 for none. `distanceSq`, when given, receives
-    /// its squared distance.
+    /// Index of the nearest point that is strictly nearer than the radius, −1 for none. `distanceSq`, when given,
+    /// receives its squared distance.
     [[nodiscard]] int Nearest(const float* query, float radiusSq, float* distanceSq = nullptr) const;
     /// All points within the radius, border included; replaces the content of `indices`. The order is that of the tree.
     void AllWithin(const float* query, float radiusSq, std::vector<int>& indices) const;
-    /// The at most k nearest points within the radius, border included, nearest first; replaces the content of `result`.
+    /// The at most k nearest points within the radius, border included, nearest first; replaces the content of
+    /// `result`.
     void NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const;
 
 private:

@@ -56,6 +56,9 @@ struct alignas(16) Vector<3> {
     [[nodiscard]] bool IsValid() const { return std::isfinite(x) && std::isfinite(y) && std::isfinite(z); }
 };
 
-constexpr Vector<3> operator*(float s, const Vector<3>& v) { return v * s; }
+constexpr Vector<3> operator*(float s, const Vector<3>& v)
+{
+    return v * s;
+}
 
 } // namespace kdtree

@@ -48,9 +48,9 @@ public:
     /// content when points are not finite or not distinct; the reason is logged.
     bool Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                 const std::vector<unsigned>* candidates = nullptr);
-    /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what falls
-    /// into one cell becomes one point, its position, normal and histogram the (normalised) means. Returns false for a
-    /// cell size that is not positive and finite, or when nothing finite remains.
+    /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what
+    /// falls into one cell becomes one point, its position, normal and histogram the (normalised) means. Returns false
+    /// for a cell size that is not positive and finite, or when nothing finite remains.
     bool Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets, double cellSize);
 
     [[nodiscard]] std::vector<Vec3> GetPoints() const { return points_; }

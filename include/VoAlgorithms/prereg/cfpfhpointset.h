@@ -18,7 +18,8 @@ namespace prereg {
 class CFPFHDataSource;
 
 /// A point set with feature points: each a position, a unit normal and a histogram, and trees over both. Immutable in
-/// use; restrictions and transformations return new sets. Bad data never throws: it is logged and the set becomes empty.
+/// use; restrictions and transformations return new sets. Bad data never throws: it is logged and the set becomes
+/// empty.
 class VOALGO_API CFPFHPointSet : public CPointSet {
 public:
     using PointTree = kdtree::TKdTree<3, 48>;

@@ -44,16 +44,16 @@ public:
     /// Throws std::out_of_range "invalid vector<T> subscript", also when there are no masks.
     void SetBitMask(std::size_t i, std::uint32_t mask);
 
-    /// Refines `start` (maps 'flt' into this set's frame) and grades the outcome; see ICPResult for the result types. The
-    /// rotation and movement limits are measured against `reference`, or against `start` when it is null. Deterministic:
-    /// every call draws from its own engine. O(iterations × samples × log n).
+    /// Refines `start` (maps 'flt' into this set's frame) and grades the outcome; see ICPResult for the result types.
+    /// The rotation and movement limits are measured against `reference`, or against `start` when it is null.
+    /// Deterministic: every call draws from its own engine. O(iterations × samples × log n).
     [[nodiscard]] ICPResult ComputeICPRegistration(const ConfigurationICP& config, const CPointSet& flt,
                                                    const VoAlgo::CTrafo& start,
                                                    const VoAlgo::CTrafo* reference = nullptr) const;
 
-    /// Area of this set that 'flt' covers under `pose`, mm². `searchRadius`: a point is covered when a moved 'flt' point
-    /// lies within it, mm. `areaRadius`: neighbourhood of the local area estimate, mm. Stops once `maxArea` (mm²) is
-    /// exceeded.
+    /// Area of this set that 'flt' covers under `pose`, mm². `searchRadius`: a point is covered when a moved 'flt'
+    /// point lies within it, mm. `areaRadius`: neighbourhood of the local area estimate, mm. Stops once `maxArea` (mm²)
+    /// is exceeded.
     [[nodiscard]] float EstimateOverlapArea(const CPointSet& flt, const VoAlgo::CTrafo& pose, float searchRadius,
                                             float areaRadius, float maxArea) const;
     /// Area that point i stands for, from its four nearest neighbours within `radius`, mm²; 0 with fewer.

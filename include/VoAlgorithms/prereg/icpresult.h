@@ -16,19 +16,19 @@ struct VOALGO_API ICPResult {
     /// the iteration, 4 overlap too small during it, 5 too few inliers during it, 6 final pose too far away, 7 too many
     /// mismatches or too small a small/big ratio at the end, 8 overlap (ratio or area) too small, 9 RMSE too large.
     std::int32_t resultType = -1;
-    float fStart_OverlapRatio = -1.0F;                                               ///< pairs ÷ samples, first pass
-    std::int32_t iStart_NumberOfInliers = -1;                                        ///< first pass
-    float fStart_RMSE = std::numeric_limits<float>::infinity();                      ///< of the inliers, first pass
-    float fStart_MismatchesPerMatchRatio = std::numeric_limits<float>::infinity();   ///< first pass
-    float fStop_OverlapRatio = -1.0F;                                                ///< final matches ÷ samples
-    float fStop_OverlapArea = -1.0F;                                                 ///< mm²; filled by the driver
-    std::int32_t iStop_NumberOfInliers = -1;                                         ///< of the best pose
-    float fStop_RMSE = std::numeric_limits<float>::infinity();                       ///< of the best pose
-    float fStop_MismatchesPerMatchRatio = std::numeric_limits<float>::infinity();    ///< final evaluation
-    std::int32_t iStop_Iterations = -1;           ///< iteration whose pose was kept, or at which the run failed
-    float fStop_SmallBigRatio = -1.0F;            ///< final evaluation
-    VoAlgo::CTrafo trafo;                         ///< maps 'flt' coordinates into the reference frame
-    Ellipsoid ellipsoid;                          ///< of 'flt', moved by the final pose; set on success only
+    float fStart_OverlapRatio = -1.0F;                                             ///< pairs ÷ samples, first pass
+    std::int32_t iStart_NumberOfInliers = -1;                                      ///< first pass
+    float fStart_RMSE = std::numeric_limits<float>::infinity();                    ///< of the inliers, first pass
+    float fStart_MismatchesPerMatchRatio = std::numeric_limits<float>::infinity(); ///< first pass
+    float fStop_OverlapRatio = -1.0F;                                              ///< final matches ÷ samples
+    float fStop_OverlapArea = -1.0F;                                               ///< mm²; filled by the driver
+    std::int32_t iStop_NumberOfInliers = -1;                                       ///< of the best pose
+    float fStop_RMSE = std::numeric_limits<float>::infinity();                     ///< of the best pose
+    float fStop_MismatchesPerMatchRatio = std::numeric_limits<float>::infinity();  ///< final evaluation
+    std::int32_t iStop_Iterations = -1; ///< iteration whose pose was kept, or at which the run failed
+    float fStop_SmallBigRatio = -1.0F;  ///< final evaluation
+    VoAlgo::CTrafo trafo;               ///< maps 'flt' coordinates into the reference frame
+    Ellipsoid ellipsoid;                ///< of 'flt', moved by the final pose; set on success only
 
     [[nodiscard]] const Ellipsoid& GetTransformedFltEllipsoid() const { return ellipsoid; }
 
