@@ -1,0 +1,242 @@
+#include "prereg/detail_cfpfhpolygon.h"
+
+#include "support/clouds.h"
+#include "support/log_capture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using prereg::CFPFHClusterAnalysis;
+using prereg::CFPFHPointSet;
+using prereg::CFPFHPolygon;
+using prereg::ConfigurationFPFH;
+using prereg::CPointFeatureHistogram;
+using test_support::LogCapture;
+using test_support::Random;
+using test_support::Vec3;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VoAlgo::CTrafo;
+
+const std::string Channel = "KEP.PreRegistration.FPFH|";
+
+// Feature i of a set; histograms with different labels lie farther apart than a lookup reaches.
+struct Feature {
+    Vec3 point;
+    std::size_t label;
+    float blur = 0.0F; // keeps copies of one label apart
+};
+
+CFPFHPointSet MakeSet(const std::vector<Feature>& features)
+{
+    std::vector<Vec3> points, normals;
+    std::vector<CPointFeatureHistogram> histograms;
+    for (const Feature& f : features) {
+        points.push_back(f.point);
+        normals.emplace_back(0.0F, 0.0F, 1.0F);
+        CPointFeatureHistogram h;
+        h[f.label % 11] = h[11 + f.label / 11 % 11] = h[22 + f.label / 121 % 11] = 1.0F;
+        h[32] += f.blur;
+        histograms.push_back(h);
+    }
+    return {points, normals, points, normals, histograms};
+}
+
+std::vector<Feature> Scattered(std::size_t n, float half)
+{
+    Random random(1);
+    std::vector<Feature> features;
+    for (std::size_t i = 0; i < n; ++i) features.push_back({random.InCube(half), i});
+    return features;
+}
+
+ConfigurationFPFH Config(std::uint32_t vertices, double diameter = -1.0)
+{
+    ConfigurationFPFH config;
+    config.uiNumPolygonVertices = vertices;
+    config.dMaxPolygonDiameter = diameter;
+    return config;
+}
+
+CFPFHPolygon Seed(const CFPFHPointSet& flt, const ConfigurationFPFH& config, unsigned seed = 1,
+                  const CFPFHClusterAnalysis& clusters = {}, double distance = -1.0)
+{
+    std::mt19937 engine(seed);
+    return {engine, flt, clusters, config, distance};
+}
+
+std::size_t NumDistinct(const CFPFHPolygon& polygon)
+{
+    return std::set(polygon.Indices().begin(), polygon.Indices().end()).size();
+}
+
+TEST(CFPFHPolygon, SeedsAnywhere)
+{
+    LogCapture log;
+    const CFPFHPointSet flt = MakeSet(Scattered(40, 10.0F));
+    EXPECT_THAT(Seed(MakeSet(Scattered(39, 10.0F)), Config(8)).Indices(), ElementsAre(-1));
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|too few points for seeding"));
+    std::vector<int> drawn(40);
+    for (unsigned seed = 1; seed <= 300; ++seed) { // exactly 5 features per vertex are enough
+        const CFPFHPolygon polygon = Seed(flt, Config(8), seed);
+        ASSERT_TRUE(polygon.IsSeeded());
+        ASSERT_EQ(polygon.Indices().size(), 8U);
+        ASSERT_EQ(NumDistinct(polygon), 8U);
+        for (const int i : polygon.Indices()) ++drawn[static_cast<std::size_t>(i)];
+    }
+    for (const int count : drawn) EXPECT_NEAR(count, 60, 35); // uniform; five standard deviations
+    EXPECT_EQ(Seed(flt, Config(8), 5).Indices(), Seed(flt, Config(8), 5).Indices());
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST(CFPFHPolygon, SeedsWithinADiameter)
+{
+    // 60 features in a ball of diameter 2, 60 each alone: centres outside the ball find nothing around them.
+    std::vector<Feature> features = Scattered(60, 0.5F);
+    for (std::size_t i = 60; i < 120; ++i) features.push_back({Vec3(100.0F * static_cast<float>(i), 0, 0), i});
+    const CFPFHPointSet flt = MakeSet(features);
+    LogCapture log;
+    int inBall = 0;
+    bool gaveUp = false;
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        const CFPFHPolygon polygon = Seed(flt, Config(8, 4.0), seed);
+        ASSERT_EQ(NumDistinct(polygon), 8U);
+        const bool isClose =
+            std::all_of(polygon.Indices().begin(), polygon.Indices().end(), [](int i) { return i < 60; });
+        const auto messages = log.Take();
+        if (messages.size() < 5) {
+            EXPECT_TRUE(isClose);
+            ++inBall;
+        } else { // all five centres stood alone
+            gaveUp = true;
+            const std::string tries = Channel + "T|failed to create a polygon; ";
+            EXPECT_THAT(messages,
+                        ElementsAre(tries + "4 tries left ...", tries + "3 tries left ...", tries + "2 tries left ...",
+                                    tries + "1 tries left ...", tries + "0 tries left ...",
+                                    Channel + "W|failed to create a polygon; removing diameter restriction"));
+        }
+    }
+    EXPECT_GT(inBall, 150);
+    EXPECT_TRUE(gaveUp);
+    const auto few = Scattered(4, 1.0F); // fewer than the five centres
+    EXPECT_FALSE(Seed(MakeSet(few), Config(0, 4.0)).IsSeeded());
+    ConfigurationFPFH config = Config(1, 1e-3);
+    EXPECT_EQ(Seed(MakeSet(Scattered(5, 1.0F)), config).Indices().size(), 1U); // five is all a draw of centres needs
+}
+
+TEST(CFPFHPolygon, SeedsOneMemberOfEveryCluster)
+{
+    std::vector<Feature> features; // three labels, copies blurred a little
+    for (std::size_t i = 0; i < 60; ++i)
+        features.push_back({Vec3(static_cast<float>(i), 0, 0), i % 3 * 40, 1e-4F * static_cast<float>(i)});
+    const CFPFHPointSet flt = MakeSet(features);
+    ConfigurationFPFH config = Config(10);
+    config.dFeatureClusteringBandwidth = 0.5;
+    const LogCapture quiet;
+    const CFPFHClusterAnalysis clusters(flt, config);
+    ASSERT_EQ(clusters.GetNumClusters(), 3U);
+    std::set<int> seen;
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        const CFPFHPolygon polygon = Seed(flt, config, seed, clusters);
+        ASSERT_EQ(polygon.Indices().size(), 3U);
+        for (std::size_t k = 0; k < 3; ++k) {
+            const auto members = clusters.GetCluster(k);
+            EXPECT_EQ(std::count(members.begin(), members.end(), static_cast<unsigned>(polygon.Indices()[k])), 1);
+            seen.insert(polygon.Indices()[k]);
+        }
+    }
+    EXPECT_GT(seen.size(), 55U); // any member may be drawn
+}
+
+TEST(CFPFHPolygon, SeedsApart)
+{
+    const CFPFHPointSet flt = MakeSet(Scattered(60, 10.0F));
+    LogCapture log;
+    const CFPFHPolygon polygon = Seed(flt, Config(5), 1, {}, 6.0);
+    ASSERT_TRUE(polygon.IsSeeded());
+    for (const int a : polygon.Indices())
+        for (const int b : polygon.Indices())
+            EXPECT_TRUE(a == b || (flt.GetFeaturePoint(static_cast<std::size_t>(a)) -
+                                   flt.GetFeaturePoint(static_cast<std::size_t>(b)))
+                                          .Norm() >= 6.0F);
+    EXPECT_FALSE(Seed(flt, Config(5), 1, {}, 100.0).IsSeeded());
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|seeding failed"));
+}
+
+// The fixed set holds the moved features, each with decoys of the same look elsewhere. The pose must come out whatever
+// the decoys; features moved away must be shrunk off; with fewer than three left there is no pose.
+TEST(CFPFHPolygon, MatchesByEqualSideLengths)
+{
+    const CTrafo pose = Random(4).Pose(1.1F, 20.0F);
+    const std::vector<Feature> features = Scattered(100, 10.0F);
+    const CFPFHPointSet flt = MakeSet(features);
+    const ConfigurationFPFH config = Config(10);
+    const CFPFHPolygon polygon = Seed(flt, config, 3);
+    const auto isNearPose = [&](const CTrafo& found, float tolerance) {
+        return found && found.GetRotationDistance(pose) < tolerance &&
+               (found * Vec3(5, 5, 5) - pose * Vec3(5, 5, 5)).Norm() < 10.0F * tolerance;
+    };
+    for (const std::size_t broken : {0U, 3U, 7U, 8U, 10U}) {
+        SCOPED_TRACE(broken);
+        Random random(5);
+        std::vector<Feature> moved;
+        for (std::size_t decoy = 0; decoy < 6; ++decoy)
+            for (const Feature& f : features)
+                moved.push_back({40.0F * random.Direction(), f.label, 0.01F + 0.01F * static_cast<float>(decoy)});
+        for (const Feature& f : features) moved.push_back({pose * f.point, f.label});
+        for (std::size_t i = 0; i < broken; ++i) // no feature of that look near the place
+            moved[600 + static_cast<std::size_t>(polygon.Indices()[i])].point = 200.0F * random.Direction();
+        LogCapture log;
+        const CTrafo found = CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config);
+        const auto messages = log.Take();
+        if (broken == 0) {
+            EXPECT_TRUE(isNearPose(found, 1e-5F));
+            EXPECT_THAT(messages, IsEmpty());
+        } else if (broken <= 3) {
+            EXPECT_TRUE(isNearPose(found, 1e-4F)) << found(0, 3);
+            EXPECT_THAT(messages, testing::Contains(testing::StartsWith(Channel + "T|shrinking polygon: 10 -> ")));
+        } else if (broken >= 8) {
+            EXPECT_FALSE(found);
+        }
+    }
+}
+
+// A triangle of features and what becomes of it, by hand.
+TEST(CFPFHPolygon, ThreeVerticesAreTheFewest)
+{
+    std::vector<Feature> features = Scattered(20, 10.0F);
+    const CFPFHPointSet flt = MakeSet(features);
+    const ConfigurationFPFH config = Config(3);
+    const CFPFHPolygon polygon = Seed(flt, config, 2);
+    const auto at = [&](std::size_t k) { return static_cast<std::size_t>(polygon.Indices()[k]); };
+    EXPECT_TRUE(CFPFHPolygon::ComputePreRegistration(polygon, flt, flt, config));
+
+    auto moved = features; // one corner out of place by more than the largest error: two sides fail, one vertex is left
+    moved[at(1)].point += Vec3(0, 0, 25.0F);
+    EXPECT_FALSE(CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config));
+    moved = features; // a little out of place: kept, and the fit is only nearly the identity
+    moved[at(1)].point += Vec3(0, 0, 0.5F);
+    const CTrafo nearly = CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config);
+    EXPECT_TRUE(nearly && nearly.GetRotationDistance(CTrafo()) < 0.1F && !(nearly == CTrafo()));
+    moved = features; // no feature of that look at all
+    moved[at(2)].label = 900;
+    EXPECT_FALSE(CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config));
+
+    LogCapture log;
+    moved = features; // all on one line along an axis: Procrustes cannot tell the turn
+    for (std::size_t i = 0; i < moved.size(); ++i) moved[i].point = Vec3(static_cast<float>(i * i), 0, 0);
+    const CFPFHPointSet line = MakeSet(moved);
+    EXPECT_FALSE(CFPFHPolygon::ComputePreRegistration(polygon, line, line, config));
+    EXPECT_THAT(log.Take(), testing::Contains(Channel + "T|unreliable Procrustes result (3 points)"));
+    EXPECT_FALSE(CFPFHPolygon::ComputePreRegistration(Seed(flt, Config(5)), flt, flt, config)); // the failure marker
+}
+
+} // namespace
