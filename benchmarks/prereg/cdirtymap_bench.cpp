@@ -14,7 +14,8 @@ std::vector<kdtree::Vector<3>> MakeSurface(std::size_t n)
     std::vector<kdtree::Vector<3>> points(n);
     for (std::size_t i = 0; i < n; ++i) {
         const float x = 0.6F * static_cast<float>(i % width);
-        const float y = 0.6F * static_cast<float>(i / width);
+        const std::size_t line = i / width;
+        const float y = 0.6F * static_cast<float>(line);
         points[i] = {x, y, 20.0F * std::sin(0.05F * x) * std::cos(0.04F * y)};
     }
     return points;
