@@ -181,7 +181,7 @@ CFPFHPolygon::CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const
                            const ConfigurationFPFH& config, double samplingDistance)
 {
     const std::size_t n = config.uiNumPolygonVertices;
-    if (flt.SizeFeatures() < FeaturesPerVertex * n || n == 0) {
+    if (flt.SizeFeatures() < FeaturesPerVertex * n) {
         VOALGO_LOG(Log(), Warn, "prereg::CFPFHPolygon::CFPFHPolygon", L"too few points for seeding");
         fail();
         return;
