@@ -98,7 +98,9 @@ private:
                 const Vec3 p = fix_.GetFeaturePoints()[static_cast<std::size_t>(a.candidates[from].index)];
                 for (unsigned to = 0; to < b.candidates.size(); ++to) {
                     const Vec3& q = fix_.GetFeaturePoints()[static_cast<std::size_t>(b.candidates[to].index)];
-                    graph_.AddEdge(firstNode_[i] + from, firstNode_[i + 1] + to, std::fabs((q - p).Norm() - side));
+                    const float mismatch = std::fabs((q - p).Norm() - side);
+                    if (std::isfinite(mismatch)) // else a feature lies nowhere and joins no polygon
+                        graph_.AddEdge(firstNode_[i] + from, firstNode_[i + 1] + to, mismatch);
                 }
             }
         }

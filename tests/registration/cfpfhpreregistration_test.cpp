@@ -1,0 +1,361 @@
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+
+#include "registration/registered_bodies.h"
+#include "support/log_capture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace test_support;
+using prereg::CFPFHDataSource;
+using prereg::CFPFHPointSet;
+using prereg::CFPFHPreRegistration;
+using prereg::ConfigurationFPFH;
+using prereg::ICPResult;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using VoAlgo::CTrafo;
+
+const std::string Channel = "KEP.PreRegistration.FPFH|";
+
+std::string Figures(const std::vector<ICPResult>& results)
+{
+    BitHash hash;
+    for (const ICPResult& r : results) {
+        const std::string text = r.ToString(false);
+        hash.Add(text.data(), text.size());
+        hash.Add(&r.trafo, sizeof(r.trafo));
+        for (const float f : {r.fStop_RMSE, r.fStop_OverlapRatio, r.fStop_OverlapArea, r.fStop_SmallBigRatio})
+            hash.Add(&f, sizeof(f));
+        for (int k = 0; k < 4; ++k) hash.Add(&r.ellipsoid[k], sizeof(Vec3));
+    }
+    return std::to_string(results.size()) + " results " + std::to_string(hash.Value());
+}
+
+std::vector<ICPResult> TakeAll(CFPFHPreRegistration& driver)
+{
+    std::vector<ICPResult> results;
+    while (driver.HasMoreResults()) results.push_back(driver.GetNextResult());
+    return results;
+}
+
+testing::AssertionResult IsNear(const ICPResult& result, const ScanPair& pair)
+{
+    const float turn = result.trafo.GetRotationDistance(pair.truth);
+    const Vec3 p = pair.flt.GetEllipsoid()[0];
+    const float shift = (result.trafo * p - pair.truth * p).Norm();
+    if (result.resultType == 0 && turn < 0.005F && shift < 0.05F) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << turn << " rad, " << shift << " mm: " << result.ToString(false);
+}
+
+// The whole road: two scans of one body in any pose come together, and the search stops at the quorum.
+TEST(PreRegistration, FindsThePoseOfTwoScans)
+{
+    for (unsigned shape = 1; shape <= 6; ++shape) {
+        SCOPED_TRACE(shape);
+        const ScanPair pair(shape);
+        for (const double diameter : {15.0, -1.0}) { // polygons within a diameter; polygons of the feature clusters
+            ConfigurationFPFH config = BodyConfig();
+            config.dMaxPolygonDiameter = diameter;
+            config.uiNumPolygons = diameter < 0.0 ? 1500 : 60;
+            CFPFHPreRegistration driver(pair.fix, pair.flt, config, false);
+            LogCapture log;
+            ASSERT_TRUE(driver.Compute());
+            EXPECT_THAT(log.Take(),
+                        Contains(testing::MatchesRegex(
+                            ".*T.aborting search: top cluster size .[0-9]+. reached quorum .3. after looking at "
+                            "[0-9]+ polygons")));
+            EXPECT_TRUE(IsNear(driver.PeekBestResult(), pair));
+            const auto statistics = driver.GetStatistics();
+            EXPECT_EQ(statistics.uiNumPolygons, config.uiNumPolygons); // as configured, though fewer were looked at
+            EXPECT_EQ(statistics.uiNumProposals, statistics.uiNumSuccessful + statistics.uiNumFailed);
+            EXPECT_GE(statistics.uiNumSuccessful, 3U);
+        }
+    }
+}
+
+// Real scans: one scanner, noise, normals without length. The turn between them is known from their origin.
+TEST(PreRegistration, FindsThePoseOfTheSampleScans)
+{
+    const std::string data = VOALGO_SOURCE_DIR "/examples/data/hippo";
+    const CFPFHPointSet fix = ToPointSet(ReadSampleScan(data + "1.ply"), 5.5),
+                        flt = ToPointSet(ReadSampleScan(data + "2.ply"), 5.5);
+    ConfigurationFPFH config = BodyConfig();
+    config.uiNumPolygons = 3000;
+    config.uiNumPolygonVertices = 3;
+    config.dMaxPolygonDiameter = 18.0;
+    config.dMaxPolygonVertexError = 1.4;
+    config.icpConfig.dMinQueryRadius = 0.46;
+    config.icpConfig.dPositionTolerance = 0.92;
+    config.icpConfig.dMaxRMSE = 0.16;
+    CFPFHPreRegistration driver(fix, flt, config, false);
+    ASSERT_TRUE(driver.Compute());
+    EXPECT_NEAR(driver.PeekBestResult().trafo.GetRotationDistance(CTrafo()), 43.0F * 0.01745F, 0.02F);
+}
+
+// A refusal is an answer, with its causes.
+TEST(PreRegistration, RefusesScansOfDifferentBodies)
+{
+    for (unsigned shape = 1; shape <= 6; ++shape) {
+        SCOPED_TRACE(shape);
+        const ScanPair pair(shape), other(shape + 20);
+        CFPFHPreRegistration driver(pair.fix, other.flt, BodyConfig(), false);
+        EXPECT_FALSE(driver.Compute());
+        EXPECT_FALSE(driver.HasMoreResults());
+        EXPECT_EQ(driver.GetNextResult().resultType, -1);
+        EXPECT_EQ(driver.PeekBestResult().resultType, -1);
+        EXPECT_THAT(driver.GetAllResults(), IsEmpty());
+        const auto statistics = driver.GetStatistics();
+        EXPECT_EQ(statistics.uiNumSuccessful, 0U);
+        std::uint32_t sum = 0, previous = std::numeric_limits<std::uint32_t>::max();
+        for (const auto& [type, count] : statistics.failures) {
+            EXPECT_TRUE(type >= 1 && type <= 9 && count <= previous);
+            previous = count;
+            sum += count;
+        }
+        EXPECT_EQ(sum, statistics.uiNumFailed);
+        EXPECT_THAT(statistics.ToString(), HasSubstr(sum == 0 ? " 0 failed)" : " failed) failure causes: "));
+    }
+}
+
+TEST(PreRegistration, StatisticsText)
+{
+    CFPFHPreRegistration::Statistics s{20, 5, 5, 0, {}};
+    EXPECT_EQ(s.ToString(), "20 polys, 5 proposed trafos (5 successful, 0 failed)");
+    s.failures = {{9, 10}, {1, 9}, {2, 8}, {3, 7}, {4, 6}, {5, 5}, {6, 4}, {7, 3}, {8, 2}, {10, 1}, {4, 0}, {5, 7}};
+    const std::string text = s.ToString();
+    EXPECT_EQ(text,
+              "20 polys, 5 proposed trafos (5 successful, 0 failed) failure causes: stop/RMSE:10x strt/overlap:9x "
+              "strt/inliers:8x iter/mismatches:7x iter/overlap:6x iter/inliers:5x stop/change:4x stop/conflicts:3x "
+              "stop/overlap:2x *unknown*:1x");
+    EXPECT_EQ(s.ToWString(), std::wstring(text.begin(), text.end()));
+}
+
+TEST(PreRegistration, TooLeanSetsAreRefusedAtOnce)
+{
+    const ScanPair pair(1);
+    LogCapture log;
+    CFPFHPreRegistration none;
+    EXPECT_FALSE(none.Compute());
+    EXPECT_THAT(log.Take(), Contains(Channel + "W|too few features in point set 'fix'"));
+    CFPFHPreRegistration noFlt(pair.fix, CFPFHPointSet(), BodyConfig(), true);
+    EXPECT_FALSE(noFlt.Compute());
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|too few features in point set 'flt'"));
+    CFPFHPreRegistration null(nullptr, nullptr, BodyConfig());
+    EXPECT_FALSE(null.Compute());
+    EXPECT_TRUE(null.GetFixPointSet().Empty() && null.GetFltPointSet().Empty() && !null.GetFixPointSetPtr());
+    for (CFPFHPreRegistration* driver : {&none, &noFlt, &null}) {
+        EXPECT_EQ(driver->InjectTrafo(CTrafo()).resultType, -1);
+        EXPECT_EQ(driver->GetStatistics().uiNumProposals, 0U);
+    }
+    CFPFHPreRegistration sparse(pair.fix, pair.flt, BodyConfig(),
+                                false); // polygons without vertices pass the first test
+    sparse.GetMatchingConfig().uiNumPolygonVertices = 0;
+    sparse.GetMatchingConfig().uiNumPolygons = 2;
+    (void)log.Take();
+    EXPECT_FALSE(sparse.Compute());
+    EXPECT_THAT(log.Take(), Contains(Channel + "W|seeding of polygon in 'flt' failed (probably too sparse)").Times(2));
+}
+
+// Without a quorum all polygons are looked at and clustering happens once, at the end; with it, at every proposal from
+// the quorum on.
+TEST(PreRegistration, QuorumDecidesHowOftenItClusters)
+{
+    const ScanPair pair(2);
+    const auto run = [&](std::uint32_t quorum, std::uint32_t polygons) {
+        ConfigurationFPFH config = BodyConfig();
+        config.uiTrafoClusteringQuorum = quorum;
+        config.uiNumPolygons = polygons;
+        CFPFHPreRegistration driver(pair.fix, pair.flt, config, false);
+        LogCapture log;
+        driver.Compute();
+        const auto messages = log.Take();
+        EXPECT_THAT(driver.GetAllResults(), Not(IsEmpty()));
+        return std::pair(
+            std::count_if(messages.begin(), messages.end(),
+                          [](const std::string& m) { return m.find("clustering: found") != std::string::npos; }),
+            driver.GetStatistics());
+    };
+    const auto [onceAll, all] = run(0, 60);
+    EXPECT_EQ(onceAll, 1);
+    EXPECT_GT(all.uiNumProposals, 6U);
+    EXPECT_EQ(run(100000, 60).first, 1); // never reached: once at the end
+    EXPECT_GT(run(3, 60).first, 0);
+    EXPECT_LT(run(3, 60).second.uiNumProposals, all.uiNumProposals);
+}
+
+// An outside pose joins the proposals and the results; what was verified once is not verified again.
+TEST(PreRegistration, InjectedPoses)
+{
+    const ScanPair pair(3);
+    ConfigurationFPFH config = BodyConfig();
+    config.uiNumPolygons = 0;
+    CFPFHPreRegistration driver(pair.fix, pair.flt, config, false);
+    EXPECT_FALSE(driver.Compute()); // nothing to cluster
+    LogCapture log;
+    const CTrafo start = Random(1).Pose(0.03F, 0.2F) * pair.truth;
+    const ICPResult result = driver.InjectTrafo(start);
+    EXPECT_TRUE(IsNear(result, pair));
+    EXPECT_THAT(log.Take(), Contains(testing::MatchesRegex(
+                                ".*T.InjectTrafo: overlap ratio of refined trafo: [0-9.]+p .before: [0-9.]+p., "
+                                "RMSE: 0.0[0-9]+mm .before: [0-9.]+mm.")));
+    EXPECT_EQ(Figures({driver.InjectTrafo(start)}), Figures({result})); // once more: one cache entry, two proposals
+    EXPECT_EQ(driver.GetAllResults().size(), 2U);
+    EXPECT_EQ(driver.GetStatistics().ToString(), "0 polys, 1 proposed trafos (1 successful, 0 failed)");
+
+    const ICPResult failed = driver.InjectTrafo(CTrafo(Vec3(), Vec3(500, 0, 0)));
+    EXPECT_EQ(failed.resultType, 1);
+    EXPECT_THAT(log.TakeComplaints(),
+                ElementsAre(Channel + "W|InjectTrafo: refinement failed (initial overlap of point sets is too small)"));
+    EXPECT_EQ(driver.GetAllResults().size(), 2U);
+    EXPECT_EQ(driver.GetStatistics().uiNumProposals, 1U);
+
+    ICPResult foreign; // pushed as it is
+    foreign.resultType = 3;
+    foreign.fStop_SmallBigRatio = 2.0F;
+    driver.InjectICPResult(foreign);
+    EXPECT_EQ(driver.PeekBestResult().resultType, 3);
+    EXPECT_TRUE(driver.Compute()); // clusters both proposals into one result; the foreign one is no proposal
+    EXPECT_EQ(driver.GetAllResults().size(), 1U);
+    EXPECT_TRUE(IsNear(driver.PeekBestResult(), pair));
+    const CTrafo faraway(Vec3(0.5F, 0.5F, 0.5F), Vec3());
+    driver.GetMatchingConfig().icpConfig.dMaxRotationDistance = 0.5;
+    EXPECT_EQ(driver.InjectTrafo(start, &faraway).resultType, 6); // measured from the second pose
+}
+
+// Accepted poses of one place and turn are one result; the order is that of the results, not of the cluster sizes.
+TEST(PreRegistration, ClustersByPositionThenByOrientation)
+{
+    LogCapture log;
+    const CFPFHPointSet ball = ToPointSet(Sphere(2000, 10.0F), 4.0, 1); // lands on itself in every turn
+    ConfigurationFPFH config = BodyConfig();
+    config.uiNumPolygons = 0;
+    for (const double bandwidth : {-1.0, 0.3}) {
+        config.dOrientationClusteringBandwidth = bandwidth;
+        CFPFHPreRegistration driver(ball, ball, config, false);
+        for (const float angle : {0.0F, 0.02F, 1.5F, 1.53F, 1.55F})
+            ASSERT_EQ(driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3())).resultType, 0);
+        (void)log.Take();
+        ASSERT_TRUE(driver.Compute());
+        const auto messages = log.Take();
+        EXPECT_THAT(messages, Contains(Channel + "T|clustering: found 1 position-clusters among 5 trafos"));
+        EXPECT_THAT(messages, Contains(Channel + "T|  #0: cluster size 5"));
+        EXPECT_EQ(driver.GetAllResults().size(), bandwidth < 0.0 ? 1U : 2U);
+        if (bandwidth < 0.0) continue;
+        EXPECT_THAT(messages, Contains(Channel + "T|cluster #0 (size 5) consists of 2 orientation clusters:"));
+        for (const char* size : {"(size 2)", "(size 3)"}) // in the order in which their modes were found
+            EXPECT_THAT(messages, Contains(testing::AllOf(HasSubstr("T|  orientation cluster #"), HasSubstr(size))));
+    }
+    config.dTrafoClusteringBandwidth = -1.0; // no clustering is possible: every pose for itself
+    CFPFHPreRegistration driver(ball, ball, config, false);
+    for (const float angle : {0.0F, 0.02F}) (void)driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3()));
+    (void)log.Take();
+    EXPECT_TRUE(driver.Compute());
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|(position) clustering failed!"));
+    EXPECT_EQ(driver.GetAllResults().size(), 2U);
+}
+
+// Copies go on as the original would; results come in the same order one by one and all at once.
+TEST(PreRegistration, CopiesContinueAlike)
+{
+    const ScanPair pair(4);
+    ConfigurationFPFH config = BodyConfig();
+    config.uiTrafoClusteringQuorum = 0;
+    config.icpConfig.dMaxRMSE = 1.0; // lets wrong poses pass: several results
+    config.icpConfig.dMinSmallBigRatio = 0.05;
+    CFPFHPreRegistration driver(pair.fix, pair.flt, config, true);
+    ASSERT_TRUE(driver.Compute());
+    const std::vector<ICPResult> all = driver.GetAllResults();
+    EXPECT_GT(all.size(), 1U);
+    CFPFHPreRegistration copy = driver;
+    CFPFHPreRegistration assigned;
+    assigned = copy;
+    CFPFHPreRegistration moved = std::move(assigned);
+    EXPECT_EQ(Figures(TakeAll(copy)), Figures(all));
+    EXPECT_FALSE(copy.HasMoreResults());
+    EXPECT_EQ(Figures(driver.GetAllResults()), Figures(all)); // untouched by the copy
+    driver.Compute();
+    moved.Compute();
+    copy.Compute();
+    EXPECT_GT(driver.GetStatistics().uiNumProposals, 10U);
+    for (CFPFHPreRegistration* other : {&moved, &copy}) {
+        EXPECT_EQ(Figures(other->GetAllResults()), Figures(driver.GetAllResults()));
+        EXPECT_EQ(other->GetStatistics().ToString(), driver.GetStatistics().ToString());
+    }
+}
+
+TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
+{
+    const ScanPair pair(5);
+    ConfigurationFPFH config = BodyConfig();
+    CFPFHPreRegistration driver(pair.fix, pair.flt, config, false);
+    ASSERT_TRUE(driver.Compute());
+    const ICPResult best = driver.PeekBestResult();
+    const auto tolerance = static_cast<float>(config.icpConfig.dPositionTolerance);
+    EXPECT_EQ(best.fStop_OverlapArea,
+              pair.fix.EstimateOverlapArea(pair.flt, best.trafo, tolerance, 2.0F * tolerance, 1e9F));
+    EXPECT_GT(best.fStop_OverlapArea, 100.0F);
+    EXPECT_EQ(driver.GetAllResults()[0].fStop_OverlapArea, best.fStop_OverlapArea);
+    EXPECT_GT(driver.InjectTrafo(best.trafo).fStop_OverlapArea, 100.0F);
+    for (const double share : {0.9, 1.1}) {
+        config.icpConfig.dMinOverlapArea = share * static_cast<double>(best.fStop_OverlapArea);
+        CFPFHPreRegistration limited(pair.fix, pair.flt, config, false);
+        EXPECT_EQ(limited.Compute(), share < 1.0);
+        const ICPResult injected = limited.InjectTrafo(best.trafo);
+        EXPECT_EQ(injected.resultType, share < 1.0 ? 0 : 8);
+        if (share > 1.0) {
+            EXPECT_THAT(limited.GetStatistics().ToString(), HasSubstr("stop/overlap:"));
+        }
+    }
+}
+
+// The promise of equal bits over the whole road: features, results and files for every number of threads, two runs, and
+// whether the scan came at once or grew.
+TEST(PreRegistration, ThreadsAndGrowthGiveTheSameBits)
+{
+    const ScanPair pair(6);
+    const auto fingerprint = [&](unsigned threads, bool grows) {
+        BitHash hash;
+        std::vector<CFPFHPointSet> sets;
+        for (const Cloud* cloud : {&pair.fixCloud, &pair.fltCloud}) {
+            CFPFHDataSource source(BodyFeatureRadius, BodyQuality, threads, grows);
+            const auto part = static_cast<std::ptrdiff_t>(cloud->Size() * 9 / 10);
+            const Cloud first{{cloud->points.begin(), cloud->points.begin() + part},
+                              {cloud->normals.begin(), cloud->normals.begin() + part}};
+            EXPECT_TRUE(!grows || source.Update(first.points, first.normals));
+            EXPECT_TRUE(source.Update(cloud->points, cloud->normals));
+            sets.emplace_back(source);
+            hash.Add(source.GetFeatures());
+            hash.Add(source.GetFeaturePoints());
+            const std::string name = testing::TempDir() + "same_bits.xyz";
+            sets.back().SaveFeaturePointsXYZN(name, 0xFFFFFFFF);
+            std::ifstream file(name, std::ios::binary);
+            const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
+            hash.Add(text);
+            std::filesystem::remove(name);
+        }
+        CFPFHPreRegistration driver(sets[0], sets[1], BodyConfig(), false);
+        EXPECT_TRUE(driver.Compute());
+        return std::to_string(hash.Value()) + ' ' + Figures(driver.GetAllResults()) + driver.GetStatistics().ToString();
+    };
+    const std::string expected = fingerprint(0, false);
+    for (const unsigned threads : {0U, 1U, 2U, 8U})
+        for (const bool grows : {false, true}) EXPECT_EQ(fingerprint(threads, grows), expected) << threads << grows;
+}
+
+} // namespace
