@@ -107,7 +107,7 @@ TEST(CFPFHPointSet, BadFeaturesAreReportedAndEmptyTheSet)
     EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|point set has no features"));
     parts = good;
     parts.features.pop_back();
-    EXPECT_THROW(parts.Make(), std::invalid_argument);
+    EXPECT_THROW((void)parts.Make(), std::invalid_argument);
 }
 
 TEST(CFPFHPointSet, LookupEqualsALinearScan)
