@@ -3,8 +3,8 @@
 #include "console.h"
 #include "errors.h"
 #include "normals.h"
-#include "registration.h"
 #include "same_place.h"
+#include "sampling.h"
 
 #include <algorithm>
 #include <cmath>

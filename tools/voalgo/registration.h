@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 #include "cloud.h"
+#include "verification.h"
 
 #include <functional>
 #include <memory>
@@ -12,16 +13,6 @@ namespace voalgo {
 
 enum class Preset { Automatic, Dense, Scan, Thorough };
 
-/// The last word on a result: refined once more with many samples, from fix's side and from flt's, it must pass
-/// stricter limits than the search's, from both sides, and both must end in the same pose.
-struct Verification {
-    prereg::ConfigurationICP icp;     ///< limits and settings of both refinements
-    double strictness = 0.0;          ///< small/big limit rises by this for every multiple of the roughness in the RMSE
-    double roughness = 0.0;           ///< of the scans, mm
-    double maxTurn = 0.0;             ///< largest turn between the poses of both sides, rad
-    std::uint32_t minClusterSize = 0; ///< fewest proposals that must have led to the pose
-};
-
 /// All that steers a registration. Lengths in millimetres.
 struct Settings {
     prereg::ConfigurationFPFH config;
@@ -30,27 +21,17 @@ struct Settings {
     unsigned threads = 0;        ///< of the feature computation; 0: as many as the hardware has
 };
 
-/// How finely and how smoothly a cloud samples its surface, from a sample of its points.
-struct Sampling {
-    double spacing = 0.0; ///< mean distance of a point to its nearest neighbour, mm; 0 for less than two points
-    double roughness =
-        0.0; ///< root mean square distance of neighbours to each other's tangent planes, mm, outliers cut
-};
-Sampling MeasureSampling(const Cloud& cloud);
-/// The spacing alone.
-double MeanSpacing(const Cloud& cloud);
-
 /// Settings scaled from the measured spacing of both clouds.
 Settings DeriveSettings(const Cloud& fix, const Cloud& flt, Preset preset);
 
 /// The point set that the registration makes of a cloud.
 std::shared_ptr<const prereg::CFPFHPointSet> ComputeFeatures(const Cloud& cloud, const Settings& settings);
 
-/// A result that was handed out, best first.
 struct Registration {
+    /// The results that passed the verification; first the one that explains most of flt (small/big ratio × overlap).
     std::vector<prereg::CFPFHPreRegistration::VerifiedTrafo> results;
     prereg::CFPFHPreRegistration::Statistics statistics;
-    std::string reason; ///< why there is no result; empty when there is one
+    std::string reason; ///< why no result is to be trusted, also when there are several; empty: the first one is
     double featureSeconds = 0.0;
     double searchSeconds = 0.0;
 };

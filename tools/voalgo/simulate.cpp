@@ -4,7 +4,7 @@
 #include "free_form.h"
 #include "normals.h"
 #include "overlap.h"
-#include "registration.h"
+#include "sampling.h"
 #include "scanner.h"
 
 #include <algorithm>

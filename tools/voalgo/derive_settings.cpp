@@ -1,0 +1,85 @@
+#include "registration.h"
+#include "sampling.h"
+
+#include <algorithm>
+
+namespace voalgo {
+namespace {
+
+constexpr double RadiansPerDegree = 0.0174532925199433;
+// Scans without any noise still differ by where they sample; in multiples of the spacing.
+constexpr double MinRoughness = 0.05;
+
+/// What a preset chooses, lengths in multiples of the spacing.
+struct PresetFactors {
+    double workingSpacing;
+    double featureRadius;
+    double polygonDiameter;
+    std::uint32_t numPolygons;
+    std::uint32_t numNeighbours;
+};
+
+PresetFactors FactorsOf(Preset preset)
+{
+    switch (preset) {
+    case Preset::Dense:
+        return {1.5, 8.0, 30.0, 3000, 10}; // fine detail, little noise
+    case Preset::Thorough:
+        return {2.0, 12.0, 40.0, 20000, 20}; // small overlaps, much clutter
+    case Preset::Automatic:
+    case Preset::Scan:
+        break;
+    }
+    return {2.0, 12.0, 40.0, 3000, 10};
+}
+
+} // namespace
+
+Settings DeriveSettings(const Cloud& fix, const Cloud& flt, Preset preset)
+{
+    const Sampling fixSampling = MeasureSampling(fix);
+    const Sampling fltSampling = MeasureSampling(flt);
+    const double spacing = std::max(fixSampling.spacing, fltSampling.spacing);
+    const double roughness = std::max({fixSampling.roughness, fltSampling.roughness, MinRoughness * spacing});
+    const PresetFactors factors = FactorsOf(preset);
+
+    Settings s;
+    s.workingSpacing = factors.workingSpacing * spacing;
+    prereg::ConfigurationFPFH& config = s.config;
+    config.dFeatureRadius = factors.featureRadius * spacing;
+    config.uiNumPolygons = factors.numPolygons;
+    config.uiNumPolygonVertices = 4;
+    config.uiNumNeighbors = factors.numNeighbours;
+    config.dMaxPolygonDiameter = factors.polygonDiameter * spacing;
+    config.dMaxPolygonVertexError = 3.0 * spacing;
+    config.dTrafoClusteringBandwidth = 5.0 * spacing;
+    config.uiTrafoClusteringQuorum = 3;
+    prereg::ConfigurationICP& icp = config.icpConfig;
+    icp.uiMaxNumIterations = 15;
+    icp.dMinQueryRadius = 2.0 * spacing;
+    icp.dPositionTolerance = 2.0 * spacing;
+    icp.dInitialQueryRadiusScaling = 5.0;
+    icp.dNormalAngleTolerance = 30.0 * RadiansPerDegree;
+    icp.dMaxErrorRatio = 0.05;
+    icp.dMinOverlapRatio = 0.18;
+    icp.dMaxRMSE = 3.0 * roughness;
+    icp.dMinSmallBigRatio = 0.5;
+    icp.dSmallBigQueryRadiusScaling = 2.0;
+
+    Verification& verification = s.verification;
+    verification.icp = icp;
+    verification.icp.uiMaxNumIterations = 5;
+    verification.icp.uiNumSamples = 2000;
+    verification.icp.dInitialQueryRadiusScaling = 1.0;
+    verification.icp.dMinOverlapRatio = 0.22;
+    verification.icp.dMaxRMSE = 2.5 * roughness;
+    verification.icp.dMinSmallBigRatio = 0.65;
+    verification.strictness = 0.05;
+    verification.roughness = roughness;
+    verification.maxTurn = 1.5 * RadiansPerDegree;
+    verification.minStability = 0.003;
+    verification.minClusterSize = 2;
+    return s;
+}
+
+} // namespace voalgo

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+
+#include <cstdint>
+#include <string>
+
+namespace voalgo {
+
+/// The last word on a result: refined once more with many samples, from fix's side and from flt's, it must pass
+/// stricter limits than the search's, from both sides, and both must end in the same pose.
+struct Verification {
+    prereg::ConfigurationICP icp;     ///< limits and settings of both refinements
+    double strictness = 0.0;          ///< the small/big limit rises by this per roughness that the RMSE exceeds it
+    double roughness = 0.0;           ///< of the scans, mm
+    double maxTurn = 0.0;             ///< largest turn between the poses of both sides, rad
+    double minStability = 0.0;        ///< how well the overlap's shape must hold the pose, see PoseStability
+    std::uint32_t minClusterSize = 0; ///< fewest proposals that must have led to the pose
+};
+
+/// Refines a result of the search with the verification's settings. Returns what speaks against handing it out; empty:
+/// it passed and now holds the refined pose and figures, seen from fix's side.
+std::string Verify(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt, const Verification& verification,
+                   prereg::CFPFHPreRegistration::VerifiedTrafo& result);
+
+} // namespace voalgo
