@@ -1,13 +1,15 @@
 #pragma once
 
 // Eight-wide single precision. All intrinsics of the library live here. Kernels are templates over the pack type: the
-// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation, so
-// both give the same bits.
+// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation,
+// so both give the same bits.
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #if defined(__SSE2__) || defined(_M_X64)
 #define VOALGO_SIMD_SSE2 1
@@ -20,6 +22,7 @@
 namespace VoAlgo::simd {
 
 inline constexpr std::size_t Lanes = 8;
+inline constexpr std::size_t CodeBytes = 3;
 
 /// The processor's approximate reciprocal square root (relative error below 1.5 · 2⁻¹²). Elsewhere: the exact value
 /// rounded to 12 bits of mantissa, which has the same error bound but other bits.
@@ -132,10 +135,14 @@ struct ScalarF8 {
     {
         return Map(a, b, [](float x, float y) { return x / y; });
     }
-    /// The second operand when one is NaN, like the processor's instruction.
+    /// The second operand when one is NaN, like the processor's instruction; so Min.
     static ScalarF8 Max(const ScalarF8& a, const ScalarF8& b)
     {
         return Map(a, b, [](float x, float y) { return x > y ? x : y; });
+    }
+    static ScalarF8 Min(const ScalarF8& a, const ScalarF8& b)
+    {
+        return Map(a, b, [](float x, float y) { return x < y ? x : y; });
     }
     static ScalarF8 Abs(const ScalarF8& a)
     {
@@ -182,10 +189,25 @@ struct ScalarF8 {
         for (std::size_t i = 0; i < Lanes; ++i) mask |= (a.v[i] <= b.v[i] ? 1U : 0U) << i;
         return mask;
     }
-    /// Nearest integers, see RoundToInt.
-    static void RoundToInt(const ScalarF8& a, int* out)
+    /// Eight codes of three bytes: the nearest integers (see RoundToInt) of a, b and c, clamped to 0 … largest ≤ 255,
+    /// the lowest byte that of a; the highest byte is 0.
+    static void StoreCodes(const ScalarF8& a, const ScalarF8& b, const ScalarF8& c, int largest, std::uint32_t* codes)
     {
-        for (std::size_t i = 0; i < Lanes; ++i) out[i] = simd::RoundToInt(a.v[i]);
+        const auto byte = [largest](float x) {
+            return static_cast<std::uint32_t>(std::clamp(simd::RoundToInt(x), 0, largest));
+        };
+        for (std::size_t i = 0; i < Lanes; ++i) codes[i] = byte(a.v[i]) | byte(b.v[i]) << 8 | byte(c.v[i]) << 16;
+    }
+    /// Counts how often each byte of the codes has the values 0 to Values − 1: counts[place · Values + value],
+    /// replaced. The number of codes is a multiple of eight.
+    template <std::size_t Values>
+    static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts)
+    {
+        std::fill_n(counts, CodeBytes * Values, 0U);
+        for (std::size_t i = 0; i < n; ++i)
+            for (std::size_t place = 0; place < CodeBytes; ++place)
+                if (const std::uint32_t byte = codes[i] >> (8 * place) & 0xFFU; byte < Values)
+                    ++counts[place * Values + byte];
     }
     /// Writes the lanes whose mask bit is set back to back. All eight entries of `out` may be overwritten.
     static void Compress(const ScalarF8& a, unsigned mask, float* out)
@@ -193,6 +215,13 @@ struct ScalarF8 {
         std::size_t n = 0;
         for (std::size_t i = 0; i < Lanes; ++i)
             if ((mask >> i & 1U) != 0) out[n++] = a.v[i];
+    }
+    /// The same with the numbers first + lane in place of lanes.
+    static void CompressNumbers(std::uint32_t first, unsigned mask, std::uint32_t* out)
+    {
+        std::size_t n = 0;
+        for (std::uint32_t i = 0; i < Lanes; ++i)
+            if ((mask >> i & 1U) != 0) out[n++] = first + i;
     }
     /// ((v0 + v4) + (v2 + v6)) + ((v1 + v5) + (v3 + v7)), the pairwise reduction of the processor's halves.
     [[nodiscard]] float Sum() const { return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7])); }
@@ -227,6 +256,7 @@ struct AvxF8 {
     friend AvxF8 operator*(AvxF8 a, AvxF8 b) { return {_mm256_mul_ps(a.v, b.v)}; }
     friend AvxF8 operator/(AvxF8 a, AvxF8 b) { return {_mm256_div_ps(a.v, b.v)}; }
     static AvxF8 Max(AvxF8 a, AvxF8 b) { return {_mm256_max_ps(a.v, b.v)}; }
+    static AvxF8 Min(AvxF8 a, AvxF8 b) { return {_mm256_min_ps(a.v, b.v)}; }
     static AvxF8 Abs(AvxF8 a) { return {_mm256_andnot_ps(_mm256_set1_ps(-0.0F), a.v)}; }
     static AvxF8 Sqrt(AvxF8 a) { return {_mm256_sqrt_ps(a.v)}; }
     static AvxF8 ApproximateReciprocalSqrt(AvxF8 a) { return {_mm256_rsqrt_ps(a.v)}; }
@@ -253,20 +283,69 @@ struct AvxF8 {
     {
         return static_cast<unsigned>(_mm256_movemask_ps(_mm256_cmp_ps(a.v, b.v, _CMP_LE_OQ)));
     }
-    static void RoundToInt(AvxF8 a, int* out)
+    static void StoreCodes(AvxF8 a, AvxF8 b, AvxF8 c, int largest, std::uint32_t* codes)
     {
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_cvtps_epi32(a.v));
+        const auto bytes = [highest = _mm256_set1_epi32(largest)](AvxF8 x) {
+            return _mm256_min_epi32(_mm256_max_epi32(_mm256_cvtps_epi32(x.v), _mm256_setzero_si256()), highest);
+        };
+        const __m256i ab = _mm256_or_si256(bytes(a), _mm256_slli_epi32(bytes(b), 8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(codes), _mm256_or_si256(ab, _mm256_slli_epi32(bytes(c), 16)));
+    }
+    template <std::size_t Values>
+    static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts)
+    {
+        std::fill_n(counts, CodeBytes * Values, 0U);
+        CountCodes(codes, n, counts, std::make_index_sequence<Values>());
     }
     static void Compress(AvxF8 a, unsigned mask, float* out)
     {
         const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(compressTable.lanes[mask]));
         _mm256_storeu_ps(out, _mm256_permutevar8x32_ps(a.v, lanes));
     }
+    static void CompressNumbers(std::uint32_t first, unsigned mask, std::uint32_t* out)
+    {
+        const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(compressTable.lanes[mask]));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
+                            _mm256_add_epi32(lanes, _mm256_set1_epi32(static_cast<int>(first))));
+    }
     [[nodiscard]] float Sum() const
     {
         const __m128 a = _mm_add_ps(_mm256_castps256_ps128(v), _mm256_extractf128_ps(v, 1)); // v0+v4 .. v3+v7
-        const __m128 b = _mm_add_ps(a, _mm_movehl_ps(a, a));                                  // even, odd sums
+        const __m128 b = _mm_add_ps(a, _mm_movehl_ps(a, a));                                 // even, odd sums
         return _mm_cvtss_f32(_mm_add_ss(b, _mm_shuffle_ps(b, b, 1)));
+    }
+
+private:
+    /// One register of byte counters per value. A counter holds 255, so many groups of eight codes are counted at a
+    /// time.
+    template <std::size_t... Value>
+    static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts,
+                           std::index_sequence<Value...>)
+    {
+        constexpr std::size_t MostCodes = 255 * Lanes;
+        for (std::size_t begin = 0; begin < n; begin += MostCodes) {
+            __m256i counters[] = {(static_cast<void>(Value), _mm256_setzero_si256())...};
+            for (std::size_t i = begin; i < std::min(n, begin + MostCodes); i += Lanes) {
+                const __m256i group = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(codes + i));
+                ((counters[Value] = _mm256_sub_epi8(
+                      counters[Value], _mm256_cmpeq_epi8(group, _mm256_set1_epi8(static_cast<char>(Value))))),
+                 ...);
+            }
+            (AddBytePlaces(counters[Value], counts + Value, sizeof...(Value)), ...);
+        }
+    }
+    /// counts[place · stride] += the sum over the eight lanes of the byte at that place.
+    static void AddBytePlaces(__m256i counters, std::uint32_t* counts, std::size_t stride)
+    {
+        const __m256i byPlace = _mm256_shuffle_epi8( // the four bytes of each place side by side, in both halves
+            counters, _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 0, 4, 8, 12, 1, 5, 9, 13,
+                                       2, 6, 10, 14, 3, 7, 11, 15));
+        const __m256i pairs = _mm256_maddubs_epi16(byPlace, _mm256_set1_epi8(1));
+        const __m256i sums = _mm256_madd_epi16(pairs, _mm256_set1_epi16(1));
+        const __m128i both = _mm_add_epi32(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
+        counts[0] += static_cast<std::uint32_t>(_mm_cvtsi128_si32(both));
+        counts[stride] += static_cast<std::uint32_t>(_mm_extract_epi32(both, 1));
+        counts[2 * stride] += static_cast<std::uint32_t>(_mm_extract_epi32(both, 2));
     }
 };
 

@@ -7,7 +7,7 @@
 #include "platform/detail_log.h"
 #include "platform/detail_tasks.h"
 #include "prereg/detail_neighbours.h"
-#include "prereg/detail_pairfeatures.h"
+#include "prereg/detail_simplehistograms.h"
 #include "prereg/detail_surface.h"
 
 #include <algorithm>
@@ -28,8 +28,9 @@ constexpr std::uint32_t None = 0xFFFFFFFFU;
 constexpr std::int32_t NoFeature = -1;
 constexpr std::int32_t Dropped = -2; // the stored point lies in a changed region
 constexpr float CutOffSurface = -1.0F;
-// Points whose tangential scatter is more lopsided than this lie at a border of the scan.
-constexpr float MaxScatterRatio = 2.0F;
+// Where the principal axes of the tangential scatter differ by more than this in length, a border of the scan cuts the
+// neighbourhood off; as a ratio of eigenvalues.
+constexpr float MaxScatterRatio = 1.1236F * 1.1236F;
 // Fewer feature points than this share of the points, and a registration has little to work with.
 constexpr double LeanShare = 0.01;
 
@@ -39,88 +40,15 @@ const Logging::CLogger& Log()
     return logger;
 }
 
-/// Counts of the three blocks. Consecutive pairs often fall into the same bin; four copies keep their additions independent.
-class BinCounter {
-public:
-    void Add(const int* alphaBins, const int* phiBins, const int* thetaBins, std::size_t lanes)
-    {
-        for (std::size_t i = 0; i < lanes; ++i) {
-            std::uint32_t* counts = counts_[i % Copies];
-            ++counts[alphaBins[i]];
-            ++counts[detail::BlockBins + phiBins[i]];
-            ++counts[2 * detail::BlockBins + thetaBins[i]];
-        }
-    }
-    void Store(float* bins) const
-    {
-        for (std::size_t b = 0; b < CPointFeatureHistogram::NumBins; ++b)
-            bins[b] = static_cast<float>(counts_[0][b] + counts_[1][b] + counts_[2][b] + counts_[3][b]);
-    }
-
-private:
-    static constexpr std::size_t Copies = 4;
-    std::uint32_t counts_[Copies][40] = {};
-};
-
-/// Simple histogram over the pairs (point, neighbour).
-void CountPairs(const detail::NeighbourPlanes& neighbours, const Vec3& normal, float* bins)
+bool SameBits(const Vec3& a, const Vec3& b)
 {
-    const detail::PairBinner<F8> binner(normal);
-    BinCounter counter;
-    int alpha[Lanes];
-    int phi[Lanes];
-    int theta[Lanes];
-    for (std::size_t i = 0; i < neighbours.count; i += Lanes) {
-        binner(F8::Load(&neighbours.dx[i]), F8::Load(&neighbours.dy[i]), F8::Load(&neighbours.dz[i]),
-               F8::Load(&neighbours.nx[i]), F8::Load(&neighbours.ny[i]), F8::Load(&neighbours.nz[i]), alpha, phi, theta);
-        counter.Add(alpha, phi, theta, std::min(Lanes, neighbours.count - i));
-    }
-    counter.Store(bins);
+    return std::memcmp(&a, &b, sizeof(Vec3)) == 0;
 }
 
-/// Positions and distances of the points that enter one feature.
-struct Contributions {
-    std::vector<std::uint32_t> positions;
-    std::vector<float> weights; // first the squared distances
-};
-
-/// Σ simple histogram ÷ (k·d) over the points within the radius, at distances d > 0, normalised.
-template <class Histograms>
-CPointFeatureHistogram MixHistograms(const CSearchGrid& grid, const Histograms& simple, std::uint32_t self,
-                                     float radiusSq, Contributions& scratch)
+unsigned CappedThreads(unsigned threads)
 {
-    scratch.positions.clear();
-    scratch.weights.clear();
-    detail::ForNeighbours<F8>(grid, grid.Point(self), grid.Neighbourhood(grid.CellOf(self)), radiusSq,
-                              [&scratch](std::uint32_t position, float distanceSq) {
-                                  scratch.positions.push_back(position);
-                                  scratch.weights.push_back(distanceSq);
-                              });
-    const std::size_t k = scratch.positions.size();
-    CPointFeatureHistogram feature;
-    if (k == 0) return feature;
-    const float share = 1.0F / static_cast<float>(k);
-    scratch.weights.resize((k + Lanes - 1) / Lanes * Lanes, 1.0F);
-    for (std::size_t i = 0; i < k; i += Lanes)
-        (F8::Set(share) / F8::Sqrt(F8::Load(&scratch.weights[i]))).Store(&scratch.weights[i]);
-
-    F8 sum[5] = {F8::Set(0.0F), F8::Set(0.0F), F8::Set(0.0F), F8::Set(0.0F), F8::Set(0.0F)};
-    for (std::size_t i = 0; i < k; ++i) {
-        if (!std::isfinite(scratch.weights[i])) continue; // distance 0: the point itself
-        const F8 weight = F8::Set(scratch.weights[i]);
-        const float* row = simple[scratch.positions[i]].bins;
-        for (std::size_t b = 0; b < 5; ++b) sum[b] = sum[b] + weight * F8::Load(row + b * Lanes);
-    }
-    float bins[5 * Lanes];
-    for (std::size_t b = 0; b < 5; ++b) sum[b].Store(bins + b * Lanes);
-    std::copy_n(bins, CPointFeatureHistogram::NumBins, feature.bins);
-    feature.Normalize();
-    return feature;
+    return std::min(threads, std::max(1U, std::thread::hardware_concurrency()));
 }
-
-bool SameBits(const Vec3& a, const Vec3& b) { return std::memcmp(&a, &b, sizeof(Vec3)) == 0; }
-
-unsigned CappedThreads(unsigned threads) { return std::min(threads, std::max(1U, std::thread::hardware_concurrency())); }
 
 } // namespace
 
@@ -187,8 +115,7 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         return false;
     }
     if (regular != points.size()) {
-        VOALGO_LOG(Log(), Error, function,
-                   L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(Log(), Error, function, L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
         return false;
     }
 
@@ -213,9 +140,9 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     return true;
 }
 
-/// Pairs the points of both scans cell by cell, in order, by equal bits of position and normal. The dirty map cannot see a
-/// point that moves within a fine cell or turns its normal; this does, so that the result is that of a computation from
-/// scratch.
+/// Pairs the points of both scans cell by cell, in order, by equal bits of position and normal. The dirty map cannot
+/// see a point that moves within a fine cell or turns its normal; this does, so that the result is that of a
+/// computation from scratch.
 CFPFHDataSource::Match CFPFHDataSource::matchWithPrevious(const Scan& scan) const
 {
     Match match;
@@ -293,11 +220,12 @@ void CFPFHDataSource::updateFeatures(const Scan& scan, const Match& match)
     }
     VoAlgo::tasks::ForRanges(todo.size(), threads_, [&](std::size_t begin, std::size_t end) {
         detail::NeighbourPlanes neighbours;
+        detail::PairCounter<F8> counter;
         for (std::size_t t = begin; t < end; ++t) {
             const std::uint32_t i = todo[t];
             const Vec3& normal = scan.normals[grid.Order()[i]];
             detail::CollectNeighbours<F8>(grid, scan.sortedNormals, i, radiusSq, neighbours);
-            CountPairs(neighbours, normal, simple[i].bins);
+            counter.Count(neighbours, normal, simple[i].bins);
             const bool isWhole = detail::TangentScatterRatio<F8>(neighbours, normal, radius_) <= MaxScatterRatio;
             quality[i] = isWhole && normal.NormSq() > 0.0F ? detail::CurvatureQuality<F8>(neighbours, normal, radius_)
                                                            : CutOffSurface;
@@ -347,9 +275,11 @@ void CFPFHDataSource::updateFeatures(const Scan& scan, const Match& match)
             todo.push_back(f);
     }
     VoAlgo::tasks::ForRanges(todo.size(), threads_, [&](std::size_t begin, std::size_t end) {
-        Contributions scratch;
-        for (std::size_t t = begin; t < end; ++t)
-            features[todo[t]] = MixHistograms(grid, simple, featurePositions[todo[t]], radiusSq, scratch);
+        detail::NeighbourList neighbours;
+        for (std::size_t t = begin; t < end; ++t) {
+            detail::ListNeighbours<F8>(grid, featurePositions[todo[t]], radiusSq, neighbours);
+            features[todo[t]] = detail::MixHistograms<F8>(simple, neighbours);
+        }
     });
 
     points_ = scan.points;
@@ -364,7 +294,10 @@ void CFPFHDataSource::updateFeatures(const Scan& scan, const Match& match)
     grid_ = grid;
 }
 
-bool CFPFHDataSource::updateUsingGPU(const Scan& /*scan*/) { return false; }
+bool CFPFHDataSource::updateUsingGPU(const Scan& /*scan*/)
+{
+    return false;
+}
 
 /// What is stored in the boxes is not taken over but computed again.
 void CFPFHDataSource::removeContentsOfDirtyBBoxes(const std::vector<kdtree::Range<3>>& boxes)

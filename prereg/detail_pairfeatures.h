@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace prereg::detail {
 
@@ -39,20 +40,23 @@ inline PairBins ComputePairBins(const kdtree::Vector<3>& ps, const kdtree::Vecto
     return {Bin(v.Dot(nt), LinearScale), Bin(u.Dot(d), LinearScale), Bin(theta, AngleScale)};
 }
 
+/// Code of no pair: none of its bytes is a bin. A pair's code has its bins alpha, phi and theta as bytes, the lowest
+/// first.
+inline constexpr std::uint32_t NoPair = 0xFFFFFFFFU;
+
 /// Eight pairs with a common source normal. The bins equal ComputePairBins' bit for bit.
-/// theta is binned without an arc tangent: |theta| exceeds the border t between two bins where |y|·cos t − x·sin t > 0
-/// (x = u·nt, y = w·nt, 0 < t < π). Lanes that lie within rounding of a border go through the arc tangent.
+/// theta is binned without an arc tangent: in the quadrant of (|x|, |y|), x = u·nt, y = w·nt, the angle exceeds the
+/// border t between two bins where |y|·cos t − |x|·sin t > 0. Lanes that lie within rounding of a border go through the
+/// arc tangent.
 template <class Pack>
 class PairBinner {
 public:
-    explicit PairBinner(const kdtree::Vector<3>& ns)
-        : ux_(Pack::Set(ns.x)), uy_(Pack::Set(ns.y)), uz_(Pack::Set(ns.z))
+    explicit PairBinner(const kdtree::Vector<3>& ns) : ux_(Pack::Set(ns.x)), uy_(Pack::Set(ns.y)), uz_(Pack::Set(ns.z))
     {
     }
 
-    /// d: targets minus source; n: target normals.
-    void operator()(Pack dx, Pack dy, Pack dz, Pack nx, Pack ny, Pack nz, int* alphaBins, int* phiBins,
-                    int* thetaBins) const
+    /// d: targets minus source; n: target normals. Writes the eight pairs' codes.
+    void operator()(Pack dx, Pack dy, Pack dz, Pack nx, Pack ny, Pack nz, std::uint32_t* codes) const
     {
         const Pack one = Pack::Set(1.0F);
         const Pack scale = Pack::FiniteOr(Pack::ApproximateReciprocalSqrt((dx * dx + dy * dy) + dz * dz), one);
@@ -70,49 +74,39 @@ public:
         const Pack x = (ux_ * nx + uy_ * ny) + uz_ * nz;
         const Pack y = (wx * nx + wy * ny) + wz * nz;
 
+        // Signed distances, times a length, of the quadrant's angle from the borders at 18°, 54° and 90°.
+        const Pack absX = Pack::Abs(x);
+        const Pack absY = Pack::Abs(y);
+        const Pack beyond18 = absY * Pack::Set(0.95105652F) - absX * Pack::Set(0.30901699F);
+        const Pack beyond54 = absY * Pack::Set(0.58778525F) - absX * Pack::Set(0.80901699F);
+        const Pack nearest = Pack::Min(Pack::Min(Pack::Abs(beyond18), Pack::Abs(beyond54)), absX);
+        const unsigned clear = Pack::MaskLess((absX + absY) * Pack::Set(BorderZone), nearest);
+
+        const Pack zero = Pack::Set(0.0F);
         const Pack five = Pack::Set(BinOffset);
         const Pack linear = Pack::Set(LinearScale);
-        Pack::RoundToInt(alpha * linear + five, alphaBins);
-        Pack::RoundToInt(phi * linear + five, phiBins);
-        BinTheta(x, y, thetaBins);
-        for (std::size_t i = 0; i < VoAlgo::simd::Lanes; ++i) {
-            alphaBins[i] = std::clamp(alphaBins[i], 0, BlockBins - 1);
-            phiBins[i] = std::clamp(phiBins[i], 0, BlockBins - 1);
-        }
+        const Pack borders = Pack::OneWhereGreater(beyond18, zero) + Pack::OneWhereGreater(beyond54, zero);
+        const Pack fromMiddle = Pack::Abs(Pack::OneWhereGreater(zero, x) * five - borders); // x < 0: from the other end
+        Pack::StoreCodes(alpha * linear + five, phi * linear + five, Pack::WithSignOf(fromMiddle, y) + five,
+                         BlockBins - 1, codes);
+        if (clear != 0xFFU) BinThetaExactly(x, y, ~clear, codes);
     }
 
 private:
-    // cos and sin of the borders at 18°, 54°, 90°, 126° and 162°.
-    static constexpr int NumBorders = 5;
-    static constexpr float BorderCos[NumBorders] = {0.95105652F, 0.58778525F, 0.0F, -0.58778525F, -0.95105652F};
-    static constexpr float BorderSin[NumBorders] = {0.30901699F, 0.80901699F, 1.0F, 0.80901699F, 0.30901699F};
     // Several times the rounding of the products here and of the arc tangent and its scaling there, radians.
     static constexpr float BorderZone = 8e-6F;
 
-    static void BinTheta(Pack x, Pack y, int* bins)
-    {
-        const Pack zero = Pack::Set(0.0F);
-        const Pack absY = Pack::Abs(y);
-        const Pack zone = (Pack::Abs(x) + absY) * Pack::Set(BorderZone);
-        Pack borders = zero;
-        unsigned clear = 0xFFU;
-        for (int k = 0; k < NumBorders; ++k) {
-            const Pack beyond = absY * Pack::Set(BorderCos[k]) - x * Pack::Set(BorderSin[k]);
-            borders = borders + Pack::OneWhereGreater(beyond, zero);
-            clear &= Pack::MaskLess(zone, Pack::Abs(beyond));
-        }
-        Pack::RoundToInt(Pack::WithSignOf(borders, y) + Pack::Set(BinOffset), bins);
-        if (clear != 0xFFU) BinThetaExactly(x, y, ~clear, bins);
-    }
-
-    static void BinThetaExactly(Pack x, Pack y, unsigned lanes, int* bins)
+    static void BinThetaExactly(Pack x, Pack y, unsigned lanes, std::uint32_t* codes)
     {
         float xs[VoAlgo::simd::Lanes];
         float ys[VoAlgo::simd::Lanes];
         x.Store(xs);
         y.Store(ys);
-        for (std::size_t i = 0; i < VoAlgo::simd::Lanes; ++i)
-            if ((lanes >> i & 1U) != 0) bins[i] = Bin(std::atan2(ys[i], xs[i]), AngleScale);
+        for (std::size_t i = 0; i < VoAlgo::simd::Lanes; ++i) {
+            if ((lanes >> i & 1U) == 0) continue;
+            const auto bin = static_cast<std::uint32_t>(Bin(std::atan2(ys[i], xs[i]), AngleScale));
+            codes[i] = (codes[i] & 0xFFFFU) | bin << 16;
+        }
     }
 
     Pack ux_, uy_, uz_;

@@ -15,6 +15,7 @@ inline constexpr unsigned MinLocalNeighbours = 12;
 template <class Pack>
 float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
 {
+    using enum NeighbourPlanes::Plane;
     if (neighbours.count == 0) return 0.0F;
     const Pack nx = Pack::Set(normal.x);
     const Pack ny = Pack::Set(normal.y);
@@ -22,33 +23,35 @@ float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3
     Pack turn = Pack::Set(0.0F);
     Pack way = Pack::Set(0.0F);
     for (std::size_t i = 0; i < neighbours.count; i += VoAlgo::simd::Lanes) {
-        const Pack ex = Pack::Load(&neighbours.nx[i]) - nx;
-        const Pack ey = Pack::Load(&neighbours.ny[i]) - ny;
-        const Pack ez = Pack::Load(&neighbours.nz[i]) - nz;
+        const Pack ex = Pack::Load(neighbours[NX] + i) - nx;
+        const Pack ey = Pack::Load(neighbours[NY] + i) - ny;
+        const Pack ez = Pack::Load(neighbours[NZ] + i) - nz;
         turn = turn + ((ex * ex + ey * ey) + ez * ez);
-        const Pack dx = Pack::Load(&neighbours.dx[i]);
-        const Pack dy = Pack::Load(&neighbours.dy[i]);
-        const Pack dz = Pack::Load(&neighbours.dz[i]);
+        const Pack dx = Pack::Load(neighbours[DX] + i);
+        const Pack dy = Pack::Load(neighbours[DY] + i);
+        const Pack dz = Pack::Load(neighbours[DZ] + i);
         way = way + ((dx * dx + dy * dy) + dz * dz);
     }
     return 100.0F * std::min(1.0F, radius * std::sqrt(turn.Sum() / way.Sum()));
 }
 
 /// Ratio of the larger to the smaller principal scatter, within the tangent plane, of the neighbours within 0.75 radii:
-/// about 1 inside a surface, larger where a border cuts the neighbourhood off (3.6 for a half disc). Infinite for too few.
+/// about 1 inside a surface, larger where a border cuts the neighbourhood off (3.6 for a half disc). Infinite for too
+/// few.
 template <class Pack>
 float TangentScatterRatio(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
 {
+    using enum NeighbourPlanes::Plane;
     const Pack bound = Pack::Set(LocalSurfaceShare * radius * LocalSurfaceShare * radius);
     const Pack one = Pack::Set(1.0F);
     Pack number = Pack::Set(0.0F);
     Pack sx = number, sy = number, sz = number;
     Pack sxx = number, syy = number, szz = number, sxy = number, sxz = number, syz = number;
     for (std::size_t i = 0; i < neighbours.count; i += VoAlgo::simd::Lanes) {
-        const Pack inside = one - Pack::OneWhereGreater(Pack::Load(&neighbours.distanceSq[i]), bound);
-        const Pack x = Pack::Load(&neighbours.dx[i]) * inside;
-        const Pack y = Pack::Load(&neighbours.dy[i]) * inside;
-        const Pack z = Pack::Load(&neighbours.dz[i]) * inside;
+        const Pack inside = one - Pack::OneWhereGreater(Pack::Load(neighbours[DistanceSq] + i), bound);
+        const Pack x = Pack::Load(neighbours[DX] + i) * inside;
+        const Pack y = Pack::Load(neighbours[DY] + i) * inside;
+        const Pack z = Pack::Load(neighbours[DZ] + i) * inside;
         number = number + inside;
         sx = sx + x;
         sy = sy + y;
