@@ -1,0 +1,165 @@
+// Registers every pair of a list, flt turned by fixed random rotations first, and compares with the known poses.
+//
+//   registration_eval PAIRS.csv [TURNS [PRESET]]
+//
+// PAIRS.csv has a header and per line: name, fix, flt (files relative to the list), then the 16 numbers, row by row, of
+// the pose that maps flt into fix, mm; without them the pair must be refused. What follows is not read. Prints a line a
+// pair and the totals; exits with 1 when a pose is wrong, or a pair accepted that must be refused.
+
+#include "prepare_cloud.h"
+#include "read_cloud.h"
+#include "registration.h"
+#include "sampling.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+using voalgo::Cloud;
+using VoAlgo::CTrafo;
+
+constexpr double MaxTurn = 1.0;            // degrees from the truth
+constexpr double MaxShiftInSpacings = 2.0; // of the middle of flt
+
+struct Pair {
+    std::string name;
+    Cloud fix;
+    Cloud flt;
+    std::optional<CTrafo> truth;
+};
+
+std::vector<Pair> ReadPairs(const std::string& path)
+{
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error(path + ": cannot be read");
+    const auto folder = std::filesystem::path(path).parent_path();
+    const auto read = [&folder](const std::string& name) {
+        return voalgo::PrepareCloud(voalgo::ReadCloud((folder / name).string()), name, 1.0, {}).cloud;
+    };
+    std::vector<Pair> pairs;
+    std::string line;
+    std::getline(in, line);
+    while (std::getline(in, line)) {
+        std::stringstream row(line);
+        std::vector<std::string> fields;
+        for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
+        if (fields.size() < 3) throw std::runtime_error(path + ": a line has less than three fields: " + line);
+        Pair pair{fields[0], read(fields[1]), read(fields[2]), {}};
+        if (fields.size() >= 19) {
+            VoAlgo::CbMatrix4Rd m;
+            for (unsigned i = 0; i < 16; ++i) m(i / 4, i % 4) = std::stod(fields[3 + i]);
+            pair.truth = CTrafo(m);
+        }
+        pairs.push_back(std::move(pair));
+    }
+    return pairs;
+}
+
+CTrafo RandomTurn(unsigned seed)
+{
+    std::mt19937 engine(seed);
+    std::normal_distribution<double> normal;
+    const double w = normal(engine);
+    const double x = normal(engine);
+    const double y = normal(engine);
+    const double z = normal(engine);
+    return {VoAlgo::Quaternion(w, x, y, z).GetNormalized(), kdtree::Vector<3>()};
+}
+
+Cloud Moved(const Cloud& cloud, const CTrafo& pose)
+{
+    Cloud moved = cloud;
+    for (auto& p : moved.points) p = pose * p;
+    for (auto& n : moved.normals) n = pose.Rotate(n);
+    return moved;
+}
+
+kdtree::Vector<3> Middle(const Cloud& cloud)
+{
+    kdtree::Vector<3> sum;
+    for (const auto& p : cloud.points) sum += p / static_cast<float>(cloud.points.size());
+    return sum;
+}
+
+struct Totals {
+    unsigned right = 0;
+    unsigned wrong = 0;
+    unsigned missed = 0;
+    unsigned refused = 0;
+    unsigned accepted = 0; // though it must be refused
+    std::vector<double> seconds;
+};
+
+void Evaluate(const Pair& pair, unsigned turn, voalgo::Preset preset, Totals& totals)
+{
+    const CTrafo turned = RandomTurn(100 + turn);
+    const Cloud flt = Moved(pair.flt, turned);
+    const auto start = std::chrono::steady_clock::now();
+    const voalgo::Settings settings = voalgo::DeriveSettings(pair.fix, flt, preset);
+    const voalgo::Registration registration = voalgo::Register(pair.fix, flt, settings, {});
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const bool isFound = registration.reason.empty();
+    std::printf("%-18s turn %u  %.3f s  ", pair.name.c_str(), turn, seconds);
+    if (!isFound) {
+        ++(pair.truth ? totals.missed : totals.refused);
+        std::printf("refused: %s (%s)\n", registration.reason.c_str(), registration.statistics.ToString().c_str());
+    } else {
+        const auto& best = registration.results.front();
+        double degrees = 0.0;
+        double shift = 0.0;
+        if (pair.truth) {
+            const CTrafo truth = *pair.truth * turned.GetInverse(true);
+            const double spacing = std::max(voalgo::MeanSpacing(pair.fix), voalgo::MeanSpacing(pair.flt));
+            degrees = static_cast<double>(best.trafo.GetRotationDistance(truth)) * 57.29577951308232;
+            shift = static_cast<double>((best.trafo * Middle(flt) - truth * Middle(flt)).Norm());
+            ++(degrees <= MaxTurn && shift <= MaxShiftInSpacings * spacing ? totals.right : totals.wrong);
+        } else {
+            ++totals.accepted;
+        }
+        std::printf("accepted  %.2f deg %.2f mm  overlap %.3f  RMSE %.4f  small/big %.3f  cluster %u\n", degrees, shift,
+                    static_cast<double>(best.fStop_OverlapRatio), static_cast<double>(best.fStop_RMSE),
+                    static_cast<double>(best.fStop_SmallBigRatio), best.clusterSize);
+    }
+    if (pair.truth) totals.seconds.push_back(seconds);
+}
+
+voalgo::Preset PresetOf(const std::string& name)
+{
+    if (name == "dense") return voalgo::Preset::Dense;
+    if (name == "scan") return voalgo::Preset::Scan;
+    if (name == "thorough") return voalgo::Preset::Thorough;
+    throw std::runtime_error(name + ": no preset; there are dense, scan and thorough");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+try {
+    if (argc < 2) throw std::runtime_error("usage: registration_eval PAIRS.csv [TURNS [PRESET]]");
+    const unsigned turns = argc > 2 ? static_cast<unsigned>(std::stoul(argv[2])) : 1;
+    const voalgo::Preset preset = argc > 3 ? PresetOf(argv[3]) : voalgo::Preset::Automatic;
+    Totals totals;
+    for (const Pair& pair : ReadPairs(argv[1]))
+        for (unsigned turn = 0; turn < turns; ++turn) Evaluate(pair, turn, preset, totals);
+    std::sort(totals.seconds.begin(), totals.seconds.end());
+    std::printf("right %u, wrong %u, missed %u; to be refused: %u refused, %u accepted\n", totals.right, totals.wrong,
+                totals.missed, totals.refused, totals.accepted);
+    if (!totals.seconds.empty())
+        std::printf("seconds a pair with a truth: median %.3f, largest %.3f\n",
+                    totals.seconds[totals.seconds.size() / 2], totals.seconds.back());
+    return totals.wrong + totals.accepted == 0 ? 0 : 1;
+} catch (const std::exception& e) {
+    std::fprintf(stderr, "registration_eval: %s\n", e.what());
+    return 3;
+}
