@@ -140,7 +140,7 @@ Points<3> Joined(Points<3> a, const Points<3>& b)
 TEST(TKdTree, QueriesEqualLinearScansInSpace)
 {
     const float ulp = std::numeric_limits<float>::epsilon();
-    const Points<3> somewhere = Joined(Uniform<3>(12, 1, 1.5F), Points<3>{{0, 0, 0}, {9, 0, 0}, {-0.0F, 3, 3}});
+    const Points<3> somewhere = Joined(Uniform<3>(100, 1, 1.5F), Points<3>{{0, 0, 0}, {9, 0, 0}, {-0.0F, 3, 3}});
     Points<3> dirty = Uniform<3>(300, 3);
     for (std::size_t i = 0; i < dirty.size(); i += 3)
         dirty[i][i % 9 / 3] = i % 2 == 0 ? NaN : (i % 4 == 1 ? Infinity : -Infinity);
@@ -182,6 +182,8 @@ TEST(TKdTree, QueriesEqualLinearScansIn33Dimensions)
     CompareWithScan<33, 6>("Inf and NaN between", dirty, Uniform<33>(6, 14));
     CompareWithScan<33, 6>("a full leaf", Uniform<33>(6, 15), Uniform<33>(3, 16));
     CompareWithScan<33, 6>("one split", Uniform<33>(7, 17), Uniform<33>(3, 18));
+    const float ulp = std::numeric_limits<float>::epsilon(); // 1 and the next float: no middle between them
+    CompareWithScan<33, 6>("neighbouring floats", OnGrid<33>(100, 2, 1.0F, ulp), OnGrid<33>(6, 4, 1.0F, ulp));
 }
 
 // A box whose half-extents are 0 cannot be split: the points count, but the tree has no root and finds nothing.

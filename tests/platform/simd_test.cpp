@@ -72,9 +72,9 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     const Pack x = Pack::Load(a);
     const Pack y = Pack::Load(b);
     std::vector<std::uint32_t> bits;
-    for (const Pack& r : {x + y, x - y, x * y, x / y, Pack::Max(x, y), Pack::Abs(x), Pack::Sqrt(x), Pack::Set(a[0]),
-                          Pack::ApproximateReciprocalSqrt(x), Pack::OneWhereGreater(x, y), Pack::WithSignOf(x, y),
-                          Pack::FiniteOr(x, y), Pack::ZeroWhereNan(x)}) {
+    for (const Pack& r : {x + y, x - y, x * y, x / y, Pack::Max(x, y), Pack::Min(x, y), Pack::Abs(x), Pack::Sqrt(x),
+                          Pack::Set(a[0]), Pack::ApproximateReciprocalSqrt(x), Pack::OneWhereGreater(x, y),
+                          Pack::WithSignOf(x, y), Pack::FiniteOr(x, y), Pack::ZeroWhereNan(x)}) {
         const auto stored = Stored(r);
         bits.insert(bits.end(), stored.begin(), stored.end());
     }
@@ -83,7 +83,13 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     bits.push_back(Bits(x.Sum()));
     float compressed[Lanes] = {};
     Pack::Compress(x, mask, compressed);
-    for (int i = 0; i < std::popcount(mask); ++i) bits.push_back(Bits(compressed[i]));
+    std::uint32_t numbers[Lanes] = {}, codes[Lanes], counts[3 * 11];
+    Pack::CompressNumbers(100, mask, numbers);
+    for (int i = 0; i < std::popcount(mask); ++i) bits.insert(bits.end(), {Bits(compressed[i]), numbers[i]});
+    Pack::StoreCodes(x, y, y * x, 10, codes);
+    Pack::template CountCodes<11>(codes, Lanes, counts);
+    bits.insert(bits.end(), std::begin(codes), std::end(codes));
+    bits.insert(bits.end(), std::begin(counts), std::end(counts));
     return bits;
 }
 

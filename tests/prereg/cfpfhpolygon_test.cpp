@@ -99,9 +99,9 @@ TEST(CFPFHPolygon, SeedsAnywhere)
 
 TEST(CFPFHPolygon, SeedsWithinADiameter)
 {
-    // 60 features in a ball of diameter 2, 60 each alone: centres outside the ball find nothing around them.
-    std::vector<Feature> features = Scattered(60, 0.5F);
-    for (std::size_t i = 60; i < 120; ++i) features.push_back({Vec3(100.0F * static_cast<float>(i), 0, 0), i});
+    // 60 features in one ball, and balls of 20, which hold the 8 of a polygon but not five times as many.
+    std::vector<Feature> features = Scattered(120, 0.5F);
+    for (std::size_t i = 60; i < 120; ++i) features[i].point.x += 100.0F * static_cast<float>(i / 20);
     const CFPFHPointSet flt = MakeSet(features);
     LogCapture log;
     int inBall = 0;
@@ -115,7 +115,7 @@ TEST(CFPFHPolygon, SeedsWithinADiameter)
         if (messages.size() < 5) {
             EXPECT_TRUE(isClose);
             ++inBall;
-        } else { // all five centres stood alone
+        } else { // all five centres lay in small balls
             gaveUp = true;
             const std::string tries = Channel + "T|failed to create a polygon; ";
             EXPECT_THAT(messages,
@@ -184,7 +184,7 @@ TEST(CFPFHPolygon, MatchesByEqualSideLengths)
         return found && found.GetRotationDistance(pose) < tolerance &&
                (found * Vec3(5, 5, 5) - pose * Vec3(5, 5, 5)).Norm() < 10.0F * tolerance;
     };
-    for (const std::size_t broken : {0U, 3U, 7U, 8U, 10U}) {
+    for (const std::size_t broken : {0U, 3U, 8U}) {
         SCOPED_TRACE(broken);
         Random random(5);
         std::vector<Feature> moved;
@@ -200,16 +200,27 @@ TEST(CFPFHPolygon, MatchesByEqualSideLengths)
         if (broken == 0) {
             EXPECT_TRUE(isNearPose(found, 1e-5F));
             EXPECT_THAT(messages, IsEmpty());
-        } else if (broken <= 3) {
+        } else if (broken == 3) {
             EXPECT_TRUE(isNearPose(found, 1e-4F)) << found(0, 3);
             EXPECT_THAT(messages, testing::Contains(testing::StartsWith(Channel + "T|shrinking polygon: 10 -> ")));
-        } else if (broken >= 8) {
+        } else {
             EXPECT_FALSE(found);
         }
     }
 }
 
-// A triangle of features and what becomes of it, by hand.
+// Weight of corner k of two triangles: 100 for equal sides down to 0.01 for the worst corner.
+double Weight(const Vec3* a, const Vec3* b, std::size_t k)
+{
+    const auto mismatch = [&](std::size_t i, std::size_t j) {
+        return std::fabs((b[j] - b[i]).Norm() - (a[j] - a[i]).Norm());
+    };
+    const auto worst = static_cast<double>(std::max({mismatch(0, 1), mismatch(1, 2), mismatch(2, 0)}));
+    const auto own = static_cast<double>(std::max(mismatch(k, (k + 1) % 3), mismatch((k + 2) % 3, k)));
+    return (10.0 - 9.9 * own / worst) * (10.0 - 9.9 * own / worst);
+}
+
+// A triangle of features and what becomes of it.
 TEST(CFPFHPolygon, ThreeVerticesAreTheFewest)
 {
     std::vector<Feature> features = Scattered(20, 10.0F);
@@ -225,7 +236,11 @@ TEST(CFPFHPolygon, ThreeVerticesAreTheFewest)
     moved = features; // a little out of place: kept, and the fit is only nearly the identity
     moved[at(1)].point += Vec3(0, 0, 0.5F);
     const CTrafo nearly = CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config);
-    EXPECT_TRUE(nearly && nearly.GetRotationDistance(CTrafo()) < 0.1F && !(nearly == CTrafo()));
+    const Vec3 a[] = {features[at(0)].point, features[at(1)].point, features[at(2)].point};
+    const Vec3 b[] = {moved[at(0)].point, moved[at(1)].point, moved[at(2)].point};
+    const double weights[] = {Weight(a, b, 0), Weight(a, b, 1), Weight(a, b, 2)};
+    EXPECT_EQ(nearly, CTrafo::LeastSquaresFit(a, b, 3, weights));
+    EXPECT_FALSE(nearly == CTrafo::LeastSquaresFit(a, b, 3));
     moved = features; // no feature of that look at all
     moved[at(2)].label = 900;
     EXPECT_FALSE(CFPFHPolygon::ComputePreRegistration(polygon, MakeSet(moved), flt, config));

@@ -400,6 +400,11 @@ TEST(Icp, ZeroIterationsGradeTheStart)
     EXPECT_EQ(result.trafo, start);
     EXPECT_EQ(result.fStop_RMSE, result.fStart_RMSE);
     EXPECT_EQ(result.iStop_NumberOfInliers, result.iStart_NumberOfInliers);
+    // Nor does an iteration count that is not strictly better: an RMSE of 0 is none.
+    const ICPResult perfect = RunBoth(BodyConfig(), Left(), Left());
+    EXPECT_EQ(perfect.resultType, 0);
+    EXPECT_EQ(perfect.fStop_RMSE, 0.0F);
+    EXPECT_EQ(perfect.iStop_Iterations, 0);
 }
 
 // Deliberate: the final overlap is that of the last pose, the result's pose the best one. More iterations than the best

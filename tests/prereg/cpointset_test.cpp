@@ -191,6 +191,32 @@ TEST(CPointSet, OverlapArea)
     EXPECT_EQ(empty.EstimateOverlapArea(fix, CTrafo(), 1.0F, 1.0F, max), 0.0F);
 }
 
+// Over a volume, so that every face of the box cuts: the local areas, among the points in the box, of those that a
+// moved point comes near.
+TEST(CPointSet, OverlapAreaEqualsAPlainSum)
+{
+    Random random(2);
+    Cloud fixCloud, fltCloud, keptCloud;
+    for (int i = 0; i < 4000; ++i) fixCloud.Add(random.InCube(10.0F), random.Direction());
+    for (int i = 0; i < 500; ++i) fltCloud.Add(random.InCube(4.0F), random.Direction());
+    const CTrafo pose = random.Pose(1.0F, 2.0F);
+    const Surfels fix(fixCloud), flt(fltCloud);
+    const auto [low, high] = flt.GetAABB();
+    for (std::size_t i = 0; i < fixCloud.Size(); ++i) {
+        const Vec3 p = pose.GetInverse() * fixCloud.points[i];
+        if (p.x >= low.x && p.x <= high.x && p.y >= low.y && p.y <= high.y && p.z >= low.z && p.z <= high.z)
+            keptCloud.Add(fixCloud.points[i], fixCloud.normals[i]);
+    }
+    const Surfels kept(keptCloud);
+    double expected = 0.0;
+    for (std::size_t i = 0; i < kept.Size(); ++i)
+        if (std::any_of(fltCloud.points.begin(), fltCloud.points.end(),
+                        [&](const Vec3& p) { return (pose * p - kept.GetPoint(i)).NormSq() <= 0.25F; }))
+            expected += kept.estimateLocalVoronoiArea(i, 2.0F);
+    EXPECT_GT(expected, 10.0);
+    EXPECT_NEAR(fix.EstimateOverlapArea(flt, pose, 0.5F, 2.0F, 1e9F), expected, 0.01 * expected);
+}
+
 TEST(BloomFilter, MissesNoRepeatAndTakesFewForOne)
 {
     const struct {

@@ -248,15 +248,22 @@ TEST(PreRegistration, ClustersByPositionThenByOrientation)
     for (const double bandwidth : {-1.0, 0.3}) {
         config.dOrientationClusteringBandwidth = bandwidth;
         CFPFHPreRegistration driver(ball, ball, config, false);
-        for (const float angle : {0.0F, 0.02F, 1.5F, 1.53F, 1.55F})
-            ASSERT_EQ(driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3())).resultType, 0);
+        ICPResult best;
+        for (const float angle : {0.0F, 0.02F, 1.5F, 1.53F, 1.55F}) {
+            const ICPResult injected = driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3()));
+            ASSERT_EQ(injected.resultType, 0);
+            if (best.resultType != 0 || injected < best) best = injected;
+        }
         (void)log.Take();
         ASSERT_TRUE(driver.Compute());
         const auto messages = log.Take();
         EXPECT_THAT(messages, Contains(Channel + "T|clustering: found 1 position-clusters among 5 trafos"));
         EXPECT_THAT(messages, Contains(Channel + "T|  #0: cluster size 5"));
         EXPECT_EQ(driver.GetAllResults().size(), bandwidth < 0.0 ? 1U : 2U);
-        if (bandwidth < 0.0) continue;
+        if (bandwidth < 0.0) {
+            EXPECT_EQ(Figures({driver.PeekBestResult()}), Figures({best})); // which represents the group
+            continue;
+        }
         EXPECT_THAT(messages, Contains(Channel + "T|cluster #0 (size 5) consists of 2 orientation clusters:"));
         for (const char* size : {"(size 2)", "(size 3)"}) // in the order in which their modes were found
             EXPECT_THAT(messages, Contains(testing::AllOf(HasSubstr("T|  orientation cluster #"), HasSubstr(size))));
@@ -273,15 +280,16 @@ TEST(PreRegistration, ClustersByPositionThenByOrientation)
 // Copies go on as the original would; results come in the same order one by one and all at once.
 TEST(PreRegistration, CopiesContinueAlike)
 {
-    const ScanPair pair(4);
+    const ScanPair pair(4), other(24);
     ConfigurationFPFH config = BodyConfig();
     config.uiTrafoClusteringQuorum = 0;
     config.icpConfig.dMaxRMSE = 1.0; // lets wrong poses pass: several results
     config.icpConfig.dMinSmallBigRatio = 0.05;
-    CFPFHPreRegistration driver(pair.fix, pair.flt, config, true);
+    config.dTrafoClusteringBandwidth = 0.05;
+    CFPFHPreRegistration driver(pair.fix, other.flt, config, true);
     ASSERT_TRUE(driver.Compute());
     const std::vector<ICPResult> all = driver.GetAllResults();
-    EXPECT_GT(all.size(), 1U);
+    EXPECT_GT(all.size(), 3U);
     CFPFHPreRegistration copy = driver;
     CFPFHPreRegistration assigned;
     assigned = copy;
@@ -293,10 +301,25 @@ TEST(PreRegistration, CopiesContinueAlike)
     moved.Compute();
     copy.Compute();
     EXPECT_GT(driver.GetStatistics().uiNumProposals, 10U);
-    for (CFPFHPreRegistration* other : {&moved, &copy}) {
-        EXPECT_EQ(Figures(other->GetAllResults()), Figures(driver.GetAllResults()));
-        EXPECT_EQ(other->GetStatistics().ToString(), driver.GetStatistics().ToString());
+    for (CFPFHPreRegistration* twin : {&moved, &copy}) {
+        EXPECT_EQ(Figures(twin->GetAllResults()), Figures(driver.GetAllResults()));
+        EXPECT_EQ(twin->GetStatistics().ToString(), driver.GetStatistics().ToString());
     }
+}
+
+TEST(PreRegistration, ResultsComeBestFirst)
+{
+    CFPFHPreRegistration driver;
+    for (int i = 0; i < 30; ++i) {
+        ICPResult result;
+        result.fStop_RMSE = 0.01F * static_cast<float>(i * 7 % 30); // beyond the band in which they tie
+        driver.InjectICPResult(result);
+    }
+    const std::vector<ICPResult> all = driver.GetAllResults();
+    ASSERT_EQ(all.size(), 30U);
+    for (int i = 0; i < 30; ++i) EXPECT_EQ(all[static_cast<std::size_t>(i)].fStop_RMSE, 0.01F * static_cast<float>(i));
+    EXPECT_EQ(driver.PeekBestResult().fStop_RMSE, 0.0F);
+    EXPECT_EQ(Figures(TakeAll(driver)), Figures(all));
 }
 
 TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
