@@ -14,18 +14,19 @@ prereg::ConfigurationFPFH SettingsFor(double spacing)
     prereg::ConfigurationFPFH config;
     config.dFeatureRadius = 12 * spacing;
     config.uiNumPolygons = 3000;
-    config.uiNumPolygonVertices = 3;
+    config.uiNumPolygonVertices = 4;
     config.dMaxPolygonDiameter = 40 * spacing;
     config.dMaxPolygonVertexError = 3 * spacing;
     config.dTrafoClusteringBandwidth = 5 * spacing;
     config.uiTrafoClusteringQuorum = 3;
     config.icpConfig.uiMaxNumIterations = 15;
-    config.icpConfig.dMinQueryRadius = spacing;
-    config.icpConfig.dSmallBigQueryRadiusScaling = 3;
-    config.icpConfig.dMinSmallBigRatio = 0.5;
+    config.icpConfig.dMinQueryRadius = 2 * spacing;
+    config.icpConfig.dSmallBigQueryRadiusScaling = 2;
+    config.icpConfig.dMinSmallBigRatio = 0.65;
     config.icpConfig.dPositionTolerance = 2 * spacing;
     config.icpConfig.dInitialQueryRadiusScaling = 5;
-    config.icpConfig.dMaxRMSE = 0.35 * spacing;
+    config.icpConfig.dMinOverlapRatio = 0.2;
+    config.icpConfig.dMaxRMSE = 0.3 * spacing;
     return config;
 }
 // [settings]
