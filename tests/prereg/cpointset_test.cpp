@@ -197,9 +197,9 @@ TEST(CPointSet, OverlapAreaEqualsAPlainSum)
 {
     Random random(2);
     Cloud fixCloud, fltCloud, keptCloud;
-    for (int i = 0; i < 4000; ++i) fixCloud.Add(random.InCube(10.0F), random.Direction());
-    for (int i = 0; i < 500; ++i) fltCloud.Add(random.InCube(4.0F), random.Direction());
-    const CTrafo pose = random.Pose(1.0F, 2.0F);
+    for (int i = 0; i < 600; ++i) fixCloud.Add(random.InCube(10.0F), random.Direction());
+    for (int i = 0; i < 60; ++i) fltCloud.Add(random.InCube(4.0F), random.Direction());
+    const CTrafo pose = random.Pose(0.1F, 2.0F);
     const Surfels fix(fixCloud), flt(fltCloud);
     const auto [low, high] = flt.GetAABB();
     for (std::size_t i = 0; i < fixCloud.Size(); ++i) {
@@ -211,10 +211,10 @@ TEST(CPointSet, OverlapAreaEqualsAPlainSum)
     double expected = 0.0;
     for (std::size_t i = 0; i < kept.Size(); ++i)
         if (std::any_of(fltCloud.points.begin(), fltCloud.points.end(),
-                        [&](const Vec3& p) { return (pose * p - kept.GetPoint(i)).NormSq() <= 0.25F; }))
-            expected += kept.estimateLocalVoronoiArea(i, 2.0F);
+                        [&](const Vec3& p) { return (pose * p - kept.GetPoint(i)).NormSq() <= 2.25F; }))
+            expected += kept.estimateLocalVoronoiArea(i, 5.0F);
     EXPECT_GT(expected, 10.0);
-    EXPECT_NEAR(fix.EstimateOverlapArea(flt, pose, 0.5F, 2.0F, 1e9F), expected, 0.01 * expected);
+    EXPECT_NEAR(fix.EstimateOverlapArea(flt, pose, 1.5F, 5.0F, 1e9F), expected, 1e-5 * expected);
 }
 
 TEST(BloomFilter, MissesNoRepeatAndTakesFewForOne)
