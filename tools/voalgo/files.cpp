@@ -2,6 +2,7 @@
 
 #include "errors.h"
 
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -18,6 +19,13 @@ void MakeDirectory(const std::string& path)
 std::string InDirectory(const std::string& directory, const std::string& name)
 {
     return (std::filesystem::path(directory) / name).string();
+}
+
+std::string Ending(const std::string& path)
+{
+    std::string ending = std::filesystem::path(path).extension().string();
+    for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ending;
 }
 
 void RequireFile(const std::string& path)

@@ -8,6 +8,8 @@ namespace voalgo {
 void MakeDirectory(const std::string& path);
 /// The path of a file in a directory.
 std::string InDirectory(const std::string& directory, const std::string& name);
+/// The ending of the file's name in lower case, with its dot.
+std::string Ending(const std::string& path);
 /// The whole content; throws InputError when the file is missing or cannot be read.
 std::string ReadText(const std::string& path);
 /// Throws InputError when the file cannot be written.

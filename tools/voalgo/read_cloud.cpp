@@ -7,18 +7,10 @@
 #include "same_place.h"
 
 #include <algorithm>
-#include <filesystem>
 
 namespace voalgo {
 
 namespace {
-
-std::string Ending(const std::string& path)
-{
-    std::string ending = std::filesystem::path(path).extension().string();
-    for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ending;
-}
 
 bool IsOneOf(const std::string& ending, std::initializer_list<const char*> known)
 {

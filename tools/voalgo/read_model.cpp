@@ -2,7 +2,7 @@
 
 #include "errors.h"
 #include "files.h"
-#include "ply_length.h"
+#include "ply_header.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -38,12 +38,19 @@ void Append(Model& model, const aiMesh& part)
     for (unsigned i = 0; i < part.mNumFaces; ++i) AppendFace(model.mesh, part.mFaces[i], firstVertex);
 }
 
+void RequireVerticesOfTriangles(const Mesh& mesh, const std::string& path)
+{
+    for (const auto& triangle : mesh.triangles)
+        for (const std::uint32_t corner : triangle)
+            if (corner >= mesh.vertices.size()) throw InputError(path + ": a face names a vertex that is not there");
+}
+
 } // namespace
 
 Model ReadModel(const std::string& path)
 {
     RequireFile(path);
-    RequirePlyLength(path);
+    if (Ending(path) == ".ply") RequireSoundPlyHeader(path);
     Assimp::Importer importer;
     // No post-processing: it would merge, drop or reorder points.
     const aiScene* scene = importer.ReadFile(path, 0);
@@ -51,6 +58,7 @@ Model ReadModel(const std::string& path)
         throw InputError(path + ": not readable as a cloud or mesh (" + importer.GetErrorString() + ")");
     Model model;
     for (unsigned i = 0; i < scene->mNumMeshes; ++i) Append(model, *scene->mMeshes[i]);
+    RequireVerticesOfTriangles(model.mesh, path);
     if (model.normals.size() != model.mesh.vertices.size()) model.normals.clear();
     return model;
 }
