@@ -56,7 +56,7 @@ void WriteFiles(const std::string& directory, const Report& report)
 {
     WriteText(InDirectory(directory, "result.json"), ToJson(report).dump(2) + "\n");
     std::optional<Cloud> moved;
-    if (!report.registration.results.empty()) {
+    if (report.registration.reason.empty()) {
         const VoAlgo::CTrafo& best = report.registration.results.front().trafo;
         moved = Moved(report.flt.cloud, best);
         WriteText(InDirectory(directory, "pose.txt"), PoseText(InUnit(best, report.mmPerUnit)));
@@ -113,7 +113,7 @@ int Run(const Arguments& a)
     const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.settings.preset};
     Print(report, a.json);
     if (!a.directory.empty()) WriteFiles(a.directory, report);
-    return registration.results.empty() ? NothingFound : Done;
+    return registration.reason.empty() ? Done : NothingFound;
 }
 
 constexpr const char* Help = R"(Examples:

@@ -162,12 +162,18 @@ void RequireRanges(const prereg::ConfigurationFPFH& c, const Reader& reader)
 
 } // namespace
 
+Json ToJson(const prereg::ConfigurationICP& config)
+{
+    Json json;
+    VisitIcp(config, [&](const char* key, const auto& field) { json[key] = field; });
+    return json;
+}
+
 Json ToJson(const prereg::ConfigurationFPFH& config)
 {
-    Json json, icp;
+    Json json;
     VisitFpfh(config, [&](const char* key, const auto& field) { json[key] = field; });
-    VisitIcp(config.icpConfig, [&](const char* key, const auto& field) { icp[key] = field; });
-    json[IcpKey] = icp;
+    json[IcpKey] = ToJson(config.icpConfig);
     return json;
 }
 

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <string>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -73,11 +75,15 @@ void Console::ClearProgress()
 
 LogToConsole::LogToConsole(Console& console)
 {
-    Logging::SetSink([&console, mutex = std::make_shared<std::mutex>()](const Logging::Message& message) {
-        const std::lock_guard lock(*mutex);
+    struct State {
+        std::mutex mutex;
+        std::set<std::string> said; // a search repeats itself
+    };
+    Logging::SetSink([&console, state = std::make_shared<State>()](const Logging::Message& message) {
+        const std::lock_guard lock(state->mutex);
         std::string text;
         for (const wchar_t c : message.text) text.push_back(c < 128 ? static_cast<char>(c) : '?');
-        console.Warn(text);
+        if (state->said.insert(text).second) console.Warn(text);
     });
 }
 

@@ -30,7 +30,9 @@ public:
         : settings_(settings), progress_(progress), fix_(std::move(fix)), flt_(std::move(flt)),
           driver_(fix_, flt_, settings.config)
     {
-        driver_.GetMatchingConfig().uiNumPolygons = BatchSize;
+        // With vertices from clusters every step would cluster anew: one step does it all.
+        if (settings.config.dMaxPolygonDiameter < 0.0) batchSize_ = std::max(1U, settings.config.uiNumPolygons);
+        driver_.GetMatchingConfig().uiNumPolygons = batchSize_;
     }
 
     void Run(Registration& registration)
@@ -42,7 +44,7 @@ public:
         while (done < numPolygons) {
             progress_("search", static_cast<double>(done) / numPolygons);
             driver_.Compute();
-            done += BatchSize;
+            done += batchSize_;
             if (quorum == 0 || driver_.GetBestClusterSize() < quorum) continue;
             registration.results = TakeConfirmed(quorum);
             if (IsEnough(registration.results, done)) break;
@@ -111,13 +113,12 @@ private:
         return "no accepted pose was confirmed; the last objection: " + lastObjection_;
     }
 
-    static constexpr std::uint32_t BatchSize = 50;
-
     const Settings& settings_;
     const Progress& progress_;
     std::shared_ptr<const CFPFHPointSet> fix_;
     std::shared_ptr<const CFPFHPointSet> flt_;
     CFPFHPreRegistration driver_;
+    std::uint32_t batchSize_ = 50;        // polygons a step
     std::vector<VoAlgo::CTrafo> refused_; // by the verification
     std::string lastObjection_;
 };

@@ -53,6 +53,13 @@ Json ToJson(const Statistics& s)
             {"failures", causes}};
 }
 
+Json ToJson(const Verification& v)
+{
+    return {
+        {"strictness", v.strictness},     {"roughness", v.roughness},           {"maxTurn", v.maxTurn},
+        {"minStability", v.minStability}, {"minClusterSize", v.minClusterSize}, {"icpConfig", voalgo::ToJson(v.icp)}};
+}
+
 std::string Table(const std::vector<Result>& results)
 {
     std::string text = "rank  overlap   area mm2   RMSE mm  small/big  mismatches  cluster  iterations\n";
@@ -101,19 +108,21 @@ Json ToJson(const Report& report)
             {"fix", ToJson(report.fix)},
             {"flt", ToJson(report.flt)},
             {"unit", report.unit},
-            {"found", !registration.results.empty()},
+            {"found", registration.reason.empty()},
             {"reason", registration.reason},
             {"results", results},
             {"statistics", ToJson(registration.statistics)},
             {"settings",
              {{"preset", report.preset},
               {"workingSpacing", report.settings.workingSpacing},
-              {"config", ToJson(report.settings.config)}}}};
+              {"config", ToJson(report.settings.config)},
+              {"verification", ToJson(report.settings.verification)}}}};
 }
 
 std::string ToText(const Registration& registration)
 {
-    return registration.results.empty() ? Refusal(registration) : Table(registration.results);
+    const std::string table = registration.results.empty() ? "" : Table(registration.results);
+    return registration.reason.empty() ? table : table + Refusal(registration);
 }
 
 } // namespace voalgo

@@ -22,7 +22,9 @@ void SettingsOptions::AddTo(CLI::App& command)
     command.add_option("--preset", preset, "Kind of settings")
         ->check(CLI::IsMember({"auto", "dense", "scan", "thorough"}))
         ->capture_default_str();
-    command.add_option("--config", config, "JSON file with settings that override the others; lengths in mm");
+    command.add_option(
+        "--config", config,
+        "JSON file with settings that override the others, also as limits of the verification; lengths in mm");
     command.add_option("--threads", threads, "Threads of the feature computation, 0: all; results do not depend on it")
         ->capture_default_str();
 }
@@ -31,7 +33,10 @@ Settings SettingsOptions::For(const Cloud& fix, const Cloud& flt) const
 {
     Settings settings = DeriveSettings(fix, flt, PresetOf(preset));
     settings.threads = threads;
-    if (!config.empty()) ApplyConfigFile(settings.config, config);
+    if (config.empty()) return settings;
+    const prereg::ConfigurationFPFH derived = settings.config;
+    ApplyConfigFile(settings.config, config);
+    settings.verification.Follow(derived, settings.config);
     return settings;
 }
 

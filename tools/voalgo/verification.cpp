@@ -23,14 +23,26 @@ double MinSmallBigRatio(const Verification& verification, float rmse, float over
 
 } // namespace
 
+void Verification::Follow(const prereg::ConfigurationFPFH& derived, const prereg::ConfigurationFPFH& stated)
+{
+    using Icp = prereg::ConfigurationICP;
+    for (double Icp::*field : {&Icp::dMinQueryRadius, &Icp::dPositionTolerance, &Icp::dNormalAngleTolerance,
+                               &Icp::dMaxErrorRatio, &Icp::dMinOverlapRatio, &Icp::dMaxRMSE, &Icp::dMinSmallBigRatio,
+                               &Icp::dSmallBigQueryRadiusScaling, &Icp::dInlierScaling})
+        if (stated.icpConfig.*field != derived.icpConfig.*field) icp.*field = stated.icpConfig.*field;
+    icp.uiMaxNumIterations = std::min(icp.uiMaxNumIterations, stated.icpConfig.uiMaxNumIterations);
+    if (stated.uiTrafoClusteringQuorum == 1) minClusterSize = 1;
+}
+
 std::string Verify(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Verification& verification,
                    CFPFHPreRegistration::VerifiedTrafo& result)
 {
     const prereg::ICPResult forward = fix.ComputeICPRegistration(verification.icp, flt, result.trafo);
     if (forward.resultType != 0) return forward.ToString(true);
     const auto isTooLoose = [&](const prereg::ICPResult& r) {
-        return static_cast<double>(r.fStop_SmallBigRatio) <
-               MinSmallBigRatio(verification, r.fStop_RMSE, forward.fStop_OverlapRatio);
+        return verification.icp.dMinSmallBigRatio > 0.0 &&
+               static_cast<double>(r.fStop_SmallBigRatio) <
+                   MinSmallBigRatio(verification, r.fStop_RMSE, forward.fStop_OverlapRatio);
     };
     if (isTooLoose(forward)) return "neighbourhoods of the scans differ";
 

@@ -16,6 +16,9 @@ struct Verification {
     double maxTurn = 0.0;             ///< largest turn between the poses of both sides, rad
     double minStability = 0.0;        ///< how well the overlap's shape must hold the pose, see PoseStability
     std::uint32_t minClusterSize = 0; ///< fewest proposals that must have led to the pose
+
+    /// Takes over what was changed from `derived` to `stated`: whoever states a limit of the search means it here too.
+    void Follow(const prereg::ConfigurationFPFH& derived, const prereg::ConfigurationFPFH& stated);
 };
 
 /// Refines a result of the search with the verification's settings. Returns what speaks against handing it out; empty:
