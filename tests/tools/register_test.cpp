@@ -94,6 +94,21 @@ TEST(ToolRegister, PoseIsInTheUnitOfTheFiles)
 }
 
 /// What pose.txt states reads back as the same pose: a refinement without iterations writes the same bytes again.
+/// Data that begin with a byte that looks like a line end must not be taken for the end of the header: all coordinates
+/// would shift.
+TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
+{
+    const Workplace place;
+    std::string bytes = FileBytes(Fix);
+    for (const char lineEnd : {'\n', '\r'}) {
+        bytes[bytes.find("end_header\n") + 11] = lineEnd;
+        place.Write("fix.ply", bytes);
+        const Outcome outcome = place.Run("register fix.ply " + std::string(Flt) + " --out r");
+        ASSERT_EQ(outcome.exitCode, 0) << outcome.output << outcome.errors;
+        EXPECT_EQ(ParsePly(place.Read("r/registered.ply"), 3).points[0], ParsePly(bytes).points[0]);
+    }
+}
+
 TEST(ToolRegister, PoseFilesRoundTrip)
 {
     const Workplace place;

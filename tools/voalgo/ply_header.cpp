@@ -67,12 +67,15 @@ public:
         return ascii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
     }
 
+    [[nodiscard]] PlyHeader Start() const { return {0, !ascii_, beginsWithSingleX_}; }
+
 private:
     bool TakeFormat(const std::vector<std::string>& words)
     {
         ascii_ = words.size() == 3 && words[1] == "ascii";
         known_ =
             ascii_ || (words.size() == 3 && (words[1] == "binary_little_endian" || words[1] == "binary_big_endian"));
+        littleEndian_ = !ascii_ && known_ && words[1] == "binary_little_endian";
         return known_;
     }
     bool TakeElement(const std::vector<std::string>& words)
@@ -87,6 +90,9 @@ private:
         const bool list = words.size() == 5 && words[1] == "list" && SizeOf(words[3]) != 0;
         const std::uint64_t size = SizeOf(words.size() > 2 ? words[list ? 2 : 1] : "");
         if (elements_ == 0 || size == 0 || (!list && words.size() != 3)) return false;
+        if (!hasProperty_)
+            beginsWithSingleX_ = littleEndian_ && (words[1] == "float" || words[1] == "float32") && words[2] == "x";
+        hasProperty_ = true;
         const std::uint64_t least = ascii_ ? 2 : size; // a digit and a separator; of a list the count
         const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - leastBytes_;
         leastBytes_ += rows_ > room / least ? room : rows_ * least;
@@ -95,6 +101,9 @@ private:
 
     bool known_ = false; // the format
     bool ascii_ = false;
+    bool littleEndian_ = false;
+    bool hasProperty_ = false;
+    bool beginsWithSingleX_ = false;
     std::uint64_t elements_ = 0;
     std::uint64_t rows_ = 0; // of the current element
     std::uint64_t leastBytes_ = 0;
@@ -102,7 +111,7 @@ private:
 
 } // namespace
 
-void RequireSoundPlyHeader(const std::string& path)
+PlyHeader ReadPlyHeader(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
     const auto nextLine = [&file] {
@@ -120,11 +129,14 @@ void RequireSoundPlyHeader(const std::string& path)
             throw InputError(path + ": wrong line in the PLY header: \"" + line.substr(0, 60) + "\"");
     }
     if (!header.Complete()) throw InputError(path + ": the PLY header names no format or no element");
-    const std::uint64_t present = std::filesystem::file_size(path) - static_cast<std::uint64_t>(file.tellg());
+    PlyHeader result = header.Start();
+    result.dataOffset = static_cast<std::uint64_t>(file.tellg());
+    const std::uint64_t present = std::filesystem::file_size(path) - result.dataOffset;
     if (present < header.LeastBytes())
         throw InputError(path + Format(": cut off: %llu bytes of data, but the header announces at least %llu",
                                        static_cast<unsigned long long>(present),
                                        static_cast<unsigned long long>(header.LeastBytes())));
+    return result;
 }
 
 } // namespace voalgo

@@ -8,7 +8,9 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace voalgo {
@@ -38,6 +40,11 @@ void Append(Model& model, const aiMesh& part)
     for (unsigned i = 0; i < part.mNumFaces; ++i) AppendFace(model.mesh, part.mFaces[i], firstVertex);
 }
 
+void AppendAll(Model& model, const aiScene& scene)
+{
+    for (unsigned i = 0; i < scene.mNumMeshes; ++i) Append(model, *scene.mMeshes[i]);
+}
+
 void RequireVerticesOfTriangles(const Mesh& mesh, const std::string& path)
 {
     for (const auto& triangle : mesh.triangles)
@@ -45,19 +52,41 @@ void RequireVerticesOfTriangles(const Mesh& mesh, const std::string& path)
             if (corner >= mesh.vertices.size()) throw InputError(path + ": a face names a vertex that is not there");
 }
 
+/// The scene of a PLY file. The reader library takes bytes that look like line ends, right after the header of a binary
+/// file, for its end and shifts all data: such a first byte goes in as its neighbour, and the coordinate gets it back.
+const aiScene* ReadPly(Assimp::Importer& importer, const std::string& path, Model& model)
+{
+    const PlyHeader header = ReadPlyHeader(path);
+    std::string bytes = ReadText(path);
+    const char first = header.isBinary && header.dataOffset < bytes.size() ? bytes[header.dataOffset] : '\0';
+    const bool isLineEnd = first == '\n' || first == '\r';
+    if (isLineEnd) bytes[header.dataOffset] = static_cast<char>(first == '\n' ? first + 1 : first - 1);
+    const aiScene* scene = importer.ReadFileFromMemory(bytes.data(), bytes.size(), 0, "ply");
+    if (scene == nullptr) return nullptr;
+    AppendAll(model, *scene);
+    if (isLineEnd && header.beginsWithSingleX && !model.mesh.vertices.empty()) {
+        float& x = model.mesh.vertices[0].x;
+        x = std::bit_cast<float>((std::bit_cast<std::uint32_t>(x) & ~0xFFU) | static_cast<unsigned char>(first));
+    }
+    return scene;
+}
+
 } // namespace
 
 Model ReadModel(const std::string& path)
 {
     RequireFile(path);
-    if (Ending(path) == ".ply") RequireSoundPlyHeader(path);
     Assimp::Importer importer;
-    // No post-processing: it would merge, drop or reorder points.
-    const aiScene* scene = importer.ReadFile(path, 0);
+    Model model;
+    const aiScene* scene = nullptr;
+    if (Ending(path) == ".ply") {
+        scene = ReadPly(importer, path, model);
+    } else {
+        scene = importer.ReadFile(path, 0); // no post-processing: it would merge, drop or reorder points
+        if (scene != nullptr) AppendAll(model, *scene);
+    }
     if (scene == nullptr)
         throw InputError(path + ": not readable as a cloud or mesh (" + importer.GetErrorString() + ")");
-    Model model;
-    for (unsigned i = 0; i < scene->mNumMeshes; ++i) Append(model, *scene->mMeshes[i]);
     RequireVerticesOfTriangles(model.mesh, path);
     if (model.normals.size() != model.mesh.vertices.size()) model.normals.clear();
     return model;
