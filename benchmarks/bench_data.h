@@ -21,14 +21,15 @@ struct Cloud {
     std::vector<kdtree::Vector<3>> normals;
 };
 
-/// A wavy square of side × side points about 0.6 mm apart with a scanner's noise, in random order.
-inline Cloud WavySurface(std::size_t side)
+/// A wavy square of side × side points about 0.6 mm apart with a scanner's noise, in random order. Another seed is
+/// another sampling of the same surface.
+inline Cloud WavySurface(std::size_t side, unsigned seed = 1)
 {
     constexpr float Spacing = 0.6F;
     constexpr float Height = 5.0F;
     constexpr float WaveX = 0.1F;
     constexpr float WaveY = 0.13F;
-    std::mt19937 engine(1);
+    std::mt19937 engine(seed);
     std::normal_distribution<float> noise;
     std::vector<std::size_t> places(side * side);
     for (std::size_t i = 0; i < places.size(); ++i) places[i] = i;
