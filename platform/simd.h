@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #if defined(__SSE2__) || defined(_M_X64)
@@ -79,6 +80,20 @@ inline std::uint32_t Crc32c(std::uint32_t crc, std::uint32_t data)
     return _mm_crc32_u32(crc, data);
 #else
     return Crc32cScalar(crc, data);
+#endif
+}
+
+/// Sets those of eight bytes to 1 whose bit in the mask is set, and leaves the others.
+inline void SetBytes(unsigned mask, std::uint8_t* bytes)
+{
+#if defined(VOALGO_SIMD_AVX2)
+    std::uint64_t all = 0;
+    std::memcpy(&all, bytes, sizeof(all));
+    all |= _pdep_u64(mask, 0x0101010101010101ULL);
+    std::memcpy(bytes, &all, sizeof(all));
+#else
+    for (std::size_t i = 0; i < 8; ++i)
+        if ((mask >> i & 1U) != 0) bytes[i] = 1;
 #endif
 }
 

@@ -11,6 +11,7 @@
 #include "prereg/detail_surface.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
@@ -40,9 +41,9 @@ const Logging::CLogger& Log()
     return logger;
 }
 
-bool SameBits(const Vec3& a, const Vec3& b)
+bool SameBits(float a, float b)
 {
-    return std::memcmp(&a, &b, sizeof(Vec3)) == 0;
+    return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
 }
 
 unsigned CappedThreads(unsigned threads)
@@ -95,7 +96,219 @@ struct CFPFHDataSource::Match {
     std::vector<std::uint32_t> origin; // per position of the new scan: position in the previous one, or None
     std::vector<Vec3> changedPlaces;   // of points that came or went
 
+    [[nodiscard]] bool IsFromScratch() const { return origin.empty(); }
     [[nodiscard]] bool IsNew(std::size_t position) const { return origin.empty() || origin[position] == None; }
+};
+
+/// Pairs the points of both scans cell by cell, in order, by equal bits of position and normal. The dirty map cannot
+/// see a point that moves within a fine cell or turns its normal; this does, so that the result is that of a
+/// computation from scratch.
+CFPFHDataSource::Match CFPFHDataSource::matchWithPrevious(const Scan& scan) const
+{
+    Match match;
+    match.origin.assign(scan.points.size(), None);
+    const auto& oldCells = grid_.Cells();
+    const auto& newCells = scan.grid.Cells();
+    const auto isBefore = [](const CSearchGrid::Cell& a, const CSearchGrid::Cell& b) {
+        return std::tie(a.z, a.y, a.x) < std::tie(b.z, b.y, b.x);
+    };
+    const auto isSame = [&, &n = scan.sortedNormals](std::uint32_t oldAt, std::uint32_t newAt) {
+        return SameBits(grid_.X()[oldAt], scan.grid.X()[newAt]) && SameBits(grid_.Y()[oldAt], scan.grid.Y()[newAt]) &&
+               SameBits(grid_.Z()[oldAt], scan.grid.Z()[newAt]) && SameBits(normalX_[oldAt], n.x[newAt]) &&
+               SameBits(normalY_[oldAt], n.y[newAt]) && SameBits(normalZ_[oldAt], n.z[newAt]);
+    };
+    const auto lose = [&](std::uint32_t position) { match.changedPlaces.push_back(grid_.Point(position)); };
+    const auto gain = [&](std::uint32_t position) { match.changedPlaces.push_back(scan.grid.Point(position)); };
+
+    std::size_t o = 0;
+    std::size_t n = 0;
+    while (o < grid_.NumCells() || n < scan.grid.NumCells()) {
+        const bool hasOld = o < grid_.NumCells() && (n == scan.grid.NumCells() || !isBefore(newCells[n], oldCells[o]));
+        const bool hasNew = n < scan.grid.NumCells() && (o == grid_.NumCells() || !isBefore(oldCells[o], newCells[n]));
+        std::uint32_t oldAt = hasOld ? oldCells[o].begin : 0;
+        const std::uint32_t oldEnd = hasOld ? oldCells[o + 1].begin : 0;
+        std::uint32_t newAt = hasNew ? newCells[n].begin : 0;
+        const std::uint32_t newEnd = hasNew ? newCells[n + 1].begin : 0;
+        while (oldAt < oldEnd && newAt < newEnd) {
+            if (isSame(oldAt, newAt)) {
+                match.origin[newAt++] = oldAt++;
+                continue;
+            }
+            // The next of the old points that equals this one, if any: what lies between is gone.
+            std::uint32_t next = oldAt + 1;
+            while (next < oldEnd && !isSame(next, newAt)) ++next;
+            if (next < oldEnd)
+                while (oldAt < next) lose(oldAt++);
+            else
+                gain(newAt++);
+        }
+        while (oldAt < oldEnd) lose(oldAt++);
+        while (newAt < newEnd) gain(newAt++);
+        o += hasOld ? 1 : 0;
+        n += hasNew ? 1 : 0;
+    }
+    return match;
+}
+
+/// The steps of one update. Points are numbered by their sorted positions in the new scan's grid.
+class CFPFHDataSource::FeatureUpdate {
+public:
+    /// Takes over the scan's grid when the source keeps its state.
+    FeatureUpdate(CFPFHDataSource& source, Scan& scan, const Match& match)
+        : source_(source), scan_(scan), grid_(scan.grid), match_(match), size_(scan.points.size()),
+          radiusSq_(source.radius_ * source.radius_), isStale_(size_ + Lanes)
+    {
+    }
+
+    void Run()
+    {
+        FindStaleHistograms();
+        ComputeSimpleHistograms();
+        FindStaleFeatures();
+        ChooseFeaturePoints();
+        ComputeFeatures();
+        Store();
+    }
+
+private:
+    /// A simple histogram depends on the points within the radius. What is not stale is taken over.
+    void FindStaleHistograms()
+    {
+        for (const Vec3& place : match_.changedPlaces) {
+            CSearchGrid::Run runs[CSearchGrid::NumRuns];
+            grid_.Neighbourhood(place, runs);
+            detail::MarkNeighbours<F8>(grid_, place, runs, radiusSq_, isStale_.data());
+        }
+        simple_.reserve(size_);
+        quality_.reserve(size_);
+        for (std::uint32_t i = 0; i < size_; ++i) {
+            if (isStale_[i] == 0 && !match_.IsNew(i) && source_.featureOf_[match_.origin[i]] != Dropped) {
+                simple_.push_back(source_.simple_[match_.origin[i]]);
+                quality_.push_back(source_.quality_[match_.origin[i]]);
+            } else {
+                simple_.emplace_back();
+                quality_.push_back(0.0F);
+                isStale_[i] = 1;
+                todo_.push_back(i);
+            }
+        }
+    }
+
+    void ComputeSimpleHistograms()
+    {
+        VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
+            detail::NeighbourPlanes neighbours;
+            detail::PairCounter<F8> counter;
+            for (std::size_t t = begin; t < end; ++t) {
+                const std::uint32_t i = todo_[t];
+                const Vec3& normal = scan_.normals[grid_.Order()[i]];
+                detail::CollectNeighbours<F8>(grid_, scan_.sortedNormals, i, radiusSq_, neighbours);
+                counter.Count(neighbours, normal, simple_[i].bins);
+                quality_[i] = Quality(neighbours, normal);
+            }
+        });
+    }
+
+    [[nodiscard]] float Quality(const detail::NeighbourPlanes& neighbours, const Vec3& normal) const
+    {
+        if (!(normal.NormSq() > 0.0F)) return CutOffSurface;
+        const float quality = detail::CurvatureQuality<F8>(neighbours, normal, source_.radius_);
+        if (!IsEnough(quality)) return quality;
+        const float ratio = detail::TangentScatterRatio<F8>(neighbours, normal, source_.radius_);
+        return ratio <= MaxScatterRatio ? quality : CutOffSurface;
+    }
+
+    [[nodiscard]] bool IsEnough(float quality) const
+    {
+        return quality >= 0.0F && static_cast<double>(quality) >= source_.minCurvatureQuality_;
+    }
+
+    /// A feature changes with the set of its neighbours, which made its own simple histogram stale, and with theirs.
+    void FindStaleFeatures()
+    {
+        if (match_.IsFromScratch()) return;
+        for (const std::uint32_t i : todo_) {
+            if (!match_.IsNew(i) &&
+                std::memcmp(&simple_[i], &source_.simple_[match_.origin[i]], sizeof(SimpleHistogram)) == 0)
+                continue;
+            detail::MarkNeighbours<F8>(grid_, grid_.Point(i), grid_.Neighbourhood(grid_.CellOf(i)), radiusSq_,
+                                       isStale_.data());
+        }
+    }
+
+    /// In the caller's order.
+    void ChooseFeaturePoints()
+    {
+        std::vector<std::uint8_t> isCandidate(size_, scan_.candidates == nullptr ? 1 : 0);
+        if (scan_.candidates != nullptr)
+            for (const unsigned c : *scan_.candidates) isCandidate[c] = 1;
+        std::vector<std::uint32_t> positionOf(size_);
+        for (std::uint32_t i = 0; i < size_; ++i) positionOf[grid_.Order()[i]] = i;
+        featureOf_.assign(size_, NoFeature);
+        for (std::size_t index = 0; index < size_; ++index) {
+            const std::uint32_t i = positionOf[index];
+            if (isCandidate[index] == 0 || !IsEnough(quality_[i])) continue;
+            featureOf_[i] = static_cast<std::int32_t>(featurePositions_.size());
+            featurePositions_.push_back(i);
+            featurePoints_.push_back(scan_.points[index]);
+            featureNormals_.push_back(scan_.normals[index]);
+        }
+    }
+
+    void ComputeFeatures()
+    {
+        features_.reserve(featurePositions_.size());
+        for (const std::uint32_t i : featurePositions_) {
+            const std::int32_t old = isStale_[i] != 0 ? NoFeature : source_.featureOf_[match_.origin[i]];
+            if (old < 0) isStale_[i] = 1;
+            features_.push_back(old < 0 ? CPointFeatureHistogram() : source_.features_[static_cast<std::size_t>(old)]);
+        }
+        // In sorted order: the simple histograms around one point are at hand for the next.
+        todo_.clear();
+        for (std::uint32_t i = 0; i < size_; ++i)
+            if (featureOf_[i] != NoFeature && isStale_[i] != 0) todo_.push_back(i);
+        VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
+            detail::NeighbourList neighbours;
+            for (std::size_t t = begin; t < end; ++t) {
+                const std::uint32_t i = todo_[t];
+                detail::ListNeighbours<F8>(grid_, i, radiusSq_, neighbours);
+                features_[static_cast<std::size_t>(featureOf_[i])] = detail::MixHistograms<F8>(simple_, neighbours);
+            }
+        });
+    }
+
+    void Store()
+    {
+        source_.points_ = scan_.points;
+        source_.normals_ = scan_.normals;
+        source_.featurePoints_ = std::move(featurePoints_);
+        source_.featureNormals_ = std::move(featureNormals_);
+        source_.features_ = std::move(features_);
+        if (!source_.incremental_) return;
+        source_.simple_ = std::move(simple_);
+        source_.quality_ = std::move(quality_);
+        source_.featureOf_ = std::move(featureOf_);
+        source_.grid_ = std::move(scan_.grid);
+        source_.normalX_ = std::move(scan_.sortedNormals.x);
+        source_.normalY_ = std::move(scan_.sortedNormals.y);
+        source_.normalZ_ = std::move(scan_.sortedNormals.z);
+    }
+
+    CFPFHDataSource& source_; // holds the previous scan until Store
+    Scan& scan_;
+    const CSearchGrid& grid_;
+    const Match& match_;
+    std::size_t size_;
+    float radiusSq_;
+    std::vector<std::uint8_t> isStale_; // the simple histogram, later the feature, must be computed
+    std::vector<std::uint32_t> todo_;
+    std::vector<SimpleHistogram> simple_;
+    std::vector<float> quality_;
+    std::vector<std::int32_t> featureOf_;
+    std::vector<std::uint32_t> featurePositions_; // its inverse
+    std::vector<Vec3> featurePoints_;
+    std::vector<Vec3> featureNormals_;
+    std::vector<CPointFeatureHistogram> features_;
 };
 
 bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
@@ -119,18 +332,19 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         return false;
     }
 
-    const Scan scan(points, normals, candidates, radius_);
+    Scan scan(points, normals, candidates, radius_);
     if (gpu_ && *gpu_ && updateUsingGPU(scan)) {
         VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (GPU) took %.3f s", stopwatch.Seconds());
         return true;
     }
     Match match;
     if (incremental_) {
-        for (const Vec3& p : points) dirtyMap_.insert(p);
+        for (std::size_t i = 0; i < points.size(); ++i)
+            dirtyMap_.insert(scan.grid.Point(i)); // by place: less to search
         removeContentsOfDirtyBBoxes(dirtyMap_.dirty());
         if (grid_.Size() != 0) match = matchWithPrevious(scan);
     }
-    updateFeatures(scan, match);
+    FeatureUpdate(*this, scan, match).Run();
     VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s", threads_,
                stopwatch.Seconds());
     if (static_cast<double>(features_.size()) < LeanShare * static_cast<double>(points_.size()))
@@ -138,160 +352,6 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
                    L"only %zu of %zu points are feature points (curvature quality >= %g, radius %g mm)",
                    features_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
     return true;
-}
-
-/// Pairs the points of both scans cell by cell, in order, by equal bits of position and normal. The dirty map cannot
-/// see a point that moves within a fine cell or turns its normal; this does, so that the result is that of a
-/// computation from scratch.
-CFPFHDataSource::Match CFPFHDataSource::matchWithPrevious(const Scan& scan) const
-{
-    Match match;
-    match.origin.assign(scan.points.size(), None);
-    const auto& oldCells = grid_.Cells();
-    const auto& newCells = scan.grid.Cells();
-    const auto isBefore = [](const CSearchGrid::Cell& a, const CSearchGrid::Cell& b) {
-        return std::tie(a.z, a.y, a.x) < std::tie(b.z, b.y, b.x);
-    };
-    const auto lose = [&](std::uint32_t position) { match.changedPlaces.push_back(grid_.Point(position)); };
-    const auto gain = [&](std::uint32_t position) { match.changedPlaces.push_back(scan.grid.Point(position)); };
-
-    std::size_t o = 0;
-    std::size_t n = 0;
-    while (o < grid_.NumCells() || n < scan.grid.NumCells()) {
-        const bool hasOld = o < grid_.NumCells() && (n == scan.grid.NumCells() || !isBefore(newCells[n], oldCells[o]));
-        const bool hasNew = n < scan.grid.NumCells() && (o == grid_.NumCells() || !isBefore(oldCells[o], newCells[n]));
-        std::uint32_t oldAt = hasOld ? oldCells[o].begin : 0;
-        const std::uint32_t oldEnd = hasOld ? oldCells[o + 1].begin : 0;
-        std::uint32_t newAt = hasNew ? newCells[n].begin : 0;
-        const std::uint32_t newEnd = hasNew ? newCells[n + 1].begin : 0;
-        const auto isSame = [&](std::uint32_t oldPosition, std::uint32_t newPosition) {
-            const std::uint32_t oldIndex = grid_.Order()[oldPosition];
-            const std::uint32_t newIndex = scan.grid.Order()[newPosition];
-            return SameBits(points_[oldIndex], scan.points[newIndex]) &&
-                   SameBits(normals_[oldIndex], scan.normals[newIndex]);
-        };
-        while (oldAt < oldEnd && newAt < newEnd) {
-            if (isSame(oldAt, newAt)) {
-                match.origin[newAt++] = oldAt++;
-                continue;
-            }
-            // The next of the old points that equals this one, if any: what lies between is gone.
-            std::uint32_t next = oldAt + 1;
-            while (next < oldEnd && !isSame(next, newAt)) ++next;
-            if (next < oldEnd)
-                while (oldAt < next) lose(oldAt++);
-            else
-                gain(newAt++);
-        }
-        while (oldAt < oldEnd) lose(oldAt++);
-        while (newAt < newEnd) gain(newAt++);
-        o += hasOld ? 1 : 0;
-        n += hasNew ? 1 : 0;
-    }
-    return match;
-}
-
-void CFPFHDataSource::updateFeatures(const Scan& scan, const Match& match)
-{
-    const std::size_t size = scan.points.size();
-    const CSearchGrid& grid = scan.grid;
-    const float radiusSq = radius_ * radius_;
-    const bool fromScratch = match.origin.empty();
-
-    // What the simple histograms depend on changed within the radius of every point that came or went.
-    std::vector<std::uint8_t> isStale(size, fromScratch ? 1 : 0);
-    for (const Vec3& place : match.changedPlaces) {
-        CSearchGrid::Run runs[CSearchGrid::NumRuns];
-        grid.Neighbourhood(place, runs);
-        detail::ForNeighbours<F8>(grid, place, runs, radiusSq,
-                                  [&](std::uint32_t position, float) { isStale[position] = 1; });
-    }
-    std::vector<SimpleHistogram> simple(size);
-    std::vector<float> quality(size);
-    std::vector<std::uint32_t> todo;
-    for (std::uint32_t i = 0; i < size; ++i) {
-        if (!fromScratch && match.origin[i] != None && featureOf_[match.origin[i]] != Dropped && isStale[i] == 0) {
-            simple[i] = simple_[match.origin[i]];
-            quality[i] = quality_[match.origin[i]];
-        } else {
-            isStale[i] = 1;
-            todo.push_back(i);
-        }
-    }
-    VoAlgo::tasks::ForRanges(todo.size(), threads_, [&](std::size_t begin, std::size_t end) {
-        detail::NeighbourPlanes neighbours;
-        detail::PairCounter<F8> counter;
-        for (std::size_t t = begin; t < end; ++t) {
-            const std::uint32_t i = todo[t];
-            const Vec3& normal = scan.normals[grid.Order()[i]];
-            detail::CollectNeighbours<F8>(grid, scan.sortedNormals, i, radiusSq, neighbours);
-            counter.Count(neighbours, normal, simple[i].bins);
-            const bool isWhole = detail::TangentScatterRatio<F8>(neighbours, normal, radius_) <= MaxScatterRatio;
-            quality[i] = isWhole && normal.NormSq() > 0.0F ? detail::CurvatureQuality<F8>(neighbours, normal, radius_)
-                                                           : CutOffSurface;
-        }
-    });
-
-    // A feature changes with the set of its neighbours, which made its own simple histogram stale, and with theirs.
-    if (!fromScratch) {
-        const std::vector<std::uint8_t> hasNewSimple = isStale;
-        for (const std::uint32_t i : todo) {
-            if (match.origin[i] != None &&
-                std::memcmp(&simple[i], &simple_[match.origin[i]], sizeof(SimpleHistogram)) == 0)
-                continue;
-            detail::ForNeighbours<F8>(grid, grid.Point(i), grid.Neighbourhood(grid.CellOf(i)), radiusSq,
-                                      [&](std::uint32_t position, float) { isStale[position] = 1; });
-        }
-    }
-
-    std::vector<std::uint8_t> isCandidate(size, scan.candidates == nullptr ? 1 : 0);
-    if (scan.candidates != nullptr)
-        for (const unsigned c : *scan.candidates) isCandidate[c] = 1;
-    std::vector<std::uint32_t> positionOf(size);
-    for (std::uint32_t i = 0; i < size; ++i) positionOf[grid.Order()[i]] = i;
-
-    // Feature points in the caller's order.
-    std::vector<Vec3> featurePoints;
-    std::vector<Vec3> featureNormals;
-    std::vector<std::uint32_t> featurePositions;
-    std::vector<std::int32_t> featureOf(size, NoFeature);
-    for (std::size_t index = 0; index < size; ++index) {
-        const std::uint32_t i = positionOf[index];
-        if (isCandidate[index] == 0 || quality[i] < 0.0F || static_cast<double>(quality[i]) < minCurvatureQuality_)
-            continue;
-        featureOf[i] = static_cast<std::int32_t>(featurePoints.size());
-        featurePoints.push_back(scan.points[index]);
-        featureNormals.push_back(scan.normals[index]);
-        featurePositions.push_back(i);
-    }
-    std::vector<CPointFeatureHistogram> features(featurePoints.size());
-    todo.clear();
-    for (std::uint32_t f = 0; f < features.size(); ++f) {
-        const std::uint32_t i = featurePositions[f];
-        const std::int32_t old = isStale[i] != 0 ? NoFeature : featureOf_[match.origin[i]];
-        if (old >= 0)
-            features[f] = features_[static_cast<std::size_t>(old)];
-        else
-            todo.push_back(f);
-    }
-    VoAlgo::tasks::ForRanges(todo.size(), threads_, [&](std::size_t begin, std::size_t end) {
-        detail::NeighbourList neighbours;
-        for (std::size_t t = begin; t < end; ++t) {
-            detail::ListNeighbours<F8>(grid, featurePositions[todo[t]], radiusSq, neighbours);
-            features[todo[t]] = detail::MixHistograms<F8>(simple, neighbours);
-        }
-    });
-
-    points_ = scan.points;
-    normals_ = scan.normals;
-    featurePoints_ = std::move(featurePoints);
-    featureNormals_ = std::move(featureNormals);
-    features_ = std::move(features);
-    if (!incremental_) return;
-    simple_ = std::move(simple);
-    quality_ = std::move(quality);
-    featureOf_ = std::move(featureOf);
-    grid_ = grid;
 }
 
 bool CFPFHDataSource::updateUsingGPU(const Scan& /*scan*/)
@@ -318,6 +378,7 @@ void CFPFHDataSource::forgetScan()
     quality_.clear();
     featureOf_.clear();
     grid_ = CSearchGrid();
+    for (auto* plane : {&normalX_, &normalY_, &normalZ_}) plane->clear();
     dirtyMap_.reset();
 }
 

@@ -42,22 +42,14 @@ void ForGroups(const VoAlgo::CSearchGrid& grid, const kdtree::Vector<3>& place, 
     }
 }
 
-/// Calls visit(position, distanceSq) for every grid point within the radius of `place`, border included, in sorted
-/// order.
-template <class Pack, class Visit>
-void ForNeighbours(const VoAlgo::CSearchGrid& grid, const kdtree::Vector<3>& place,
-                   const VoAlgo::CSearchGrid::Run* runs, float radiusSq, Visit visit)
+/// Sets the bytes of all points within the radius of `place`. `marks`: one byte a position, eight more behind the last.
+template <class Pack>
+void MarkNeighbours(const VoAlgo::CSearchGrid& grid, const kdtree::Vector<3>& place,
+                    const VoAlgo::CSearchGrid::Run* runs, float radiusSq, std::uint8_t* marks)
 {
-    ForGroups<Pack>(grid, place, runs, radiusSq,
-                    [&visit](std::uint32_t first, unsigned mask, Pack, Pack, Pack, Pack distanceSq) {
-                        if (mask == 0) return;
-                        float lanes[VoAlgo::simd::Lanes];
-                        distanceSq.Store(lanes);
-                        for (; mask != 0; mask &= mask - 1) {
-                            const auto lane = static_cast<std::uint32_t>(std::countr_zero(mask));
-                            visit(first + lane, lanes[lane]);
-                        }
-                    });
+    ForGroups<Pack>(grid, place, runs, radiusSq, [marks](std::uint32_t first, unsigned mask, Pack, Pack, Pack, Pack) {
+        VoAlgo::simd::SetBytes(mask, marks + first);
+    });
 }
 
 /// Sorted positions and squared distances of the points around one, itself included.

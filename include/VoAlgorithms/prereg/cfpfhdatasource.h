@@ -69,9 +69,9 @@ private:
     };
     struct Scan;
     struct Match;
+    class FeatureUpdate;
 
     [[nodiscard]] Match matchWithPrevious(const Scan& scan) const;
-    void updateFeatures(const Scan& scan, const Match& match);
     bool updateUsingGPU(const Scan& scan);
     void removeContentsOfDirtyBBoxes(const std::vector<kdtree::Range<3>>& boxes);
     void forgetScan();
@@ -84,7 +84,8 @@ private:
     std::vector<CPointFeatureHistogram> features_;
     // The scan behind it, in the order of the search grid.
     std::vector<SimpleHistogram> simple_;
-    std::vector<float> quality_;          // curvature quality; negative where the surface is cut off
+    std::vector<float> quality_; // curvature quality; negative where the surface is cut off
+    std::vector<float> normalX_, normalY_, normalZ_;
     std::vector<std::int32_t> featureOf_; // index of the point's feature, or NoFeature, or Dropped
 
     CDirtyMap dirtyMap_;
