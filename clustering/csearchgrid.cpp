@@ -137,9 +137,8 @@ void CSearchGrid::FindNeighbourhoods()
     }
 }
 
-void CSearchGrid::Neighbourhood(const Vec3& place, Run* runs) const
+void CSearchGrid::Neighbourhood(const Cell& centre, Run* runs) const
 {
-    const Cell centre = CellAt(place);
     const auto end = cells_.begin() + static_cast<std::ptrdiff_t>(NumCells());
     for (std::size_t row = 0; row < NumRuns; ++row) {
         const std::int32_t z = centre.z + static_cast<std::int32_t>(row / 3) - 1;

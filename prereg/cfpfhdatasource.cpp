@@ -174,9 +174,12 @@ private:
     /// A simple histogram depends on the points within the radius. What is not stale is taken over.
     void FindStaleHistograms()
     {
-        for (const Vec3& place : match_.changedPlaces) {
-            CSearchGrid::Run runs[CSearchGrid::NumRuns];
-            grid_.Neighbourhood(place, runs);
+        CSearchGrid::Cell cell{};
+        CSearchGrid::Run runs[CSearchGrid::NumRuns];
+        for (std::size_t k = 0; k < match_.changedPlaces.size(); ++k) { // cell by cell
+            const Vec3& place = match_.changedPlaces[k];
+            const CSearchGrid::Cell next = grid_.CellAt(place);
+            if (k == 0 || !next.IsSamePlace(cell)) grid_.Neighbourhood(cell = next, runs);
             detail::MarkNeighbours<F8>(grid_, place, runs, radiusSq_, isStale_.data());
         }
         simple_.reserve(size_);

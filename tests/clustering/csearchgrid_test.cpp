@@ -108,7 +108,7 @@ TEST(CSearchGrid, RunsHoldWhatALinearScanFinds)
             const std::size_t i = random.Index(c.points.size());
             expectHolds(grid.Point(i), grid.Neighbourhood(grid.CellOf(i)));
             const Vec3 nearby = grid.Point(i) + random.InCube(1.5F * c.radius); // need not lie in an occupied cell
-            grid.Neighbourhood(nearby, runs);
+            grid.Neighbourhood(grid.CellAt(nearby), runs);
             expectHolds(nearby, runs);
 
             const kdtree::Range<3> box{nearby - Vec3(c.radius, 0.1F * c.radius, c.radius),
@@ -123,7 +123,8 @@ TEST(CSearchGrid, RunsHoldWhatALinearScanFinds)
         }
     }
     CSearchGrid::Run runs[CSearchGrid::NumRuns];
-    CSearchGrid({}, 1.0F).Neighbourhood(Vec3(1, 2, 3), runs); // nothing to find, and nothing to read
+    CSearchGrid({}, 1.0F).Neighbourhood(CSearchGrid({}, 1.0F).CellAt(Vec3(1, 2, 3)),
+                                        runs); // nothing to find, and nothing to read
     EXPECT_TRUE(Positions(runs).empty());
 }
 

@@ -25,6 +25,8 @@ public:
     struct Cell {
         std::int32_t x, y, z; ///< absolute cell coordinates: floor(position ÷ edge), the edge a little above the radius
         std::uint32_t begin;  ///< first position; the cell ends where the next begins
+
+        [[nodiscard]] bool IsSamePlace(const Cell& other) const { return x == other.x && y == other.y && z == other.z; }
     };
 
     CSearchGrid() = default;
@@ -51,13 +53,13 @@ public:
     [[nodiscard]] std::uint32_t CellOf(std::size_t position) const { return cellOf_[position]; }
     /// The nine runs, in ascending order, that hold every point within the radius of any point of the cell.
     [[nodiscard]] const Run* Neighbourhood(std::uint32_t cell) const { return &runs_[cell * NumRuns]; }
-    /// The same for any place, which need not lie in an occupied cell. O(log cells).
-    void Neighbourhood(const kdtree::Vector<3>& place, Run* runs) const;
+    /// The cell of any place, occupied or not (`begin` is 0), and the runs around such a cell. O(log cells).
+    [[nodiscard]] Cell CellAt(const kdtree::Vector<3>& place) const;
+    void Neighbourhood(const Cell& cell, Run* runs) const;
     /// Appends runs that hold every point of the box, and some around it.
     void AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs) const;
 
 private:
-    [[nodiscard]] Cell CellAt(const kdtree::Vector<3>& place) const;
     void SortByCell(const std::vector<kdtree::Vector<3>>& points);
     void FindNeighbourhoods();
 
