@@ -49,18 +49,24 @@ BENCHMARK(BM_Features)
     ->MeasureProcessCPUTime()
     ->Apply(bench::Repeat);
 
-/// A patch of about 2 % of the points moves up and down.
+/// A square of the second argument's side, in points.
+bench::Cloud Square(const benchmark::State& state)
+{
+    return bench::WavySurface(static_cast<std::size_t>(state.range(1)));
+}
+
+/// A patch of 2 % of the points moves up and down.
 void BM_IncrementalUpdate(benchmark::State& state)
 {
     constexpr float Lift = 2.0F;
-    constexpr float PatchRadius = 10.7F;
     const auto radius = 0.1 * static_cast<double>(state.range(0));
-    const bench::Cloud& cloud = Surface();
+    const bench::Cloud cloud = Square(state);
+    const float side = 0.6F * static_cast<float>(state.range(1));
+    const Vec3 centre(0.5F * side, 0.5F * side, 0.0F);
     std::vector<Vec3> lifted = cloud.points;
     std::size_t changed = 0;
     for (Vec3& p : lifted) {
-        const Vec3 fromCentre = Vec3(60.0F, 60.0F, 0.0F) - Vec3(p.x, p.y, 0.0F);
-        if (fromCentre.NormSq() > PatchRadius * PatchRadius) continue;
+        if ((centre - Vec3(p.x, p.y, 0.0F)).NormSq() > 0.02F * side * side / 3.14159F) continue;
         p.z += Lift;
         ++changed;
     }
@@ -76,21 +82,16 @@ void BM_IncrementalUpdate(benchmark::State& state)
 /// The same from scratch, to compare with.
 void BM_FullUpdate(benchmark::State& state)
 {
-    const bench::Cloud& cloud = Surface();
+    const bench::Cloud cloud = Square(state);
     prereg::CFPFHDataSource source(0.1 * static_cast<double>(state.range(0)), 0, 1, false);
     for (auto _ : state) source.Update(cloud.points, cloud.normals);
 }
-BENCHMARK(BM_FullUpdate)
-    ->ArgName("radius_0.1mm")
-    ->Arg(30)
-    ->Arg(60)
-    ->Unit(benchmark::kMillisecond)
-    ->Apply(bench::Repeat);
-BENCHMARK(BM_IncrementalUpdate)
-    ->ArgName("radius_0.1mm")
-    ->Arg(30)
-    ->Arg(60)
-    ->Unit(benchmark::kMillisecond)
-    ->Apply(bench::Repeat);
+void Sizes(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->ArgNames({"radius_0.1mm", "side"})->Args({30, 224})->Args({60, 224})->Args({60, 448});
+    benchmark->Unit(benchmark::kMillisecond)->Apply(bench::Repeat);
+}
+BENCHMARK(BM_FullUpdate)->Apply(Sizes);
+BENCHMARK(BM_IncrementalUpdate)->Apply(Sizes);
 
 } // namespace
