@@ -118,13 +118,13 @@ struct AllVisitor {
     }
 };
 
-/// The k nearest points within a radius, border included, in a max-heap; once it is full its worst is the bound.
+/// The k nearest points within a radius, border included, in a max-heap of positions and squared distances; once it is
+/// full its worst is the bound.
 struct NearestKVisitor {
     using Neighbour = std::pair<int, float>;
 
     float bound;
     std::size_t k;
-    const std::vector<std::uint32_t>& callerIndices;
     std::vector<Neighbour>& heap;
 
     static bool IsNearer(const Neighbour& a, const Neighbour& b) { return a.second < b.second; }
@@ -134,14 +134,25 @@ struct NearestKVisitor {
     void Visit(std::uint32_t position, float distanceSq)
     {
         if (!(distanceSq <= bound)) return;
-        if (heap.size() == k) {
-            if (!(distanceSq < heap.front().second)) return;
-            std::pop_heap(heap.begin(), heap.end(), IsNearer);
-            heap.pop_back();
+        if (heap.size() < k) {
+            heap.emplace_back(static_cast<int>(position), distanceSq);
+            if (heap.size() < k) return;
+            std::make_heap(heap.begin(), heap.end(), IsNearer);
+        } else if (distanceSq < bound) {
+            ReplaceWorst({static_cast<int>(position), distanceSq});
         }
-        heap.emplace_back(static_cast<int>(callerIndices[position]), distanceSq);
-        std::push_heap(heap.begin(), heap.end(), IsNearer);
-        if (heap.size() == k) bound = heap.front().second;
+        bound = heap.front().second;
+    }
+    void ReplaceWorst(const Neighbour& found)
+    {
+        std::size_t hole = 0;
+        for (std::size_t child = 1; child < k; child = 2 * hole + 1) {
+            if (child + 1 < k && IsNearer(heap[child], heap[child + 1])) ++child;
+            if (!IsNearer(found, heap[child])) break;
+            heap[hole] = heap[child];
+            hole = child;
+        }
+        heap[hole] = found;
     }
 };
 
@@ -159,37 +170,24 @@ public:
         const std::size_t nodes = 4 * (static_cast<std::size_t>(tree_.count_) / B + 1);
         tree_.nodes_.reserve(nodes);
         tree_.boxes_.reserve(nodes * Layout<D>::Box);
-        records_.resize(tree_.count_);
-        for (std::uint32_t i = 0; i < tree_.count_; ++i) {
-            records_[i].index = tree_.indices_[i];
-            if constexpr (Inline) std::copy_n(points_ + records_[i].index * stride_, D, records_[i].coordinates);
-        }
+        rows_.resize(tree_.count_ * WorkRow);
+        for (std::uint32_t i = 0; i < tree_.count_; ++i) std::copy_n(points_ + tree_.indices_[i] * stride_, D, Row(i));
         AddNode(0, tree_.count_);
         StoreCoordinates();
     }
 
 private:
-    static constexpr bool Inline = D == 3; // a record carries its point, so that partitioning reads in sequence
+    // While points are partitioned they lie row by row, so that every pass reads in sequence.
+    static constexpr unsigned WorkRow = D == 3 ? 4 : Layout<D>::Row;
 
-    struct Record {
-        float coordinates[Inline ? D : 1];
-        std::uint32_t index;
-    };
-
-    [[nodiscard]] const float* Point(const Record& record) const
-    {
-        if constexpr (Inline)
-            return record.coordinates;
-        else
-            return points_ + record.index * stride_;
-    }
+    [[nodiscard]] float* Row(std::uint32_t i) { return &rows_[std::size_t{i} * WorkRow]; }
 
     void AddNode(std::uint32_t begin, std::uint32_t end)
     {
         const auto self = static_cast<std::uint32_t>(tree_.nodes_.size());
         tree_.nodes_.push_back({begin, end, 0, 0, 0.0F});
-        float lowest[D];
-        float highest[D];
+        float lowest[PaddedLength(D)];
+        float highest[PaddedLength(D)];
         BoundingBox(begin, end, lowest, highest);
         StoreBox(lowest, highest);
         if (end - begin <= B) {
@@ -218,27 +216,48 @@ private:
         AddNode(middle, end);
     }
 
-    void BoundingBox(std::uint32_t begin, std::uint32_t end, float* lowest, float* highest) const
+    void BoundingBox(std::uint32_t begin, std::uint32_t end, float* lowest, float* highest)
     {
-        std::copy_n(Point(records_[begin]), D, lowest);
-        std::copy_n(Point(records_[begin]), D, highest);
-        for (std::uint32_t i = begin + 1; i < end; ++i) {
-            const float* p = Point(records_[i]);
-            for (unsigned k = 0; k < D; ++k) {
-                lowest[k] = p[k] < lowest[k] ? p[k] : lowest[k];
-                highest[k] = p[k] > highest[k] ? p[k] : highest[k];
+        if constexpr (D == 3) {
+            if (end - begin == 1) {
+                std::copy_n(Row(begin), D, lowest);
+                std::copy_n(Row(begin), D, highest);
+                return;
             }
+            Bounds(Row(begin), Row(end - 2), 2 * WorkRow, lowest, highest); // two points at a time
+            for (unsigned k = 0; k < D; ++k) {
+                lowest[k] = std::min(lowest[k], lowest[k + WorkRow]);
+                highest[k] = std::max(highest[k], highest[k + WorkRow]);
+            }
+        } else {
+            for (unsigned k = 0; k < WorkRow; k += Lanes)
+                Bounds(Row(begin) + k, Row(end - 1) + k, WorkRow, lowest + k, highest + k);
         }
+    }
+
+    /// Of eight floats from every step'th on; the last ones need not be a whole step away.
+    static void Bounds(const float* first, const float* last, std::size_t step, float* lowest, float* highest)
+    {
+        F8 low = F8::Load(last);
+        F8 high = low;
+        for (const float* p = first; p < last; p += step) {
+            low = F8::Min(F8::Load(p), low);
+            high = F8::Max(F8::Load(p), high);
+        }
+        low.Store(lowest);
+        high.Store(highest);
     }
 
     /// Two-pointer swap; returns the first position of the upper part.
     std::uint32_t Partition(std::uint32_t begin, std::uint32_t end, unsigned dimension, float split)
     {
         while (true) {
-            while (begin < end && Point(records_[begin])[dimension] < split) ++begin;
-            while (begin < end && !(Point(records_[end - 1])[dimension] < split)) --end;
+            while (begin < end && Row(begin)[dimension] < split) ++begin;
+            while (begin < end && !(Row(end - 1)[dimension] < split)) --end;
             if (begin >= end) return begin;
-            std::swap(records_[begin++], records_[--end]);
+            --end;
+            std::swap_ranges(Row(begin), Row(begin) + WorkRow, Row(end));
+            std::swap(tree_.indices_[begin++], tree_.indices_[end]);
         }
     }
 
@@ -252,25 +271,20 @@ private:
 
     void StoreCoordinates()
     {
-        const std::size_t n = tree_.count_;
-        if constexpr (D == 3)
+        if constexpr (D == 3) {
+            const std::size_t n = tree_.count_;
             tree_.coordinates_.assign(3 * n + Lanes, 0.0F); // a block of eight may reach past the last point
-        else
-            tree_.coordinates_.assign(n * Layout<D>::Row, 0.0F);
-        for (std::size_t i = 0; i < n; ++i) {
-            const float* p = Point(records_[i]);
-            tree_.indices_[i] = records_[i].index;
-            if constexpr (D == 3)
-                for (unsigned k = 0; k < 3; ++k) tree_.coordinates_[k * n + i] = p[k];
-            else
-                std::copy_n(p, D, &tree_.coordinates_[i * Layout<D>::Row]);
+            for (std::uint32_t i = 0; i < n; ++i)
+                for (unsigned k = 0; k < 3; ++k) tree_.coordinates_[k * n + i] = Row(i)[k];
+        } else {
+            tree_.coordinates_ = std::move(rows_);
         }
     }
 
     TKdTree& tree_;
     const float* points_;
     std::size_t stride_;
-    std::vector<Record> records_;
+    std::vector<float> rows_; // in step with the indices
 };
 
 /// Depth-first search, the query's side of every split first.
@@ -364,9 +378,11 @@ void TKdTree<D, B>::NearestK(const float* query, unsigned k, float radiusSq, std
 {
     result.clear();
     if (k == 0) return;
-    NearestKVisitor visitor{radiusSq, k, indices_, result};
+    NearestKVisitor visitor{radiusSq, k, result};
     Search<NearestKVisitor>(*this, query, visitor);
-    std::sort_heap(result.begin(), result.end(), NearestKVisitor::IsNearer);
+    std::sort(result.begin(), result.end(), NearestKVisitor::IsNearer);
+    for (Neighbour& neighbour : result)
+        neighbour.first = static_cast<int>(indices_[static_cast<std::size_t>(neighbour.first)]);
 }
 
 template class TKdTree<3, 48>;
