@@ -137,14 +137,14 @@ void CSearchGrid::FindNeighbourhoods()
     }
 }
 
-void CSearchGrid::Neighbourhood(const Cell& centre, Run* runs) const
+void CSearchGrid::Neighbourhood(const Cell& cell, Run* runs) const
 {
     const auto end = cells_.begin() + static_cast<std::ptrdiff_t>(NumCells());
     for (std::size_t row = 0; row < NumRuns; ++row) {
-        const std::int32_t z = centre.z + static_cast<std::int32_t>(row / 3) - 1;
-        const std::int32_t y = centre.y + static_cast<std::int32_t>(row % 3) - 1;
-        const auto first = std::lower_bound(cells_.begin(), end, Cell{centre.x - 1, y, z, 0}, IsBefore);
-        const auto last = std::upper_bound(first, end, Cell{centre.x + 1, y, z, 0}, IsBefore);
+        const std::int32_t z = cell.z + static_cast<std::int32_t>(row / 3) - 1;
+        const std::int32_t y = cell.y + static_cast<std::int32_t>(row % 3) - 1;
+        const auto first = std::lower_bound(cells_.begin(), end, Cell{cell.x - 1, y, z, 0}, IsBefore);
+        const auto last = std::upper_bound(first, end, Cell{cell.x + 1, y, z, 0}, IsBefore);
         runs[row] = cells_.empty() ? Run{0, 0} : Run{first->begin, last->begin};
     }
 }
