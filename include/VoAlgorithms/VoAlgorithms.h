@@ -12,9 +12,13 @@
 #include "VoAlgorithms/kdtree/vector.h"
 
 #include "VoAlgorithms/numerics/cbmatrix4.h"
+#include "VoAlgorithms/numerics/cpmatrix.h"
 #include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/numerics/lapack.h"
 #include "VoAlgorithms/numerics/quaternion.h"
 #include "VoAlgorithms/numerics/symsolvers.h"
+#include "VoAlgorithms/numerics/tmatrix.h"
+#include "VoAlgorithms/numerics/tvector.h"
 
 #include "VoAlgorithms/clustering/cdigraph.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"

@@ -1,0 +1,226 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/numerics/tvector.h"
+
+#include <algorithm>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <ostream>
+#include <span>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace VoAlgo {
+
+/// A dense matrix of float, double or int, stored column by column without gaps: element (r, c) is at c·rows + r, as
+/// LAPACK wants it. It owns its elements; copying copies them, and a moved-from matrix is 0×0.
+/// Wrong use throws std::invalid_argument: a row or column beyond the end ("invalid row or column index"), operands
+/// whose shapes do not fit ("sizes do not fit").
+template <class T>
+class TMatrix {
+    static_assert(std::is_same_v<T, float> || std::is_same_v<T, double> || std::is_same_v<T, int>);
+
+public:
+    using value_type = T;
+
+    TMatrix() = default;
+    /// Every element has the given value. Throws std::length_error when rows or columns reach 2^32 (so also for
+    /// negative numbers).
+    TMatrix(std::integral auto rows, std::integral auto cols, T value = T{})
+        : rows_(Checked(rows)), cols_(Checked(cols)), elements_(std::size_t{rows_} * cols_, value)
+    {
+    }
+    /// Row by row, as one writes it: TMatrix<double>{{1, 2}, {3, 4}}. All rows must have the same length.
+    TMatrix(std::initializer_list<std::initializer_list<T>> rows)
+        : TMatrix(rows.size(), rows.size() != 0 ? rows.begin()->size() : 0)
+    {
+        std::size_t r = 0;
+        for (const auto& row : rows) {
+            if (row.size() != cols_) throw std::invalid_argument("sizes do not fit");
+            std::size_t c = 0;
+            for (const T e : row) elements_[c++ * rows_ + r] = e;
+            ++r;
+        }
+    }
+    TMatrix(const TMatrix&) = default;
+    TMatrix& operator=(const TMatrix&) = default;
+    TMatrix(TMatrix&& other) noexcept { swap(other); }
+    TMatrix& operator=(TMatrix&& other) noexcept
+    {
+        TMatrix moved(std::move(other));
+        swap(moved);
+        return *this;
+    }
+    ~TMatrix() = default;
+
+    [[nodiscard]] static TMatrix Identity(std::integral auto size)
+    {
+        TMatrix m(size, size);
+        for (std::size_t i = 0; i < m.rows_; ++i) m.elements_[i * m.rows_ + i] = 1;
+        return m;
+    }
+
+    [[nodiscard]] std::uint32_t Rows() const { return rows_; }
+    [[nodiscard]] std::uint32_t Cols() const { return cols_; }
+    /// No elements: one of the dimensions may still be positive.
+    [[nodiscard]] bool Empty() const { return elements_.empty(); }
+    /// All elements, column by column.
+    [[nodiscard]] T* Data() { return elements_.data(); }
+    [[nodiscard]] const T* Data() const { return elements_.data(); }
+
+    T& operator()(std::integral auto row, std::integral auto col) { return elements_[Index(row, col)]; }
+    const T& operator()(std::integral auto row, std::integral auto col) const { return elements_[Index(row, col)]; }
+
+    /// A column in place; for inner loops, where the check of every index would show.
+    [[nodiscard]] std::span<T> Column(std::integral auto col) { return {elements_.data() + ColumnStart(col), rows_}; }
+    [[nodiscard]] std::span<const T> Column(std::integral auto col) const
+    {
+        return {elements_.data() + ColumnStart(col), rows_};
+    }
+    /// A copy of a row.
+    [[nodiscard]] TVector<T> Row(std::integral auto row) const
+    {
+        const std::size_t r = InRange(row, rows_);
+        TVector<T> copy(cols_);
+        for (std::size_t c = 0; c < cols_; ++c) copy.Data()[c] = elements_[c * rows_ + r];
+        return copy;
+    }
+
+    /// Gives the matrix a shape; all elements become zero. Allocates only when they are more than ever before.
+    void Reset(std::integral auto rows, std::integral auto cols)
+    {
+        const std::uint32_t newRows = Checked(rows);
+        const std::uint32_t newCols = Checked(cols);
+        elements_.assign(std::size_t{newRows} * newCols, T{});
+        rows_ = newRows;
+        cols_ = newCols;
+    }
+    void Fill(T value) { std::fill(elements_.begin(), elements_.end(), value); }
+    /// Adds a row below; a 0×0 matrix takes the row's length as its width. O(rows·cols): the columns move apart.
+    void AppendRow(const TVector<T>& row)
+    {
+        if (rows_ != 0 || cols_ != 0)
+            if (row.Size() != cols_) throw std::invalid_argument("sizes do not fit");
+        TMatrix grown(std::size_t{rows_} + 1, row.Size());
+        for (std::size_t c = 0; c < grown.cols_; ++c) {
+            std::copy_n(elements_.data() + c * rows_, rows_, grown.elements_.data() + c * grown.rows_);
+            grown.elements_[c * grown.rows_ + rows_] = row[c];
+        }
+        swap(grown);
+    }
+
+    [[nodiscard]] TMatrix Transposed() const
+    {
+        TMatrix t(cols_, rows_);
+        for (std::size_t c = 0; c < cols_; ++c)
+            for (std::size_t r = 0; r < rows_; ++r) t.elements_[r * cols_ + c] = elements_[c * rows_ + r];
+        return t;
+    }
+
+    TMatrix& operator+=(const TMatrix& other)
+    {
+        Fits(other);
+        for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] += other.elements_[i];
+        return *this;
+    }
+    TMatrix& operator-=(const TMatrix& other)
+    {
+        Fits(other);
+        for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] -= other.elements_[i];
+        return *this;
+    }
+    TMatrix& operator*=(T factor)
+    {
+        for (T& e : elements_) e *= factor;
+        return *this;
+    }
+    friend TMatrix operator+(TMatrix a, const TMatrix& b) { return std::move(a += b); }
+    friend TMatrix operator-(TMatrix a, const TMatrix& b) { return std::move(a -= b); }
+    friend TMatrix operator*(TMatrix a, T factor) { return std::move(a *= factor); }
+    friend TMatrix operator*(T factor, TMatrix a) { return std::move(a *= factor); }
+
+    bool operator==(const TMatrix& other) const = default;
+
+    /// One row a line, the elements separated by blanks.
+    friend std::ostream& operator<<(std::ostream& stream, const TMatrix& m)
+    {
+        for (std::size_t r = 0; r < m.rows_; ++r) stream << m.Row(r) << '\n';
+        return stream;
+    }
+
+    void swap(TMatrix& other) noexcept
+    {
+        std::swap(rows_, other.rows_);
+        std::swap(cols_, other.cols_);
+        elements_.swap(other.elements_);
+    }
+
+private:
+    static std::uint32_t Checked(std::integral auto dimension)
+    {
+        if (static_cast<std::size_t>(dimension) > std::numeric_limits<std::uint32_t>::max())
+            throw std::length_error("matrix too large");
+        return static_cast<std::uint32_t>(dimension);
+    }
+    static std::size_t InRange(std::integral auto index, std::uint32_t size)
+    {
+        const auto i = static_cast<std::size_t>(index); // a negative one becomes too large
+        if (i >= size) throw std::invalid_argument("invalid row or column index");
+        return i;
+    }
+    [[nodiscard]] std::size_t Index(std::integral auto row, std::integral auto col) const
+    {
+        const std::size_t r = InRange(row, rows_);
+        return InRange(col, cols_) * rows_ + r;
+    }
+    [[nodiscard]] std::size_t ColumnStart(std::integral auto col) const { return InRange(col, cols_) * rows_; }
+    void Fits(const TMatrix& other) const
+    {
+        if (other.rows_ != rows_ || other.cols_ != cols_) throw std::invalid_argument("sizes do not fit");
+    }
+
+    std::uint32_t rows_ = 0;
+    std::uint32_t cols_ = 0;
+    std::vector<T> elements_;
+};
+
+/// product = a·b and product = aᵀ·b, through BLAS for float and double. `product` takes the fitting shape, without an
+/// allocation when it has room, and must be neither of the factors. Int products are plain sums, which must not
+/// overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do not
+/// fit") for wrong shapes, and std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
+VOALGO_API void Multiply(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product);
+VOALGO_API void Multiply(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product);
+VOALGO_API void Multiply(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product);
+VOALGO_API void Multiply(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product);
+VOALGO_API void Multiply(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product);
+VOALGO_API void Multiply(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product);
+VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product);
+
+template <class T>
+[[nodiscard]] TMatrix<T> operator*(const TMatrix<T>& a, const TMatrix<T>& b)
+{
+    TMatrix<T> product;
+    Multiply(a, b, product);
+    return product;
+}
+
+template <class T>
+[[nodiscard]] TVector<T> operator*(const TMatrix<T>& a, const TVector<T>& b)
+{
+    TVector<T> product;
+    Multiply(a, b, product);
+    return product;
+}
+
+} // namespace VoAlgo
