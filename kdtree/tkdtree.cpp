@@ -14,7 +14,8 @@ using VoAlgo::simd::Lanes;
 
 constexpr unsigned PaddedLength(unsigned dimension)
 {
-    return (dimension + Lanes - 1) / Lanes * Lanes;
+    constexpr auto lanes = static_cast<unsigned>(Lanes);
+    return (dimension + lanes - 1) / lanes * lanes;
 }
 
 /// How points and boxes of D dimensions lie in memory, and the distances over them. A box distance adds the same terms

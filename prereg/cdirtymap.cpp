@@ -1,5 +1,6 @@
 #include "VoAlgorithms/prereg/cdirtymap.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -34,6 +35,13 @@ inline Vec3 CellKey(const Vec3& p, const Vec3& inverseEdge, const Vec3& edge)
             std::nearbyint(p.z * inverseEdge.z) * edge.z};
 }
 
+/// Positions out of all proportion share a cell, so that indices stay finite.
+inline float CellIndex(float position, float edge)
+{
+    constexpr float Largest = 1e18F;
+    return std::clamp(std::nearbyint(position / edge), -Largest, Largest);
+}
+
 std::uint64_t Bits(float x)
 {
     return std::bit_cast<std::uint32_t>(x + 0.0F); // −0 becomes 0: they are the same key
@@ -48,38 +56,67 @@ std::uint32_t CDirtyMap::CellHash::operator()(const Vec3& key) const
     return static_cast<std::uint32_t>(h >> 32);
 }
 
-CDirtyMap::FineGrid::FineGrid() : edge_(Edges(FineEdge)), inverseEdge_(Inverse(edge_)) {}
+void CDirtyMap::FineGrid::Block::open(std::uint32_t next)
+{
+    if (generation == next) return;
+    seenBefore = generation + 1 == next ? seenNow : 0;
+    seenNow = 0;
+    generation = next;
+}
 
 void CDirtyMap::FineGrid::insert(std::uint32_t generation, const Vec3& p)
 {
-    std::uint32_t& stamp = cells_[CellKey(p, inverseEdge_, edge_)];
-    if (stamp == 0)
+    const Vec3 cell(CellIndex(p.x, FineEdge), CellIndex(p.y, FineEdge), CellIndex(p.z, FineEdge));
+    const Vec3 at(std::floor(cell.x * 0.25F), std::floor(cell.y * 0.25F), std::floor(cell.z * 0.25F));
+    const Vec3 inBlock = cell - 4.0F * at;
+    const std::uint64_t bit = std::uint64_t{1} << static_cast<int>(inBlock.x + 4.0F * inBlock.y + 16.0F * inBlock.z);
+
+    Block& block = blocks_[at];
+    block.open(generation);
+    if ((block.cells & bit) == 0) {
         ++new_;
-    else if (stamp + 1 == generation)
+        ++total_;
+        block.cells |= bit;
+    } else if ((block.seenBefore & ~block.seenNow & bit) != 0) {
         ++confirmed_;
-    else
+    } else {
         return;
-    stamp = generation;
+    }
+    block.seenNow |= bit;
 }
 
 bool CDirtyMap::FineGrid::fix(std::uint32_t generation)
 {
-    const std::size_t total = cells_.Size();
-    if (confirmed_ == total) {
+    if (confirmed_ == total_) {
         confirmed_ = 0;
         return false;
     }
-    const bool isComplete = std::size_t{confirmed_} + new_ == total;
+    const bool isComplete = confirmed_ + new_ == total_;
     confirmed_ = new_ = 0;
-    if (!isComplete) cells_.EraseIf([generation](const Vec3&, std::uint32_t stamp) { return stamp < generation; });
+    if (isComplete) return true;
+    total_ = 0;
+    blocks_.EraseIf([this, generation](const Vec3&, Block& block) {
+        block.open(generation);
+        block.cells &= block.seenNow;
+        total_ += static_cast<std::uint32_t>(std::popcount(block.cells));
+        return block.cells == 0;
+    });
     return true;
 }
 
 CDirtyMap::CDirtyMap() : edge_(Edges(CoarseEdge)), inverseEdge_(Inverse(edge_)) {}
 
-void CDirtyMap::insert(const Vec3& p)
+void CDirtyMap::insert(const float* x, const float* y, const float* z, std::size_t n)
 {
-    if (p.IsValid()) cells_[CellKey(p, inverseEdge_, edge_)].insert(generation_, p);
+    Vec3 key;
+    FineGrid* grid = nullptr;
+    for (std::size_t i = 0; i < n; ++i) {
+        const Vec3 p(x[i], y[i], z[i]);
+        if (!p.IsValid()) continue;
+        const Vec3 next = CellKey(p, inverseEdge_, edge_);
+        if (grid == nullptr || !CellCompare()(next, key)) grid = &cells_[key = next];
+        grid->insert(generation_, p);
+    }
 }
 
 std::vector<kdtree::Range<3>> CDirtyMap::dirty()

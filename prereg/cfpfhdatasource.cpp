@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
@@ -26,8 +27,6 @@ using VoAlgo::simd::F8;
 using VoAlgo::simd::Lanes;
 
 constexpr std::uint32_t None = 0xFFFFFFFFU;
-constexpr std::int32_t NoFeature = -1;
-constexpr std::int32_t Dropped = -2; // the stored point lies in a changed region
 constexpr float CutOffSurface = -1.0F;
 // Where the principal axes of the tangential scatter differ by more than this in length, a border of the scan cuts the
 // neighbourhood off; as a ratio of eigenvalues.
@@ -44,6 +43,11 @@ const Logging::CLogger& Log()
 bool SameBits(float a, float b)
 {
     return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
+}
+
+bool HasDuplicates(const std::vector<Vec3>& finite)
+{
+    return !finite.empty() && kdtree::detail::UniqueFinite(&finite[0].x, finite.size(), 4, 3).size() != finite.size();
 }
 
 unsigned CappedThreads(unsigned threads)
@@ -93,11 +97,13 @@ CFPFHDataSource::CFPFHDataSource(const std::shared_ptr<GPUContext>& gpu, double 
 
 /// What of the previous scan is still there.
 struct CFPFHDataSource::Match {
-    std::vector<std::uint32_t> origin; // per position of the new scan: position in the previous one, or None
-    std::vector<Vec3> changedPlaces;   // of points that came or went
+    std::vector<std::uint32_t> origin;  // per position of the new scan: position in the previous one, or None
+    std::vector<std::uint32_t> arrived; // positions of new points
+    std::vector<Vec3> changedPlaces;    // of points that came or went
 
     [[nodiscard]] bool IsFromScratch() const { return origin.empty(); }
     [[nodiscard]] bool IsNew(std::size_t position) const { return origin.empty() || origin[position] == None; }
+    [[nodiscard]] bool HasDuplicates(const CSearchGrid& grid) const;
 };
 
 /// Pairs the points of both scans cell by cell, in order, by equal bits of position and normal. The dirty map cannot
@@ -118,7 +124,10 @@ CFPFHDataSource::Match CFPFHDataSource::matchWithPrevious(const Scan& scan) cons
                SameBits(normalY_[oldAt], n.y[newAt]) && SameBits(normalZ_[oldAt], n.z[newAt]);
     };
     const auto lose = [&](std::uint32_t position) { match.changedPlaces.push_back(grid_.Point(position)); };
-    const auto gain = [&](std::uint32_t position) { match.changedPlaces.push_back(scan.grid.Point(position)); };
+    const auto gain = [&](std::uint32_t position) {
+        match.arrived.push_back(position);
+        match.changedPlaces.push_back(scan.grid.Point(position));
+    };
 
     std::size_t o = 0;
     std::size_t n = 0;
@@ -150,18 +159,33 @@ CFPFHDataSource::Match CFPFHDataSource::matchWithPrevious(const Scan& scan) cons
     return match;
 }
 
-/// The steps of one update. Points are numbered by their sorted positions in the new scan's grid.
+/// Whether a point that came repeats another one. Those that stayed were distinct before.
+bool CFPFHDataSource::Match::HasDuplicates(const CSearchGrid& grid) const
+{
+    return std::any_of(arrived.begin(), arrived.end(), [&grid](std::uint32_t i) {
+        const std::uint32_t cell = grid.CellOf(i);
+        for (std::uint32_t other = grid.Cells()[cell].begin; other < grid.Cells()[cell + 1].begin; ++other)
+            if (other != i && grid.X()[other] == grid.X()[i] && grid.Y()[other] == grid.Y()[i] &&
+                grid.Z()[other] == grid.Z()[i])
+                return true;
+        return false;
+    });
+}
+
+/// The steps of one update. Points are numbered by their sorted positions in the new scan's grid; what was computed for
+/// a point stays in its slot from update to update, so that only what is new is written.
 class CFPFHDataSource::FeatureUpdate {
 public:
     /// Takes over the scan's grid when the source keeps its state.
     FeatureUpdate(CFPFHDataSource& source, Scan& scan, const Match& match)
         : source_(source), scan_(scan), grid_(scan.grid), match_(match), size_(scan.points.size()),
-          radiusSq_(source.radius_ * source.radius_), isStale_(size_ + Lanes)
+          radiusSq_(source.radius_ * source.radius_), isStale_(size_ + Lanes, match.IsFromScratch() ? 1 : 0)
     {
     }
 
     void Run()
     {
+        AssignSlots();
         FindStaleHistograms();
         ComputeSimpleHistograms();
         FindStaleFeatures();
@@ -171,7 +195,41 @@ public:
     }
 
 private:
-    /// A simple histogram depends on the points within the radius. What is not stale is taken over.
+    /// New points take the slots of those that went, then further ones.
+    void AssignSlots()
+    {
+        slotOf_.resize(size_);
+        if (match_.IsFromScratch()) {
+            std::iota(slotOf_.begin(), slotOf_.end(), 0U);
+            source_.states_.clear();
+            Resize(size_);
+            return;
+        }
+        std::vector<std::uint8_t> isTaken(source_.states_.size());
+        for (std::uint32_t i = 0; i < size_; ++i) {
+            if (match_.IsNew(i)) continue;
+            slotOf_[i] = source_.slotOf_[match_.origin[i]];
+            isTaken[slotOf_[i]] = 1;
+        }
+        std::uint32_t slot = 0;
+        for (std::uint32_t i = 0; i < size_; ++i) {
+            if (!match_.IsNew(i)) continue;
+            while (slot < isTaken.size() && isTaken[slot] != 0) ++slot;
+            slotOf_[i] = slot++;
+            if (slot <= isTaken.size()) source_.states_[slotOf_[i]] = Unknown;
+        }
+        Resize(std::max<std::size_t>(slot, isTaken.size()));
+    }
+
+    void Resize(std::size_t slots)
+    {
+        source_.states_.resize(slots, Unknown);
+        source_.simple_.resize(slots);
+        source_.quality_.resize(slots);
+        source_.features_.resize(slots);
+    }
+
+    /// A simple histogram depends on the points within the radius.
     void FindStaleHistograms()
     {
         CSearchGrid::Cell cell{};
@@ -182,23 +240,15 @@ private:
             if (k == 0 || !next.IsSamePlace(cell)) grid_.Neighbourhood(cell = next, runs);
             detail::MarkNeighbours<F8>(grid_, place, runs, radiusSq_, isStale_.data());
         }
-        simple_.reserve(size_);
-        quality_.reserve(size_);
         for (std::uint32_t i = 0; i < size_; ++i) {
-            if (isStale_[i] == 0 && !match_.IsNew(i) && source_.featureOf_[match_.origin[i]] != Dropped) {
-                simple_.push_back(source_.simple_[match_.origin[i]]);
-                quality_.push_back(source_.quality_[match_.origin[i]]);
-            } else {
-                simple_.emplace_back();
-                quality_.push_back(0.0F);
-                isStale_[i] = 1;
-                todo_.push_back(i);
-            }
+            if (source_.states_[slotOf_[i]] == Unknown) isStale_[i] = 1;
+            if (isStale_[i] != 0) todo_.push_back(i);
         }
     }
 
     void ComputeSimpleHistograms()
     {
+        isChanged_.resize(todo_.size());
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
             detail::NeighbourPlanes neighbours;
             detail::PairCounter<F8> counter;
@@ -206,8 +256,12 @@ private:
                 const std::uint32_t i = todo_[t];
                 const Vec3& normal = scan_.normals[grid_.Order()[i]];
                 detail::CollectNeighbours<F8>(grid_, scan_.sortedNormals, i, radiusSq_, neighbours);
-                counter.Count(neighbours, normal, simple_[i].bins);
-                quality_[i] = Quality(neighbours, normal);
+                SimpleHistogram computed;
+                counter.Count(neighbours, normal, computed.bins);
+                SimpleHistogram& stored = source_.simple_[slotOf_[i]];
+                isChanged_[t] = match_.IsNew(i) || std::memcmp(&computed, &stored, sizeof(stored)) != 0 ? 1 : 0;
+                stored = computed;
+                source_.quality_[slotOf_[i]] = Quality(neighbours, normal);
             }
         });
     }
@@ -230,52 +284,55 @@ private:
     void FindStaleFeatures()
     {
         if (match_.IsFromScratch()) return;
-        for (const std::uint32_t i : todo_) {
-            if (!match_.IsNew(i) &&
-                std::memcmp(&simple_[i], &source_.simple_[match_.origin[i]], sizeof(SimpleHistogram)) == 0)
-                continue;
+        for (std::size_t t = 0; t < todo_.size(); ++t) {
+            if (isChanged_[t] == 0) continue;
+            const std::uint32_t i = todo_[t];
             detail::MarkNeighbours<F8>(grid_, grid_.Point(i), grid_.Neighbourhood(grid_.CellOf(i)), radiusSq_,
                                        isStale_.data());
         }
     }
 
-    /// In the caller's order.
+    /// Lists the feature points in the caller's order and, in sorted order, the features to be computed: the simple
+    /// histograms around one point are then at hand for the next.
     void ChooseFeaturePoints()
     {
         std::vector<std::uint8_t> isCandidate(size_, scan_.candidates == nullptr ? 1 : 0);
         if (scan_.candidates != nullptr)
             for (const unsigned c : *scan_.candidates) isCandidate[c] = 1;
-        std::vector<std::uint32_t> positionOf(size_);
-        for (std::uint32_t i = 0; i < size_; ++i) positionOf[grid_.Order()[i]] = i;
-        featureOf_.assign(size_, NoFeature);
+        std::vector<std::uint32_t> featureSlot(size_, None); // by the caller's index
+        todo_.clear();
+        for (std::uint32_t i = 0; i < size_; ++i) {
+            const std::uint32_t slot = slotOf_[i];
+            const std::uint32_t index = grid_.Order()[i];
+            const bool isFeature = IsEnough(source_.quality_[slot]) && isCandidate[index] != 0;
+            if (isFeature) {
+                featureSlot[index] = slot;
+                if (isStale_[i] != 0 || source_.states_[slot] != HasFeature) todo_.push_back(i);
+            }
+            source_.states_[slot] = isFeature ? HasFeature : HasHistogram;
+        }
+        source_.featurePoints_.clear();
+        source_.featureNormals_.clear();
+        source_.featureSlots_.clear();
         for (std::size_t index = 0; index < size_; ++index) {
-            const std::uint32_t i = positionOf[index];
-            if (isCandidate[index] == 0 || !IsEnough(quality_[i])) continue;
-            featureOf_[i] = static_cast<std::int32_t>(featurePositions_.size());
-            featurePositions_.push_back(i);
-            featurePoints_.push_back(scan_.points[index]);
-            featureNormals_.push_back(scan_.normals[index]);
+            if (featureSlot[index] == None) continue;
+            source_.featurePoints_.push_back(scan_.points[index]);
+            source_.featureNormals_.push_back(scan_.normals[index]);
+            source_.featureSlots_.push_back(featureSlot[index]);
         }
     }
 
     void ComputeFeatures()
     {
-        features_.reserve(featurePositions_.size());
-        for (const std::uint32_t i : featurePositions_) {
-            const std::int32_t old = isStale_[i] != 0 ? NoFeature : source_.featureOf_[match_.origin[i]];
-            if (old < 0) isStale_[i] = 1;
-            features_.push_back(old < 0 ? CPointFeatureHistogram() : source_.features_[static_cast<std::size_t>(old)]);
-        }
-        // In sorted order: the simple histograms around one point are at hand for the next.
-        todo_.clear();
-        for (std::uint32_t i = 0; i < size_; ++i)
-            if (featureOf_[i] != NoFeature && isStale_[i] != 0) todo_.push_back(i);
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
             detail::NeighbourList neighbours;
             for (std::size_t t = begin; t < end; ++t) {
                 const std::uint32_t i = todo_[t];
                 detail::ListNeighbours<F8>(grid_, i, radiusSq_, neighbours);
-                features_[static_cast<std::size_t>(featureOf_[i])] = detail::MixHistograms<F8>(simple_, neighbours);
+                if (!match_.IsFromScratch()) // else positions are slots
+                    for (std::size_t k = 0; k < neighbours.count; ++k)
+                        neighbours.positions[k] = slotOf_[neighbours.positions[k]];
+                source_.features_[slotOf_[i]] = detail::MixHistograms<F8>(source_.simple_, neighbours);
             }
         });
     }
@@ -284,34 +341,27 @@ private:
     {
         source_.points_ = scan_.points;
         source_.normals_ = scan_.normals;
-        source_.featurePoints_ = std::move(featurePoints_);
-        source_.featureNormals_ = std::move(featureNormals_);
-        source_.features_ = std::move(features_);
-        if (!source_.incremental_) return;
-        source_.simple_ = std::move(simple_);
-        source_.quality_ = std::move(quality_);
-        source_.featureOf_ = std::move(featureOf_);
+        if (!source_.incremental_) {
+            source_.simple_ = std::vector<SimpleHistogram>();
+            return;
+        }
+        source_.slotOf_ = std::move(slotOf_);
         source_.grid_ = std::move(scan_.grid);
         source_.normalX_ = std::move(scan_.sortedNormals.x);
         source_.normalY_ = std::move(scan_.sortedNormals.y);
         source_.normalZ_ = std::move(scan_.sortedNormals.z);
     }
 
-    CFPFHDataSource& source_; // holds the previous scan until Store
+    CFPFHDataSource& source_;
     Scan& scan_;
     const CSearchGrid& grid_;
     const Match& match_;
     std::size_t size_;
     float radiusSq_;
+    std::vector<std::uint32_t> slotOf_;
     std::vector<std::uint8_t> isStale_; // the simple histogram, later the feature, must be computed
     std::vector<std::uint32_t> todo_;
-    std::vector<SimpleHistogram> simple_;
-    std::vector<float> quality_;
-    std::vector<std::int32_t> featureOf_;
-    std::vector<std::uint32_t> featurePositions_; // its inverse
-    std::vector<Vec3> featurePoints_;
-    std::vector<Vec3> featureNormals_;
-    std::vector<CPointFeatureHistogram> features_;
+    std::vector<std::uint8_t> isChanged_; // of todo_: the simple histogram came out different
 };
 
 bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
@@ -324,36 +374,44 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         for (const unsigned c : *candidates)
             if (c >= points.size()) throw std::out_of_range("invalid vector<T> subscript");
 
-    const std::size_t regular =
-        points.empty() ? 0 : kdtree::detail::UniqueFinite(&points[0].x, points.size(), 4, 3).size();
-    if (regular == 0 && !points.empty()) {
+    const auto finite = static_cast<std::size_t>(
+        std::count_if(points.begin(), points.end(), [](const Vec3& p) { return p.IsValid(); }));
+    if (finite == 0 && !points.empty()) {
         VOALGO_LOG(Log(), Error, function, L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }
-    if (regular != points.size()) {
+    const auto reject = [] {
         VOALGO_LOG(Log(), Error, function, L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
         return false;
-    }
+    };
+    if (finite != points.size()) return reject();
+    const bool isFromScratch = grid_.Size() == 0;
+    if (isFromScratch && HasDuplicates(points)) return reject();
 
     Scan scan(points, normals, candidates, radius_);
+    Match match;
+    if (!isFromScratch) match = matchWithPrevious(scan);
+    if (match.HasDuplicates(scan.grid)) return reject();
     if (gpu_ && *gpu_ && updateUsingGPU(scan)) {
         VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (GPU) took %.3f s", stopwatch.Seconds());
         return true;
     }
-    Match match;
     if (incremental_) {
-        for (std::size_t i = 0; i < points.size(); ++i)
-            dirtyMap_.insert(scan.grid.Point(i)); // by place: less to search
+        dirtyMap_.insert(scan.grid.X(), scan.grid.Y(), scan.grid.Z(), points.size());
         removeContentsOfDirtyBBoxes(dirtyMap_.dirty());
-        if (grid_.Size() != 0) match = matchWithPrevious(scan);
     }
-    FeatureUpdate(*this, scan, match).Run();
+    try {
+        FeatureUpdate(*this, scan, match).Run();
+    } catch (...) { // out of memory half-way
+        Clear();
+        throw;
+    }
     VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s", threads_,
                stopwatch.Seconds());
-    if (static_cast<double>(features_.size()) < LeanShare * static_cast<double>(points_.size()))
+    if (static_cast<double>(featureSlots_.size()) < LeanShare * static_cast<double>(points_.size()))
         VOALGO_LOG(Log(), Warn, function,
                    L"only %zu of %zu points are feature points (curvature quality >= %g, radius %g mm)",
-                   features_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
+                   featureSlots_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
     return true;
 }
 
@@ -371,15 +429,24 @@ void CFPFHDataSource::removeContentsOfDirtyBBoxes(const std::vector<kdtree::Rang
         grid_.AppendRuns(box, runs);
         for (const CSearchGrid::Run& run : runs)
             for (std::uint32_t i = run.begin; i < run.end; ++i)
-                if (kdtree::Contains(box, grid_.Point(i))) featureOf_[i] = Dropped;
+                if (kdtree::Contains(box, grid_.Point(i))) states_[slotOf_[i]] = Unknown;
     }
+}
+
+std::vector<CPointFeatureHistogram> CFPFHDataSource::GetFeatures() const
+{
+    std::vector<CPointFeatureHistogram> features;
+    features.reserve(featureSlots_.size());
+    for (const std::uint32_t slot : featureSlots_) features.push_back(features_[slot]);
+    return features;
 }
 
 void CFPFHDataSource::forgetScan()
 {
     simple_.clear();
     quality_.clear();
-    featureOf_.clear();
+    states_.clear();
+    slotOf_.clear();
     grid_ = CSearchGrid();
     for (auto* plane : {&normalX_, &normalY_, &normalZ_}) plane->clear();
     dirtyMap_.reset();
@@ -392,6 +459,7 @@ void CFPFHDataSource::Clear()
     featurePoints_.clear();
     featureNormals_.clear();
     features_.clear();
+    featureSlots_.clear();
     forgetScan();
 }
 

@@ -150,9 +150,11 @@ bool CFPFHDataSource::Update(const std::vector<std::pair<const CFPFHPointSet*, V
     featurePoints_.clear();
     featureNormals_.clear();
     features_.clear();
+    featureSlots_.clear();
     for (const PFHGridCell* cell : features.Order()) {
         featurePoints_.push_back(cell->MeanPosition());
         featureNormals_.push_back(cell->MeanNormal());
+        featureSlots_.push_back(static_cast<std::uint32_t>(features_.size()));
         features_.push_back(cell->sum);
         features_.back().Normalize();
     }

@@ -5,6 +5,7 @@
 #include "platform/detail_log.h"
 #include "platform/simd.h"
 #include "prereg/detail_cfpfhpolygon.h"
+#include "prereg/detail_random.h"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +21,6 @@ namespace {
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
-constexpr std::uint32_t RandomSeed = 47110815; // results repeat exactly from run to run
 constexpr std::int32_t OverlapTooSmall = 8;
 // The local area estimate looks this many position tolerances around a point.
 constexpr double AreaRadiusScaling = 2.0;
@@ -98,7 +98,7 @@ CFPFHPreRegistration::CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFH
 
 CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix,
                                            std::shared_ptr<const CFPFHPointSet> flt, const ConfigurationFPFH& config)
-    : fix_(std::move(fix)), flt_(std::move(flt)), config_(config), engine_(RandomSeed)
+    : fix_(std::move(fix)), flt_(std::move(flt)), config_(config), engine_(detail::RandomSeed)
 {
 }
 

@@ -1,5 +1,6 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "VoAlgorithms/prereg/cpointset.h"
+#include "prereg/detail_random.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,7 +15,6 @@ namespace {
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
-constexpr std::uint32_t RandomSeed = 47110815; // results repeat exactly from run to run
 constexpr double RadiansPerDegree = 0.0174532925199433;
 constexpr double MinPairShare = 0.01; // of the samples; fewer pairs are no overlap
 constexpr unsigned MinPairs = 5;
@@ -65,8 +65,10 @@ public:
           minPairs_(std::max(static_cast<std::size_t>(config.uiNumSamples * MinPairShare), std::size_t{MinPairs}))
     {
         const int last = static_cast<int>(std::max<std::size_t>(flt.Size(), 1)) - 1;
-        randomIndex_ = [engine = std::mt19937(RandomSeed), distribution = std::uniform_int_distribution<int>(
-                                                               0, last)]() mutable { return distribution(engine); };
+        randomIndex_ = [engine = std::mt19937(detail::RandomSeed),
+                        distribution = std::uniform_int_distribution<int>(0, last)]() mutable {
+            return distribution(engine);
+        };
     }
 
     ICPResult Run()

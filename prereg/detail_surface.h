@@ -32,7 +32,7 @@ float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3
         const Pack dz = Pack::Load(neighbours[DZ] + i);
         way = way + ((dx * dx + dy * dy) + dz * dz);
     }
-    return 100.0F * std::min(1.0F, radius * std::sqrt(turn.Sum() / way.Sum()));
+    return 100.0F * std::min(radius * std::sqrt(turn.Sum() / way.Sum()), 1.0F); // NaN stays NaN
 }
 
 /// Ratio of the larger to the smaller principal scatter, within the tangent plane, of the neighbours within 0.75 radii:

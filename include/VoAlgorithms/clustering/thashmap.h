@@ -138,7 +138,7 @@ public:
         return head->value;
     }
 
-    /// Erases the elements for which condition(key, value) holds; returns their number.
+    /// Erases the elements for which condition(key, value) holds, which may change the values; returns their number.
     template <class Condition>
     std::size_t EraseIf(const Condition& condition)
     {
@@ -229,7 +229,7 @@ private:
     {
         while (*link != nullptr) {
             Element* e = *link;
-            if (!condition(std::as_const(e->key), std::as_const(e->value))) {
+            if (!condition(std::as_const(e->key), e->value)) {
                 link = &e->next;
                 continue;
             }

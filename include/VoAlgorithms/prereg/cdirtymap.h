@@ -31,26 +31,35 @@ public:
     /// The fine cells of one coarse cell.
     class VOALGO_API FineGrid {
     public:
-        FineGrid();
-
         void insert(std::uint32_t generation, const kdtree::Vector<3>& p);
         /// Ends a generation: drops the fine cells that received no point in it. Returns whether cells were won or
         /// lost.
         bool fix(std::uint32_t generation);
-        [[nodiscard]] bool empty() const { return cells_.Empty(); }
+        [[nodiscard]] bool empty() const { return total_ == 0; }
 
     private:
-        std::uint32_t confirmed_ = 0;  // cells seen again in the current generation
-        std::uint32_t new_ = 0;        // cells created in it
-        CellMap<std::uint32_t> cells_; // the generation that saw the cell last; 0 while it is being created
-        kdtree::Vector<3> edge_;
-        kdtree::Vector<3> inverseEdge_;
+        /// Four by four by four cells, a bit each: a whole scan's cells then stay in the cache.
+        struct Block {
+            std::uint64_t cells = 0;      // that exist
+            std::uint64_t seenBefore = 0; // in the generation before that of seenNow
+            std::uint64_t seenNow = 0;
+            std::uint32_t generation = 0;
+
+            void open(std::uint32_t next);
+        };
+
+        std::uint32_t confirmed_ = 0; // cells seen again in the current generation
+        std::uint32_t new_ = 0;       // cells created in it
+        std::uint32_t total_ = 0;     // cells
+        CellMap<Block> blocks_;
     };
 
     CDirtyMap();
 
     /// Marks the cell of a point, mm. A position that is not finite lies in no cell and is ignored. O(1).
-    void insert(const kdtree::Vector<3>& p);
+    void insert(const kdtree::Vector<3>& p) { insert(&p.x, &p.y, &p.z, 1); }
+    /// The same for n points, given as coordinate planes; fastest when neighbours follow each other.
+    void insert(const float* x, const float* y, const float* z, std::size_t n);
     /// Ends the generation: the boxes of the coarse cells that changed since the previous call, in no particular but
     /// always the same order. Linear in the number of fine cells.
     [[nodiscard]] std::vector<kdtree::Range<3>> dirty();

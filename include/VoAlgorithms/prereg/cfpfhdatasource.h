@@ -45,7 +45,7 @@ public:
     /// Computes the features of a scan: points (mm) and unit normals, same length (throws std::invalid_argument
     /// otherwise); a zero normal is allowed. `candidates`, when given, holds the indices of the only points that may
     /// become feature points (throws std::out_of_range for an index past the end). Returns false and keeps the previous
-    /// content when points are not finite or not distinct; the reason is logged.
+    /// content when points are not finite or not distinct; the reason is logged. Empty after an exception.
     bool Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                 const std::vector<unsigned>* candidates = nullptr);
     /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what
@@ -57,7 +57,7 @@ public:
     [[nodiscard]] std::vector<Vec3> GetNormals() const { return normals_; }
     [[nodiscard]] std::vector<Vec3> GetFeaturePoints() const { return featurePoints_; }
     [[nodiscard]] std::vector<Vec3> GetFeatureNormals() const { return featureNormals_; }
-    [[nodiscard]] std::vector<CPointFeatureHistogram> GetFeatures() const { return features_; }
+    [[nodiscard]] std::vector<CPointFeatureHistogram> GetFeatures() const;
 
     /// Empties the result and the kept state, without giving back memory.
     void Clear();
@@ -67,6 +67,8 @@ private:
     struct alignas(32) SimpleHistogram {
         float bins[40] = {};
     };
+    /// What is known of a stored point.
+    enum State : std::uint8_t { Unknown, HasHistogram, HasFeature };
     struct Scan;
     struct Match;
     class FeatureUpdate;
@@ -81,13 +83,15 @@ private:
     std::vector<Vec3> normals_;
     std::vector<Vec3> featurePoints_;
     std::vector<Vec3> featureNormals_;
-    std::vector<CPointFeatureHistogram> features_;
-    // The scan behind it, in the order of the search grid.
+    std::vector<std::uint32_t> featureSlots_;      // of the feature points
+    std::vector<CPointFeatureHistogram> features_; // by slot
+    // What it was made of, by slot; a point keeps its slot from update to update.
+    std::vector<State> states_;
     std::vector<SimpleHistogram> simple_;
     std::vector<float> quality_; // curvature quality; negative where the surface is cut off
+    // The previous scan in the order of its search grid.
+    std::vector<std::uint32_t> slotOf_;
     std::vector<float> normalX_, normalY_, normalZ_;
-    std::vector<std::int32_t> featureOf_; // index of the point's feature, or NoFeature, or Dropped
-
     CDirtyMap dirtyMap_;
     VoAlgo::CSearchGrid grid_;
     float radius_;
