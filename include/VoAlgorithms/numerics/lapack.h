@@ -61,7 +61,8 @@ namespace lapack {
 /// ascending order: column j has a 1 in the row of its own free unknown and 0 in those of the others, so z holds
 /// the free unknowns themselves.
 /// a   destroyed.
-/// b   in: the m right-hand sides, or empty for all 0.   out: x₀, n values, 0 at the free unknowns.
+/// b   in: the m right-hand sides, or empty for all 0.   out: x₀, n values, 0 at the free unknowns; an equation in one
+///     unknown alone is met exactly.
 /// p   out: n entries; first the unknowns that depend on the others, then the free ones, ascending.
 /// The rank is the number of |r(i, i)| above 4·max(m, n)·ε·|r(0, 0)|, after every equation has been scaled by a power
 /// of two that brings its largest coefficient to between 1/2 and 1. When the equations contradict each other (some row

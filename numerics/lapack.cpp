@@ -1,0 +1,522 @@
+#include "VoAlgorithms/numerics/lapack.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+// The routines of LAPACK and BLAS as Fortran exports them: every argument by its address, the lengths of the character
+// arguments behind all others.
+extern "C" {
+void dgemm_(const char* transA, const char* transB, const int* m, const int* n, const int* k, const double* alpha,
+            const double* a, const int* lda, const double* b, const int* ldb, const double* beta, double* c,
+            const int* ldc, std::size_t, std::size_t);
+void sgemm_(const char* transA, const char* transB, const int* m, const int* n, const int* k, const float* alpha,
+            const float* a, const int* lda, const float* b, const int* ldb, const float* beta, float* c, const int* ldc,
+            std::size_t, std::size_t);
+void dpotrf_(const char* uplo, const int* n, double* a, const int* lda, int* info, std::size_t);
+void dpotri_(const char* uplo, const int* n, double* a, const int* lda, int* info, std::size_t);
+void dgesvd_(const char* jobU, const char* jobVt, const int* m, const int* n, double* a, const int* lda, double* s,
+             double* u, const int* ldu, double* vt, const int* ldvt, double* work, const int* lwork, int* info,
+             std::size_t, std::size_t);
+void sgesvd_(const char* jobU, const char* jobVt, const int* m, const int* n, float* a, const int* lda, float* s,
+             float* u, const int* ldu, float* vt, const int* ldvt, float* work, const int* lwork, int* info,
+             std::size_t, std::size_t);
+void dgelss_(const int* m, const int* n, const int* nrhs, double* a, const int* lda, double* b, const int* ldb,
+             double* s, const double* rcond, int* rank, double* work, const int* lwork, int* info);
+void sgelss_(const int* m, const int* n, const int* nrhs, float* a, const int* lda, float* b, const int* ldb, float* s,
+             const float* rcond, int* rank, float* work, const int* lwork, int* info);
+void dgeqp3_(const int* m, const int* n, double* a, const int* lda, int* jpvt, double* tau, double* work,
+             const int* lwork, int* info);
+void dormqr_(const char* side, const char* trans, const int* m, const int* n, const int* k, const double* a,
+             const int* lda, const double* tau, double* c, const int* ldc, double* work, const int* lwork, int* info,
+             std::size_t, std::size_t);
+
+#ifdef VOALGO_LAPACK_REFERENCE
+// The two things that the reference implementation would take from the Fortran runtime. With them here the library
+// needs no Fortran runtime at all, nor its input and output units. They stand in this file because its wrappers are the
+// only way into LAPACK: a linker that looks for them has them already. NOLINTBEGIN(bugprone-reserved-identifier): the
+// names are the compiler's.
+
+/// LAPACK's report of a wrong argument. Its own version prints and ends the process; with this one the routine returns
+/// with its error code.
+void xerbla_(const char*, const int*, std::size_t) {}
+
+/// Fortran's a // b: cut or padded with blanks to the length of the destination.
+void _gfortran_concat_string(std::size_t size, char* destination, std::size_t aSize, const char* a, std::size_t bSize,
+                             const char* b)
+{
+    aSize = std::min(aSize, size);
+    bSize = std::min(bSize, size - aSize);
+    std::memcpy(destination, a, aSize);
+    std::memcpy(destination + aSize, b, bSize);
+    std::memset(destination + aSize + bSize, ' ', size - aSize - bSize);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+#endif
+}
+
+namespace VoAlgo {
+namespace {
+
+// One name for both precisions.
+template <class T>
+constexpr auto* gemm = dgemm_;
+template <>
+constexpr auto* gemm<float> = sgemm_;
+template <class T>
+constexpr auto* gesvd = dgesvd_;
+template <>
+constexpr auto* gesvd<float> = sgesvd_;
+template <class T>
+constexpr auto* gelss = dgelss_;
+template <>
+constexpr auto* gelss<float> = sgelss_;
+
+bool IsLapackSize(std::uint32_t dimension)
+{
+    return dimension <= static_cast<std::uint32_t>(std::numeric_limits<int>::max());
+}
+
+template <class T>
+bool IsFinite(const T* elements, std::size_t count)
+{
+    return std::all_of(elements, elements + count, [](T e) { return std::isfinite(e); });
+}
+
+template <class T>
+bool IsUsable(const TMatrix<T>& a)
+{
+    return IsLapackSize(a.Rows()) && IsLapackSize(a.Cols()) && IsFinite(a.Data(), std::size_t{a.Rows()} * a.Cols());
+}
+
+/// Leading dimension of an array with so many rows; LAPACK wants at least 1.
+int Leading(std::uint32_t rows)
+{
+    return std::max(1, static_cast<int>(rows));
+}
+
+/// Calls a routine(work, lwork, info) twice: with lwork −1 it answers the best size of its work array, then it works.
+template <class T, class Routine>
+bool WithWorkspace(const Routine& routine)
+{
+    T best = 0;
+    int lwork = -1;
+    int info = 0;
+    routine(&best, &lwork, &info);
+    if (info != 0) return false;
+    lwork = std::max(1, static_cast<int>(best));
+    std::vector<T> work(static_cast<std::size_t>(lwork));
+    routine(work.data(), &lwork, &info);
+    return info == 0;
+}
+
+} // namespace
+
+// Products
+
+namespace {
+
+/// The columns of a matrix, or the one column that a vector is.
+template <class T>
+struct Columns {
+    T* data;
+    std::uint32_t rows;
+    std::uint32_t cols;
+};
+
+template <class T>
+void ProductInto(bool transposed, const TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& product)
+{
+    if constexpr (std::is_integral_v<T>) {
+        for (std::size_t c = 0; c < product.cols; ++c)
+            for (std::size_t r = 0; r < product.rows; ++r) {
+                T sum = 0;
+                for (std::size_t k = 0; k < b.rows; ++k)
+                    sum += (transposed ? a(k, r) : a(r, k)) * b.data[c * b.rows + k];
+                product.data[c * product.rows + r] = sum;
+            }
+    } else {
+        if (!IsLapackSize(a.Rows()) || !IsLapackSize(a.Cols()) || !IsLapackSize(b.cols))
+            throw std::length_error("matrix too large");
+        const auto m = static_cast<int>(product.rows);
+        const auto n = static_cast<int>(product.cols);
+        const auto k = static_cast<int>(b.rows);
+        const int lda = Leading(a.Rows());
+        const int ldb = Leading(b.rows);
+        const int ldc = Leading(product.rows);
+        const T one = 1;
+        const T zero = 0;
+        gemm<T>(transposed ? "T" : "N", "N", &m, &n, &k, &one, a.Data(), &lda, b.data, &ldb, &zero, product.data, &ldc,
+                1, 1);
+    }
+}
+
+template <class T>
+void Product(bool transposed, const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product)
+{
+    if ((transposed ? a.Rows() : a.Cols()) != b.Rows()) throw std::invalid_argument("sizes do not fit");
+    if (&product == &a || &product == &b) {
+        TMatrix<T> apart;
+        Product(transposed, a, b, apart);
+        product = std::move(apart);
+        return;
+    }
+    product.Reset(transposed ? a.Cols() : a.Rows(), b.Cols());
+    ProductInto(transposed, a, {b.Data(), b.Rows(), b.Cols()}, {product.Data(), product.Rows(), product.Cols()});
+}
+
+template <class T>
+void Product(bool transposed, const TMatrix<T>& a, const TVector<T>& b, TVector<T>& product)
+{
+    if ((transposed ? a.Rows() : a.Cols()) != b.Size()) throw std::invalid_argument("sizes do not fit");
+    if (&product == &b) {
+        TVector<T> apart;
+        Product(transposed, a, b, apart);
+        product = std::move(apart);
+        return;
+    }
+    product.Resize(transposed ? a.Cols() : a.Rows());
+    ProductInto(transposed, a, {b.Data(), b.Size(), 1}, {product.Data(), product.Size(), 1});
+}
+
+} // namespace
+
+void Multiply(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product)
+{
+    Product(false, a, b, product);
+}
+void Multiply(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product)
+{
+    Product(false, a, b, product);
+}
+void Multiply(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product)
+{
+    Product(false, a, b, product);
+}
+void Multiply(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product)
+{
+    Product(false, a, b, product);
+}
+void Multiply(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product)
+{
+    Product(false, a, b, product);
+}
+void Multiply(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product)
+{
+    Product(false, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product)
+{
+    Product(true, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product)
+{
+    Product(true, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product)
+{
+    Product(true, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product)
+{
+    Product(true, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product)
+{
+    Product(true, a, b, product);
+}
+void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product)
+{
+    Product(true, a, b, product);
+}
+
+// Cholesky
+
+template <>
+bool cholesky<double>(TMatrix<double>& a)
+{
+    if (a.Rows() != a.Cols() || !IsUsable(a)) return false;
+    const auto n = static_cast<int>(a.Rows());
+    const int lda = Leading(a.Rows());
+    int info = 0;
+    dpotrf_("U", &n, a.Data(), &lda, &info, 1);
+    if (info != 0) return false;
+    for (std::size_t c = 0; c < a.Cols(); ++c) {
+        const auto column = a.Column(c);
+        std::fill(column.begin() + static_cast<std::ptrdiff_t>(c) + 1, column.end(), 0.0);
+    }
+    return true;
+}
+
+template <>
+bool choleskyInverse<double>(const TMatrix<double>& u, TMatrix<double>& inv)
+{
+    if (u.Rows() != u.Cols() || !IsUsable(u)) return false;
+    TMatrix<double> inverse = u;
+    const auto n = static_cast<int>(u.Rows());
+    const int lda = Leading(u.Rows());
+    int info = 0;
+    dpotri_("U", &n, inverse.Data(), &lda, &info, 1);
+    if (info != 0) return false;
+    for (std::size_t c = 0; c < inverse.Cols(); ++c)
+        for (std::size_t r = c + 1; r < inverse.Rows(); ++r) inverse(r, c) = inverse(c, r);
+    inv = std::move(inverse);
+    return true;
+}
+
+namespace lapack {
+
+// Singular values
+
+namespace {
+
+template <class T>
+bool Svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt)
+{
+    if (!IsUsable(a)) return false;
+    const std::uint32_t rows = a.Rows();
+    const std::uint32_t cols = a.Cols();
+    auto newU = TMatrix<T>::Identity(rows);
+    auto newVt = TMatrix<T>::Identity(cols);
+    TVector<T> newS(std::min(rows, cols));
+    if (!a.Empty()) {
+        const auto m = static_cast<int>(rows);
+        const auto n = static_cast<int>(cols);
+        const bool done = WithWorkspace<T>([&](T* work, const int* lwork, int* info) {
+            gesvd<T>("A", "A", &m, &n, a.Data(), &m, newS.Data(), newU.Data(), &m, newVt.Data(), &n, work, lwork, info,
+                     1, 1);
+        });
+        if (!done) return false;
+    }
+    u = std::move(newU);
+    s = std::move(newS);
+    vt = std::move(newVt);
+    return true;
+}
+
+/// Solves for all columns of the right-hand side.
+template <class T>
+bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x, T* cond)
+{
+    const std::uint32_t rows = a.Rows();
+    const std::uint32_t cols = a.Cols();
+    if (b.rows != rows || x.rows != cols || x.cols != b.cols || !IsUsable(a) || !IsLapackSize(b.cols) ||
+        !IsFinite(b.data, std::size_t{b.rows} * b.cols))
+        return false;
+    if (a.Empty()) {
+        std::fill_n(x.data, std::size_t{x.rows} * x.cols, T{0});
+        if (cond != nullptr) *cond = 1;
+        return true;
+    }
+
+    // The routine overwrites the right-hand sides with the solutions, so there must be room for the longer of the two.
+    TMatrix<T> bx(std::max(rows, cols), b.cols);
+    for (std::size_t c = 0; c < b.cols; ++c) std::copy_n(b.data + c * rows, rows, bx.Data() + c * bx.Rows());
+    TVector<T> s(std::min(rows, cols));
+    const auto m = static_cast<int>(rows);
+    const auto n = static_cast<int>(cols);
+    const auto problems = static_cast<int>(b.cols);
+    const auto ldb = static_cast<int>(bx.Rows());
+    const T machinePrecision = -1;
+    int rank = 0;
+    const bool done = WithWorkspace<T>([&](T* work, const int* lwork, int* info) {
+        gelss<T>(&m, &n, &problems, a.Data(), &m, bx.Data(), &ldb, s.Data(), &machinePrecision, &rank, work, lwork,
+                 info);
+    });
+    if (!done) return false;
+    for (std::size_t c = 0; c < x.cols; ++c) std::copy_n(bx.Data() + c * bx.Rows(), cols, x.data + c * cols);
+    if (cond != nullptr) *cond = s[0] / s[s.Size() - 1];
+    return true;
+}
+
+template <class T>
+bool LeastSquares(TMatrix<T>& a, const TVector<T>& b, TVector<T>& x, T* cond)
+{
+    return LeastSquares<T>(a, {b.Data(), b.Size(), 1}, {x.Data(), x.Size(), 1}, cond);
+}
+
+template <class T>
+bool LeastSquares(TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& x, T* cond)
+{
+    return LeastSquares<T>(a, {b.Data(), b.Rows(), b.Cols()}, {x.Data(), x.Rows(), x.Cols()}, cond);
+}
+
+} // namespace
+
+bool svd(TMatrix<double>& a, TMatrix<double>& u, TVector<double>& s, TMatrix<double>& vt)
+{
+    return Svd(a, u, s, vt);
+}
+bool svd(TMatrix<float>& a, TMatrix<float>& u, TVector<float>& s, TMatrix<float>& vt)
+{
+    return Svd(a, u, s, vt);
+}
+
+bool lssolve(TMatrix<double>& a, const TVector<double>& b, TVector<double>& x, double* cond)
+{
+    return LeastSquares(a, b, x, cond);
+}
+bool lssolve(TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& x, double* cond)
+{
+    return LeastSquares(a, b, x, cond);
+}
+bool lssolve(TMatrix<float>& a, const TVector<float>& b, TVector<float>& x, float* cond)
+{
+    return LeastSquares(a, b, x, cond);
+}
+bool lssolve(TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& x, float* cond)
+{
+    return LeastSquares(a, b, x, cond);
+}
+
+// Pivoted QR
+
+bool qrp(TMatrix<double>& a, TMatrix<double>& q, TMatrix<double>& r, CPMatrix& p)
+{
+    const std::uint32_t rows = a.Rows();
+    const std::uint32_t cols = a.Cols();
+    if (q.Rows() != rows || q.Cols() != rows || r.Rows() != rows || r.Cols() != cols || p.Size() != cols ||
+        !IsUsable(a))
+        return false;
+    auto newQ = TMatrix<double>::Identity(rows);
+    TMatrix<double> newR(rows, cols);
+    CPMatrix newP(cols);
+    if (!a.Empty()) {
+        const auto m = static_cast<int>(rows);
+        const auto n = static_cast<int>(cols);
+        const int reflections = std::min(m, n);
+        TVector<int> pivots(cols); // 0: the column may go anywhere
+        TVector<double> tau(reflections);
+        const bool done = WithWorkspace<double>([&](double* work, const int* lwork, int* info) {
+                              dgeqp3_(&m, &n, a.Data(), &m, pivots.Data(), tau.Data(), work, lwork, info);
+                          }) &&
+                          WithWorkspace<double>([&](double* work, const int* lwork, int* info) {
+                              dormqr_("L", "N", &m, &m, &reflections, a.Data(), &m, tau.Data(), newQ.Data(), &m, work,
+                                      lwork, info, 1, 1);
+                          });
+        if (!done) return false;
+        for (std::size_t c = 0; c < cols; ++c) {
+            std::copy_n(a.Column(c).begin(), std::min<std::size_t>(c + 1, rows), newR.Column(c).begin());
+            newP[c] = pivots[c] - 1; // Fortran counts from 1
+        }
+    }
+    q = std::move(newQ);
+    r = std::move(newR);
+    p = std::move(newP);
+    return true;
+}
+
+// Linear equations in general
+
+namespace {
+
+/// Scales every equation by a power of two, which rounds nothing, so that its largest coefficient lies in [1/2, 1).
+void ScaleEquations(TMatrix<double>& a, TVector<double>& b)
+{
+    for (std::size_t i = 0; i < a.Rows(); ++i) {
+        const double largest = a.Row(i).MaxAbs();
+        if (largest == 0) continue;
+        int exponent = 0;
+        std::frexp(largest, &exponent);
+        for (std::size_t j = 0; j < a.Cols(); ++j) a(i, j) = std::ldexp(a(i, j), -exponent);
+        b[i] = std::ldexp(b[i], -exponent);
+    }
+}
+
+std::size_t Rank(const TMatrix<double>& r)
+{
+    const std::size_t diagonal = std::min(r.Rows(), r.Cols());
+    if (diagonal == 0) return 0;
+    const double smallest =
+        4 * std::max(r.Rows(), r.Cols()) * std::numeric_limits<double>::epsilon() * std::abs(r(0, 0));
+    std::size_t rank = 0;
+    while (rank < diagonal && std::abs(r(rank, rank)) > smallest) ++rank;
+    return rank;
+}
+
+/// Solves the leading triangle of r for y, in place.
+void BackSubstitute(const TMatrix<double>& r, std::size_t rank, TVector<double>& y)
+{
+    for (std::size_t i = rank; i-- > 0;) {
+        for (std::size_t j = i + 1; j < rank; ++j) y[i] -= r(i, j) * y[j];
+        y[i] /= r(i, i);
+    }
+}
+
+/// An equation in a single unknown fixes it, without the roundings of the factorisation.
+void FixSingleUnknowns(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& x, TMatrix<double>& kernel)
+{
+    for (std::size_t i = 0; i < a.Rows(); ++i) {
+        const TVector<double> row = a.Row(i);
+        if (std::count(row.begin(), row.end(), 0.0) + 1 != row.Size()) continue;
+        const auto unknown = std::find_if(row.begin(), row.end(), [](double e) { return e != 0; }) - row.begin();
+        x[unknown] = b[i] / row[unknown];
+        for (std::size_t k = 0; k < kernel.Cols(); ++k) kernel(unknown, k) = 0;
+    }
+}
+
+bool Satisfies(const TMatrix<double>& a, const TVector<double>& x, const TVector<double>& b)
+{
+    constexpr double tolerance = 1e-12; // some thousand roundings
+    for (std::size_t i = 0; i < a.Rows(); ++i) {
+        double missed = -b[i];
+        double magnitude = std::abs(b[i]);
+        for (std::size_t j = 0; j < a.Cols(); ++j) {
+            missed += a(i, j) * x[j];
+            magnitude += std::abs(a(i, j) * x[j]);
+        }
+        if (!(std::abs(missed) <= tolerance * magnitude)) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+TMatrix<double> qrp_kernel(TMatrix<double>& a, TVector<double>& b, CPMatrix& p)
+{
+    TVector<double> rhs = b.Empty() ? TVector<double>(a.Rows()) : b;
+    if (rhs.Size() != a.Rows() || !IsUsable(a) || !IsFinite(rhs.Data(), rhs.Size())) return {};
+    ScaleEquations(a, rhs);
+    const TMatrix<double> equations = a;
+    const std::size_t unknowns = a.Cols();
+    TMatrix<double> q(a.Rows(), a.Rows());
+    TMatrix<double> r(a.Rows(), a.Cols());
+    CPMatrix pivots(unknowns);
+    if (!qrp(a, q, r, pivots)) return {};
+    const std::size_t rank = Rank(r);
+
+    // The kernel's columns in ascending order of the free unknowns: pairs (unknown, column of r).
+    std::vector<std::pair<int, std::size_t>> free;
+    for (std::size_t j = rank; j < unknowns; ++j) free.emplace_back(pivots[j], j);
+    std::sort(free.begin(), free.end());
+
+    TMatrix<double> kernel(unknowns, free.size());
+    TVector<double> y(rank);
+    for (std::size_t k = 0; k < free.size(); ++k) {
+        for (std::size_t i = 0; i < rank; ++i) y[i] = -r(i, free[k].second);
+        BackSubstitute(r, rank, y);
+        for (std::size_t i = 0; i < rank; ++i) kernel(pivots[i], k) = y[i];
+        kernel(free[k].first, k) = 1;
+        pivots[rank + k] = free[k].first;
+    }
+
+    TVector<double> x(unknowns);
+    TVector<double> qtb;
+    MultiplyTransposed(q, rhs, qtb);
+    std::copy_n(qtb.begin(), rank, y.begin());
+    BackSubstitute(r, rank, y);
+    for (std::size_t i = 0; i < rank; ++i) x[pivots[i]] = y[i];
+    FixSingleUnknowns(equations, rhs, x, kernel);
+
+    b = Satisfies(equations, x, rhs) ? std::move(x) : TVector<double>();
+    p = std::move(pivots);
+    return kernel;
+}
+
+} // namespace lapack
+} // namespace VoAlgo

@@ -1,0 +1,292 @@
+#include "VoAlgorithms/numerics/lapack.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+using namespace VoAlgo;
+using testing::ElementsAre;
+using Matrix = TMatrix<double>;
+using Vector = TVector<double>;
+
+constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double Inf = std::numeric_limits<double>::infinity();
+
+template <class T = double>
+TMatrix<T> RandomMatrix(std::mt19937& twister, unsigned rows, unsigned cols)
+{
+    std::normal_distribution<T> normal;
+    TMatrix<T> m(rows, cols);
+    for (unsigned c = 0; c < cols; ++c)
+        for (T& e : m.Column(c)) e = normal(twister);
+    return m;
+}
+
+/// Of the given rank, as a product of thin factors.
+template <class T = double>
+TMatrix<T> RandomMatrix(std::mt19937& twister, unsigned rows, unsigned cols, unsigned rank)
+{
+    return RandomMatrix<T>(twister, rows, rank) * RandomMatrix<T>(twister, rank, cols);
+}
+
+template <class T>
+T Largest(const TMatrix<T>& m)
+{
+    T largest = 0;
+    for (unsigned c = 0; c < m.Cols(); ++c)
+        for (const T e : m.Column(c)) largest = std::max(largest, std::abs(e));
+    return largest;
+}
+
+template <class T>
+T Orthogonality(const TMatrix<T>& q)
+{
+    return Largest(q.Transposed() * q - TMatrix<T>::Identity(q.Cols()));
+}
+
+template <class T>
+bool IsUpperTriangular(const TMatrix<T>& r)
+{
+    for (unsigned c = 0; c < r.Cols(); ++c)
+        for (unsigned row = c + 1; row < r.Rows(); ++row)
+            if (r(row, c) != 0) return false;
+    return true;
+}
+
+TEST(Cholesky, FactorAndInverseOfRandomMatrices)
+{
+    std::mt19937 twister(1);
+    for (const unsigned n : {0U, 1U, 2U, 5U, 40U, 130U}) { // beyond 64 the routine works in blocks
+        const Matrix root = RandomMatrix(twister, n + 3, n);
+        const Matrix a = root.Transposed() * root;
+        Matrix u = a;
+        for (unsigned c = 0; c < n; ++c)
+            for (unsigned r = c + 1; r < n; ++r) u(r, c) = 1e9; // the lower triangle is not read
+        ASSERT_TRUE(cholesky(u)) << n;
+        EXPECT_TRUE(IsUpperTriangular(u));
+        EXPECT_LE(Largest(u.Transposed() * u - a), 1e-13 * Largest(a));
+        Matrix inverse;
+        ASSERT_TRUE(choleskyInverse(u, inverse));
+        EXPECT_EQ(inverse, inverse.Transposed());
+        EXPECT_LE(Largest(a * inverse - Matrix::Identity(n)), 1e-12 * Largest(a) * Largest(inverse));
+        ASSERT_TRUE(choleskyInverse(u, u)); // in place
+        EXPECT_EQ(u, inverse);
+    }
+}
+
+TEST(Cholesky, RefusesWhatHasNoFactor)
+{
+    const Matrix wide{{1, 2, 3}, {4, 5, 6}};
+    Matrix kept{{7}};
+    for (Matrix m : {wide, Matrix{{1, NaN}, {NaN, 1}}, Matrix{{Inf}}}) {
+        const std::string before = testing::PrintToString(m);
+        EXPECT_FALSE(cholesky(m));
+        EXPECT_EQ(testing::PrintToString(m), before);
+        EXPECT_FALSE(choleskyInverse(m, kept));
+    }
+    for (Matrix m : {Matrix{{1, 2}, {2, 1}}, Matrix{{0}}, Matrix{{-1}}, Matrix(3, 3)}) EXPECT_FALSE(cholesky(m)) << m;
+    EXPECT_FALSE(choleskyInverse(Matrix{{1, 2}, {0, 0}}, kept));
+    EXPECT_EQ(kept, (Matrix{{7}}));
+}
+
+template <class T>
+class SingularValues : public testing::Test {
+protected:
+    const T tolerance_ = 100 * std::numeric_limits<T>::epsilon();
+    std::mt19937 twister_{2};
+};
+using Precisions = testing::Types<float, double>;
+TYPED_TEST_SUITE(SingularValues, Precisions);
+
+constexpr unsigned shapes[][3] = {{1, 1, 1}, {5, 3, 3}, {3, 5, 3}, {6, 6, 4}, {9, 4, 2}, {4, 9, 1}, {60, 7, 7}};
+
+TYPED_TEST(SingularValues, DecompositionMultipliesBack)
+{
+    using T = TypeParam;
+    for (const auto& [rows, cols, rank] : shapes) {
+        const TMatrix<T> a = RandomMatrix<T>(this->twister_, rows, cols, rank);
+        TMatrix<T> destroyed = a;
+        TMatrix<T> u;
+        TMatrix<T> vt;
+        TVector<T> s;
+        ASSERT_TRUE(lapack::svd(destroyed, u, s, vt));
+        ASSERT_EQ(s.Size(), std::min(rows, cols));
+        TMatrix<T> diagonal(rows, cols);
+        for (unsigned i = 0; i < s.Size(); ++i) diagonal(i, i) = s[i];
+        EXPECT_LE(Largest(u * diagonal * vt - a), this->tolerance_ * Largest(a));
+        EXPECT_LE(Orthogonality(u), this->tolerance_);
+        EXPECT_LE(Orthogonality(vt), this->tolerance_);
+        EXPECT_TRUE(std::is_sorted(s.begin(), s.end(), std::greater<>()));
+        EXPECT_EQ(std::count_if(s.begin(), s.end(), [&](T v) { return v > this->tolerance_ * s[0]; }), rank);
+    }
+}
+
+// The minimum-norm solution is the one whose residual is orthogonal to a's columns and which itself lies in the span of
+// a's rows. All four overloads.
+TYPED_TEST(SingularValues, LeastSquaresSolutionHasTheSmallestResidualAndNorm)
+{
+    using T = TypeParam;
+    for (const auto& [rows, cols, rank] : shapes) {
+        const TMatrix<T> a = RandomMatrix<T>(this->twister_, rows, cols, rank);
+        const TMatrix<T> b = RandomMatrix<T>(this->twister_, rows, 3);
+        TMatrix<T> x(cols, 3);
+        T cond = 0;
+        TMatrix<T> destroyed = a;
+        ASSERT_TRUE(lapack::lssolve(destroyed, b, x, &cond));
+
+        TMatrix<T> u;
+        TMatrix<T> vt;
+        TVector<T> s;
+        destroyed = a;
+        ASSERT_TRUE(lapack::svd(destroyed, u, s, vt));
+        const T scale = s[0] / s[rank - 1]; // of the part that is not cut off
+        const T tolerance = this->tolerance_ * scale * scale * std::max(T{1}, Largest(x)) * std::max(T{1}, Largest(a));
+        EXPECT_LE(Largest(a.Transposed() * (a * x - b)), tolerance * Largest(a));
+        const TMatrix<T> inNullSpace = vt * x;
+        for (unsigned i = rank; i < cols; ++i)
+            for (unsigned c = 0; c < 3; ++c) EXPECT_LE(std::abs(inNullSpace(i, c)), tolerance);
+        if (rank == std::min(rows, cols))
+            EXPECT_NEAR(cond, scale, this->tolerance_ * scale * scale);
+        else
+            EXPECT_GT(cond, 1 / (100 * std::numeric_limits<T>::epsilon()));
+
+        for (unsigned c = 0; c < 3; ++c) {
+            TVector<T> one(cols);
+            TVector<T> rhs(rows);
+            std::copy_n(b.Column(c).begin(), rows, rhs.begin());
+            destroyed = a;
+            ASSERT_TRUE(lapack::lssolve(destroyed, rhs, one, nullptr));
+            for (unsigned i = 0; i < cols; ++i) EXPECT_NEAR(one[i], x(i, c), tolerance);
+        }
+    }
+}
+
+TEST(LeastSquares, RefusesWhatDoesNotFitAndLeavesOutputsAlone)
+{
+    const Matrix a{{1, 2}, {3, 4}, {5, 6}};
+    Vector x{7, 7};
+    double cond = 7;
+    const auto refuses = [&](Matrix m, const Vector& b, Vector& solution) {
+        return !lapack::lssolve(m, b, solution, &cond);
+    };
+    Vector longer{7, 7, 7};
+    EXPECT_TRUE(refuses(a, {1, 2}, x));
+    EXPECT_TRUE(refuses(a, {1, 2, 3}, longer));
+    EXPECT_TRUE(refuses(a, {1, NaN, 3}, x));
+    EXPECT_TRUE(refuses({{1, 2}, {Inf, 4}, {5, 6}}, {1, 2, 3}, x));
+    Matrix xs(2, 2, 7.0);
+    Matrix copy = a;
+    EXPECT_FALSE(lapack::lssolve(copy, Matrix(3, 1), xs, &cond));
+    EXPECT_THAT(x, ElementsAre(7, 7));
+    EXPECT_EQ(xs, Matrix(2, 2, 7.0));
+    EXPECT_EQ(cond, 7);
+    Matrix u{{7}};
+    Matrix nan{{NaN}};
+    EXPECT_FALSE(lapack::svd(nan, u, x, u));
+    EXPECT_EQ(u, (Matrix{{7}}));
+
+    Matrix zero(2, 2);
+    EXPECT_TRUE(lapack::lssolve(zero, Vector{1, 1}, x, &cond));
+    EXPECT_THAT(x, ElementsAre(0, 0));
+    EXPECT_TRUE(std::isnan(cond));
+    Matrix nothing(0, 2);
+    x = {7, 7};
+    EXPECT_TRUE(lapack::lssolve(nothing, Vector(), x, &cond));
+    EXPECT_THAT(x, ElementsAre(0, 0));
+}
+
+TEST(PivotedQr, FactorsMultiplyBack)
+{
+    std::mt19937 twister(3);
+    for (const auto& [rows, cols, rank] : shapes) {
+        const Matrix a = RandomMatrix(twister, rows, cols, rank);
+        Matrix destroyed = a;
+        Matrix q(rows, rows);
+        Matrix r(rows, cols, 7.0);
+        CPMatrix p(cols);
+        ASSERT_TRUE(lapack::qrp(destroyed, q, r, p));
+        EXPECT_TRUE(IsUpperTriangular(r));
+        EXPECT_LE(Orthogonality(q), 1e-14);
+        EXPECT_LE(Largest(a * p.Matrix<double>() - q * r), 1e-13 * Largest(a));
+        for (unsigned i = 1; i < std::min(rows, cols); ++i)
+            EXPECT_LE(std::abs(r(i, i)), std::abs(r(i - 1, i - 1)) * (1 + 1e-12));
+    }
+    Matrix a{{1, 2, 3}, {4, 5, 6}};
+    Matrix square(2, 2);
+    Matrix wide(2, 3);
+    Matrix narrow(2, 2);
+    CPMatrix p(3);
+    CPMatrix shorter(2);
+    EXPECT_FALSE(lapack::qrp(a, wide, wide, p));
+    EXPECT_FALSE(lapack::qrp(a, square, narrow, p));
+    EXPECT_FALSE(lapack::qrp(a, square, wide, shorter));
+}
+
+// Wrong rank, a lost permutation or a wrong sign of the kernel all show in a·K = 0 and a·x₀ = b.
+TEST(Kernel, DescribesAllSolutionsOfRandomEquations)
+{
+    std::mt19937 twister(4);
+    for (const auto& [rows, cols, rank] : shapes) {
+        Matrix a = RandomMatrix(twister, rows, cols, rank);
+        for (unsigned i = 0; i < rows; ++i) // equations in unlike units
+            for (unsigned j = 0; j < cols; ++j) a(i, j) *= std::pow(10.0, 3.0 * (i % 5) - 6);
+        Vector b = a * (Vector(cols, 1.0) + Vector(cols, 0.25));
+        const Vector rhs = b;
+        CPMatrix p;
+        Matrix destroyed = a;
+        const Matrix kernel = lapack::qrp_kernel(destroyed, b, p);
+        ASSERT_EQ(kernel.Rows(), cols);
+        ASSERT_EQ(kernel.Cols(), cols - rank);
+        const Matrix nothing = a * kernel;
+        const Vector missed = a * b - rhs;
+        for (unsigned i = 0; i < rows; ++i) {
+            const double tolerance = 1e-12 * a.Row(i).MaxAbs() * (1 + Largest(kernel) + b.MaxAbs());
+            EXPECT_LE(std::abs(missed[i]), tolerance);
+            for (unsigned k = 0; k < kernel.Cols(); ++k) EXPECT_LE(std::abs(nothing(i, k)), tolerance);
+        }
+        EXPECT_TRUE(std::is_sorted(p.Data() + rank, p.Data() + cols));
+        for (unsigned k = 0; k < kernel.Cols(); ++k)
+            for (unsigned l = 0; l < kernel.Cols(); ++l) EXPECT_EQ(kernel(p[rank + k], l), k == l ? 1 : 0);
+    }
+}
+
+TEST(Kernel, FixedUnknownsComeOutExactly)
+{
+    Matrix a{{0, 0, 0, 4, 0}, {0, 1, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0.1, 0, 0.3, 0.7}, {0, 1, 0, 0, 0}};
+    Vector b{2, 0.1, 0, 1, 0.1};
+    CPMatrix p;
+    EXPECT_EQ(lapack::qrp_kernel(a, b, p), (Matrix{{1, 0}, {0, 0}, {0, 1}, {0, 0}, {0, 0}}));
+    EXPECT_THAT(b, ElementsAre(0, 0.1, 0, 0.5, testing::DoubleNear(0.84 / 0.7, 1e-15)));
+    EXPECT_EQ(p[3], 0);
+    EXPECT_EQ(p[4], 2);
+}
+
+TEST(Kernel, TellsContradictionsAndBadInput)
+{
+    CPMatrix p;
+    for (const Matrix& contradiction : {Matrix{{1, 1}, {1, 1}}, Matrix{{1, 0}, {0, 0}}}) {
+        Matrix a = contradiction;
+        Vector b{1, 2};
+        EXPECT_EQ(lapack::qrp_kernel(a, b, p).Cols(), 1);
+        EXPECT_TRUE(b.Empty());
+        EXPECT_EQ(p.Size(), 2);
+    }
+    for (const Matrix& bad : {Matrix{{1, NaN}}, Matrix{{1}, {2}}}) {
+        Matrix a = bad;
+        Vector b{1};
+        EXPECT_EQ(lapack::qrp_kernel(a, b, p), Matrix());
+        EXPECT_THAT(b, ElementsAre(1));
+    }
+    Matrix none(0, 3);
+    Vector b;
+    EXPECT_EQ(lapack::qrp_kernel(none, b, p), Matrix::Identity(3));
+    EXPECT_EQ(b, Vector(3));
+}
+
+} // namespace
