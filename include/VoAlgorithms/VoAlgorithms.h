@@ -20,6 +20,9 @@
 #include "VoAlgorithms/numerics/tmatrix.h"
 #include "VoAlgorithms/numerics/tvector.h"
 
+#include "VoAlgorithms/bson/element.h"
+#include "VoAlgorithms/bson/registration.h"
+
 #include "VoAlgorithms/clustering/cdigraph.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"

@@ -1,0 +1,199 @@
+#include "bson/detail_utf8.h"
+#include "bson/detail_view.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace VoAlgo::bson {
+namespace {
+
+using namespace detail;
+
+constexpr const char* HexDigits = "0123456789abcdef";
+
+void AppendQuoted(std::string& json, std::string_view text)
+{
+    json += '"';
+    while (!text.empty()) {
+        const char32_t c = TakeCodePoint(text);
+        if (c == '"' || c == '\\') {
+            json += '\\';
+            json += static_cast<char>(c);
+        } else if (c == '\n') {
+            json += "\\n";
+        } else if (c == '\t') {
+            json += "\\t";
+        } else if (c == '\r') {
+            json += "\\r";
+        } else if (c < 0x20) {
+            json += "\\u00";
+            json += HexDigits[c >> 4];
+            json += HexDigits[c & 0xF];
+        } else {
+            AppendUtf8(json, c);
+        }
+    }
+    json += '"';
+}
+
+/// The fewest digits that read back exactly.
+template <class T>
+void AppendNumber(std::string& json, T value)
+{
+    if constexpr (std::is_floating_point_v<T>) {
+        if (std::isnan(value)) return AppendQuoted(json, "NaN");
+        if (std::isinf(value)) return AppendQuoted(json, value > 0 ? "Infinity" : "-Infinity");
+    }
+    char digits[32];
+    json.append(digits, std::to_chars(digits, digits + sizeof(digits), value).ptr);
+}
+
+/// Base64 with padding (RFC 4648).
+void AppendBase64(std::string& json, const unsigned char* bytes, std::size_t n)
+{
+    constexpr const char* Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    json.reserve(json.size() + (n + 2) / 3 * 4);
+    for (std::size_t i = 0; i < n; i += 3) {
+        const std::size_t left = n - i;
+        const unsigned group = static_cast<unsigned>(bytes[i]) << 16U |
+                               (left > 1 ? static_cast<unsigned>(bytes[i + 1]) << 8U : 0U) |
+                               (left > 2 ? static_cast<unsigned>(bytes[i + 2]) : 0U);
+        json += Alphabet[group >> 18U];
+        json += Alphabet[group >> 12U & 0x3FU];
+        json += left > 1 ? Alphabet[group >> 6U & 0x3FU] : '=';
+        json += left > 2 ? Alphabet[group & 0x3FU] : '=';
+    }
+}
+
+void AppendBinary(std::string& json, const View& view, std::size_t longestBinary)
+{
+    const auto [bytes, size, type] = view.Binary();
+    if (size > longestBinary) {
+        json += "{\"$binary\":{\"size\":";
+        AppendNumber(json, size);
+    } else {
+        json += "{\"$binary\":{\"base64\":\"";
+        AppendBase64(json, bytes, size);
+        json += '"';
+    }
+    const auto subtype = static_cast<unsigned char>(type);
+    json += ",\"subType\":\"";
+    json += HexDigits[subtype >> 4];
+    json += HexDigits[subtype & 0xF];
+    json += "\"}}";
+}
+
+void AppendDateTime(std::string& json, std::int64_t milliseconds)
+{
+    json += R"({"$date":{"$numberLong":")";
+    AppendNumber(json, milliseconds);
+    json += "\"}}";
+}
+
+void AppendRegex(std::string& json, const char* pattern)
+{
+    const char* const options = pattern + std::strlen(pattern) + 1;
+    json += R"({"$regularExpression":{"pattern":)";
+    AppendQuoted(json, pattern);
+    json += ",\"options\":";
+    AppendQuoted(json, options);
+    json += "}}";
+}
+
+/// Any value but an object.
+void AppendPlain(std::string& json, const View& view, std::size_t longestBinary)
+{
+    const char* const text = reinterpret_cast<const char*>(view.Value());
+    switch (view.Type()) {
+    case element::Double:
+        return AppendNumber(json, view.Read<double>());
+    case element::Float:
+        return AppendNumber(json, view.Read<float>());
+    case element::Int8:
+        return AppendNumber(json, view.Read<std::int8_t>());
+    case element::UInt8:
+        return AppendNumber(json, view.Read<std::uint8_t>());
+    case element::Int16:
+        return AppendNumber(json, view.Read<std::int16_t>());
+    case element::UInt16:
+        return AppendNumber(json, view.Read<std::uint16_t>());
+    case element::Int32:
+        return AppendNumber(json, view.Read<std::int32_t>());
+    case element::UInt32:
+        return AppendNumber(json, view.Read<std::uint32_t>());
+    case element::Int64:
+        return AppendNumber(json, view.Read<std::int64_t>());
+    case element::UInt64:
+        return AppendNumber(json, view.Read<std::uint64_t>());
+    case element::Boolean:
+        json += *view.Value() != 0 ? "true" : "false";
+        return;
+    case element::String:
+        return AppendQuoted(json, {text + sizeof(std::int32_t), view.valueSize - sizeof(std::int32_t) - 1});
+    case element::Binary:
+        return AppendBinary(json, view, longestBinary);
+    case element::DateTime:
+        return AppendDateTime(json, Load<std::int64_t>(view.Value()));
+    case element::Regex:
+        return AppendRegex(json, text);
+    case element::Null:
+    case element::Empty:
+    case element::Object:
+        json += "null";
+        return;
+    }
+}
+
+void AppendJson(std::string& json, const View& view, std::size_t longestBinary)
+{
+    if (view.Type() != element::Object) return AppendPlain(json, view, longestBinary);
+    // The bytes name the ends of objects, so a count of the open ones is all there is to remember.
+    constexpr std::size_t CountSize = sizeof(std::uint32_t);
+    const unsigned char* next = view.Value() + CountSize;
+    json += '{';
+    for (std::size_t depth = 1; depth > 0;) {
+        if (*next == 0) {
+            json += '}';
+            --depth;
+            ++next;
+            continue;
+        }
+        if (json.back() != '{') json += ',';
+        const View child = View::At(next);
+        AppendQuoted(json, child.Name());
+        json += ':';
+        if (child.Type() == element::Object) {
+            json += '{';
+            ++depth;
+            next = child.Value() + CountSize;
+        } else {
+            AppendPlain(json, child, longestBinary);
+            next += child.total;
+        }
+    }
+}
+
+} // namespace
+
+std::string element::to_json(std::size_t longestBinary) const
+{
+    std::string json;
+    AppendJson(json, view(), longestBinary);
+    return json;
+}
+
+std::string element::object::to_json(std::size_t longestBinary) const
+{
+    std::string json = "{";
+    for (const element& e : elements_) {
+        if (e.type() == Empty) continue;
+        if (json.size() > 1) json += ',';
+        AppendQuoted(json, e.name());
+        json += ':';
+        AppendJson(json, e.view(), longestBinary);
+    }
+    json += '}';
+    return json;
+}
+
+} // namespace VoAlgo::bson
