@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <limits>
 #include <ostream>
+#include <span>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -29,6 +30,7 @@ public:
     /// `size` elements of the given value. Throws std::length_error for 2^32 and more (so also for a negative int).
     explicit TVector(std::integral auto size, T value = T{}) : elements_(Checked(size), value) {}
     TVector(std::initializer_list<T> elements) : elements_(elements) {}
+    explicit TVector(std::span<const T> elements) : elements_(elements.begin(), elements.end()) {}
 
     [[nodiscard]] std::uint32_t Size() const { return static_cast<std::uint32_t>(elements_.size()); }
     [[nodiscard]] bool Empty() const { return elements_.empty(); }

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/numerics/tmatrix.h"
+#include "VoAlgorithms/numerics/tvector.h"
+
+namespace VoAlgo {
+
+/// Linear programming: maximises c·z over all z with A·z ≤ b. The z are free in sign.
+///
+/// A two-phase simplex method on the vertices of the polyhedron. The entering and leaving rows follow the steepest
+/// multiplier and the largest pivot; at a degenerate vertex they follow Bland's rule of smallest indices, which cannot
+/// cycle. Rows and columns are scaled by powers of two, which rounds nothing. Every vertex is solved for anew from the
+/// original rows, with residuals in twice the working precision, so that it is right to a few units in the last place.
+/// A polyhedron without interior (an equation written as two inequalities) and rows that say the same are no
+/// exception.
+/// Whether there is a feasible point at all is judged with some patience, since rows often come out of computations: a
+/// row counts as met when changes of the coefficients by a share of 1e-12 can explain that it is missed. Where a vertex
+/// meets all rows to rounding, so does the solution.
+///
+/// Source: R. G. Bland, Math. Oper. Res. 2 (1977) 103–107; V. Chvátal, Linear Programming, Freeman 1983, chapters 3, 8.
+class VOALGO_API CLPSolver {
+public:
+    enum EStatus : int {
+        NotRun = 0,
+        Optimal = 1,
+        Unbounded = 2, ///< there are feasible z, and c·z grows without end among them
+        GaveUp = 3,    ///< beyond double precision: vertices that it cannot tell apart, a solution out of its range
+        Infeasible = -1,
+        BadInput = -2, ///< sizes that do not fit; a not-a-number; an infinity in A or c
+    };
+
+    /// A   one row for each inequality; may have none.   b   one entry for each row; +∞ makes a row void, −∞
+    /// unmeetable. c   one entry for each column of A; all zero asks for any feasible point. A row of zeros is void
+    /// when its b is ≥ 0, otherwise unmeetable.
+    CLPSolver(TMatrix<double> A, TVector<double> b, TVector<double> c);
+
+    /// Solves; true when there is an optimum. Equal inputs give equal bits. Each step costs O(n³ + m·n) for m rows and
+    /// n columns.
+    [[nodiscard]] bool Run();
+    /// How the last Run ended, an EStatus.
+    [[nodiscard]] int GetStatus() const { return status_; }
+    /// The optimum of the last Run: a vertex, if the polyhedron has any (otherwise as many rows as possible hold with
+    /// equality, and unknowns left free are 0). Empty unless Run succeeded. valid: null, or out: whether it did.
+    [[nodiscard]] TVector<double> GetSolution(bool* valid = nullptr) const;
+
+private:
+    [[nodiscard]] EStatus Solve();
+
+    TMatrix<double> A_;
+    TVector<double> b_;
+    TVector<double> c_;
+    TVector<double> solution_;
+    int status_ = NotRun;
+};
+
+} // namespace VoAlgo
