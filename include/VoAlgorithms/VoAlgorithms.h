@@ -29,6 +29,8 @@
 #include "VoAlgorithms/clustering/csearchgrid.h"
 #include "VoAlgorithms/clustering/thashmap.h"
 
+#include "VoAlgorithms/solvers/clpsolver.h"
+
 #include "VoAlgorithms/prereg/cdirtymap.h"
 #include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
