@@ -93,7 +93,6 @@ TEST(ToolRegister, PoseIsInTheUnitOfTheFiles)
     EXPECT_NEAR(both.points[0].x, ParsePly(FileBytes(Fix)).points[0].x / 1000.0F, 1e-6F);
 }
 
-/// What pose.txt states reads back as the same pose: a refinement without iterations writes the same bytes again.
 /// Data that begin with a byte that looks like a line end must not be taken for the end of the header: all coordinates
 /// would shift.
 TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
@@ -109,6 +108,7 @@ TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
     }
 }
 
+/// What pose.txt states reads back as the same pose: a refinement without iterations writes the same bytes again.
 TEST(ToolRegister, PoseFilesRoundTrip)
 {
     const Workplace place;
@@ -171,6 +171,32 @@ TEST(ToolRegister, RefusalLeavesNoPose)
     EXPECT_EQ(result["found"], false);
     EXPECT_NE(result["reason"], "");
     EXPECT_TRUE(result["results"].empty());
+}
+
+/// A body that a half turn about z maps onto itself: r depends on even powers of x and y only. Two poses fit, in the
+/// same place, and neither may be handed out.
+TEST(ToolRegister, LikenessToItselfIsAmbiguous)
+{
+    const auto body = [](double phase) {
+        constexpr unsigned n = 6000;
+        Points points;
+        for (unsigned i = 0; i < n; ++i) {
+            const double z = 1.0 - (2.0 * i + 1.0) / n, turn = i * std::numbers::pi * (3.0 - std::sqrt(5.0)) + phase;
+            const double x = std::sqrt(1.0 - z * z) * std::cos(turn), y = std::sqrt(1.0 - z * z) * std::sin(turn);
+            const double r = 40.0 * (1.0 + 0.2 * std::sin(4.0 * x * x + 3.0 * x * y + 1.0) + 0.1 * std::cos(5.0 * z) +
+                                     0.15 * std::sin(3.0 * z) * (x * x - y * y));
+            points.emplace_back(static_cast<float>(r * x), static_cast<float>(r * y), static_cast<float>(r * z));
+        }
+        return points;
+    };
+    const Workplace place;
+    place.Write("fix.xyz", XyzText(body(0.0)));
+    place.Write("flt.xyz", XyzText(body(1.0)));
+    const Outcome outcome = place.Run("register fix.xyz flt.xyz --out r");
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_THAT(outcome.output, HasSubstr("no registration found: ambiguous: different poses fit about equally well"));
+    EXPECT_THAT(outcome.output, testing::ContainsRegex("\n   1 .*\n   2 ")) << "both are shown";
+    EXPECT_FALSE(place.Has("r/pose.txt"));
 }
 
 /// Estimated normals point out of a closed surface, or to the viewpoint.

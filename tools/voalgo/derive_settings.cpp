@@ -53,6 +53,7 @@ Settings DeriveSettings(const Cloud& fix, const Cloud& flt, Preset preset)
     config.dMaxPolygonDiameter = factors.polygonDiameter * spacing;
     config.dMaxPolygonVertexError = 3.0 * spacing;
     config.dTrafoClusteringBandwidth = 5.0 * spacing;
+    config.dOrientationClusteringBandwidth = 0.1; // a part that looks alike when turned has poses at one place
     config.uiTrafoClusteringQuorum = 3;
     prereg::ConfigurationICP& icp = config.icpConfig;
     icp.uiMaxNumIterations = 15;

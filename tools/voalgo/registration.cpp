@@ -46,9 +46,10 @@ public:
             driver_.Compute();
             done += batchSize_;
             if (quorum == 0 || driver_.GetBestClusterSize() < quorum) continue;
+            driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // what comes first may not be right: search on
+            if (driver_.GetBestClusterSize() < Agreement && done < ManyPolygons) continue;
             registration.results = TakeConfirmed(quorum);
             if (IsEnough(registration.results, done)) break;
-            driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the best may not be the right one: search on
         }
         if (done >= numPolygons) registration.results = TakeConfirmed(settings_.verification.minClusterSize);
         for (CFPFHPreRegistration::VerifiedTrafo& result : registration.results)
@@ -62,11 +63,14 @@ public:
 private:
     using VerifiedTrafo = CFPFHPreRegistration::VerifiedTrafo;
 
+    static constexpr std::uint32_t ManyPolygons = 500;
+    // An object that looks alike when turned has shown its other poses, too, once so many proposals agree on one.
+    static constexpr std::uint32_t Agreement = 8;
+
     /// What two scans share by chance is small: such a result must stay the best of many polygons.
     static bool IsEnough(const std::vector<VerifiedTrafo>& results, std::uint32_t polygons)
     {
         constexpr float SmallOverlap = 0.4F;
-        constexpr std::uint32_t ManyPolygons = 500;
         return !results.empty() && (results[0].fStop_OverlapRatio >= SmallOverlap || polygons >= ManyPolygons);
     }
 
@@ -84,7 +88,8 @@ private:
             const VoAlgo::CTrafo found = result.trafo;
             const std::string objection = Verify(*fix_, *flt_, settings_.verification, result);
             if (objection.empty()) {
-                confirmed.push_back(result);
+                const auto isSame = [&](const VerifiedTrafo& other) { return IsSamePose(other.trafo, result.trafo); };
+                if (std::none_of(confirmed.begin(), confirmed.end(), isSame)) confirmed.push_back(result);
                 continue;
             }
             refused_.push_back(found);
@@ -101,14 +106,35 @@ private:
         return result.fStop_SmallBigRatio * result.fStop_OverlapRatio;
     }
 
-    [[nodiscard]] std::string Reason(const std::vector<VerifiedTrafo>& results) const
+    /// Whether clustering would put two poses together.
+    [[nodiscard]] bool IsSamePose(const VoAlgo::CTrafo& a, const VoAlgo::CTrafo& b) const
+    {
+        const auto [low, high] = flt_->GetAABB();
+        const kdtree::Vector<3> centre = (low + high) * 0.5F;
+        const double angle = settings_.config.dOrientationClusteringBandwidth;
+        return static_cast<double>((a * centre - b * centre).Norm()) <= settings_.config.dTrafoClusteringBandwidth &&
+               (angle <= 0.0 || static_cast<double>(a.GetRotationDistance(b)) <= angle);
+    }
+
+    /// Whether a quite different pose fits about as well as the best result. It need not be one to hand out itself.
+    [[nodiscard]] bool HasRival(const VerifiedTrafo& best) const
     {
         constexpr float AlikeShare = 0.9F;
+        const auto isRival = [&](const VerifiedTrafo& other) {
+            return ExplainedShare(other) > AlikeShare * ExplainedShare(best) && !IsSamePose(other.trafo, best.trafo);
+        };
+        std::vector<VerifiedTrafo> found = driver_.GetVerifiedTrafos();
+        return std::any_of(found.begin(), found.end(), [&](VerifiedTrafo& other) {
+            return isRival(other) && VerifyFit(*fix_, *flt_, settings_.verification, other).empty() && isRival(other);
+        });
+    }
+
+    [[nodiscard]] std::string Reason(const std::vector<VerifiedTrafo>& results) const
+    {
         if (fix_->IsTooLean(settings_.config)) return "too few features in FIX";
         if (flt_->IsTooLean(settings_.config)) return "too few features in FLT";
-        if (results.size() > 1 && ExplainedShare(results[1]) > AlikeShare * ExplainedShare(results[0]))
-            return "ambiguous: different poses fit about equally well";
-        if (!results.empty()) return {};
+        if (!results.empty())
+            return HasRival(results[0]) ? "ambiguous: different poses fit about equally well" : std::string();
         if (lastObjection_.empty()) return "no proposed pose passed the acceptance tests";
         return "no accepted pose was confirmed; the last objection: " + lastObjection_;
     }

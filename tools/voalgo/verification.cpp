@@ -34,8 +34,8 @@ void Verification::Follow(const prereg::ConfigurationFPFH& derived, const prereg
     if (stated.uiTrafoClusteringQuorum == 1) minClusterSize = 1;
 }
 
-std::string Verify(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Verification& verification,
-                   CFPFHPreRegistration::VerifiedTrafo& result)
+std::string VerifyFit(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Verification& verification,
+                      CFPFHPreRegistration::VerifiedTrafo& result)
 {
     const prereg::ICPResult forward = fix.ComputeICPRegistration(verification.icp, flt, result.trafo);
     if (forward.resultType != 0) return forward.ToString(true);
@@ -54,12 +54,20 @@ std::string Verify(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Ver
     if (isTooLoose(backward)) return "from the other side: neighbourhoods of the scans differ";
     if (static_cast<double>(backward.trafo.GetInverse(true).GetRotationDistance(forward.trafo)) > verification.maxTurn)
         return "both sides end in different poses";
-    const double stability = PoseStability(fix, flt, forward.trafo, verification.icp.dMinQueryRadius,
-                                           verification.icp.dNormalAngleTolerance);
-    if (stability < verification.minStability)
-        return "the shape of the overlap does not hold the pose: it could slide or turn";
     static_cast<prereg::ICPResult&>(result) = forward;
     return {};
+}
+
+std::string Verify(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Verification& verification,
+                   CFPFHPreRegistration::VerifiedTrafo& result)
+{
+    const std::string objection = VerifyFit(fix, flt, verification, result);
+    if (!objection.empty()) return objection;
+    const double stability =
+        PoseStability(fix, flt, result.trafo, verification.icp.dMinQueryRadius, verification.icp.dNormalAngleTolerance);
+    return stability < verification.minStability
+               ? "the shape of the overlap does not hold the pose: it could slide or turn"
+               : "";
 }
 
 } // namespace voalgo

@@ -21,8 +21,12 @@ struct Verification {
     void Follow(const prereg::ConfigurationFPFH& derived, const prereg::ConfigurationFPFH& stated);
 };
 
-/// Refines a result of the search with the verification's settings. Returns what speaks against handing it out; empty:
-/// it passed and now holds the refined pose and figures, seen from fix's side.
+/// Refines a result of the search with the verification's settings. Returns what speaks against its fit; empty: it
+/// fits and now holds the refined pose and figures, seen from fix's side.
+std::string VerifyFit(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
+                      const Verification& verification, prereg::CFPFHPreRegistration::VerifiedTrafo& result);
+
+/// The same, and the shape of the overlap must hold the pose: whether the result may be handed out.
 std::string Verify(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt, const Verification& verification,
                    prereg::CFPFHPreRegistration::VerifiedTrafo& result);
 
