@@ -1,0 +1,94 @@
+#pragma once
+
+#include "VoAlgorithms/colour/lab.h"
+#include "VoAlgorithms/export.h"
+
+#include <cstddef>
+
+namespace VoAlgo::cs {
+
+/// DIN99o (DIN 6176), a space in which the Euclidean distance is about the perceived difference. L 0 … 100; a and b
+/// nominally −128 … 127.
+class DIN99o {
+public:
+    static constexpr int dim = 3;
+    static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
+
+    double L = 0;
+    double a = 0;
+    double b = 0;
+
+    /// Three bytes: each component rounded to the nearest integer, ties to even, and clamped to its range; NaN becomes
+    /// the lower end.
+    struct Packed {
+        unsigned char L = 0;
+        signed char a = 0;
+        signed char b = 0;
+
+        constexpr Packed() noexcept = default;
+        constexpr explicit Packed(const DIN99o& color) noexcept { fromDIN99o(color.L, color.a, color.b); }
+
+        friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
+
+    private:
+        constexpr void fromDIN99o(double lightness, double redness, double yellowness) noexcept
+        {
+            L = static_cast<unsigned char>(Ranges[0].Round(lightness));
+            a = static_cast<signed char>(Ranges[1].Round(redness));
+            b = static_cast<signed char>(Ranges[2].Round(yellowness));
+        }
+    };
+
+    constexpr DIN99o() noexcept = default;
+    constexpr DIN99o(double lightness, double redness, double yellowness) noexcept
+        : L(lightness), a(redness), b(yellowness)
+    {
+    }
+    constexpr DIN99o(const Packed& bytes) noexcept : L(bytes.L), a(bytes.a), b(bytes.b) {}
+    DIN99o(const Lab& lab) noexcept { fromLab(lab); }
+
+    [[nodiscard]] VOALGO_API Lab ToLab() const noexcept;
+
+    /// Component 0, 1 or 2; unchecked.
+    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+
+    /// Euclidean distance over (L, a, b), and over (a, b) alone.
+    [[nodiscard]] constexpr double DistanceSq(const DIN99o& other) const noexcept
+    {
+        const double dL = other.L - L;
+        return dL * dL + ChromaticDistanceSq(other);
+    }
+    [[nodiscard]] VOALGO_API double Distance(const DIN99o& other) const noexcept;
+    [[nodiscard]] constexpr double ChromaticDistanceSq(const DIN99o& other) const noexcept
+    {
+        const double da = other.a - a, db = other.b - b;
+        return da * da + db * db;
+    }
+    [[nodiscard]] VOALGO_API double ChromaticDistance(const DIN99o& other) const noexcept;
+
+    /// √(a² + b²)
+    [[nodiscard]] VOALGO_API double Chroma() const noexcept;
+    /// The other colour's chroma minus this one's.
+    [[nodiscard]] double DeltaC(const DIN99o& other) const noexcept { return other.Chroma() - Chroma(); }
+    /// Degrees, 0 … 360; 0 for grey. On the b axis 90.00000000000017 and 269.9999999999999 (deliberate).
+    [[nodiscard]] VOALGO_API double Hue() const noexcept;
+
+    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
+    /// each (else std::invalid_argument).
+    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
+    {
+        return cs::CreateChannelTransferCurve(Ranges, channel, points);
+    }
+    [[nodiscard]] static TColorTransferCurve<DIN99o> CreateColorTransferCurve(int points)
+    {
+        return TColorTransferCurve<DIN99o>(points);
+    }
+
+    friend constexpr bool operator==(const DIN99o&, const DIN99o&) noexcept = default;
+
+private:
+    VOALGO_API void fromLab(const Lab& lab) noexcept;
+};
+
+} // namespace VoAlgo::cs

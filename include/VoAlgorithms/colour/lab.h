@@ -1,0 +1,100 @@
+#pragma once
+
+#include "VoAlgorithms/colour/xyz.h"
+#include "VoAlgorithms/export.h"
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+namespace VoAlgo::cs {
+
+/// CIE 1976 L*a*b* under D65: L 0 … 100, a and b nominally −128 … 127. Values outside are kept unless clamped.
+class Lab {
+public:
+    static constexpr int dim = 3;
+    static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
+
+    double L = 0;
+    double a = 0;
+    double b = 0;
+
+    constexpr Lab() noexcept = default;
+    constexpr Lab(double lightness, double greenRed, double blueYellow) noexcept
+        : L(lightness), a(greenRed), b(blueYellow)
+    {
+    }
+    constexpr Lab(const XYZ& xyz) noexcept
+    {
+        constexpr XYZ White = XYZ::WhiteReference();
+        const double fx = pivotXYZ(xyz.X / White.X), fy = pivotXYZ(xyz.Y / White.Y), fz = pivotXYZ(xyz.Z / White.Z);
+        L = 116 * fy - 16;
+        a = 500 * (fx - fy);
+        b = 200 * (fy - fz);
+    }
+    /// From linear components; for gamma-coded ones write Lab(XYZ::FromSRGB(rgb)). Many at a time: ConvertToLab.
+    constexpr Lab(const RGB& rgb) noexcept : Lab(XYZ(rgb)) {}
+
+    /// Each component is clamped to 0 … 100: Z of a bright white is cut (deliberate).
+    [[nodiscard]] constexpr XYZ ToXYZ() const noexcept
+    {
+        constexpr XYZ White = XYZ::WhiteReference();
+        const double fy = (L + 16) / 116, fx = a / 500 + fy, fz = fy - b / 200;
+        const double y = L > 8 ? fy * fy * fy : L / XYZ::Kappa();
+        return XYZ(inversePivot(fx) * White.X, y * White.Y, inversePivot(fz) * White.Z).Clamp();
+    }
+    /// To linear components, clamped to 0 … 255.
+    [[nodiscard]] constexpr RGB ToRGB() const noexcept { return ToXYZ().ToRGB(); }
+
+    /// Component 0, 1 or 2; unchecked.
+    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+
+    /// Brings each component into its range, NaN excepted. Returns the object.
+    constexpr Lab& Clamp() noexcept
+    {
+        L = Ranges[0].Clamp(L);
+        a = Ranges[1].Clamp(a);
+        b = Ranges[2].Clamp(b);
+        return *this;
+    }
+
+    /// The squared colour difference CIEDE2000 with kL = kC = kH = 1.
+    /// Source: G. Sharma, W. Wu and E. N. Dalal, Color Res. Appl. 30 (2005) 21-30.
+    [[nodiscard]] VOALGO_API double DistanceSq_CIEDE2000(const Lab& other) const noexcept;
+
+    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
+    /// each (else std::invalid_argument).
+    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
+    {
+        return cs::CreateChannelTransferCurve(Ranges, channel, points);
+    }
+    [[nodiscard]] static TColorTransferCurve<Lab> CreateColorTransferCurve(int points)
+    {
+        return TColorTransferCurve<Lab>(points);
+    }
+
+    friend constexpr bool operator==(const Lab&, const Lab&) noexcept = default;
+
+private:
+    /// The cube root of t from a guess made of its bits and two steps of Halley's method (relative error below 1e-14);
+    /// below Epsilon the line that continues it. Infinity gives NaN.
+    static constexpr double pivotXYZ(double t) noexcept
+    {
+        if (!(t > XYZ::Epsilon())) return (XYZ::Kappa() * t + 16) / 116;
+        const auto high = static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(t) >> 32);
+        double y = std::bit_cast<double>(static_cast<std::uint64_t>(high / 3 + 0x2a9f7893U) << 32);
+        for (int step = 0; step < 2; ++step) {
+            const double cube = y * y * y;
+            y = y * (cube + 2 * t) / (2 * cube + t);
+        }
+        return y;
+    }
+    static constexpr double inversePivot(double f) noexcept
+    {
+        const double cube = f * f * f;
+        return cube <= XYZ::Epsilon() ? (f - 0.13793103448275862) / 7.787 : cube;
+    }
+};
+
+} // namespace VoAlgo::cs

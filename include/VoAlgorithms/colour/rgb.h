@@ -1,0 +1,138 @@
+#pragma once
+
+#include "VoAlgorithms/colour/channelrange.h"
+#include "VoAlgorithms/colour/transfercurve.h"
+
+#include <cstddef>
+
+namespace VoAlgo::cs {
+
+/// Red, green and blue, nominally 0 … 255 each. Whether they are linear or sRGB is up to the caller.
+class RGB {
+public:
+    static constexpr int dim = 3;
+    static constexpr ChannelRange Ranges[3] = {{0, 255}, {0, 255}, {0, 255}};
+
+    double r = 0;
+    double g = 0;
+    double b = 0;
+
+    /// Three bytes.
+    struct Packed {
+        unsigned char r = 0;
+        unsigned char g = 0;
+        unsigned char b = 0;
+
+        constexpr Packed() noexcept = default;
+        constexpr explicit Packed(const RGB& color) noexcept { FromRGB(color.r, color.g, color.b); }
+        /// Rounds to the nearest integers, ties to even, and clamps to 0 … 255; NaN becomes 0. Returns the object.
+        constexpr Packed& FromRGB(double red, double green, double blue) noexcept
+        {
+            r = toByte(red);
+            g = toByte(green);
+            b = toByte(blue);
+            return *this;
+        }
+
+        friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
+    };
+
+    constexpr RGB() noexcept = default;
+    constexpr RGB(double red, double green, double blue) noexcept : r(red), g(green), b(blue) {}
+    constexpr RGB(const Packed& bytes) noexcept : r(bytes.r), g(bytes.g), b(bytes.b) {}
+
+    /// Component 0, 1 or 2; unchecked.
+    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? r : (i == 1 ? g : b); }
+    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? r : (i == 1 ? g : b); }
+
+    /// Brings each component into its range, NaN excepted. Returns the object.
+    constexpr RGB& Clamp() noexcept
+    {
+        r = Ranges[0].Clamp(r);
+        g = Ranges[1].Clamp(g);
+        b = Ranges[2].Clamp(b);
+        return *this;
+    }
+
+    /// Packing into 32 bits: the name lists the bytes from the most significant one. Components are rounded as in
+    /// Packed; A is 0xFF. Reading ignores A.
+    [[nodiscard]] constexpr unsigned int ToARGB() const noexcept { return pack(0xFF, ToR(), ToG(), ToB()); }
+    [[nodiscard]] constexpr unsigned int ToABGR() const noexcept { return pack(0xFF, ToB(), ToG(), ToR()); }
+    [[nodiscard]] constexpr unsigned int ToBGRA() const noexcept { return pack(ToB(), ToG(), ToR(), 0xFF); }
+    [[nodiscard]] constexpr unsigned int ToRGBA() const noexcept { return pack(ToR(), ToG(), ToB(), 0xFF); }
+    [[nodiscard]] static constexpr RGB FromARGB(unsigned int argb) noexcept
+    {
+        RGB c;
+        double ignored = 0;
+        unpack(argb, ignored, c.r, c.g, c.b);
+        return c;
+    }
+    [[nodiscard]] static constexpr RGB FromABGR(unsigned int abgr) noexcept
+    {
+        RGB c;
+        double ignored = 0;
+        unpack(abgr, ignored, c.b, c.g, c.r);
+        return c;
+    }
+    [[nodiscard]] static constexpr RGB FromBGRA(unsigned int bgra) noexcept
+    {
+        RGB c;
+        unpack(bgra, c.b, c.g, c.r);
+        return c;
+    }
+    [[nodiscard]] static constexpr RGB FromRGBA(unsigned int rgba) noexcept
+    {
+        RGB c;
+        unpack(rgba, c.r, c.g, c.b);
+        return c;
+    }
+
+    /// Single components as bytes, rounded as in Packed.
+    [[nodiscard]] constexpr unsigned char ToR() const noexcept { return toByte(r); }
+    [[nodiscard]] constexpr unsigned char ToG() const noexcept { return toByte(g); }
+    [[nodiscard]] constexpr unsigned char ToB() const noexcept { return toByte(b); }
+    /// The luminance 0.212671·r + 0.71516·g + 0.072169·b as a byte.
+    [[nodiscard]] constexpr unsigned char ToGray() const noexcept
+    {
+        return toByte(0.212671 * r + 0.71516 * g + 0.072169 * b);
+    }
+
+    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
+    /// each (else std::invalid_argument).
+    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
+    {
+        return cs::CreateChannelTransferCurve(Ranges, channel, points);
+    }
+    [[nodiscard]] static TColorTransferCurve<RGB> CreateColorTransferCurve(int points)
+    {
+        return TColorTransferCurve<RGB>(points);
+    }
+
+    friend constexpr bool operator==(const RGB&, const RGB&) noexcept = default;
+
+private:
+    static constexpr unsigned char toByte(double component) noexcept
+    {
+        return static_cast<unsigned char>(Ranges[0].Round(component));
+    }
+    /// The first argument becomes the most significant byte.
+    static constexpr unsigned int pack(unsigned char b3, unsigned char b2, unsigned char b1, unsigned char b0) noexcept
+    {
+        return static_cast<unsigned int>(b3) << 24 | static_cast<unsigned int>(b2) << 16 |
+               static_cast<unsigned int>(b1) << 8 | b0;
+    }
+    /// The most significant byte comes first.
+    static constexpr void unpack(unsigned int packed, double& c3, double& c2, double& c1) noexcept
+    {
+        c3 = packed >> 24 & 0xFFU;
+        c2 = packed >> 16 & 0xFFU;
+        c1 = packed >> 8 & 0xFFU;
+    }
+    static constexpr void unpack(unsigned int packed, double& c3, double& c2, double& c1, double& c0) noexcept
+    {
+        unpack(packed, c3, c2, c1);
+        c0 = packed & 0xFFU;
+    }
+};
+
+} // namespace VoAlgo::cs

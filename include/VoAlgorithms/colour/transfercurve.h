@@ -1,0 +1,87 @@
+#pragma once
+
+#include "VoAlgorithms/colour/channelrange.h"
+#include "VoAlgorithms/export.h"
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+namespace VoAlgo::cs {
+
+/// A curve from one colour channel's range into the same range: a piecewise cubic through control points. Between two
+/// neighbouring points it only rises or only falls (up to the last rounding), so it never leaves the values of the
+/// points, and points in ascending (descending) order make an ascending (descending) curve. Left of the first point it
+/// is constant, and so right of the last.
+/// Slopes: the weighted harmonic mean of the neighbouring secants, F. N. Fritsch and J. Butland, SIAM J. Sci. Stat.
+/// Comput. 5 (1984) 300-304, zero at a local extremum, at the ends the secant. They lie in the region that F. N.
+/// Fritsch and R. E. Carlson, SIAM J. Numer. Anal. 17 (1980) 238-246, show to be monotone.
+class VOALGO_API CChannelTransferCurve {
+public:
+    struct Point {
+        double x = 0;
+        double y = 0;
+
+        friend constexpr bool operator==(const Point&, const Point&) noexcept = default;
+    };
+
+    /// The identity, its control points equally spaced over the range, the first and the last at its ends.
+    /// Throws std::invalid_argument ("invalid range") unless both ends are finite and min < max, and ("too few control
+    /// points") for less than two points.
+    CChannelTransferCurve(ChannelRange range, int points);
+
+    [[nodiscard]] const ChannelRange& Range() const noexcept { return range_; }
+    [[nodiscard]] std::size_t NumPoints() const noexcept { return knots_.size(); }
+    /// Throws std::out_of_range ("invalid control point index").
+    [[nodiscard]] Point GetPoint(std::size_t index) const;
+
+    /// Moves a control point. Returns false and changes nothing when the new place is not finite, lies outside the
+    /// range in x or y, or is not to the right of the previous point and to the left of the next by at least 2⁻³² of
+    /// the range. Linear in the number of points. Throws std::out_of_range ("invalid control point index").
+    [[nodiscard]] bool MovePoint(std::size_t index, Point place);
+
+    /// The curve's value. NaN gives NaN. Logarithmic in the number of points.
+    [[nodiscard]] double operator()(double x) const noexcept;
+
+private:
+    struct Knot {
+        Point place;
+        double slope = 1;
+    };
+
+    void updateSlopes() noexcept;
+
+    ChannelRange range_;
+    std::vector<Knot> knots_; // ascending in x
+};
+
+/// Three channel curves for the colours of one class.
+template <class Color>
+class TColorTransferCurve {
+public:
+    /// Three identities over the class's ranges. Throws std::invalid_argument ("too few control points") for less than
+    /// two points.
+    explicit TColorTransferCurve(int points)
+        : channels_{CChannelTransferCurve(Color::Ranges[0], points), CChannelTransferCurve(Color::Ranges[1], points),
+                    CChannelTransferCurve(Color::Ranges[2], points)}
+    {
+    }
+
+    /// The curve of a channel, in the order of the class's components. Throws std::out_of_range for an index above 2.
+    [[nodiscard]] CChannelTransferCurve& Channel(std::size_t channel) { return channels_.at(channel); }
+    [[nodiscard]] const CChannelTransferCurve& Channel(std::size_t channel) const { return channels_.at(channel); }
+
+    [[nodiscard]] Color operator()(const Color& color) const noexcept
+    {
+        return Color(channels_[0](color[0]), channels_[1](color[1]), channels_[2](color[2]));
+    }
+
+private:
+    std::array<CChannelTransferCurve, 3> channels_;
+};
+
+/// The curve of one channel of a colour class, 0, 1 or 2 in the order of its components. Throws std::out_of_range
+/// ("invalid channel index") and what the curve's constructor throws.
+VOALGO_API CChannelTransferCurve CreateChannelTransferCurve(const ChannelRange (&ranges)[3], int channel, int points);
+
+} // namespace VoAlgo::cs
