@@ -44,3 +44,12 @@
 #include "VoAlgorithms/prereg/icpresult.h"
 #include "VoAlgorithms/prereg/ipointset.h"
 #include "VoAlgorithms/prereg/ipreregistration.h"
+
+#include "VoAlgorithms/colour/channelrange.h"
+#include "VoAlgorithms/colour/din99o.h"
+#include "VoAlgorithms/colour/hsl.h"
+#include "VoAlgorithms/colour/hsv.h"
+#include "VoAlgorithms/colour/lab.h"
+#include "VoAlgorithms/colour/rgb.h"
+#include "VoAlgorithms/colour/transfercurve.h"
+#include "VoAlgorithms/colour/xyz.h"
