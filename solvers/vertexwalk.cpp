@@ -105,6 +105,9 @@ VertexWalk::Solution VertexWalk::Solve(const TVector<double>& rhs, bool transpos
         for (std::size_t j = 0; j < n; ++j)
             solution.u[j] += std::abs(transposed ? inverse_(i, j) : inverse_(j, i)) * magnitude;
     }
+    // What the corrections leave behind where a coordinate is 0.
+    const double remnant = std::numeric_limits<double>::epsilon() * solution.u.MaxAbs();
+    for (double& u : solution.u) u += remnant;
     return solution;
 }
 
