@@ -1,0 +1,48 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace VoAlgo {
+
+namespace platform {
+class NamedMapping;
+}
+
+/// A block of memory that processes of one machine share by its name.
+///
+/// Where the system's names outlive processes (POSIX), the object that created the block removes the name when it goes,
+/// and Create takes over a name that a crashed process left; processes that hold the old block keep it. On Windows the
+/// block lives as long as any process holds it, and Create of an existing name joins it.
+class VOALGO_API CSharedMemory {
+public:
+    /// Creates a block of `size` bytes for reading and writing, all zero. Tests false when the system refuses.
+    [[nodiscard]] static CSharedMemory Create(const std::wstring& name, std::size_t size);
+    /// Opens an existing block. Tests false, at once, when there is none of that name.
+    [[nodiscard]] static CSharedMemory Open(const std::wstring& name);
+
+    CSharedMemory(CSharedMemory&& other) noexcept;
+    CSharedMemory& operator=(CSharedMemory&& other) noexcept;
+    ~CSharedMemory();
+
+    /// Whether there is a block behind the name: creation or opening went well.
+    explicit operator bool() const { return mapping_ != nullptr; }
+    [[nodiscard]] const std::wstring& Name() const { return name_; }
+    /// Bytes of the block, 0 without one; Windows counts whole pages.
+    [[nodiscard]] std::size_t Size() const;
+
+    /// Maps the whole block into the process; it is unmapped when the last owner lets go, which may be after this
+    /// object has gone. Throws std::runtime_error with the system's text, also when there is no block.
+    [[nodiscard]] std::shared_ptr<void> CreateView() const;
+
+private:
+    CSharedMemory(std::wstring name, std::unique_ptr<platform::NamedMapping> mapping);
+
+    std::wstring name_;
+    std::unique_ptr<platform::NamedMapping> mapping_;
+};
+
+} // namespace VoAlgo
