@@ -53,3 +53,6 @@
 #include "VoAlgorithms/colour/rgb.h"
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
+
+#include "VoAlgorithms/runtime/csharedmemory.h"
+#include "VoAlgorithms/runtime/csharedmemorypipe.h"
