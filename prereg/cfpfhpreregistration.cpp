@@ -341,7 +341,10 @@ ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* r
                static_cast<double>(before.fStart_RMSE));
     pushResult(result, 1);
     proposals_.push_back(trafo);
-    verified_.insert_or_assign(trafo, result);
+    if (!verified_.insert_or_assign(trafo, result).second) { // earlier proposals of this pose share the new outcome
+        numExamined_ = 0;
+        accepted_.clear();
+    }
     return result;
 }
 
