@@ -29,6 +29,7 @@
 #include "VoAlgorithms/clustering/csearchgrid.h"
 #include "VoAlgorithms/clustering/thashmap.h"
 
+#include "VoAlgorithms/solvers/cdoptimaldesign.h"
 #include "VoAlgorithms/solvers/clpsolver.h"
 
 #include "VoAlgorithms/prereg/cdirtymap.h"
