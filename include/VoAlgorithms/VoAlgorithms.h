@@ -57,3 +57,4 @@
 
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
+#include "VoAlgorithms/runtime/rle.h"

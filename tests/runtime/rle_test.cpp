@@ -1,0 +1,347 @@
+#include "VoAlgorithms/runtime/rle.h"
+
+#include "runtime/detail_movetofront.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using namespace VoAlgo::RLE;
+using Bytes = std::vector<unsigned char>;
+
+// The plain twins: one byte at a time, as the format's page reads.
+Bytes PlainPositions(const Bytes& bytes)
+{
+    Bytes table(256);
+    for (std::size_t i = 0; i < table.size(); ++i) table[i] = static_cast<unsigned char>(i);
+    Bytes positions;
+    for (const unsigned char b : bytes) {
+        const auto at = std::find(table.begin(), table.end(), b);
+        positions.push_back(static_cast<unsigned char>(at - table.begin()));
+        std::rotate(table.begin(), at, at + 1);
+    }
+    return positions;
+}
+
+Bytes PlainTokens(const Bytes& bytes, unsigned char escape)
+{
+    Bytes out;
+    for (std::size_t i = 0, length = 0; i < bytes.size(); i += length) {
+        const unsigned char v = bytes[i];
+        for (length = 1; i + length < bytes.size() && bytes[i + length] == v && length < 32768;) ++length;
+        const auto low = static_cast<unsigned char>(length - 1);
+        const auto high = static_cast<unsigned char>(0x80U | (length - 1) >> 8);
+        if (length > 128)
+            out.insert(out.end(), {escape, high, low, v});
+        else if (length > 3)
+            out.insert(out.end(), {escape, low, v});
+        else if (v == escape)
+            out.insert(out.end(), {escape, low});
+        else
+            out.insert(out.end(), length, v);
+    }
+    return out;
+}
+
+struct PlainDecoded {
+    Bytes bytes;
+    EDecoded end = EDecoded::Whole;
+};
+
+PlainDecoded PlainRead(const Bytes& stream, bool front, std::size_t capacity)
+{
+    Bytes table(256);
+    for (std::size_t i = 0; i < table.size(); ++i) table[i] = static_cast<unsigned char>(i);
+    PlainDecoded result;
+    if (stream.empty()) return result;
+    const unsigned char escape = front ? 255 : stream[0];
+    for (std::size_t i = front ? 0 : 1; i < stream.size();) {
+        const auto next = [&] { return i < stream.size() ? stream[i++] : (++i, 0); };
+        std::size_t length = 1;
+        auto v = static_cast<unsigned char>(next());
+        if (v == escape) {
+            const auto c = static_cast<std::size_t>(next());
+            length = c < 128 ? c + 1 : (c - 128) * 256 + static_cast<std::size_t>(next()) + 1;
+            if (c > 2) v = static_cast<unsigned char>(next());
+        }
+        result.end = i > stream.size()                         ? EDecoded::CutShort
+                     : result.bytes.size() + length > capacity ? EDecoded::TooLarge
+                                                               : EDecoded::Whole;
+        if (result.end != EDecoded::Whole) break;
+        for (; length != 0; --length) {
+            result.bytes.push_back(front ? table[v] : v);
+            if (front) std::rotate(table.begin(), table.begin() + v, table.begin() + v + 1);
+        }
+    }
+    return result;
+}
+
+// What a function writes. Both buffers end where their bytes end, for the address sanitizer to notice one too many.
+template <class Function>
+Bytes Output(const Bytes& in, std::size_t capacity, Function function)
+{
+    const std::unique_ptr<unsigned char[]> input(new unsigned char[in.size()]);
+    std::copy(in.begin(), in.end(), input.get());
+    const std::unique_ptr<unsigned char[]> output(new unsigned char[capacity]);
+    const std::size_t size = function(input.get(), output.get(), in.size());
+    EXPECT_LE(size, capacity);
+    return {output.get(), output.get() + std::min(size, capacity)};
+}
+
+Bytes Compressed(const Bytes& bytes, int escape, std::size_t capacity)
+{
+    return Output(bytes, capacity, [escape](auto in, auto out, auto n) { return Compress(in, out, n, escape); });
+}
+
+// Both forms of a decoder against the twin: exactly enough room, one byte less, none.
+void ExpectDecodes(const Bytes& stream, bool front)
+{
+    const PlainDecoded all = PlainRead(stream, front, SIZE_MAX);
+    const std::size_t size = all.bytes.size();
+    EXPECT_EQ(Output(stream, size, front ? UncompressWithMTF : Uncompress), all.bytes);
+    for (const std::size_t capacity : {size, size - std::min<std::size_t>(size, 1), size / 2, std::size_t{0}}) {
+        const PlainDecoded expected = PlainRead(stream, front, capacity);
+        DecodeResult result{};
+        const Bytes bytes = Output(stream, capacity, [&](auto in, auto out, auto n) {
+            result = (front ? UncompressWithMTFChecked : UncompressChecked)(in, out, n, capacity);
+            return result.size;
+        });
+        EXPECT_EQ(bytes, expected.bytes) << "capacity " << capacity << " of " << size;
+        EXPECT_EQ(result.end, expected.end) << "capacity " << capacity << " of " << size;
+    }
+}
+
+std::size_t Front(const void* in, unsigned char* out, std::size_t n)
+{
+    EXPECT_EQ(MoveToFront(in, out, n), n == 0 ? nullptr : out);
+    return n;
+}
+
+std::size_t FromFront(const unsigned char* in, unsigned char* out, std::size_t n)
+{
+    EXPECT_EQ(InverseMoveToFront(in, out, n), n == 0 ? nullptr : out);
+    return n;
+}
+
+// All coders against their twins, and back to the bytes.
+void ExpectCodes(const Bytes& bytes, int escape)
+{
+    Bytes plain = PlainTokens(bytes, static_cast<unsigned char>(escape));
+    if (!bytes.empty()) plain.insert(plain.begin(), static_cast<unsigned char>(escape));
+    EXPECT_EQ(Compressed(bytes, escape, plain.size()), plain);
+    ExpectDecodes(plain, false);
+    EXPECT_EQ(PlainRead(plain, false, SIZE_MAX).bytes, bytes);
+
+    const Bytes positions = PlainPositions(bytes);
+    EXPECT_EQ(Output(bytes, bytes.size(), Front), positions);
+    EXPECT_EQ(Output(positions, bytes.size(), FromFront), bytes);
+    plain = PlainTokens(positions, 255);
+    EXPECT_EQ(Output(bytes, plain.size(), CompressWithMTF), plain);
+    ExpectDecodes(plain, true);
+    EXPECT_EQ(PlainRead(plain, true, SIZE_MAX).bytes, bytes);
+}
+
+class Source {
+public:
+    explicit Source(unsigned seed) : engine_(seed) {}
+
+    std::size_t Below(std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(engine_); }
+
+    // Runs of typical lengths and of those around the limits of the format, of few or many values; equal neighbours
+    // make runs of their own.
+    Bytes Runs(std::size_t size)
+    {
+        static constexpr std::size_t lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
+        const std::size_t kinds = Below(std::size(lengths)) + 1;
+        const std::size_t values = std::size_t{1} << Below(9);
+        const std::size_t first = Below(256);
+        Bytes bytes;
+        while (bytes.size() < size)
+            bytes.insert(bytes.end(), lengths[Below(kinds)], static_cast<unsigned char>(first + Below(values)));
+        bytes.resize(size);
+        return bytes;
+    }
+
+private:
+    std::mt19937 engine_;
+};
+
+// Catches wide loads and stores beyond an end, runs cut or joined at the borders of words and pieces, and lengths off
+// by one; every size up to 80, then random ones, every escape.
+TEST(RLE, CodesAsThePlainTwins)
+{
+    Source source(1);
+    for (std::size_t round = 0; round < 600 && !testing::Test::HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        const Bytes bytes = source.Runs(round < 80 ? round : source.Below(5001));
+        ExpectCodes(bytes, bytes.empty() || round % 2 == 0 ? static_cast<int>(round / 2 % 256) : bytes[0]);
+    }
+    for (const std::size_t length : {4095U, 4096U, 4097U, 32767U, 32768U, 32769U, 65535U, 65536U, 65537U, 98304U})
+        for (const std::size_t value : {0U, 7U, 255U}) { // a run within others, its place in words and pieces varied
+            SCOPED_TRACE(length);
+            Bytes bytes(source.Below(20), 1);
+            bytes.insert(bytes.end(), length, static_cast<unsigned char>(value));
+            bytes.insert(bytes.end(), source.Below(5), 9);
+            ExpectCodes(bytes, 7);
+        }
+    Bytes turns(100000); // runs of positions other than 0, longer than a token and than a piece
+    for (const std::size_t period : {2U, 3U, 32U, 33U, 256U}) {
+        for (std::size_t i = 0; i < turns.size(); ++i) turns[i] = static_cast<unsigned char>(i % period);
+        ExpectCodes(turns, 5);
+    }
+}
+
+// Streams that no coder wrote: cut at every place, random bytes, lengths that a coder would write shorter.
+TEST(RLE, DecodesAnyBytesAsThePlainTwin)
+{
+    Source source(2);
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE(round);
+        Bytes stream(source.Below(round < 200 ? 12 : 200));
+        const unsigned char frequent = source.Below(2) == 0 ? 255 : static_cast<unsigned char>(source.Below(4));
+        for (unsigned char& b : stream) // long runs are rare, they take the twin long
+            b = source.Below(3) == 0 ? frequent
+                                     : static_cast<unsigned char>(source.Below(source.Below(12) == 0 ? 256 : 131));
+        ExpectDecodes(stream, false);
+        ExpectDecodes(stream, true);
+    }
+    const Bytes whole = Compressed(Source(3).Runs(700), -1, 1401);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        ExpectDecodes({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, false);
+        ExpectDecodes({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, true);
+    }
+}
+
+// The table that every machine can run gives the same positions and bytes as the one that this machine runs, also in
+// place; 33 to 256 symbols reach behind the first registers.
+TEST(RLE, BothMoveToFrontTablesAgree)
+{
+    Source source(4);
+    for (const std::size_t symbols : {1U, 16U, 17U, 32U, 33U, 64U, 256U}) {
+        Bytes bytes(3000);
+        for (unsigned char& b : bytes) b = static_cast<unsigned char>(255 - source.Below(symbols));
+        const Bytes positions = PlainPositions(bytes);
+        const auto expectBothWays = [&](auto encoder, auto decoder) {
+            Bytes out = bytes;
+            encoder.Encode(out.data(), 1234, out.data());
+            encoder.Encode(out.data() + 1234, out.size() - 1234, out.data() + 1234);
+            EXPECT_EQ(out, positions);
+            EXPECT_EQ(encoder.Front(), bytes.back());
+            decoder.Decode(out.data(), out.size(), out.data());
+            EXPECT_EQ(out, bytes);
+        };
+        expectBothWays(detail::WordTable(), detail::WordTable());
+        expectBothWays(detail::MoveToFrontTable(), detail::MoveToFrontTable());
+    }
+}
+
+// Escapes computed by a separate program with integers of any size, over the high bytes of the generator below, seeded
+// with n; fewer than 2048 bytes are all counted, more are sampled.
+TEST(RLE, TakesTheRarestByteOfTheSampleAsEscape)
+{
+    const std::tuple<std::size_t, int> table[] = {{1, 0},     {255, 0},  {256, 1},     {2047, 220},  {2048, 0},
+                                                  {2049, 18}, {5000, 4}, {100000, 26}, {1000003, 13}};
+    for (const auto& [n, escape] : table) {
+        Bytes bytes(n);
+        auto x = static_cast<std::uint32_t>(n);
+        for (unsigned char& b : bytes) b = static_cast<unsigned char>((x = x * 1664525U + 1013904223U) >> 24);
+        const Bytes stream = Compressed(bytes, -1, 1 + 2 * n);
+        EXPECT_EQ(stream[0], escape) << n;
+        EXPECT_EQ(Output(stream, n, Uncompress), bytes);
+    }
+    Bytes all(768); // every value three times, one only twice
+    for (std::size_t i = 0; i < all.size(); ++i) all[i] = static_cast<unsigned char>(i);
+    all[600] = 1;
+    EXPECT_EQ(Compressed(all, -1, 1537)[0], 600 % 256);
+}
+
+TEST(RLE, RefusesNoInputAndForeignEscapes)
+{
+    const unsigned char in[2] = {1, 2};
+    unsigned char out[8] = {};
+    for (const int escape : {256, -2, 1000, INT32_MIN}) {
+        try {
+            static_cast<void>(Compress(in, out, 2, escape));
+            ADD_FAILURE() << escape;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_STREQ(e.what(), "invalid escape symbol");
+        }
+        EXPECT_EQ(Compress(in, out, 0, escape), 0U); // nothing to do comes first
+    }
+    const auto check = [](const unsigned char* from, unsigned char* to, std::size_t n) {
+        EXPECT_EQ(Compress(from, to, n, -1), 0U);
+        EXPECT_EQ(CompressWithMTF(from, to, n), 0U);
+        EXPECT_EQ(Uncompress(from, to, n), 0U);
+        EXPECT_EQ(UncompressWithMTF(from, to, n), 0U);
+        EXPECT_EQ(MoveToFront(from, to, n), nullptr);
+        EXPECT_EQ(InverseMoveToFront(from, to, n), nullptr);
+        const EDecoded end = from != nullptr && n != 0 ? EDecoded::TooLarge : EDecoded::Whole;
+        EXPECT_EQ(UncompressWithMTFChecked(from, to, n, 8).end, end);
+        EXPECT_EQ(UncompressChecked(from, to, n, 8).end, end);
+    };
+    check(nullptr, out, 2);
+    check(in, nullptr, 2);
+    check(in, out, 0);
+    EXPECT_EQ(Bytes(out, out + 8), Bytes(8, 0));
+}
+
+// "61 07*3" in hexadecimal.
+Bytes FromHex(const std::string& text)
+{
+    Bytes bytes;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const std::size_t star = word.find('*');
+        bytes.insert(bytes.end(), star == std::string::npos ? 1 : std::stoul(word.substr(star + 1)),
+                     static_cast<unsigned char>(std::stoul(word.substr(0, star), nullptr, 16)));
+    }
+    return bytes;
+}
+
+// The examples of the format's page, worked out by hand. With VOALGO_CORPUS set they become seeds of the fuzz target.
+TEST(RLE, WorkedExamplesOfTheFormatHold)
+{
+    std::ifstream page(VOALGO_SOURCE_DIR "/docs/run-length-format.md");
+    const char* corpus = std::getenv("VOALGO_CORPUS"); // NOLINT(concurrency-mt-unsafe)
+    if (corpus != nullptr) std::filesystem::create_directories(std::string(corpus) + "/rle");
+    int examples = 0;
+    for (std::string line; std::getline(page, line);) {
+        std::string bytesText;
+        std::string escape;
+        std::string streamText;
+        std::istringstream cells(line);
+        if (!std::getline(cells, bytesText, '|') || !bytesText.empty() || !std::getline(cells, bytesText, '|') ||
+            !std::getline(cells, escape, '|') || !std::getline(cells, streamText, '|') ||
+            streamText.find_first_of("0123456789") == std::string::npos)
+            continue;
+        SCOPED_TRACE(line);
+        ++examples;
+        const Bytes bytes = FromHex(bytesText);
+        const Bytes stream = FromHex(streamText);
+        if (escape == " move to front ") {
+            EXPECT_EQ(Output(bytes, 2 * bytes.size(), CompressWithMTF), stream);
+            EXPECT_EQ(Output(stream, bytes.size(), UncompressWithMTF), bytes);
+        } else {
+            EXPECT_EQ(Compressed(bytes, std::stoi(escape, nullptr, 16), 1 + 2 * bytes.size()), stream);
+            EXPECT_EQ(Output(stream, bytes.size(), Uncompress), bytes);
+        }
+        if (corpus != nullptr)
+            std::ofstream(std::string(corpus) + "/rle/" + std::to_string(examples), std::ios::binary)
+                .write(reinterpret_cast<const char*>(stream.data()), static_cast<std::streamsize>(stream.size()));
+    }
+    EXPECT_EQ(examples, 15);
+}
+
+} // namespace
