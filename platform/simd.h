@@ -1,9 +1,8 @@
 #pragma once
 
 // Eight-wide single precision. All intrinsics of the library live here (the move-to-front table's, of bytes, in
-// runtime/detail_movetofront.h). Kernels are templates over the pack type: the
-// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation,
-// so both give the same bits.
+// runtime/detail_movetofront.h). Kernels are templates over the pack type: the library runs them with F8, tests hold
+// that against ScalarF8. Every operation rounds like the plain float operation, so both give the same bits.
 
 #include <algorithm>
 #include <bit>

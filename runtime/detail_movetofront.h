@@ -95,7 +95,7 @@ public:
                                    static_cast<unsigned>(_mm_movemask_epi8(inHigh)) << Half;
             if (match == 0) {
                 Store(low, high);
-                const void* found = std::memchr(values_ + 2 * Half, in[i], sizeof(values_) - 2 * Half);
+                const void* found = std::memchr(values_ + Near, in[i], sizeof(values_) - Near);
                 out[i] = static_cast<unsigned char>(static_cast<const unsigned char*>(found) - values_);
                 MoveFar(out[i], low, high);
                 continue;
@@ -116,7 +116,7 @@ public:
         __m128i high = Load(values_ + Half);
         for (std::size_t i = 0; i < n; ++i) {
             const unsigned char position = in[i];
-            if (position >= 2 * Half) {
+            if (position >= Near) {
                 Store(low, high);
                 out[i] = values_[position];
                 MoveFar(position, low, high);
@@ -133,16 +133,17 @@ public:
 
 private:
     static constexpr int Half = 16;
+    static constexpr int Near = 32; // both halves
 
     // For each position the shuffles that move it to the front: of what comes to the low half from low and from high,
     // and of what comes to the high half. 0x80 gives a zero.
     struct Moves {
-        alignas(16) unsigned char steps[2 * Half][4][Half];
+        alignas(16) unsigned char steps[Near][4][Half];
 
         constexpr Moves() : steps()
         {
-            for (int position = 0; position < 2 * Half; ++position)
-                for (int to = 0; to < 2 * Half; ++to) {
+            for (int position = 0; position < Near; ++position)
+                for (int to = 0; to < Near; ++to) {
                     const int from = to == 0 ? position : to <= position ? to - 1 : to;
                     for (int half = 0; half < 2; ++half)
                         steps[position][to / Half * 2 + half][to % Half] =

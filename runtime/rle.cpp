@@ -67,8 +67,7 @@ unsigned char* WriteTokens(const unsigned char* in, const unsigned char* end, un
             out += literals;
             if (run == end) break;
         }
-        const std::size_t length =
-            detail::RunLength(run, std::min(end, run + std::min<std::ptrdiff_t>(end - run, MaxRun)));
+        const std::size_t length = detail::RunLength(run, run + std::min<std::ptrdiff_t>(end - run, MaxRun));
         out = WriteRun(out, *run, length, escape);
         in = run + length;
     }
