@@ -47,10 +47,10 @@ TYPED_TEST(TransferCurves, StartAsIdentityAndConstantOutside)
 // Wrong use throws; a bad place is refused and leaves the curve as it was.
 TEST(ChannelTransferCurve, RefusesBadPlaces)
 {
-    EXPECT_THROW(RGB::CreateChannelTransferCurve(3, 4), std::out_of_range);
-    EXPECT_THROW(RGB::CreateChannelTransferCurve(-1, 4), std::out_of_range);
-    EXPECT_THROW(RGB::CreateChannelTransferCurve(0, 1), std::invalid_argument);
-    EXPECT_THROW(RGB::CreateColorTransferCurve(-7), std::invalid_argument);
+    EXPECT_THROW(static_cast<void>(RGB::CreateChannelTransferCurve(3, 4)), std::out_of_range);
+    EXPECT_THROW(static_cast<void>(RGB::CreateChannelTransferCurve(-1, 4)), std::out_of_range);
+    EXPECT_THROW(static_cast<void>(RGB::CreateChannelTransferCurve(0, 1)), std::invalid_argument);
+    EXPECT_THROW(static_cast<void>(RGB::CreateColorTransferCurve(-7)), std::invalid_argument);
     const double nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_THROW(CChannelTransferCurve({1, 1}, 2), std::invalid_argument);
     EXPECT_THROW(CChannelTransferCurve({nan, 1}, 2), std::invalid_argument);
