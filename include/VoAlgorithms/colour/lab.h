@@ -32,7 +32,7 @@ public:
         a = 500 * (fx - fy);
         b = 200 * (fy - fz);
     }
-    /// From linear components; for gamma-coded ones write Lab(XYZ::FromSRGB(rgb)). Many at a time: ConvertToLab.
+    /// From linear components; for gamma-coded ones write Lab(XYZ::FromSRGB(rgb)). Many at a time: converttolab.h.
     constexpr Lab(const RGB& rgb) noexcept : Lab(XYZ(rgb)) {}
 
     /// Each component is clamped to 0 … 100: Z of a bright white is cut (deliberate).

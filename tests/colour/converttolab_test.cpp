@@ -1,0 +1,61 @@
+#include "VoAlgorithms/colour/converttolab.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace {
+
+using namespace VoAlgo::cs;
+
+// All NaNs count as one, their payload is no promise.
+std::uint64_t Bits(double x)
+{
+    return x != x ? 1 : std::bit_cast<std::uint64_t>(x);
+}
+
+template <class Pixel>
+void ExpectTheBitsOfTheClass(const std::vector<Pixel>& from, std::size_t n)
+{
+    const Lab untouched(1, 2, 3);
+    std::vector<Lab> to(n + 1, untouched);
+    ASSERT_EQ(ConvertToLab(from, std::span(to).first(n)), n);
+    for (std::size_t i = 0; i < n; ++i)
+        for (std::size_t k = 0; k < 3; ++k) ASSERT_EQ(Bits(to[i][k]), Bits(Lab(RGB(from[i]))[k])) << i << " " << k;
+    ASSERT_EQ(to[n], untouched);
+}
+
+// Bright and dark colours in one group of four and apart, what must be clamped, and what is no number: the wide kernel
+// must take each lane's own branch. Every length up to some groups: no pixel left out, none written behind the end.
+TEST(ConvertToLab, HasTheBitsOfTheClass)
+{
+    const double special[] = {0.0,   -0.0,      255,      256,      -1, 2.258, std::numeric_limits<double>::quiet_NaN(),
+                              1e-30, 0x1p-1074, HUGE_VAL, -HUGE_VAL};
+    std::mt19937 engine(1);
+    std::uniform_real_distribution<double> any(-10, 265), dark(0, 5);
+    std::vector<RGB> pixels(20001);
+    std::vector<RGB::Packed> bytes(pixels.size());
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        for (std::size_t k = 0; k < 3; ++k) {
+            const auto kind = engine() % 8;
+            pixels[i][k] = kind == 0 ? special[engine() % std::size(special)] : (kind < 4 ? dark(engine) : any(engine));
+        }
+        bytes[i] = RGB::Packed(pixels[i]);
+    }
+    ExpectTheBitsOfTheClass(pixels, pixels.size());
+    ExpectTheBitsOfTheClass(bytes, bytes.size());
+    for (std::size_t n = 0; n < 20; ++n) {
+        ExpectTheBitsOfTheClass(std::vector(pixels.begin(), pixels.begin() + static_cast<std::ptrdiff_t>(n)), n);
+        ExpectTheBitsOfTheClass(std::vector(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(n)), n);
+    }
+    std::vector<Lab> few(3);
+    EXPECT_EQ(ConvertToLab(pixels, few), 3U);
+    EXPECT_EQ(ConvertToLab(std::span(pixels).first(2), few), 2U);
+}
+
+} // namespace
