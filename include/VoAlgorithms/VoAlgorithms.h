@@ -47,6 +47,7 @@
 #include "VoAlgorithms/prereg/ipreregistration.h"
 
 #include "VoAlgorithms/colour/channelrange.h"
+#include "VoAlgorithms/colour/converttolab.h"
 #include "VoAlgorithms/colour/din99o.h"
 #include "VoAlgorithms/colour/hsl.h"
 #include "VoAlgorithms/colour/hsv.h"
