@@ -5,3 +5,6 @@
 #define VOALGO_VERSION_MINOR 1
 #define VOALGO_VERSION_PATCH 0
 #define VOALGO_VERSION "0.1.0"
+
+// Raised whenever programs must be compiled anew; part of the shared library's name.
+#define VOALGO_ABI_VERSION 1
