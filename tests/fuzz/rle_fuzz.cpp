@@ -13,7 +13,11 @@ namespace {
 
 using namespace VoAlgo::RLE;
 
-constexpr std::size_t MaxDecoded = std::size_t{1} << 16; // keeps an input cheap
+// Keeps inputs cheap: few are decoded to the length of the longest runs.
+std::size_t MaxDecoded(std::size_t choice)
+{
+    return choice % 16 == 0 ? 65536 : 2048;
+}
 
 void Require(bool holds)
 {
@@ -70,7 +74,7 @@ void TryDecoders(const Block& stream, const Lengths& lengths, Decode decode, Dec
     const DecodeResult part = decodeChecked(stream.bytes.get(), small.bytes.get(), stream.size, small.size);
     Require(part.size <= small.size);
     Require(part.end == (lengths.decoded > small.size ? EDecoded::TooLarge : end));
-    if (lengths.decoded > MaxDecoded) return;
+    if (lengths.decoded > MaxDecoded(smallRoom)) return;
 
     const Block exact(lengths.decoded);
     Require(decode(stream.bytes.get(), exact.bytes.get(), stream.size) == exact.size);
