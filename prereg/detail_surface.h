@@ -37,7 +37,7 @@ float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3
 
 /// Ratio of the larger to the smaller principal scatter, within the tangent plane, of the neighbours within 0.75 radii:
 /// about 1 inside a surface, larger where a border cuts the neighbourhood off (3.6 for a half disc). Infinite for too
-/// few.
+/// few and for collinear ones.
 template <class Pack>
 float TangentScatterRatio(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
 {
@@ -85,6 +85,7 @@ float TangentScatterRatio(const NeighbourPlanes& neighbours, const kdtree::Vecto
     const double m = xx * xx + yy * yy + zz * zz + 2.0 * (xy * xy + xz * xz + yz * yz) -
                      2.0 * (ax * ax + ay * ay + az * az) + along * along;
     const double spread = std::sqrt(std::max(0.0, 0.5 * m - h * h));
+    if (!(h > spread)) return std::numeric_limits<float>::infinity(); // on a line rounding leaves either sign
     return static_cast<float>((h + spread) / (h - spread));
 }
 

@@ -136,6 +136,14 @@ TEST(CFPFHDataSource, CurvatureQualityChoosesFeaturePoints)
     for (const Vec3& p : all.GetFeaturePoints()) EXPECT_LT(std::max(std::fabs(p.x), std::fabs(p.y)), 4.0F - 0.05F);
     EXPECT_TRUE(FromScratch(test_support::Plane(41, 1.0F), 1.5, 0).GetFeatures().empty()); // too few neighbours to tell
 
+    Cloud line; // no surface, however the normals bend
+    Random random(7);
+    for (int i = 0; i < 500; ++i) {
+        const Vec3 normal = Vec3(1, 2, 3).Cross(random.Direction());
+        line.Add(random.Uniform(0.0F, 5.0F) * Vec3(1, 2, 3), normal / normal.Norm());
+    }
+    EXPECT_TRUE(FromScratch(line, 2.0, 25).GetFeatures().empty());
+
     Cloud holes = sphere;
     for (std::size_t i = 0; i < holes.Size(); i += 3) holes.normals[i] = Vec3();
     const CFPFHDataSource whole = FromScratch(holes, 2.0, 10);
