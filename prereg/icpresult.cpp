@@ -1,6 +1,7 @@
 #include "VoAlgorithms/prereg/icpresult.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -24,8 +25,9 @@ int CompareOutsideBands(const ICPResult& a, const ICPResult& b)
     if (const int c = decide(a.fStop_SmallBigRatio - b.fStop_SmallBigRatio, SmallBigBand); c != 0) return c;
     if (const int c = decide(a.fStop_OverlapRatio - b.fStop_OverlapRatio, OverlapBand); c != 0) return c;
     if (const int c = decide(b.fStop_RMSE - a.fStop_RMSE, RmseBand); c != 0) return c;
-    const int inliers = a.iStop_NumberOfInliers - b.iStop_NumberOfInliers;
-    return std::abs(inliers) < InlierBand ? 0 : inliers;
+    const std::int64_t inliers = std::int64_t{a.iStop_NumberOfInliers} - b.iStop_NumberOfInliers;
+    if (std::abs(inliers) < InlierBand) return 0;
+    return inliers > 0 ? 1 : -1;
 }
 
 const char* TypeText(std::int32_t type)

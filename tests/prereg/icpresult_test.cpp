@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -83,6 +84,8 @@ TEST(ICPResult, CriteriaDecideInTurnOutsideTheirBands)
     EXPECT_FALSE(fresh < ICPResult());
     EXPECT_FALSE(fresh > ICPResult());
     EXPECT_TRUE(Make(-1.0F, -1.0F, 5.0F, -1) < fresh);
+    constexpr int most = std::numeric_limits<int>::max(); // figures read from a document may be anything
+    EXPECT_TRUE(Make(0.9F, 0.5F, 0.05F, most) < Make(0.9F, 0.5F, 0.05F, -most - 1));
 }
 
 TEST(ICPResult, TextsOfAllTypes)
