@@ -141,6 +141,12 @@ CPointSet::Surfels CPointSet::filterSurfelsWithInequalities(const float* A, cons
     return filterSurfelsWithPredicate([=](const Vec3& p) { return Satisfies(p, A, b, n); });
 }
 
+CPointSet CPointSet::filterPointSet(const float* A, const float* b, unsigned n) const
+{
+    const auto [points, normals] = filterSurfelsWithInequalities(A, b, n);
+    return {points, normals};
+}
+
 std::vector<std::size_t> CPointSet::identifyMatchingIndices(const std::vector<Vec3>& points, const float* A,
                                                             const float* b, unsigned n)
 {
@@ -164,6 +170,7 @@ CPointSet::Surfels CPointSet::scaleSurfels(const Vec3& scale) const
 {
     Surfels result{points_, normals_};
     for (Vec3& p : result.first) p = {p.x * scale.x, p.y * scale.y, p.z * scale.z};
+    if (scale.x == scale.y && scale.y == scale.z && scale.x > 0.0F) return result;
     for (Vec3& n : result.second) { // normals transform with the inverse transpose
         n = {n.x / scale.x, n.y / scale.y, n.z / scale.z};
         const float length = n.Norm();

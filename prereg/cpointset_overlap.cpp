@@ -12,6 +12,7 @@ namespace {
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
+constexpr const char* Function = "prereg::CPointSet::EstimateOverlapArea";
 constexpr double FalsePositiveRate = 0.001;
 constexpr std::size_t MaxFilterBits = 524288;
 
@@ -70,16 +71,36 @@ void ToInequalities(const OrientedBox& box, float* A, float* b)
     }
 }
 
-/// A restriction of a point set; gives access to the protected constructor.
-class KeptPoints : public CPointSet {
-public:
-    explicit KeptPoints(const Surfels& surfels) : CPointSet(surfels.first, surfels.second) {}
-};
-
 bool IsInside(const Vec3& p, const std::pair<Vec3, Vec3>& box, float margin)
 {
     return p.x >= box.first.x - margin && p.x <= box.second.x + margin && p.y >= box.first.y - margin &&
            p.y <= box.second.y + margin && p.z >= box.first.z - margin && p.z <= box.second.z + margin;
+}
+
+/// Sum of the local areas of the kept points that moved 'flt' points come near, each once; ends when it exceeds
+/// `maxArea`.
+double SumLocalAreas(const CPointSet& kept, const CPointSet& flt, const CTrafo& pose, float searchRadius,
+                     float areaRadius, float maxArea)
+{
+    double sum = 0.0;
+    if (kept.Empty()) return sum;
+    const std::pair<Vec3, Vec3> keptBox = kept.GetAABB();
+    detail::BloomFilter seen(kept.Size(), FalsePositiveRate, MaxFilterBits);
+    std::vector<int> within;
+    for (const Vec3& fltPoint : flt.GetPoints()) {
+        const Vec3 p = pose * fltPoint;
+        if (!IsInside(p, keptBox, searchRadius)) continue;
+        kept.GetPointsKdTree().AllWithin(&p.x, searchRadius * searchRadius, within);
+        for (const int i : within) {
+            if (!seen.Insert(static_cast<std::uint32_t>(i))) continue;
+            sum += kept.estimateLocalVoronoiArea(static_cast<std::size_t>(i), areaRadius);
+            if (!(sum > static_cast<double>(maxArea))) continue;
+            VOALGO_LOG(Log(), Trace, Function, L"Estimated overlap area exceeds given maximum (%.1f mm2)",
+                       static_cast<double>(maxArea));
+            return sum;
+        }
+    }
+    return sum;
 }
 
 } // namespace
@@ -87,7 +108,6 @@ bool IsInside(const Vec3& p, const std::pair<Vec3, Vec3>& box, float margin)
 float CPointSet::EstimateOverlapArea(const CPointSet& flt, const CTrafo& pose, float searchRadius, float areaRadius,
                                      float maxArea) const
 {
-    constexpr const char* function = "prereg::CPointSet::EstimateOverlapArea";
     if (Empty() || flt.Empty()) return 0.0F;
     const OrientedBox box = PlaceBox(flt.GetAABB(), pose);
     if (!Intersects(box, GetAABB())) return 0.0F;
@@ -95,26 +115,9 @@ float CPointSet::EstimateOverlapArea(const CPointSet& flt, const CTrafo& pose, f
     float A[18];
     float b[6];
     ToInequalities(box, A, b);
-    const KeptPoints kept(filterSurfelsWithInequalities(A, b, 6));
-    const std::pair<Vec3, Vec3> keptBox = kept.GetAABB();
-    detail::BloomFilter seen(kept.Size(), FalsePositiveRate, MaxFilterBits);
-    std::vector<int> within;
-    double sum = 0.0;
-    for (const Vec3& fltPoint : flt.points_) {
-        if (kept.Empty()) break;
-        const Vec3 p = pose * fltPoint;
-        if (!IsInside(p, keptBox, searchRadius)) continue;
-        kept.tree_.AllWithin(&p.x, searchRadius * searchRadius, within);
-        for (const int i : within) {
-            if (!seen.Insert(static_cast<std::uint32_t>(i))) continue;
-            sum += kept.estimateLocalVoronoiArea(static_cast<std::size_t>(i), areaRadius);
-            if (!(sum > static_cast<double>(maxArea))) continue;
-            VOALGO_LOG(Log(), Trace, function, L"Estimated overlap area exceeds given maximum (%.1f mm2)",
-                       static_cast<double>(maxArea));
-            return static_cast<float>(sum);
-        }
-    }
-    VOALGO_LOG(Log(), Trace, function, L"Estimated overlap area: %.1f mm2, points in OBB: %zi", sum, kept.Size());
+    const CPointSet kept = filterPointSet(A, b, 6);
+    const double sum = SumLocalAreas(kept, flt, pose, searchRadius, areaRadius, maxArea);
+    VOALGO_LOG(Log(), Trace, Function, L"Estimated overlap area: %.1f mm2, points in OBB: %zi", sum, kept.Size());
     return static_cast<float>(sum);
 }
 

@@ -101,9 +101,15 @@ TEST(CPointSet, MasksAndFilters)
         EXPECT_TRUE(cloud.points[i].x <= -3.0F && cloud.points[i].y >= 2.0F);
     EXPECT_EQ(Surfels::identifyMatchingIndices(cloud.points, A, b, 2).size(), 6U);
     EXPECT_EQ(set.filterSurfelsWithInequalities(nullptr, nullptr, 0).first.size(), 81U);
+    const prereg::CPointSet corner = set.filterPointSet(A, b, 2);
+    EXPECT_EQ(corner.GetPoints(), kept.first);
+    EXPECT_EQ(corner.GetPointsKdTree().Size(), 6U);
+    EXPECT_EQ(corner.GetEllipsoid()[0], Vec3(-3.5F, 3.0F, 0.0F));
     EXPECT_EQ(set.filterSurfelsWithPredicate([](const Vec3& p) { return p.x == 0.0F; }).first.size(), 9U);
 
-    const auto scaled = Surfels(test_support::Sphere(100, 2.0F)).scaleSurfels({1.0F, 2.0F, 4.0F});
+    const Surfels sphere(test_support::Sphere(100, 2.0F));
+    EXPECT_EQ(sphere.scaleSurfels({3.0F, 3.0F, 3.0F}).second, sphere.GetNormals());
+    const auto scaled = sphere.scaleSurfels({1.0F, 2.0F, 4.0F});
     for (std::size_t i = 0; i < 100; ++i) { // normals of the ellipsoid x² + y²/4 + z²/16 = 4
         const Vec3& p = scaled.first[i];
         const Vec3 gradient(p.x, p.y / 4.0F, p.z / 16.0F);
@@ -182,7 +188,8 @@ TEST(CPointSet, OverlapArea)
     (void)log.Take();
     EXPECT_NEAR(fix.EstimateOverlapArea(flt, turned, 0.6F, 0.6F, 20.0F), 20.07F, 0.07F);
     EXPECT_THAT(log.Take(),
-                testing::Contains("KEP.Registration|T|Estimated overlap area exceeds given maximum (20.0 mm2)"));
+                testing::ElementsAre("KEP.Registration|T|Estimated overlap area exceeds given maximum (20.0 mm2)",
+                                     testing::StartsWith("KEP.Registration|T|Estimated overlap area: 20.")));
     for (const Vec3& shift : {Vec3(15.2F, 0, 0), Vec3(0, -15.2F, 0), Vec3(0, 0, 0.1F)}) // boxes that do not meet
         EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(Vec3(), shift), 0.1F, 0.6F, max), 0.0F);
     EXPECT_TRUE(log.Take().empty());

@@ -68,9 +68,12 @@ public:
     [[nodiscard]] Surfels filterSurfelsWithPredicate(const std::function<bool(const Vec3&)>& keep) const;
     /// Surfels with A·p ≤ b for all n rows; A is n×3 row-major, b has n values (borrowed).
     [[nodiscard]] Surfels filterSurfelsWithInequalities(const float* A, const float* b, unsigned n) const;
+    /// The same as a set of its own, with its tree and ellipsoid.
+    [[nodiscard]] CPointSet filterPointSet(const float* A, const float* b, unsigned n) const;
     /// Points by the pose, normals by its rotation.
     [[nodiscard]] Surfels transformSurfels(const VoAlgo::CTrafo& pose) const;
-    /// Points scaled component by component; normals are those of the scaled surface, unit length.
+    /// Points scaled component by component; normals are those of the scaled surface, unit length. The same positive
+    /// factor for all components leaves normals as they are.
     [[nodiscard]] Surfels scaleSurfels(const Vec3& scale) const;
 
     /// Indices of the points with A·p ≤ b for all n rows.
