@@ -235,7 +235,7 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
 {
     Generator generator;
     std::array<int, 4> count{};
-    for (int k = 0; k < 4000; ++k) {
+    for (int k = 0; k < 3000; ++k) {
         SCOPED_TRACE(k);
         const Programme programme = generator.Next();
         const VertexEnumeration exact(programme);
@@ -265,7 +265,23 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
         if (HasFatalFailure()) return;
     }
     for (const int status : {CLPSolver::Infeasible, CLPSolver::Optimal, CLPSolver::Unbounded})
-        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 400) << status; // the test meets all three often
+        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 300) << status; // the test meets all three often
+}
+
+// Here multipliers and slopes that are 0 come out as 1e-65 or so, and their signs once decided.
+TEST(LinearProgramme, TakesRemnantsOfZeroForZero)
+{
+    for (const Programme& programme :
+         {Programme{3, {{0, 0, 1}, {0, 0, -1}, {-2, -3, -1}, {-1, 1, -2}}, {3, -4, -1, -5}, {1, 1, 2}},
+          Programme{4,
+                    {{3, -1, -3, 1}, {-1, -2, -3}, {3, 1, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, -1}, {-1, -3, 3, -1}},
+                    {1, 5, 5, 3, 3, -3, 7},
+                    {0, 3, -1, 1}},
+          Programme{4,
+                    {{-2, 3, -2, -3}, {0, 1}, {0, -1}, {3, -3, 2}, {-3, 0, -1, 2}, {-1, 1, 1, -2}},
+                    {3, 7, -7, 7, -3, 3},
+                    {-3, 0, -1, 2}}})
+        ExpectAsEnumerated(InDoubles(programme), VertexEnumeration(programme), 1e-15);
 }
 
 // More unknowns than enumeration can take: a point is made optimal by writing c as a positive sum of rows that meet
