@@ -94,6 +94,15 @@ bool IsUsable(const TMatrix<T>& a)
     return IsLapackSize(a.Rows()) && IsLapackSize(a.Cols()) && IsFinite(a.Data(), std::size_t{a.Rows()} * a.Cols());
 }
 
+/// A square matrix whose upper triangle, all that Cholesky's routines read, can be used.
+bool IsUsableTriangle(const TMatrix<double>& a)
+{
+    if (a.Rows() != a.Cols() || !IsLapackSize(a.Rows())) return false;
+    for (std::size_t c = 0; c < a.Cols(); ++c)
+        if (!IsFinite(a.Column(c).data(), c + 1)) return false;
+    return true;
+}
+
 /// Leading dimension of an array with so many rows; LAPACK wants at least 1.
 int Leading(std::uint32_t rows)
 {
@@ -240,7 +249,7 @@ void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<in
 template <>
 bool cholesky<double>(TMatrix<double>& a)
 {
-    if (a.Rows() != a.Cols() || !IsUsable(a)) return false;
+    if (!IsUsableTriangle(a)) return false;
     const auto n = static_cast<int>(a.Rows());
     const int lda = Leading(a.Rows());
     int info = 0;
@@ -256,7 +265,7 @@ bool cholesky<double>(TMatrix<double>& a)
 template <>
 bool choleskyInverse<double>(const TMatrix<double>& u, TMatrix<double>& inv)
 {
-    if (u.Rows() != u.Cols() || !IsUsable(u)) return false;
+    if (!IsUsableTriangle(u)) return false;
     TMatrix<double> inverse = u;
     const auto n = static_cast<int>(u.Rows());
     const int lda = Leading(u.Rows());

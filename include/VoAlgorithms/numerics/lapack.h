@@ -19,9 +19,9 @@ template <class T>
 template <>
 [[nodiscard]] VOALGO_API bool cholesky<double>(TMatrix<double>& a);
 
-/// The inverse of Uᵀ·U as a full symmetric matrix, u being a factor from `cholesky` (DPOTRI). `inv` takes the shape of
-/// u and may be u itself. False, with `inv` left alone, for a u that is not square or not finite or has a 0 on its
-/// diagonal. O(n³).
+/// The inverse of Uᵀ·U as a full symmetric matrix, u being a factor from `cholesky`, of which the upper triangle is
+/// read (DPOTRI). `inv` takes the shape of u and may be u itself. False, with `inv` left alone, for a u that is not
+/// square or not finite or has a 0 on its diagonal. O(n³).
 template <class T>
 [[nodiscard]] bool choleskyInverse(const TMatrix<T>& u, TMatrix<T>& inv);
 template <>
