@@ -18,6 +18,7 @@ prereg::ConfigurationFPFH SettingsFor(double spacing)
     config.dMaxPolygonDiameter = 40 * spacing;
     config.dMaxPolygonVertexError = 3 * spacing;
     config.dTrafoClusteringBandwidth = 5 * spacing;
+    config.dOrientationClusteringBandwidth = 0.1; // rad
     config.uiTrafoClusteringQuorum = 3;
     config.icpConfig.uiMaxNumIterations = 15;
     config.icpConfig.dMinQueryRadius = 2 * spacing;
