@@ -10,6 +10,7 @@ constexpr double Sin26 = 0.438371146789077;
 constexpr double DegreesPerRadian = 57.2957795130823;
 constexpr double RadiansPerDegree = 0.0174532925199433;
 constexpr double Pi = 3.14159265358979;
+constexpr double TwoPi = 6.28318530717959; // rounded by itself: not 2·Pi
 constexpr double ChromaFactor = 23.0; // deliberate: not 1 ÷ 0.0435
 
 } // namespace
@@ -53,7 +54,7 @@ double DIN99o::Hue() const noexcept
     if (a == 0 && b > 0) return 90.00000000000017;
     if (a < 0) return (std::atan(b / a) + Pi) * DegreesPerRadian;
     if (a == 0 && b < 0) return 269.9999999999999;
-    if (a > 0 && b < 0) return (std::atan(b / a) + 2 * Pi) * DegreesPerRadian;
+    if (a > 0 && b < 0) return (std::atan(b / a) + TwoPi) * DegreesPerRadian;
     return 0;
 }
 

@@ -2,8 +2,8 @@
 
 // Eight-wide single precision. All intrinsics of the library live here (those of four doubles in simd_double.h, the
 // move-to-front table's, of bytes, in runtime/detail_movetofront.h). Kernels are templates over the pack type: the
-// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation, so
-// both give the same bits.
+// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation,
+// so both give the same bits.
 
 #include <algorithm>
 #include <bit>

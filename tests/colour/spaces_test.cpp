@@ -154,6 +154,8 @@ TEST(Din99o, MeasuresAndHue)
     EXPECT_EQ(DIN99o(0, 0, 1).Hue(), 90.00000000000017);
     EXPECT_EQ(DIN99o(0, 0, -1).Hue(), 269.9999999999999);
     EXPECT_EQ(DIN99o(0, 0, 0).Hue(), 0);
+    EXPECT_EQ(DIN99o(0, -1, 0).Hue(), 179.99999999999974); // products of the rounded π, 2π and 180/π, worked out with
+    EXPECT_EQ(DIN99o(0, 1, -1e-300).Hue(), 360.00000000000006); // 60 digits
     const double turn = 26 * std::acos(-1.0) / 180;
     const DIN99o red(Lab(50, 100 * std::cos(turn), 100 * std::sin(turn))); // e = 100, f = 0
     EXPECT_NEAR(red.Hue(), 26, 1e-10);

@@ -71,7 +71,8 @@ public:
     [[nodiscard]] VOALGO_API double Chroma() const noexcept;
     /// The other colour's chroma minus this one's.
     [[nodiscard]] double DeltaC(const DIN99o& other) const noexcept { return other.Chroma() - Chroma(); }
-    /// Degrees, 0 … 360; 0 for grey. On the b axis 90.00000000000017 and 269.9999999999999 (deliberate).
+    /// Degrees, from 0 to a rounding above 360; 0 for grey. On the b axis 90.00000000000017 and 269.9999999999999
+    /// (deliberate).
     [[nodiscard]] VOALGO_API double Hue() const noexcept;
 
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
