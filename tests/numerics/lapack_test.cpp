@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -165,6 +167,26 @@ TYPED_TEST(SingularValues, LeastSquaresSolutionHasTheSmallestResidualAndNorm)
             for (unsigned i = 0; i < cols; ++i) EXPECT_NEAR(one[i], x(i, c), tolerance);
         }
     }
+}
+
+TEST(LeastSquares, ParallelCallsGiveTheSameBits)
+{
+    std::mt19937 twister(5);
+    std::vector<Matrix> problems;
+    for (int k = 0; k < 40; ++k) problems.push_back(RandomMatrix(twister, 30, 20, 15));
+    const auto solveAll = [&] {
+        Vector all;
+        for (Matrix a : problems) {
+            Vector x(20);
+            EXPECT_TRUE(lapack::lssolve(a, Vector(30, 1.0), x));
+            for (const double e : x) all.Append(e);
+        }
+        return all;
+    };
+    const Vector alone = solveAll();
+    std::vector<std::future<Vector>> together;
+    for (int t = 0; t < 4; ++t) together.push_back(std::async(std::launch::async, solveAll));
+    for (auto& result : together) EXPECT_EQ(result.get(), alone);
 }
 
 TEST(LeastSquares, RefusesWhatDoesNotFitAndLeavesOutputsAlone)

@@ -15,7 +15,7 @@ namespace VoAlgo {
 /// (DPOTRF). On success `a` holds U, and 0 everywhere below the diagonal. False and unchanged for a matrix that is not
 /// square or not finite; false with elements partly overwritten for one that is not positive definite. O(n³).
 template <class T>
-[[nodiscard]] bool cholesky(TMatrix<T>& a);
+[[nodiscard]] bool cholesky(TMatrix<T>& a) = delete; // for double only
 template <>
 [[nodiscard]] VOALGO_API bool cholesky<double>(TMatrix<double>& a);
 
@@ -23,7 +23,7 @@ template <>
 /// read (DPOTRI). `inv` takes the shape of u and may be u itself. False, with `inv` left alone, for a u that is not
 /// square or not finite or has a 0 on its diagonal. O(n³).
 template <class T>
-[[nodiscard]] bool choleskyInverse(const TMatrix<T>& u, TMatrix<T>& inv);
+[[nodiscard]] bool choleskyInverse(const TMatrix<T>& u, TMatrix<T>& inv) = delete; // for double only
 template <>
 [[nodiscard]] VOALGO_API bool choleskyInverse<double>(const TMatrix<double>& u, TMatrix<double>& inv);
 
