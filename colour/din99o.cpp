@@ -11,7 +11,7 @@ constexpr double DegreesPerRadian = 57.2957795130823;
 constexpr double RadiansPerDegree = 0.0174532925199433;
 constexpr double Pi = 3.14159265358979;
 constexpr double TwoPi = 6.28318530717959; // rounded by itself: not 2·Pi
-constexpr double ChromaFactor = 23.0; // deliberate: not 1 ÷ 0.0435
+constexpr double ChromaFactor = 23.0;      // deliberate: not 1 ÷ 0.0435
 
 } // namespace
 
