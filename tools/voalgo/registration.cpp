@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -52,7 +53,8 @@ public:
             if (IsEnough(registration.results, done)) break;
         }
         if (done >= numPolygons) registration.results = TakeConfirmed(settings_.verification.minClusterSize);
-        for (CFPFHPreRegistration::VerifiedTrafo& result : registration.results)
+        registration.refused = Refused(!registration.results.empty());
+        for (JudgedTrafo& result : registration.results)
             result.fStop_OverlapArea = driver_.EstimateOverlapArea(result.trafo);
         registration.reason = Reason(registration.results);
         driver_.GetMatchingConfig().uiNumPolygons = settings_.config.uiNumPolygons;
@@ -68,7 +70,7 @@ private:
     static constexpr std::uint32_t Agreement = 8;
 
     /// What two scans share by chance is small: such a result must stay the best of many polygons.
-    static bool IsEnough(const std::vector<VerifiedTrafo>& results, std::uint32_t polygons)
+    static bool IsEnough(const std::vector<JudgedTrafo>& results, std::uint32_t polygons)
     {
         constexpr float SmallOverlap = 0.4F;
         return !results.empty() && (results[0].fStop_OverlapRatio >= SmallOverlap || polygons >= ManyPolygons);
@@ -76,34 +78,37 @@ private:
 
     /// The results that at least so many proposals led to and that pass the verification; first what explains most of
     /// the scan.
-    std::vector<VerifiedTrafo> TakeConfirmed(std::uint32_t minClusterSize)
+    std::vector<JudgedTrafo> TakeConfirmed(std::uint32_t minClusterSize)
     {
-        std::vector<VerifiedTrafo> confirmed;
-        for (VerifiedTrafo& result : driver_.GetVerifiedTrafos()) {
+        std::vector<JudgedTrafo> confirmed;
+        lonely_.clear();
+        for (const VerifiedTrafo& result : driver_.GetVerifiedTrafos()) {
             if (result.clusterSize < minClusterSize) {
-                if (lastObjection_.empty()) lastObjection_ = "too few proposals agree on the pose";
+                if (lastObjection_.empty()) lastObjection_ = TooFewAgree;
+                lonely_.push_back(result);
                 continue;
             }
             if (std::find(refused_.begin(), refused_.end(), result.trafo) != refused_.end()) continue;
-            const VoAlgo::CTrafo found = result.trafo;
-            const std::string objection = Verify(*fix_, *flt_, settings_.verification, result);
-            if (objection.empty()) {
-                const auto isSame = [&](const VerifiedTrafo& other) { return IsSamePose(other.trafo, result.trafo); };
-                if (std::none_of(confirmed.begin(), confirmed.end(), isSame)) confirmed.push_back(result);
+            JudgedTrafo judged = Verify(*fix_, *flt_, settings_.verification, result);
+            judged.tests.insert(judged.tests.begin(), Agreed(result, minClusterSize));
+            if (judged.objection.empty()) {
+                const auto isSame = [&](const JudgedTrafo& other) { return IsSamePose(other.trafo, judged.trafo); };
+                if (std::none_of(confirmed.begin(), confirmed.end(), isSame)) confirmed.push_back(std::move(judged));
                 continue;
             }
-            refused_.push_back(found);
-            lastObjection_ = objection;
+            refused_.push_back(result.trafo);
+            lastObjection_ = judged.objection;
+            objectedTo_.push_back(std::move(judged));
         }
-        std::stable_sort(confirmed.begin(), confirmed.end(), [](const VerifiedTrafo& a, const VerifiedTrafo& b) {
-            return ExplainedShare(a) > ExplainedShare(b);
-        });
+        SortByExplainedShare(confirmed);
         return confirmed;
     }
 
-    static float ExplainedShare(const prereg::ICPResult& result)
+    static void SortByExplainedShare(std::vector<JudgedTrafo>& results)
     {
-        return result.fStop_SmallBigRatio * result.fStop_OverlapRatio;
+        std::stable_sort(results.begin(), results.end(), [](const JudgedTrafo& a, const JudgedTrafo& b) {
+            return ExplainedShare(a) > ExplainedShare(b);
+        });
     }
 
     /// Whether clustering would put two poses together.
@@ -116,25 +121,66 @@ private:
                (angle <= 0.0 || static_cast<double>(a.GetRotationDistance(b)) <= angle);
     }
 
-    /// Whether a quite different pose fits about as well as the best result. It need not be one to hand out itself.
-    [[nodiscard]] bool HasRival(const VerifiedTrafo& best) const
+    /// A quite different pose that fits about as well as the best result. It need not be one to hand out itself.
+    [[nodiscard]] std::optional<VerifiedTrafo> Rival(const VerifiedTrafo& best) const
     {
-        constexpr float AlikeShare = 0.9F;
         const auto isRival = [&](const VerifiedTrafo& other) {
             return ExplainedShare(other) > AlikeShare * ExplainedShare(best) && !IsSamePose(other.trafo, best.trafo);
         };
-        std::vector<VerifiedTrafo> found = driver_.GetVerifiedTrafos();
-        return std::any_of(found.begin(), found.end(), [&](VerifiedTrafo& other) {
-            return isRival(other) && VerifyFit(*fix_, *flt_, settings_.verification, other).empty() && isRival(other);
-        });
+        for (const VerifiedTrafo& other : driver_.GetVerifiedTrafos()) {
+            if (!isRival(other)) continue;
+            const JudgedTrafo judged = VerifyFit(*fix_, *flt_, settings_.verification, other);
+            if (judged.objection.empty() && isRival(judged)) return judged;
+        }
+        return std::nullopt;
     }
 
-    [[nodiscard]] std::string Reason(const std::vector<VerifiedTrafo>& results) const
+    /// Asks for a rival of the best result; true when there is one.
+    [[nodiscard]] bool HasRival(std::vector<JudgedTrafo>& results) const
+    {
+        JudgedTrafo& best = results[0];
+        std::optional<VerifiedTrafo> rival = Rival(best);
+        const bool isAmbiguous = rival.has_value();
+        if (!rival && results.size() > 1) rival = results[1]; // the next best, though clearly less
+        const double share = rival ? static_cast<double>(ExplainedShare(*rival) / ExplainedShare(best)) : 0.0;
+        AcceptanceTest test =
+            AtMost("Another pose explains, of what this one does", "", "", share, static_cast<double>(AlikeShare));
+        test.outcome = isAmbiguous ? AcceptanceTest::Outcome::Failed : AcceptanceTest::Outcome::Passed;
+        test.stage = "all results";
+        best.tests.push_back(test);
+        return isAmbiguous;
+    }
+
+    static AcceptanceTest Agreed(const VerifiedTrafo& result, std::uint32_t minClusterSize)
+    {
+        AcceptanceTest test = AtLeast("Proposals that agree", "minClusterSize", "", result.clusterSize, minClusterSize);
+        test.stage = "search";
+        return test;
+    }
+
+    /// What was verified in vain; when nothing passed, then what too few proposals led to.
+    [[nodiscard]] std::vector<JudgedTrafo> Refused(bool isFound) const
+    {
+        std::vector<JudgedTrafo> refused = objectedTo_;
+        SortByExplainedShare(refused);
+        if (isFound) return refused;
+        std::vector<JudgedTrafo> lonely;
+        for (const VerifiedTrafo& result : lonely_) {
+            JudgedTrafo& judged = lonely.emplace_back(result, TooFewAgree);
+            judged.tests = TestsOf(result, settings_.config.icpConfig, "search");
+            judged.tests.insert(judged.tests.begin(), Agreed(result, settings_.verification.minClusterSize));
+        }
+        SortByExplainedShare(lonely);
+        refused.insert(refused.end(), lonely.begin(), lonely.end());
+        return refused;
+    }
+
+    [[nodiscard]] std::string Reason(std::vector<JudgedTrafo>& results) const
     {
         if (fix_->IsTooLean(settings_.config)) return "too few features in FIX";
         if (flt_->IsTooLean(settings_.config)) return "too few features in FLT";
         if (!results.empty())
-            return HasRival(results[0]) ? "ambiguous: different poses fit about equally well" : std::string();
+            return HasRival(results) ? "ambiguous: different poses fit about equally well" : std::string();
         if (lastObjection_.empty()) return "no proposed pose passed the acceptance tests";
         return "no accepted pose was confirmed; the last objection: " + lastObjection_;
     }
@@ -144,12 +190,20 @@ private:
     std::shared_ptr<const CFPFHPointSet> fix_;
     std::shared_ptr<const CFPFHPointSet> flt_;
     CFPFHPreRegistration driver_;
-    std::uint32_t batchSize_ = 50;        // polygons a step
-    std::vector<VoAlgo::CTrafo> refused_; // by the verification
+    std::uint32_t batchSize_ = 50; // polygons a step
+    static constexpr const char* TooFewAgree = "too few proposals agree on the pose";
+    std::vector<VoAlgo::CTrafo> refused_; // by the verification, as the search found them
+    std::vector<JudgedTrafo> objectedTo_; // the same, as the verification left them
+    std::vector<VerifiedTrafo> lonely_;   // results that too few proposals led to
     std::string lastObjection_;
 };
 
 } // namespace
+
+float ExplainedShare(const prereg::ICPResult& result)
+{
+    return result.fStop_SmallBigRatio * result.fStop_OverlapRatio;
+}
 
 std::shared_ptr<const CFPFHPointSet> ComputeFeatures(const Cloud& cloud, const Settings& settings)
 {
@@ -187,19 +241,27 @@ Registration Register(const Cloud& fix, const Cloud& flt, const Settings& settin
 Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings, const VoAlgo::CTrafo& start)
 {
     Registration registration;
+    const double begin = Now();
     const auto fixSet = ComputeFeatures(fix, settings);
     const auto fltSet = ComputeFeatures(flt, settings);
+    const double fromStart = Now();
+    registration.featureSeconds = fromStart - begin;
     CFPFHPreRegistration driver(fixSet, fltSet, settings.config);
-    CFPFHPreRegistration::VerifiedTrafo result(driver.InjectTrafo(start), 1);
+    const CFPFHPreRegistration::VerifiedTrafo found(driver.InjectTrafo(start), 1);
     registration.statistics = driver.GetStatistics();
-    if (result.resultType != 0) {
+    JudgedTrafo judged(found, {});
+    if (found.resultType == 0) {
+        judged = Verify(*fixSet, *fltSet, settings.verification, found);
+    } else {
         const bool isLean = fixSet->IsTooLean(settings.config) || fltSet->IsTooLean(settings.config);
-        registration.reason = isLean ? "too few features" : result.ToString(true);
-        return registration;
+        judged.objection = isLean ? "too few features" : found.ToString(true);
+        judged.tests = TestsOf(found, settings.config.icpConfig, "search");
+        if (found.resultType <= 2) judged.trafo = start;
     }
-    registration.reason = Verify(*fixSet, *fltSet, settings.verification, result);
-    result.fStop_OverlapArea = driver.EstimateOverlapArea(result.trafo);
-    if (registration.reason.empty()) registration.results.push_back(result);
+    if (judged.objection.empty()) judged.fStop_OverlapArea = driver.EstimateOverlapArea(judged.trafo);
+    registration.reason = judged.objection;
+    (judged.objection.empty() ? registration.results : registration.refused).push_back(judged);
+    registration.searchSeconds = Now() - fromStart;
     return registration;
 }
 

@@ -29,7 +29,9 @@ std::shared_ptr<const prereg::CFPFHPointSet> ComputeFeatures(const Cloud& cloud,
 
 struct Registration {
     /// The results that passed the verification; first the one that explains most of flt (small/big ratio × overlap).
-    std::vector<prereg::CFPFHPreRegistration::VerifiedTrafo> results;
+    std::vector<JudgedTrafo> results;
+    /// Those that the search accepted but the verification did not; first the one that came nearest to being a result.
+    std::vector<JudgedTrafo> refused;
     prereg::CFPFHPreRegistration::Statistics statistics;
     std::string reason; ///< why no result is to be trusted, also when there are several; empty: the first one is
     double featureSeconds = 0.0;
@@ -38,6 +40,11 @@ struct Registration {
 
 /// Called with the name of the stage and the share done, 0 to 1.
 using Progress = std::function<void(const char*, double)>;
+
+/// How much of flt a result explains: small/big ratio × overlap.
+float ExplainedShare(const prereg::ICPResult& result);
+/// A second result that explains more than this share of what the first does makes the answer ambiguous.
+inline constexpr float AlikeShare = 0.9F;
 
 /// Registers flt with fix without a starting pose.
 Registration Register(const Cloud& fix, const Cloud& flt, const Settings& settings, const Progress& progress);

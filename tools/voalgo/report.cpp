@@ -23,24 +23,6 @@ std::string Cause(std::uint32_t type)
     return result.ToString(true).substr(0, result.ToString(true).find(" ("));
 }
 
-Json ToJson(const Result& r, double mmPerUnit)
-{
-    return {{"pose", InUnit(r.trafo, mmPerUnit)},
-            {"resultType", r.resultType},
-            {"clusterSize", r.clusterSize},
-            {"fStart_OverlapRatio", ShortNumber(r.fStart_OverlapRatio)},
-            {"iStart_NumberOfInliers", r.iStart_NumberOfInliers},
-            {"fStart_RMSE", ShortNumber(r.fStart_RMSE)},
-            {"fStart_MismatchesPerMatchRatio", ShortNumber(r.fStart_MismatchesPerMatchRatio)},
-            {"fStop_OverlapRatio", ShortNumber(r.fStop_OverlapRatio)},
-            {"fStop_OverlapArea", ShortNumber(r.fStop_OverlapArea)},
-            {"iStop_NumberOfInliers", r.iStop_NumberOfInliers},
-            {"fStop_RMSE", ShortNumber(r.fStop_RMSE)},
-            {"fStop_MismatchesPerMatchRatio", ShortNumber(r.fStop_MismatchesPerMatchRatio)},
-            {"iStop_Iterations", r.iStop_Iterations},
-            {"fStop_SmallBigRatio", ShortNumber(r.fStop_SmallBigRatio)}};
-}
-
 Json ToJson(const Statistics& s)
 {
     Json causes = Json::array();
@@ -60,7 +42,7 @@ Json ToJson(const Verification& v)
         {"minStability", v.minStability}, {"minClusterSize", v.minClusterSize}, {"icpConfig", voalgo::ToJson(v.icp)}};
 }
 
-std::string Table(const std::vector<Result>& results)
+std::string Table(const std::vector<JudgedTrafo>& results)
 {
     std::string text = "rank  overlap   area mm2   RMSE mm  small/big  mismatches  cluster  iterations\n";
     unsigned rank = 0;
@@ -84,6 +66,24 @@ std::string Refusal(const Registration& registration)
 }
 
 } // namespace
+
+Json ToJson(const Result& r, double mmPerUnit)
+{
+    return {{"pose", InUnit(r.trafo, mmPerUnit)},
+            {"resultType", r.resultType},
+            {"clusterSize", r.clusterSize},
+            {"fStart_OverlapRatio", ShortNumber(r.fStart_OverlapRatio)},
+            {"iStart_NumberOfInliers", r.iStart_NumberOfInliers},
+            {"fStart_RMSE", ShortNumber(r.fStart_RMSE)},
+            {"fStart_MismatchesPerMatchRatio", ShortNumber(r.fStart_MismatchesPerMatchRatio)},
+            {"fStop_OverlapRatio", ShortNumber(r.fStop_OverlapRatio)},
+            {"fStop_OverlapArea", ShortNumber(r.fStop_OverlapArea)},
+            {"iStop_NumberOfInliers", r.iStop_NumberOfInliers},
+            {"fStop_RMSE", ShortNumber(r.fStop_RMSE)},
+            {"fStop_MismatchesPerMatchRatio", ShortNumber(r.fStop_MismatchesPerMatchRatio)},
+            {"iStop_Iterations", r.iStop_Iterations},
+            {"fStop_SmallBigRatio", ShortNumber(r.fStop_SmallBigRatio)}};
+}
 
 Json ToJson(const PreparedCloud& p)
 {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "acceptance.h"
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace voalgo {
 
@@ -21,13 +24,23 @@ struct Verification {
     void Follow(const prereg::ConfigurationFPFH& derived, const prereg::ConfigurationFPFH& stated);
 };
 
-/// Refines a result of the search with the verification's settings. Returns what speaks against its fit; empty: it
-/// fits and now holds the refined pose and figures, seen from fix's side.
-std::string VerifyFit(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
-                      const Verification& verification, prereg::CFPFHPreRegistration::VerifiedTrafo& result);
+/// A pose that was judged. `objection`: what speaks against handing it out; empty: nothing.
+struct JudgedTrafo : prereg::CFPFHPreRegistration::VerifiedTrafo {
+    std::string objection;
+    std::vector<AcceptanceTest> tests; ///< as far as they came
+
+    JudgedTrafo(const VerifiedTrafo& result, std::string against) : VerifiedTrafo(result), objection(std::move(against))
+    {
+    }
+};
+
+/// Refines a result of the search with the verification's settings and judges its fit. The answer holds the refined
+/// pose and figures, seen from fix's side, unless that refinement came to no end.
+JudgedTrafo VerifyFit(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
+                      const Verification& verification, const prereg::CFPFHPreRegistration::VerifiedTrafo& found);
 
 /// The same, and the shape of the overlap must hold the pose: whether the result may be handed out.
-std::string Verify(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt, const Verification& verification,
-                   prereg::CFPFHPreRegistration::VerifiedTrafo& result);
+JudgedTrafo Verify(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt, const Verification& verification,
+                   const prereg::CFPFHPreRegistration::VerifiedTrafo& found);
 
 } // namespace voalgo
