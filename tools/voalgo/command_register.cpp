@@ -6,12 +6,14 @@
 #include "picture.h"
 #include "pose_file.h"
 #include "report.h"
+#include "report_page.h"
 #include "settings_options.h"
 #include "write_ply.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 
@@ -26,6 +28,7 @@ struct Arguments {
     SettingsOptions settings;
     std::string start;
     std::string directory;
+    std::string report; ///< file
     bool json = false;
     bool quiet = false;
 };
@@ -50,6 +53,17 @@ void WriteClouds(const std::string& path, const Cloud& fix, const Cloud& moved, 
     WritePly(path,
              {{&a, {FixColour[0], FixColour[1], FixColour[2]}}, {&b, {FltColour[0], FltColour[1], FltColour[2]}}});
 }
+
+class Stopwatch {
+public:
+    [[nodiscard]] double Seconds() const
+    {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
 
 /// All files of the output directory. Without a result there is no pose and no merged cloud, only what was tried.
 void WriteFiles(const std::string& directory, const Report& report)
@@ -87,6 +101,8 @@ void Print(const Report& report, bool json)
 
 int Run(const Arguments& a)
 {
+    const Stopwatch watch;
+    Times times;
     Console console(a.quiet  ? Console::Mode::Quiet
                     : a.json ? Console::Mode::WithoutProgress
                              : Console::Mode::Talkative);
@@ -96,7 +112,9 @@ int Run(const Arguments& a)
     const PreparedCloud fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
     for (const PreparedCloud* cloud : {&fix, &flt}) RequireShape(*cloud);
     RequireSameUnit(fix, flt);
+    times.reading = watch.Seconds();
     const Settings settings = a.settings.For(fix.cloud, flt.cloud);
+    times.settings = watch.Seconds() - times.reading;
     for (const PreparedCloud* cloud : {&fix, &flt}) RequirePoints(*cloud, settings.config.icpConfig.uiNumSamples);
     std::optional<VoAlgo::CTrafo> start;
     if (!a.start.empty()) start = ReadPose(a.start, mmPerUnit);
@@ -104,6 +122,7 @@ int Run(const Arguments& a)
         MakeDirectory(a.directory);
         RemoveOldFiles(a.directory);
     }
+    if (!a.report.empty()) WriteText(a.report, ""); // before the search, not after it, is the time to fail
 
     const Registration registration =
         start ? Refine(fix.cloud, flt.cloud, settings, *start)
@@ -113,11 +132,13 @@ int Run(const Arguments& a)
     const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.settings.preset};
     Print(report, a.json);
     if (!a.directory.empty()) WriteFiles(a.directory, report);
+    if (!a.report.empty()) WriteText(a.report, ReportPage(report, times));
     return registration.reason.empty() ? Done : NothingFound;
 }
 
 constexpr const char* Help = R"(Examples:
   voalgo register front.ply side.ply --out result
+  voalgo register front.ply side.ply --report report.html   # a page to look at; opens in any browser, offline
   voalgo register front.xyz side.xyz --unit m --viewpoint 0,0,0 --json
   voalgo register front.ply side.ply --start pose.txt       # refines a pose that is nearly right
   voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
@@ -138,6 +159,8 @@ void AddRegister(CLI::App& tool, int& exitCode)
     a->settings.AddTo(*command);
     command->add_option("--start", a->start, "File with a 4x4 pose that maps FLT into FIX: refine it, do not search");
     command->add_option("--out", a->directory, "Directory for the results; default: only print them");
+    command->add_option("--report", a->report,
+                        "File for a page (HTML) that shows the outcome: both scans in 3D, distances, tests, causes");
     command->add_flag("--json", a->json, "Print the results as JSON");
     command->add_flag("--quiet", a->quiet, "No notes and no progress bar");
     command->footer(Help);

@@ -20,6 +20,8 @@ struct Report {
     std::string preset; ///< name
 };
 
+/// The pose in a unit, and the figures of a result.
+nlohmann::ordered_json ToJson(const prereg::CFPFHPreRegistration::VerifiedTrafo& result, double mmPerUnit);
 /// What was read, found and done.
 nlohmann::ordered_json ToJson(const PreparedCloud& prepared);
 /// Everything that can be said about the outcome, no times: the same inputs give the same text. Poses are in the files'

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string_view>
+
+namespace voalgo {
+
+/// The page without its data, from report/dist/report.html.
+std::string_view ReportTemplate();
+
+} // namespace voalgo
