@@ -19,7 +19,7 @@ struct AcceptanceTest {
     double limit = 0.0;  ///< NaN: the test is no comparison
     bool isAtMost = false;
     Outcome outcome = Outcome::NotRun;
-    std::string stage; ///< "search", "FLT on FIX", "FIX on FLT" or "both sides"
+    std::string stage; ///< "search", "FLT on FIX", "FIX on FLT", "both sides" or "all results"
 };
 
 /// A test that value ≤ limit (≥ limit); as in the refinement, a value that is no number passes.

@@ -66,7 +66,6 @@ public:
         data["mmPerUnit"] = report_.mmPerUnit;
         data["pairRadius"] = PairRadius();
         data["pairAngle"] = PairAngle();
-        data["alikeShare"] = ShortNumber(AlikeShare);
         data["poses"] = Json::array();
         data["refusedCount"] = registration.refused.size();
         data["resultCount"] = registration.results.size();
@@ -88,7 +87,6 @@ private:
             for (const AcceptanceTest& test : j.tests) tests.push_back(ToJson(test));
             Json pose = ToJson(j, 1.0);
             pose["objection"] = j.objection;
-            pose["explained"] = ExplainedShare(j);
             pose["tests"] = tests;
             pose["distances"] = PackDistances(
                 SignedDistances({PairRadius(), PairAngle(), report_.fix.cloud, report_.flt.cloud}, flt_, j.trafo),

@@ -129,21 +129,13 @@ function refreshRange() {
     viewer?.setByDistance(state.view === "distance", state.range);
 }
 
-function testsOf(pose) {
-    const [first, second] = data.poses;
-    if (!isFit(pose) || data.resultCount < 2) return pose.tests;
-    const value = second.explained / first.explained;
-    return [...pose.tests, { name: "Runner-up explains, share of the best", stage: "all results", setting: "", unit: "", value, limit: data.alikeShare,
-        isAtMost: true, outcome: value > data.alikeShare ? "failed" : "passed" }];
-}
-
 function showTests() {
     const pose = data.poses[state.pose];
     if (!pose) {
         $("testsCard").hidden = $("poseCard").hidden = $("distancesCard").hidden = true;
         return;
     }
-    const tests = testsOf(pose);
+    const { tests } = pose;
     const tally = (outcome) => tests.filter((t) => t.outcome === outcome).length;
     put("testsLead", `${isFit(pose) ? `Pose ${state.pose + 1}` : "The refused pose"}: ${tally("passed")} passed, ${tally("failed")} failed`
         + (tally("not run") ? `, ${tally("not run")} not reached.` : "."));
