@@ -28,6 +28,13 @@ done
 libdir=$(dirname "$(find "$root/usr" -name 'libVoAlgorithms.so')")
 export LD_LIBRARY_PATH=$libdir PKG_CONFIG_PATH=$libdir/pkgconfig
 
+say "installing without packages"
+prefix=$out/prefix
+cmake --preset release >/dev/null
+cmake --build --preset release >/dev/null
+cmake --install build/release --prefix "$prefix" >/dev/null
+env -u LD_LIBRARY_PATH "$prefix/bin/voalgo" info
+
 say "running the tool"
 "$root/usr/bin/voalgo" register "${pair[@]:0:2}" --quiet --out "$out/result"
 [[ -s $out/result/pose.txt ]]
@@ -36,12 +43,16 @@ say "a program by find_package, by pkg-config and by add_subdirectory"
 cmake -S tests/packages -B "$out/found" -G Ninja -DCMAKE_PREFIX_PATH="$root/usr" | tee "$out/found.log" | grep 'found version'
 cmake --build "$out/found" >/dev/null
 mkdir -p "$out/pkg"
-g++ -std=c++20 -O1 examples/register.cpp -o "$out/pkg/consumer" $(pkg-config --cflags --libs voalgorithms)
+cp examples/register.cpp "$out/pkg/app.cpp"
+(
+    cd "$out/pkg"
+    g++ -std=c++20 app.cpp -o app $(pkg-config --cflags --libs voalgorithms)
+)
 cmake -S tests/packages -B "$out/sub" -G Ninja -DSOURCE_DIR="$PWD" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$out/sub" -j "$jobs" --target consumer >/dev/null
 [[ ! -e $out/sub/voalgorithms/tests ]] || fail "a host's build brings our tests along"
 "$out/found/consumer" "${pair[@]}" | tee "$out/example.txt"
-"$out/pkg/consumer" "${pair[@]}" | diff "$out/example.txt" -
+"$out/pkg/app" "${pair[@]}" | diff "$out/example.txt" -
 env -u LD_LIBRARY_PATH "$out/sub/consumer" "${pair[@]}" | diff "$out/example.txt" -
 
 python_version=$version
