@@ -87,6 +87,19 @@ public:
     /// Adds a result as it is, with cluster size 1.
     void InjectICPResult(const ICPResult& result);
 
+    /// Name of the pipe that cases pass through between processes, and the bytes of its block.
+    static constexpr const wchar_t* CasePipe = L"PreRegistrationFPFH";
+    static constexpr std::size_t CasePipeBlock = 0xa00000;
+    /// Hands the whole case (both point sets, configuration, results) as a document to the process that waits for it
+    /// in ReceiveCase; returns when the last part lies in the pipe. Throws std::runtime_error at once when nobody has
+    /// created the pipe, std::length_error for sets that are too large for a document.
+    void SendCase(const std::wstring& pipe = CasePipe) const;
+    /// Creates the pipe and waits, without time-out, for a case. The driver owns its sets; its results are those that
+    /// were sent as documents keep them (VoAlgorithms/bson/registration.h), each with cluster size 1. Throws
+    /// std::runtime_error when the pipe cannot be created, std::invalid_argument and std::bad_cast when something
+    /// else than a case was sent.
+    [[nodiscard]] static CFPFHPreRegistration ReceiveCase(const std::wstring& pipe = CasePipe);
+
     [[nodiscard]] Statistics GetStatistics() const;
     /// Changes apply to the next Compute.
     [[nodiscard]] ConfigurationFPFH& GetMatchingConfig() { return config_; }

@@ -1,0 +1,28 @@
+// The hand-over of cases between processes, in a file of its own: the rest of the registration knows neither documents
+// nor pipes.
+#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "VoAlgorithms/runtime/csharedmemorypipe.h"
+
+namespace prereg {
+
+using VoAlgo::CSharedMemoryPipe;
+using VoAlgo::bson::element;
+
+void CFPFHPreRegistration::SendCase(const std::wstring& pipe) const
+{
+    CSharedMemoryPipe sender = CSharedMemoryPipe::Open(pipe, CasePipeBlock); // first: fails at once without a receiver
+    const auto [bytes, size] = VoAlgo::bson::to_object(*this).freeze();
+    sender.Send(bytes.get(), size);
+}
+
+CFPFHPreRegistration CFPFHPreRegistration::ReceiveCase(const std::wstring& pipe)
+{
+    const auto receive = [&] {
+        const auto message = CSharedMemoryPipe::Create(pipe, CasePipeBlock).Receive();
+        return element::object::unfreeze(message.data(), message.size());
+    };
+    return VoAlgo::bson::from_object<CFPFHPreRegistration>(receive());
+}
+
+} // namespace prereg
