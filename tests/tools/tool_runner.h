@@ -26,6 +26,7 @@ public:
     [[nodiscard]] Outcome Run(const std::string& arguments) const;
     void Write(const std::string& name, const std::string& content) const;
     [[nodiscard]] std::string Read(const std::string& name) const;
+    [[nodiscard]] std::string PathOf(const std::string& name) const { return (path_ / name).string(); }
     [[nodiscard]] bool Has(const std::string& name) const { return std::filesystem::exists(path_ / name); }
 
 private:

@@ -13,7 +13,7 @@ TEST(ToolUsage, EveryCommandExplainsItself)
     EXPECT_THAT(place.Run("--version").output, testing::StartsWith("voalgo 0."));
     const Outcome overview = place.Run("--help");
     EXPECT_EQ(overview.exitCode, 0);
-    for (const std::string command : {"register", "simulate", "features", "info"}) {
+    for (const std::string command : {"register", "simulate", "features", "case", "info"}) {
         EXPECT_THAT(overview.output, HasSubstr(command));
         const Outcome help = place.Run(command + " --help");
         EXPECT_EQ(help.exitCode, 0) << command;

@@ -3,18 +3,15 @@
 #include "commands.h"
 #include "errors.h"
 #include "files.h"
-#include "picture.h"
+#include "output_directory.h"
 #include "pose_file.h"
 #include "report.h"
 #include "report_page.h"
 #include "settings_options.h"
-#include "write_ply.h"
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <memory>
 
 namespace voalgo {
@@ -33,27 +30,6 @@ struct Arguments {
     bool quiet = false;
 };
 
-Cloud Moved(const Cloud& cloud, const VoAlgo::CTrafo& pose)
-{
-    Cloud moved = cloud;
-    for (auto& p : moved.points) p = pose * p;
-    for (auto& n : moved.normals) n = pose.Rotate(n);
-    return moved;
-}
-
-Cloud InFileUnit(Cloud cloud, double mmPerUnit)
-{
-    for (auto& p : cloud.points) p /= static_cast<float>(mmPerUnit);
-    return cloud;
-}
-
-void WriteClouds(const std::string& path, const Cloud& fix, const Cloud& moved, double mmPerUnit)
-{
-    const Cloud a = InFileUnit(fix, mmPerUnit), b = InFileUnit(moved, mmPerUnit);
-    WritePly(path,
-             {{&a, {FixColour[0], FixColour[1], FixColour[2]}}, {&b, {FltColour[0], FltColour[1], FltColour[2]}}});
-}
-
 class Stopwatch {
 public:
     [[nodiscard]] double Seconds() const
@@ -64,40 +40,6 @@ public:
 private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
-
-/// All files of the output directory. Without a result there is no pose and no merged cloud, only what was tried.
-void WriteFiles(const std::string& directory, const Report& report)
-{
-    WriteText(InDirectory(directory, "result.json"), ToJson(report).dump(2) + "\n");
-    std::optional<Cloud> moved;
-    if (report.registration.reason.empty()) {
-        const VoAlgo::CTrafo& best = report.registration.results.front().trafo;
-        moved = Moved(report.flt.cloud, best);
-        WriteText(InDirectory(directory, "pose.txt"), PoseText(InUnit(best, report.mmPerUnit)));
-        WriteClouds(InDirectory(directory, "registered.ply"), report.fix.cloud, *moved, report.mmPerUnit);
-    }
-    WritePicture(InDirectory(directory, moved ? "registered.png" : "unregistered.png"), report.fix.cloud,
-                 report.flt.cloud, moved, std::max(report.fix.spacing, report.flt.spacing));
-}
-
-/// Removes what an earlier run with another outcome has left.
-void RemoveOldFiles(const std::string& directory)
-{
-    for (const char* name : {"result.json", "pose.txt", "registered.ply", "registered.png", "unregistered.png"})
-        std::remove(InDirectory(directory, name).c_str());
-}
-
-void Print(const Report& report, bool json)
-{
-    if (!json) {
-        std::fputs(ToText(report.registration).c_str(), stdout);
-        return;
-    }
-    auto object = ToJson(report);
-    object["seconds"] = {{"features", report.registration.featureSeconds},
-                         {"search", report.registration.searchSeconds}};
-    std::printf("%s\n", object.dump(2).c_str());
-}
 
 int Run(const Arguments& a)
 {
@@ -118,10 +60,7 @@ int Run(const Arguments& a)
     for (const PreparedCloud* cloud : {&fix, &flt}) RequirePoints(*cloud, settings.config.icpConfig.uiNumSamples);
     std::optional<VoAlgo::CTrafo> start;
     if (!a.start.empty()) start = ReadPose(a.start, mmPerUnit);
-    if (!a.directory.empty()) {
-        MakeDirectory(a.directory);
-        RemoveOldFiles(a.directory);
-    }
+    if (!a.directory.empty()) PrepareOutput(a.directory);
     if (!a.report.empty()) WriteText(a.report, ""); // before the search, not after it, is the time to fail
 
     const Registration registration =
@@ -131,7 +70,7 @@ int Run(const Arguments& a)
     console.ClearProgress();
     const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.settings.preset};
     Print(report, a.json);
-    if (!a.directory.empty()) WriteFiles(a.directory, report);
+    if (!a.directory.empty()) WriteOutput(a.directory, report);
     if (!a.report.empty()) WriteText(a.report, ReportPage(report, times));
     return registration.reason.empty() ? Done : NothingFound;
 }
@@ -144,7 +83,7 @@ constexpr const char* Help = R"(Examples:
   voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
 Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] a line. Settings come from the spacing of the points unless a
 configuration states them. DIR receives result.json, pose.txt (four rows of four numbers, maps FLT into FIX, in the
-files' unit), registered.ply (both scans) and registered.png.
+files' unit), registered.ply (both scans), registered.png and case.bson (see voalgo case).
 Exit codes: 0 done, 2 no registration found, 3 bad input, 64 wrong usage.)";
 
 } // namespace

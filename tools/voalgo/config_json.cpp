@@ -150,16 +150,6 @@ Json Parse(const std::string& path)
     }
 }
 
-/// Limits without which the registration has no meaning.
-void RequireRanges(const prereg::ConfigurationFPFH& c, const Reader& reader)
-{
-    if (!(c.dFeatureRadius > 0.0)) reader.Fail("dFeatureRadius", "must be greater than 0");
-    if (c.uiNumPolygonVertices < 3) reader.Fail("uiNumPolygonVertices", "must be at least 3");
-    if (c.uiNumNeighbors < 1) reader.Fail("uiNumNeighbors", "must be at least 1");
-    if (c.uiMinCurvatureQuality > 100) reader.Fail("uiMinCurvatureQuality", "must be at most 100");
-    if (c.icpConfig.uiNumSamples < 1) reader.Fail("icpConfig.uiNumSamples", "must be at least 1");
-}
-
 } // namespace
 
 Json ToJson(const prereg::ConfigurationICP& config)
@@ -192,7 +182,19 @@ void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
         if (json.contains(key)) reader.Fail(key, "belongs inside \"icpConfig\"");
     });
     reader.RequireKnownKeys();
-    RequireRanges(config, reader);
+    RequireRanges(config, path);
+}
+
+void RequireRanges(const prereg::ConfigurationFPFH& c, const std::string& path)
+{
+    const auto require = [&](bool holds, const char* key, const char* what) {
+        if (!holds) throw InputError(path + ": \"" + key + "\": must be " + what);
+    };
+    require(c.dFeatureRadius > 0.0, "dFeatureRadius", "greater than 0");
+    require(c.uiNumPolygonVertices >= 3, "uiNumPolygonVertices", "at least 3");
+    require(c.uiNumNeighbors >= 1, "uiNumNeighbors", "at least 1");
+    require(c.uiMinCurvatureQuality <= 100, "uiMinCurvatureQuality", "at most 100");
+    require(c.icpConfig.uiNumSamples >= 1, "icpConfig.uiNumSamples", "at least 1");
 }
 
 } // namespace voalgo

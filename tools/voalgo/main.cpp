@@ -22,6 +22,7 @@ int Run(int argc, char** argv)
     voalgo::AddRegister(tool, exitCode);
     voalgo::AddFeatures(tool, exitCode);
     voalgo::AddSimulate(tool, exitCode);
+    voalgo::AddCase(tool, exitCode);
     voalgo::AddInfo(tool, exitCode);
     try {
         tool.parse(argc, argv);

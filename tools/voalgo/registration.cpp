@@ -222,17 +222,25 @@ Registration Register(const Cloud& fix, const Cloud& flt, const Settings& settin
     const auto report = [&progress](const char* stage, double share) {
         if (progress) progress(stage, share);
     };
-    Registration registration;
-    double start = Now();
+    const double start = Now();
     report("features", 0.0);
-    const auto fixSet = ComputeFeatures(fix, settings);
+    auto fixSet = ComputeFeatures(fix, settings);
     report("features", 0.5);
-    const auto fltSet = ComputeFeatures(flt, settings);
-    registration.featureSeconds = Now() - start;
+    auto fltSet = ComputeFeatures(flt, settings);
+    const double featureSeconds = Now() - start;
+    Registration registration = Register(std::move(fixSet), std::move(fltSet), settings, report);
+    registration.featureSeconds = featureSeconds;
+    return registration;
+}
 
-    start = Now();
-    const Progress reporting = report;
-    Search search(fixSet, fltSet, settings, reporting);
+Registration Register(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<const CFPFHPointSet> flt,
+                      const Settings& settings, const Progress& progress)
+{
+    Registration registration;
+    registration.fix = std::move(fix);
+    registration.flt = std::move(flt);
+    const double start = Now();
+    Search search(registration.fix, registration.flt, settings, progress);
     search.Run(registration);
     registration.searchSeconds = Now() - start;
     return registration;
@@ -246,6 +254,8 @@ Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings
     const auto fltSet = ComputeFeatures(flt, settings);
     const double fromStart = Now();
     registration.featureSeconds = fromStart - begin;
+    registration.fix = fixSet;
+    registration.flt = fltSet;
     CFPFHPreRegistration driver(fixSet, fltSet, settings.config);
     const CFPFHPreRegistration::VerifiedTrafo found(driver.InjectTrafo(start), 1);
     registration.statistics = driver.GetStatistics();

@@ -34,6 +34,8 @@ struct Registration {
     std::vector<JudgedTrafo> refused;
     prereg::CFPFHPreRegistration::Statistics statistics;
     std::string reason; ///< why no result is to be trusted, also when there are several; empty: the first one is
+    std::shared_ptr<const prereg::CFPFHPointSet> fix; ///< what was registered
+    std::shared_ptr<const prereg::CFPFHPointSet> flt;
     double featureSeconds = 0.0;
     double searchSeconds = 0.0;
 };
@@ -48,6 +50,10 @@ inline constexpr float AlikeShare = 0.9F;
 
 /// Registers flt with fix without a starting pose.
 Registration Register(const Cloud& fix, const Cloud& flt, const Settings& settings, const Progress& progress);
+/// The same with the point sets of both clouds at hand.
+Registration Register(std::shared_ptr<const prereg::CFPFHPointSet> fix,
+                      std::shared_ptr<const prereg::CFPFHPointSet> flt, const Settings& settings,
+                      const Progress& progress);
 /// Refines and verifies one given pose (maps flt into fix).
 Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings, const VoAlgo::CTrafo& start);
 

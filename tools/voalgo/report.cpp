@@ -6,6 +6,8 @@
 #include "number.h"
 #include "pose_file.h"
 
+#include <cstdio>
+
 namespace voalgo {
 
 namespace {
@@ -123,6 +125,18 @@ std::string ToText(const Registration& registration)
 {
     const std::string table = registration.results.empty() ? "" : Table(registration.results);
     return registration.reason.empty() ? table : table + Refusal(registration);
+}
+
+void Print(const Report& report, bool json)
+{
+    if (!json) {
+        std::fputs(ToText(report.registration).c_str(), stdout);
+        return;
+    }
+    auto object = ToJson(report);
+    object["seconds"] = {{"features", report.registration.featureSeconds},
+                         {"search", report.registration.searchSeconds}};
+    std::printf("%s\n", object.dump(2).c_str());
 }
 
 } // namespace voalgo

@@ -29,5 +29,7 @@ nlohmann::ordered_json ToJson(const PreparedCloud& prepared);
 nlohmann::ordered_json ToJson(const Report& report);
 /// The ranked results as a table, or the reason why there is none with the causes of the refusals.
 std::string ToText(const Registration& registration);
+/// Prints the results, as text or, with the times, as JSON.
+void Print(const Report& report, bool json);
 
 } // namespace voalgo

@@ -15,6 +15,12 @@ Preset PresetOf(const std::string& name)
     return name == "thorough" ? Preset::Thorough : Preset::Automatic;
 }
 
+void Apply(const prereg::ConfigurationFPFH& stated, Settings& settings)
+{
+    settings.verification.Follow(settings.config, stated);
+    settings.config = stated;
+}
+
 } // namespace
 
 void SettingsOptions::AddTo(CLI::App& command)
@@ -34,9 +40,17 @@ Settings SettingsOptions::For(const Cloud& fix, const Cloud& flt) const
     Settings settings = DeriveSettings(fix, flt, PresetOf(preset));
     settings.threads = threads;
     if (config.empty()) return settings;
-    const prereg::ConfigurationFPFH derived = settings.config;
-    ApplyConfigFile(settings.config, config);
-    settings.verification.Follow(derived, settings.config);
+    prereg::ConfigurationFPFH stated = settings.config;
+    ApplyConfigFile(stated, config);
+    Apply(stated, settings);
+    return settings;
+}
+
+Settings SettingsWith(const prereg::ConfigurationFPFH& stated, const std::string& preset, const Cloud& fix,
+                      const Cloud& flt)
+{
+    Settings settings = DeriveSettings(fix, flt, PresetOf(preset));
+    Apply(stated, settings);
     return settings;
 }
 

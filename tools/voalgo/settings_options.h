@@ -10,6 +10,10 @@ class App;
 
 namespace voalgo {
 
+/// The settings of a preset by its name ("auto" for one that is not known) with a configuration that was stated before.
+Settings SettingsWith(const prereg::ConfigurationFPFH& stated, const std::string& preset, const Cloud& fix,
+                      const Cloud& flt);
+
 /// Where the settings come from; the options that the commands with settings share.
 struct SettingsOptions {
     std::string preset = "auto";
