@@ -1,0 +1,296 @@
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+
+#include "VoAlgorithms/numerics/lapack.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+using Vector = VoAlgo::TVector<double>;
+using Matrix = VoAlgo::TMatrix<double>;
+
+constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double Inf = std::numeric_limits<double>::infinity();
+
+Matrix Random(std::mt19937& engine, std::size_t rows, std::size_t cols)
+{
+    std::normal_distribution<double> normal;
+    Matrix m(rows, cols);
+    for (std::size_t i = 0; i < rows * cols; ++i) m.Data()[i] = normal(engine);
+    return m;
+}
+
+Vector RandomVector(std::mt19937& engine, std::size_t size)
+{
+    std::normal_distribution<double> normal;
+    Vector v(size);
+    for (double& e : v) e = normal(engine);
+    return v;
+}
+
+/// r = M·p − y with analytic or numerical derivatives.
+struct Linear : VoAlgo::CNLSObjectiveFunction {
+    Linear(Matrix m, Vector sd)
+        : CNLSObjectiveFunction(static_cast<int>(m.Cols()), static_cast<int>(m.Rows())), M(std::move(m)),
+          deviations(std::move(sd))
+    {
+    }
+    Vector Error(const Vector& params) override { return M * params; }
+    Vector StdDev() override { return deviations; }
+
+    Matrix M;
+    Vector deviations;
+};
+
+/// Residuals xᵢ^j·pᵢ for the exponents j = 0 … m−1 of one parameter.
+struct Powers : VoAlgo::CNLSObjectiveFunction {
+    explicit Powers(int m) : CNLSObjectiveFunction(2, m) {}
+    Vector Error(const Vector& params) override
+    {
+        Vector r(GetNumMeasurements());
+        for (std::size_t j = 0; j < r.Size(); ++j) r[j] = std::pow(params[0], static_cast<double>(j)) + params[1];
+        return r;
+    }
+    using CNLSObjectiveFunction::errorFDDerivatives;
+    using CNLSObjectiveFunction::getCovariance;
+};
+
+// All p = K·[1; z] satisfy the equalities, and the free variables are parameters. A refused equality leaves no trace.
+TEST(CNLSObjectiveFunction, EqualitiesLeaveTheirSolutions)
+{
+    std::mt19937 engine(1);
+    for (int trial = 0; trial < 100; ++trial) {
+        const int n = 2 + trial % 5;
+        const int equalities = 1 + trial % (n - 1);
+        Powers problem(1);
+        problem.SetNumParams(static_cast<unsigned>(n));
+        for (int e = 0; e < equalities; ++e)
+            ASSERT_TRUE(problem.AddEquality(RandomVector(engine, static_cast<std::size_t>(n)), 1.0 + e));
+        const Matrix lhs = problem.GetEqualitiesLHS();
+        ASSERT_TRUE(problem.AddEquality(lhs.Row(0) * 2.0, 2.0)) << "follows from the first";
+        ASSERT_EQ(problem.GetFreeVariablesIndices().Size(), static_cast<std::size_t>(n - equalities));
+        const Matrix kernel = problem.GetEqualityConstraintsKernel();
+
+        EXPECT_FALSE(problem.AddEquality(lhs.Row(0), 7));
+        EXPECT_FALSE(problem.AddEquality(Vector(n + 1), 0));
+        EXPECT_FALSE(problem.AddEquality(0, NaN));
+        EXPECT_FALSE(problem.AddEquality(n, 0));
+        EXPECT_FALSE(problem.SetEqualities(lhs, Vector(1 + equalities)));
+        EXPECT_EQ(problem.GetEqualitiesRHS().Size(), static_cast<std::size_t>(equalities + 1));
+        EXPECT_EQ(problem.GetEqualityConstraintsKernel(), kernel);
+
+        const Vector z = RandomVector(engine, static_cast<std::size_t>(n - equalities));
+        const Vector p = problem.BuildParamsFromFree(z);
+        for (std::size_t j = 0; j < z.Size(); ++j) EXPECT_EQ(p[problem.GetFreeVariablesIndices()[j]], z[j]);
+        const Vector missed = lhs * p;
+        for (std::size_t e = 0; e < missed.Size(); ++e) EXPECT_NEAR(missed[e], 1.0 + static_cast<double>(e), 1e-10);
+        EXPECT_TRUE(problem.SetEqualities(Matrix(), Vector()));
+        EXPECT_FALSE(problem.HasEqualities());
+        EXPECT_EQ(problem.GetFreeVariablesIndices().Size(), static_cast<std::size_t>(n));
+    }
+}
+
+TEST(CNLSObjectiveFunction, FixedParametersAreConstant)
+{
+    Linear problem(Matrix(1, 3), Vector(1, 1.0));
+    EXPECT_TRUE(problem.IsVariable(1));
+    ASSERT_TRUE(problem.AddEquality(1, 0.1));
+    EXPECT_TRUE(problem.IsConstant(1));
+    EXPECT_TRUE(problem.IsVariable(0));
+    EXPECT_EQ(problem.BuildParamsFromFree({5, 6}), (Vector{5, 0.1, 6}));
+    EXPECT_EQ(problem.GetFreeVariablesIndices(), (VoAlgo::TVector<int>{0, 2}));
+    ASSERT_TRUE(problem.AddEquality(Vector{1, 0, 1}, 3)); // both still vary, together
+    EXPECT_TRUE(problem.IsVariable(0));
+    EXPECT_TRUE(problem.IsVariable(2));
+    ASSERT_TRUE(problem.AddEquality(2, 1));
+    EXPECT_TRUE(problem.IsConstant(0));
+    EXPECT_LT((problem.BuildParamsFromFree(Vector()) - Vector{2, 0.1, 1}).MaxAbs(), 1e-14);
+    EXPECT_THROW((void)problem.BuildParamsFromFree(Vector(1)), std::invalid_argument);
+}
+
+// The same points are feasible in parameters and in free variables.
+TEST(CNLSObjectiveFunction, InequalitiesInFreeVariables)
+{
+    std::mt19937 engine(2);
+    for (int trial = 0; trial < 50; ++trial) {
+        Powers problem(1);
+        problem.SetNumParams(4);
+        ASSERT_TRUE(problem.AddEquality(RandomVector(engine, 4), 1));
+        if (trial % 2 == 0) {
+            ASSERT_TRUE(problem.AddEquality(2, 0.3));
+        }
+        problem.AddBounds(2, 0.3, 0.3);                              // on the constant: nothing is left of it
+        problem.AddInequality(problem.GetEqualitiesLHS().Row(0), 1); // follows from an equality
+        for (int row = 0; row < 3; ++row) problem.AddInequality(RandomVector(engine, 4), 0.5);
+        Matrix A;
+        Vector b;
+        problem.GetFreeVariablesInequalities(A, b);
+        const Vector z = RandomVector(engine, problem.GetFreeVariablesIndices().Size());
+        const Vector full = problem.GetInequalitiesLHS() * problem.BuildParamsFromFree(z);
+        const Vector free = A * z;
+        for (std::size_t i = 0; i < b.Size(); ++i)
+            EXPECT_NEAR(b[i] - free[i], problem.GetInequalitiesRHS()[i] - full[i], 1e-12);
+        if (trial % 2 == 0) {
+            for (const std::size_t i : {0, 1, 2}) EXPECT_TRUE(b[i] == 0 && A.Row(i).MaxAbs() == 0) << trial;
+        }
+    }
+}
+
+TEST(CNLSObjectiveFunction, BoundsAndInequalities)
+{
+    Linear problem(Matrix(1, 3), Vector(1, 1.0));
+    EXPECT_TRUE(problem.IsUnbounded(0));
+    problem.AddBounds(0, -1, 2);
+    problem.AddLowerBound(1, 0);
+    problem.AddUpperBound(2, 5);
+    EXPECT_EQ(problem.GetInequalitiesLHS(), (Matrix{{-1, 0, 0}, {1, 0, 0}, {0, -1, 0}, {0, 0, 1}}));
+    EXPECT_EQ(problem.GetInequalitiesRHS(), (Vector{1, 2, 0, 5}));
+    EXPECT_TRUE(problem.IsBounded(0));
+    EXPECT_TRUE(problem.IsUnbounded(1));
+    EXPECT_TRUE(problem.IsUnbounded(2));
+    problem.AddInequality({0, 1, -1}, 1); // p1 ≤ p2 + 1 ≤ 6, and p2 ≥ p1 − 1 ≥ −1
+    EXPECT_TRUE(problem.IsBounded(1));
+    EXPECT_TRUE(problem.IsBounded(2));
+
+    problem.SetInequalities(Matrix{{0, 1, 0}}, {1});
+    EXPECT_TRUE(problem.IsUnbounded(0));
+    ASSERT_TRUE(problem.AddEquality(0, 4));
+    EXPECT_TRUE(problem.IsBounded(0)) << "constant";
+    problem.SetInequalities(Matrix{{0, 1, 0}, {0, -1, 0}}, {0, -1});
+    EXPECT_TRUE(problem.IsBounded(2)) << "infeasible";
+
+    EXPECT_THROW(problem.AddInequality(Vector(2), 0), std::invalid_argument);
+    EXPECT_THROW(problem.AddLowerBound(3, 0), std::invalid_argument);
+    EXPECT_THROW(problem.SetInequalities(Matrix(2, 2), Vector(2)), std::invalid_argument);
+    EXPECT_THROW(problem.SetInequalities(Matrix(2, 3), Vector(1)), std::invalid_argument);
+    EXPECT_THROW((void)problem.IsBounded(-1), std::invalid_argument);
+    EXPECT_THROW(Powers(-1), std::invalid_argument);
+    problem.SetInequalities(Matrix(), Vector());
+    EXPECT_FALSE(problem.HasInequalities());
+    problem.SetNumParams(2);
+    EXPECT_FALSE(problem.HasEqualities());
+    EXPECT_EQ(problem.BuildParamsFromFree({1, 2}), (Vector{1, 2}));
+}
+
+// A stencil of order o is exact for polynomials of degree o, and for no higher one.
+TEST(CNLSObjectiveFunction, NumericalDerivativesHaveTheirOrder)
+{
+    for (int order = 1; order <= 5; ++order) {
+        Powers problem(order + 2);
+        const double h = 0.25;
+        Vector params{1.5, -2};
+        const Vector derivative = problem.errorFDDerivatives(params, 0, h, order);
+        EXPECT_EQ(params, (Vector{1.5, -2}));
+        for (int j = 0; j <= order; ++j)
+            EXPECT_NEAR(derivative[j], j * std::pow(1.5, j - 1), 1e-12) << "order " << order << " degree " << j;
+        EXPECT_GT(std::abs(derivative[order + 1] - (order + 1) * std::pow(1.5, order)), 1e-4) << order;
+    }
+    Powers problem(2);
+    Vector params{1, 1};
+    for (const int order : {0, 6}) EXPECT_THROW(problem.errorFDDerivatives(params, 0, 1, order), std::invalid_argument);
+}
+
+// By the free variables: what follows from them through the equalities moves along.
+TEST(CNLSObjectiveFunction, DefaultJacobianFollowsTheEqualities)
+{
+    std::mt19937 engine(3);
+    Linear problem(Random(engine, 7, 4), Vector(7, 1.0));
+    ASSERT_TRUE(problem.AddEquality(1, 2));
+    ASSERT_TRUE(problem.AddEquality({1, 2, 3, 4}, 5));
+    const Vector z = RandomVector(engine, 2);
+    const Matrix J = problem.Jacobian(z);
+    const Matrix& K = problem.GetEqualityConstraintsKernel();
+    Matrix basis(4, 2);
+    for (std::size_t i = 0; i < 4; ++i)
+        for (std::size_t j = 0; j < 2; ++j) basis(i, j) = K(i, j + 1);
+    const Matrix expected = problem.M * basis;
+    for (std::size_t i = 0; i < 7; ++i)
+        for (std::size_t j = 0; j < 2; ++j) EXPECT_NEAR(J(i, j), expected(i, j), 1e-9);
+
+    problem.SetNumMeasurements(0);
+    EXPECT_TRUE(problem.Jacobian(z).Empty());
+    problem.SetNumMeasurements(8); // `Error` has 7
+    EXPECT_TRUE(problem.Jacobian(z).Empty());
+}
+
+// Against the closed form of linear problems, K·(KᵀMᵀW M K)⁻¹·Kᵀ·σ², in units far apart and more rows than one block.
+TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
+{
+    std::mt19937 engine(4);
+    for (const std::size_t m : {4U, 30U, 300U})
+        for (const int equalities : {0, 1, 2}) {
+            Matrix M = Random(engine, m, 4);
+            for (std::size_t i = 0; i < m; ++i) {
+                M(i, 1) *= 1e4;
+                M(i, 3) *= 1e-4;
+            }
+            Vector deviations(m);
+            for (std::size_t i = 0; i < m; ++i) deviations[i] = 0.5 + static_cast<double>(i % 3);
+            Linear problem(M, deviations);
+            if (equalities > 0) {
+                ASSERT_TRUE(problem.AddEquality(2, 1));
+            }
+            if (equalities > 1) {
+                ASSERT_TRUE(problem.AddEquality({1, 1, 0, 0}, 1));
+            }
+            const std::size_t k = problem.GetFreeVariablesIndices().Size();
+            const Matrix& kernel = problem.GetEqualityConstraintsKernel();
+            Matrix K(4, k);
+            for (std::size_t i = 0; i < 4; ++i)
+                for (std::size_t j = 0; j < k; ++j) K(i, j) = kernel(i, j + 1);
+            Matrix J = M * K;
+            for (std::size_t i = 0; i < m; ++i)
+                for (std::size_t j = 0; j < k; ++j) J(i, j) /= deviations[i];
+            Matrix information = J.Transposed() * J;
+            ASSERT_TRUE(VoAlgo::cholesky(information));
+            Matrix inverse;
+            ASSERT_TRUE(VoAlgo::choleskyInverse(information, inverse));
+            const Matrix expected = K * inverse * K.Transposed() * 9.0;
+
+            const Vector anywhere(4);
+            const Matrix covariance = problem.GetCovariance(anywhere, -3);
+            const Matrix correlation = problem.GetCorrelation(anywhere, 1);
+            for (std::size_t i = 0; i < 4; ++i)
+                for (std::size_t j = 0; j < 4; ++j) {
+                    const double scale = std::sqrt(expected(i, i) * expected(j, j));
+                    EXPECT_NEAR(covariance(i, j), expected(i, j), 1e-6 * scale) << m << ' ' << equalities;
+                    EXPECT_NEAR(correlation(i, j), scale > 0 ? expected(i, j) / scale : 0, 1e-6);
+                }
+            double determinant = 1; // of UᵀU
+            for (std::size_t j = 0; j < k; ++j) determinant *= information(j, j) * information(j, j);
+            EXPECT_NEAR(problem.GetDCriterionValue(anywhere) / determinant, 1, 1e-6);
+        }
+}
+
+TEST(CNLSObjectiveFunction, CovarianceLeavesOutWhatIsNotDetermined)
+{
+    // Only p0 + 1e6·p2 and p1 are measured.
+    Linear problem(Matrix{{1, 0, 1e6}, {1, 0, 1e6}, {0, 2, 0}, {0, 0, 0}}, Vector(4, 1.0));
+    const Matrix covariance = problem.GetCovariance({1, 2, 3}, 1);
+    EXPECT_NEAR(covariance(1, 1), 0.25, 1e-8);
+    EXPECT_EQ(covariance(0, 0) == 0, covariance(2, 2) != 0) << "one of the two counts as known";
+    EXPECT_NEAR(covariance(0, 0) + 1e12 * covariance(2, 2), 0.5, 1e-5);
+    EXPECT_EQ(problem.GetDCriterionValue({1, 2, 3}), 0);
+    VoAlgo::TVector<int> determined;
+    const Matrix part = Powers::getCovariance({{0, 3}, {0, 4}}, determined, 2) - Matrix{{0, 0}, {0, 4.0 / 25}};
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(part.Data()[i], 0, 1e-15);
+    EXPECT_EQ(determined, VoAlgo::TVector<int>{1});
+
+    for (const Vector& bad : {Vector(2), Vector{1, NaN, 2}}) {
+        EXPECT_TRUE(std::isnan(problem.GetCovariance(bad, 1)(0, 0)));
+        EXPECT_TRUE(std::isnan(problem.GetDCriterionValue(bad)));
+    }
+    problem.deviations[2] = 0;
+    EXPECT_TRUE(std::isnan(problem.GetCovariance({1, 2, 3}, 1)(1, 1)));
+    problem.SetNumMeasurements(0);
+    EXPECT_EQ(problem.GetCovariance({1, 2, 3}, 1), Matrix(3, 3, Inf));
+}
+
+} // namespace
