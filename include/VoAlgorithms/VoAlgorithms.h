@@ -31,6 +31,8 @@
 
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
 #include "VoAlgorithms/solvers/clpsolver.h"
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "VoAlgorithms/solvers/cnlssolver.h"
 
 #include "VoAlgorithms/prereg/cdirtymap.h"
 #include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"

@@ -1,0 +1,132 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/numerics/tmatrix.h"
+#include "VoAlgorithms/numerics/tvector.h"
+
+#include <optional>
+
+namespace VoAlgo {
+
+class CNLSObjectiveFunction;
+
+/// Nonlinear least squares under linear constraints: a damped Gauss-Newton iteration (Levenberg-Marquardt) in the
+/// variables that the equalities leave free, inside the polytope of the inequalities, optionally robust and from many
+/// starts.
+///
+/// With residuals r, their derivatives J, weights W and damping µ, a step h solves (JᵀWJ + µI)·h = −JᵀWr. It is
+/// accepted when it lowers ‖r‖²; then µ falls as the decrease predicted by the linear model comes true, and rises
+/// otherwise. A step that leads out of the polytope ends on the first constraint in its way; from a constraint it
+/// slides along. A start outside is replaced by a vertex of the polytope.
+///
+/// Robust: residuals weigh less the larger they are, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale;
+/// 0 beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil. A start
+/// near the solution matters more then. Deliberate: a residual of exactly 0 has no such weight (0 ÷ 0), and the fit
+/// ends with "LS solution failed".
+///
+/// Bad input ends as a result, never as an exception (of ours; what `Error` throws passes through), and every call
+/// ends:
+/// - "LS solution failed": a start that is not n finite numbers, a tau that is negative or not a number; residuals,
+///   derivatives or standard deviations of a wrong shape, or not finite at the start or at an accepted step. A step to
+///   residuals that are not finite is not accepted;
+/// - "constraints violated": inequalities without a common point or with something that is not a number.
+///
+/// A solver keeps nothing between calls but its settings: equal inputs give equal bits.
+///
+/// Sources: K. Madsen, H. B. Nielsen, O. Tingleff, Methods for Non-Linear Least Squares Problems, DTU 2004, section 3.2
+/// (with H. B. Nielsen's damping, IMM-REP-1999-05); A. E. Beaton, J. W. Tukey, Technometrics 16 (1974) 147-185 (the
+/// biweight); R. L. Smith, Operations Research 32 (1984) 1296-1308 (hit-and-run sampling).
+class VOALGO_API CNLSSolver {
+public:
+    /// Why a fit stopped: (++) converged, (-) usable but doubtful, (--) failed.
+    enum EResult {
+        SmallGradient = 0,       ///< "small gradient (++)": or no residual is left
+        SmallStep = 1,           ///< "small step size (++)"
+        MaxIterExceeded = 2,     ///< "maxiter exceeded (-)"
+        AlmostSingular = 3,      ///< "almost singular matrix (-)": a step of absurd length
+        LSSolutionFailed = 4,    ///< "LS solution failed (--)"
+        ConstraintsViolated = 5, ///< "constraints violated (-)": there is no feasible start
+    };
+    /// How random starts are drawn: from the uniform distribution over the polytope, as a random walk in it.
+    enum ESampler {
+        Gibbs = 0,     ///< one parameter after the other
+        HitAndRun = 1, ///< all at once, along a random direction
+    };
+
+    /// problem          borrowed; must outlive the solver.
+    /// samplingSweeps   steps of the sampler for each random start; below 1: 2·n.
+    CNLSSolver(CNLSObjectiveFunction& problem, bool robust, int samplingSweeps);
+
+    /// Fits.
+    /// params        in: the start, n parameters, of which the free variables count.   out: the best fit; unchanged
+    /// when
+    ///               there was no feasible or usable start.
+    /// rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when none could be computed
+    ///               at the start, 0 when m = 0 (the fit then ends at once with "small gradient").
+    /// maxIter       largest number of iterations of one fit; below 1: none, params becomes the feasible start.
+    /// tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a start
+    ///               believed good, 1e-3 or 1 otherwise.
+    /// multistarts   number of additional fits from random starts; needs inequalities, which should bound every
+    ///               parameter: a random walk does not go where there is no bound. The best fit is returned, never one
+    ///               worse than that from `params`. The series ends early at a residual of zero, or after five
+    ///               failures in a row.
+    EResult Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
+
+    /// Whether a fit tells its progress on the standard error stream, in lines that begin with "(NLS)". Default: yes.
+    void SetLogging(bool logging) { logging_ = logging; }
+    void SetRobustness(bool robust) { robust_ = robust; }
+    /// Kept, but without influence: steps are always projected.
+    void SetUseProjectionOfUpdates(bool use) { useProjectionOfUpdates_ = use; }
+
+    /// The text that the log shows for a result; empty for other values.
+    [[nodiscard]] static const char* ResultText(EResult result);
+
+    /// ψ(u) of robust fitting: u near 0, bounded. Huber's: u up to |u| = 1.345, then constant. Tukey's:
+    /// u·(1 − (u/c)²)² up to |u| = c = 4.6851, then 0.
+    [[nodiscard]] static double psiHuber(double u);
+    [[nodiscard]] static double psiTukey(double u);
+
+private:
+    struct Fit;
+    struct Random;
+    enum ETrial { Accepted, Rejected, Small, Absurd, Failed };
+
+    EResult run(TVector<double>& params, double& rmse, int maxIter, double tau);
+    bool start(const TVector<double>& params, Fit& fit);
+    bool makeFeasible(Fit& fit);
+    bool linearise(Fit& fit);
+    static void setDamping(Fit& fit, double tau);
+    static bool judgeByWeights(Fit& fit, double tau);
+    static double sumOfSquares(const Fit& fit, const TVector<double>& r);
+    std::optional<EResult> iterate(Fit& fit, int iteration);
+    ETrial tryStep(Fit& fit, const TVector<double>& h);
+    static std::optional<TVector<double>> faceStep(Fit& fit, const TVector<double>& full);
+    bool evaluate(Fit& fit);
+    bool computeWeight(const TVector<double>& r, TVector<double>& w);
+    [[nodiscard]] double residualRMSE(const TVector<double>& r) const;
+
+    static TVector<double> cutBack(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
+                                   const TVector<double>& h, bool projected);
+    static void settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z);
+    static bool checkConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z);
+    static void shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon);
+    static void distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
+                                      const TVector<double>& d, double& lo, double& hi);
+
+    bool warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const;
+    static void moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d,
+                          TVector<double>& p, Random& random);
+    static void sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random);
+    static void sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random);
+
+    void log(const char* format, ...) const;
+
+    CNLSObjectiveFunction& problem_;
+    TVector<double> work_;
+    bool logging_ = true;
+    bool useProjectionOfUpdates_ = true;
+    bool robust_;
+    int samplingSweeps_;
+};
+
+} // namespace VoAlgo

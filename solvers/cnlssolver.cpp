@@ -1,0 +1,223 @@
+#include "VoAlgorithms/solvers/cnlssolver.h"
+
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "solvers/detail_cnlsfit.h"
+#include "solvers/detail_pendinglines.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <iterator>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace VoAlgo {
+namespace {
+
+constexpr double AbsurdLength = 4503599627370496.0; // 2⁵²
+constexpr int LogInterval = 5;                      // iterations
+
+constexpr char texts[][32] = {
+    "small gradient (++)",        "small step size (++)",    "maxiter exceeded (-)",
+    "almost singular matrix (-)", "LS solution failed (--)", "constraints violated (-)",
+};
+
+bool IsFinite(const TVector<double>& v)
+{
+    return std::all_of(v.begin(), v.end(), [](double e) { return std::isfinite(e); });
+}
+
+} // namespace
+
+CNLSSolver::CNLSSolver(CNLSObjectiveFunction& problem, bool robust, int samplingSweeps)
+    : problem_(problem), robust_(robust),
+      samplingSweeps_(samplingSweeps < 1 ? 2 * problem.GetNumParams() : samplingSweeps)
+{
+}
+
+const char* CNLSSolver::ResultText(EResult result)
+{
+    const auto index = static_cast<std::size_t>(result);
+    return index < std::size(texts) ? texts[index] : "";
+}
+
+CNLSSolver::EResult CNLSSolver::run(TVector<double>& params, double& rmse, int maxIter, double tau)
+{
+    rmse = std::numeric_limits<double>::infinity();
+    int iterations = 0;
+    const auto finish = [&](EResult result) {
+        log("(NLS) stopped after %i iterations ('%s', residual RMSE=%g)\n", iterations, ResultText(result), rmse);
+        return result;
+    };
+
+    Fit fit;
+    if (!(tau >= 0) || !start(params, fit)) return finish(LSSolutionFailed);
+    if (fit.constrained && !makeFeasible(fit)) return ConstraintsViolated;
+    fit.zNew = fit.z;
+    if (!evaluate(fit)) return finish(LSSolutionFailed);
+    std::swap(fit.r, fit.rNew);
+    std::swap(fit.J, fit.JNew);
+    const auto stopAt = [&](EResult result) {
+        rmse = residualRMSE(fit.r);
+        params = problem_.BuildParamsFromFree(fit.z);
+        return finish(result);
+    };
+    if (fit.r.Empty()) return stopAt(SmallGradient);
+    if (!linearise(fit)) return finish(LSSolutionFailed);
+    setDamping(fit, tau);
+    log("(NLS) iter. 0: residual RMSE=%g\n", residualRMSE(fit.r));
+
+    while (iterations < maxIter) {
+        ++iterations;
+        const auto result = iterate(fit, iterations);
+        if (result == SmallStep && judgeByWeights(fit, tau)) continue;
+        if (result) return stopAt(*result);
+    }
+    return stopAt(MaxIterExceeded);
+}
+
+/// The damping of a start.
+void CNLSSolver::setDamping(Fit& fit, double tau)
+{
+    double largest = 0;
+    for (std::size_t i = 0; i < fit.N.Cols(); ++i) largest = std::max(largest, fit.N(i, i));
+    fit.mu = tau * largest;
+    fit.nu = 1; // deliberate: so the first rejection repeats the step, and only the second one raises mu
+}
+
+/// Steps are judged by the unweighted residuals at first. With weights their decrease and the predicted one differ in
+/// unit and minimum, so that the fit comes to rest early; then it goes on with steps that are judged by the weighted
+/// ones. False when it did already, or when both are the same.
+bool CNLSSolver::judgeByWeights(Fit& fit, double tau)
+{
+    if (fit.weighted || std::all_of(fit.w.begin(), fit.w.end(), [](double e) { return e == 1; })) return false;
+    fit.weighted = true;
+    setDamping(fit, tau);
+    return true;
+}
+
+/// Takes the free variables and the constraints. False when they are not what a fit could start from.
+bool CNLSSolver::start(const TVector<double>& params, Fit& fit)
+{
+    const TVector<int>& freeIndices = problem_.GetFreeVariablesIndices();
+    const auto n = static_cast<std::size_t>(std::max(problem_.GetNumParams(), 0));
+    if (params.Size() != n || problem_.GetEqualityConstraintsKernel().Rows() != n) return false;
+    fit.z.Resize(freeIndices.Size());
+    for (std::size_t j = 0; j < fit.z.Size(); ++j) fit.z[j] = params[freeIndices[j]];
+    fit.constrained = problem_.HasInequalities();
+    if (fit.constrained) problem_.GetFreeVariablesInequalities(fit.A, fit.b);
+    return IsFinite(fit.z);
+}
+
+/// Residuals and derivatives at zNew. False when they are not of the promised shape.
+bool CNLSSolver::evaluate(Fit& fit)
+{
+    const auto m = static_cast<std::size_t>(std::max(problem_.GetNumMeasurements(), 0));
+    fit.rNew = problem_.Error(problem_.BuildParamsFromFree(fit.zNew));
+    if (fit.rNew.Size() != m) return false;
+    if (m == 0) return true;
+    fit.JNew = problem_.Jacobian(fit.zNew);
+    return fit.JNew.Rows() == m && fit.JNew.Cols() == fit.z.Size();
+}
+
+/// Weights, N = JᵀWJ and g = JᵀWr where the fit stands. False when there are not m standard deviations.
+bool CNLSSolver::linearise(Fit& fit)
+{
+    if (!computeWeight(fit.r, fit.w)) return false;
+    const std::size_t m = fit.J.Rows();
+    const std::size_t k = fit.J.Cols();
+    fit.JtW.Reset(k, m);
+    for (std::size_t j = 0; j < k; ++j) {
+        const auto column = fit.J.Column(j);
+        for (std::size_t i = 0; i < m; ++i) fit.JtW.Data()[i * k + j] = column[i] * fit.w.Data()[i];
+    }
+    Multiply(fit.JtW, fit.J, fit.N);
+    Multiply(fit.JtW, fit.r, fit.g);
+    return true;
+}
+
+/// One iteration; the result when the fit stops here.
+std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
+{
+    if (fit.g.MaxAbs() <= detail::SmallChange || fit.r.MaxAbs() <= detail::SmallChange) return SmallGradient;
+    TVector<double> full;
+    if (!fit.system.Solve(fit.N, fit.mu, -fit.g, full)) return LSSolutionFailed;
+    ETrial trial = tryStep(fit, fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full);
+    // The plain projection onto a row makes no descent where the full step is far from the gradient's direction, and a
+    // second row at hand stops it: that is no end of the fit.
+    if (fit.constrained && (trial == Rejected || trial == Small))
+        if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step);
+    switch (trial) {
+    case Small:
+        return SmallStep;
+    case Absurd:
+        return AlmostSingular;
+    case Failed:
+        return LSSolutionFailed;
+    case Rejected:
+        fit.mu *= fit.nu;
+        fit.nu *= 2;
+        break;
+    case Accepted:
+        fit.nu = 2;
+        if (iteration % LogInterval == 0) log("(NLS) iter. %i: residual RMSE=%g\n", iteration, residualRMSE(fit.r));
+        break;
+    }
+    return std::nullopt;
+}
+
+double CNLSSolver::sumOfSquares(const Fit& fit, const TVector<double>& r)
+{
+    if (!fit.weighted) return r.Dot(r);
+    double sum = 0;
+    for (std::size_t i = 0; i < r.Size(); ++i) sum += fit.w.Data()[i] * r.Data()[i] * r.Data()[i];
+    return sum;
+}
+
+/// Evaluates the objective at z + h and, when that is better, goes there.
+CNLSSolver::ETrial CNLSSolver::tryStep(Fit& fit, const TVector<double>& h)
+{
+    fit.zNew = fit.z;
+    fit.zNew += h;
+    if (fit.constrained) {
+        settle(fit.A, fit.b, fit.zNew);
+        if (!checkConstraints(fit.A, fit.b, fit.zNew))
+            log("(NLS) warning: intermediate solution violates constraints\n");
+    }
+    const double length = h.Norm();
+    if (length <= detail::SmallLength(fit.z)) return Small;
+    if (!(length < AbsurdLength * (fit.z.Norm() + detail::SmallChange))) return Absurd;
+
+    if (!evaluate(fit)) return Failed;
+    const double decrease = (sumOfSquares(fit, fit.r) - sumOfSquares(fit, fit.rNew)) / 2;
+    const double predicted = (fit.mu * h.Dot(h) - h.Dot(fit.g)) / 2;
+    if (!(predicted > 0 && decrease > 0)) return Rejected;
+    std::swap(fit.z, fit.zNew);
+    std::swap(fit.r, fit.rNew);
+    std::swap(fit.J, fit.JNew);
+    if (!linearise(fit)) return Failed;
+    const double gain = 2 * (decrease / predicted) - 1;
+    fit.mu *= std::max(1.0 / 3.0, 1 - gain * gain * gain);
+    return Accepted;
+}
+
+double CNLSSolver::residualRMSE(const TVector<double>& r) const
+{
+    return r.Empty() ? 0 : r.Norm() / std::sqrt(problem_.GetNumMeasurements());
+}
+
+void CNLSSolver::log(const char* format, ...) const
+{
+    if (!logging_) return;
+    char text[256];
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    detail::WriteLines(text);
+}
+
+} // namespace VoAlgo

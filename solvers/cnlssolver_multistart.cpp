@@ -1,0 +1,126 @@
+#include "VoAlgorithms/solvers/cnlssolver.h"
+
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <limits>
+#include <random>
+
+namespace VoAlgo {
+
+/// The random choices of one series.
+struct CNLSSolver::Random {
+    std::mt19937_64 engine{47110815};
+    std::function<double(double, double)> uniform = [this](double a, double b) {
+        return a + (b - a) * std::uniform_real_distribution<double>(0, 1)(engine);
+    };
+};
+
+CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts,
+                                    ESampler sampler)
+{
+    constexpr int maxErrors = 5; // in a row
+    const TVector<double> start = params;
+    EResult result = run(params, rmse, maxIter, tau);
+    if (multistarts <= 0) return result;
+    if (!problem_.HasInequalities()) {
+        log("(NLS) warning: skipping multistart (no inequality constraints!)\n");
+        return result;
+    }
+
+    // A fit that ended at residuals that are not numbers is worse than any other.
+    double best = std::isnan(rmse) ? std::numeric_limits<double>::infinity() : rmse;
+    const double perfect = start.Size() * std::numeric_limits<double>::epsilon() * 10;
+    Random random;
+    TVector<double> point = start;
+    int shown = 1;
+    int completed = 0;
+    int errors = 0;
+    while (best > perfect && errors < maxErrors && completed < multistarts) {
+        log("(NLS) SAMPLING FOR MULTISTART RUN %i OF %i (try #%i)\n", shown, multistarts, errors + 1);
+        if (warmUp(start, point, sampler, random)) {
+            double pointRMSE = 0;
+            const EResult pointResult = run(point, pointRMSE, maxIter, tau);
+            if (pointResult == AlmostSingular || pointResult == ConstraintsViolated) {
+                log("(NLS) multistart run #%i/#%i failed: %s\n", shown, multistarts,
+                    pointResult == AlmostSingular ? "close to singular matrix" : "constraint violation");
+                --completed;
+                --shown;
+                ++errors;
+            } else {
+                errors = 0;
+            }
+            if (pointRMSE < best) {
+                best = pointRMSE;
+                params = point;
+                result = pointResult;
+            }
+        } else {
+            log("(NLS) warmup failed.\n");
+        }
+        point = start;
+        ++completed;
+        ++shown;
+    }
+    if (completed < multistarts)
+        log(best <= perfect ? "(NLS) obtained the best possible residual - omitting further multistart runs\n"
+                            : "(NLS) multistart series aborted (too many errors)\n");
+    rmse = best;
+    log("(NLS) final residual RMSE=%g\n", rmse);
+    return result;
+}
+
+/// Moves the point, the start, to a random place of the polytope. False after five walks that ended outside.
+bool CNLSSolver::warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const
+{
+    constexpr int attempts = 5;
+    const TMatrix<double>& A = problem_.GetInequalitiesLHS();
+    const TVector<double>& b = problem_.GetInequalitiesRHS();
+    if (start.Size() != A.Cols()) return false;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        for (int sweep = 0; sweep < samplingSweeps_; ++sweep) {
+            if (sampler == Gibbs)
+                sampleGibbs(A, b, point, random);
+            else
+                sampleHitAndRun(A, b, point, random);
+        }
+        if (checkConstraints(A, b, point)) return true;
+        point = start;
+    }
+    return false;
+}
+
+/// Moves p along d by a uniform draw from its chord; not at all when that is empty or a side of it has no bound.
+void CNLSSolver::moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d,
+                           TVector<double>& p, Random& random)
+{
+    double lo = 0;
+    double hi = 0;
+    distanceToConstraints(A, b, p, d, lo, hi);
+    if (!(lo + hi >= 0) || !std::isfinite(lo + hi)) return;
+    const double step = random.uniform(-lo, hi);
+    for (std::size_t i = 0; i < p.Size(); ++i) p[i] += step * d[i];
+}
+
+void CNLSSolver::sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random)
+{
+    TVector<double> axis(p.Size());
+    for (std::size_t j = 0; j < p.Size(); ++j) {
+        axis[j] = 1;
+        moveAlong(A, b, axis, p, random);
+        axis[j] = 0;
+    }
+}
+
+void CNLSSolver::sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random)
+{
+    std::normal_distribution<double> normal;
+    TVector<double> direction(p.Size());
+    for (double& e : direction) e = normal(random.engine);
+    direction *= 1 / direction.Norm();
+    moveAlong(A, b, direction, p, random);
+}
+
+} // namespace VoAlgo
