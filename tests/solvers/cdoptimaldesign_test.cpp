@@ -1,6 +1,7 @@
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
 
 #include "VoAlgorithms/numerics/lapack.h"
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 
 #include <gmock/gmock.h>
 
@@ -122,6 +123,40 @@ TEST(OptimalDesign, NoExchangeImprovesALargerOneAndMoreStartsNeverHurt)
             exchanged[k] = other;
             EXPECT_LE(Criterion(candidates, exchanged), criterion * (1 + 1e-9));
         }
+}
+
+/// A straight line through measurements of unlike precision; the third parameter is for equalities.
+class Line : public VoAlgo::CNLSObjectiveFunction {
+public:
+    Line() : CNLSObjectiveFunction(3, 6) {}
+    Vector Error(const Vector& p) override
+    {
+        Vector r(6);
+        for (int i = 0; i < 6; ++i) r[i] = p[0] + p[1] * (i - 2.5) + p[2] * i * i;
+        return r;
+    }
+    Vector StdDev() override { return sigma; }
+    Vector sigma{1, 0.1, 1, 1, -0.1, 1};
+};
+
+TEST(OptimalDesign, TakesTheMeasurementsOfAProblem)
+{
+    Line line;
+    ASSERT_TRUE(line.AddEquality(2, 7));
+    const Vector params{1, 2, 7};
+    CDOptimalDesign design(line, params);
+    design.SetLogging(false);
+    Indices chosen;
+    ASSERT_TRUE(design.Run(3, chosen));
+    EXPECT_THAT(chosen, testing::AnyOf(ElementsAre(0, 1, 4), ElementsAre(1, 4, 5))); // the precise ones, and an end
+    ASSERT_TRUE(design.Run(6, chosen));
+    EXPECT_NEAR(design.GetDeterminant(), line.GetDCriterionValue(params), 1e-6 * design.GetDeterminant());
+
+    line.sigma.Resize(5);
+    EXPECT_FALSE(CDOptimalDesign(line, params).Run(3, chosen));
+    line.sigma = {1, 1, 1, 0, 1, 1};
+    EXPECT_FALSE(CDOptimalDesign(line, params).Run(3, chosen));
+    EXPECT_FALSE(CDOptimalDesign(line, {1, 2}).Run(3, chosen));
 }
 
 TEST(OptimalDesign, RefusesWhatDeterminesNothing)

@@ -6,6 +6,8 @@
 
 namespace VoAlgo {
 
+class CNLSObjectiveFunction;
+
 /// D-optimal design: which of many candidate measurements to take, so that their number is given and the parameters are
 /// determined best. Best is the subset S with the largest D-criterion det(Σ_{i∈S} xᵢ·xᵢᵀ), xᵢ being the derivatives of
 /// measurement i by the parameters divided by its standard deviation: the volume of the confidence ellipsoid of the
@@ -22,6 +24,10 @@ class VOALGO_API CDOptimalDesign {
 public:
     /// candidates   one row xᵢ for each measurement, one column for each parameter.
     explicit CDOptimalDesign(TMatrix<double> candidates);
+    /// The measurements of a problem as candidates: the rows of its Jacobian by the free variables, at a full parameter
+    /// vector, divided by the standard deviations. The criterion of all of them is the problem's GetDCriterionValue.
+    /// When these are not m×k finite numbers, or params has not n entries, there are no candidates: Run answers false.
+    CDOptimalDesign(CNLSObjectiveFunction& problem, const TVector<double>& params);
 
     /// Chooses `size` candidates, each at most once. False, with `chosen` left alone and a determinant of 0, when every
     /// choice has the criterion 0 or none is possible: a size below the number of parameters or above that of
