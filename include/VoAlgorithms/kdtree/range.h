@@ -7,8 +7,8 @@ namespace kdtree {
 /// An axis-aligned box given by its two corners; both belong to it.
 template <unsigned D>
 struct Range {
-    Vector<D> min;
-    Vector<D> max;
+    Vector<D> min; ///< lowest coordinates
+    Vector<D> max; ///< highest coordinates, none below those of `min`
 };
 
 /// Whether p lies in the box, borders included.

@@ -42,6 +42,7 @@ public:
 
     /// Number of points held.
     [[nodiscard]] std::uint32_t Size() const { return count_; }
+    /// Whether it holds no point, as after default construction.
     [[nodiscard]] bool Empty() const { return count_ == 0; }
     /// Bytes held outside the object.
     [[nodiscard]] std::size_t GetMemUsage() const;

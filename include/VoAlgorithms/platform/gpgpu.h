@@ -12,6 +12,7 @@ public:
     virtual ~IAccessor() = default;
 };
 
+/// Hands out the accessors.
 class CGPGPUFactory {
 public:
     /// An accessor for the machine's GPU technology, or null when there is none.
