@@ -15,7 +15,9 @@ namespace VoAlgo {
 /// equally short paths the first found stays.
 class VOALGO_API CDiGraph {
 public:
+    /// No node.
     static constexpr unsigned None = 0xFFFFFFFFU;
+    /// The length of a path that does not exist.
     static constexpr float Infinity = std::numeric_limits<float>::infinity();
 
     /// Starts a graph of `nodes` nodes (0 … nodes − 1) without edges.
@@ -25,8 +27,11 @@ public:
     /// that is negative or NaN. An edge of infinite weight is never taken.
     void AddEdge(unsigned from, unsigned to, float weight);
 
+    ///@{
+    /// Nodes of the last Reset, and edges added since.
     [[nodiscard]] std::size_t NumNodes() const { return distances_.size(); }
     [[nodiscard]] std::size_t NumEdges() const { return edges_.size(); }
+    ///@}
 
     /// Finds the shortest paths from `source`; O((nodes + edges) · log edges). With a `target` the search stops as soon
     /// as its distance is known: then only the nodes on its path and those nearer than it have final values. Paths

@@ -20,6 +20,7 @@ public:
     /// function stands for the squared Euclidean distance.
     using Distance = std::function<float(std::size_t d, const float* a, const float* b)>;
 
+    /// The number of no cluster.
     static constexpr unsigned None = 0xFFFFFFFFU;
 
     /// Iterates over the members of one cluster in ascending point order, up to a default-constructed (empty) iterator.
@@ -27,12 +28,16 @@ public:
     class VOALGO_API ClusterIterator {
     public:
         ClusterIterator() = default;
+        /// At the first member of the cluster; exhausted at once when there is no such cluster.
         ClusterIterator(const CMeanShiftClusterer& clusterer, unsigned cluster);
 
+        /// To the next member; stays exhausted at the end.
         ClusterIterator& operator++();
+        ///@{
         /// Compare the addresses of the current points; all exhausted iterators are equal.
         bool operator==(const ClusterIterator& other) const { return datum() == other.datum(); }
         bool operator!=(const ClusterIterator& other) const { return datum() != other.datum(); }
+        ///@}
         /// Coordinate k of the current point; unchecked.
         float operator[](int k) const { return datum()[k]; }
         /// The d coordinates of the current point, null when exhausted.
@@ -67,6 +72,7 @@ public:
     /// but at most n times in one Run.
     [[nodiscard]] bool Run(const Distance& distance);
 
+    /// Clusters of the last Run, numbered from 0; 0 before it.
     [[nodiscard]] unsigned GetNumClusters() const { return static_cast<unsigned>(sizes_.size()); }
     /// Cluster of point i, None before a successful Run; unchecked.
     [[nodiscard]] unsigned GetCluster(unsigned i) const { return clusterOf_[i]; }

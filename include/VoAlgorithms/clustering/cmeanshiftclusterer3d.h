@@ -14,6 +14,7 @@ namespace VoAlgo {
 /// but a point that reached no mode belongs to no cluster. One thread at a time; deterministic for a fresh object.
 class VOALGO_API CMeanShiftClusterer3D {
 public:
+    /// The number of no cluster.
     static constexpr unsigned None = 0xFFFFFFFFU;
 
     /// Iterates over the members of one cluster in ascending point order; false when exhausted. The clusterer must
@@ -21,13 +22,18 @@ public:
     class VOALGO_API ClusterIterator {
     public:
         ClusterIterator() = default;
+        /// At the first member of the cluster; exhausted at once when there is no such cluster.
         ClusterIterator(const CMeanShiftClusterer3D& clusterer, unsigned cluster);
 
+        /// To the next member; stays exhausted at the end.
         ClusterIterator& operator++();
+        /// Whether there is a current point.
         explicit operator bool() const { return datum() != nullptr; }
+        ///@{
         /// Compare the addresses of the current points; all exhausted iterators are equal.
         bool operator==(const ClusterIterator& other) const { return datum() == other.datum(); }
         bool operator!=(const ClusterIterator& other) const { return datum() != other.datum(); }
+        ///@}
         /// Coordinate k of the current point; unchecked.
         float operator[](int k) const { return datum()[k]; }
         /// x, y, z of the current point, null when exhausted.
@@ -47,6 +53,7 @@ public:
     };
 
     CMeanShiftClusterer3D() = default;
+    ///@{
     /// Copy n points (packed triples x y z; doubles are narrowed). h: the bandwidth. Throw std::invalid_argument "mean
     /// shift clustering: missing input data" for null or no points, then "mean shift clustering: invalid bandwidth" for
     /// h ≤ 0; std::runtime_error "mean shift clustering: memory allocation error". A NaN bandwidth is let through and
@@ -54,12 +61,14 @@ public:
     CMeanShiftClusterer3D(const std::vector<std::array<float, 3>>& points, float h);
     CMeanShiftClusterer3D(const float* xyz, std::size_t n, float h);
     CMeanShiftClusterer3D(const double* xyz, std::size_t n, double h);
+    ///@}
 
     /// Clusters. False, and no clusters, without points or when a coordinate is infinite or NaN. Means are sums in
     /// point order divided by the count, in single precision. Always ends, after at most n starts: a start point counts
     /// as visited whatever came of it; a start ends without a cluster after 4·n steps.
     [[nodiscard]] bool Run();
 
+    /// Clusters of the last Run, numbered from 0; 0 before it.
     [[nodiscard]] unsigned GetNumClusters() const { return static_cast<unsigned>(sizes_.size()); }
     /// Cluster of point i; None before a successful Run and for a point without a cluster; unchecked.
     [[nodiscard]] unsigned GetCluster(unsigned i) const { return points_[i].cluster; }

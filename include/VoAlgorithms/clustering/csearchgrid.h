@@ -17,15 +17,21 @@ class VOALGO_API CSearchGrid {
 public:
     /// A range of positions in the sorted order.
     struct Run {
-        std::uint32_t begin;
-        std::uint32_t end;
+        std::uint32_t begin; ///< first position
+        std::uint32_t end;   ///< behind the last one
     };
+    /// Runs around a cell: its rows of three cells in x, for three y and three z.
     static constexpr std::size_t NumRuns = 9;
 
+    /// A cell and where its points start in the sorted order.
     struct Cell {
-        std::int32_t x, y, z; ///< absolute cell coordinates: floor(position ÷ edge), the edge a little above the radius
-        std::uint32_t begin;  ///< first position; the cell ends where the next begins
+        ///@{
+        /// Absolute cell coordinates: floor(position ÷ edge), the edge a little above the radius.
+        std::int32_t x, y, z;
+        ///@}
+        std::uint32_t begin; ///< first position; the cell ends where the next begins
 
+        /// Whether both are the same cell of space; `begin` does not count.
         [[nodiscard]] bool IsSamePlace(const Cell& other) const { return x == other.x && y == other.y && z == other.z; }
     };
 
@@ -33,14 +39,19 @@ public:
     /// Points must be finite. radius > 0, in the points' unit. O(n).
     CSearchGrid(const std::vector<kdtree::Vector<3>>& points, float radius);
 
+    /// Number of points.
     [[nodiscard]] std::size_t Size() const { return order_.size(); }
+    /// The radius of the constructor, in the points' unit.
     [[nodiscard]] float Radius() const { return radius_; }
     /// Index in the caller's list of every sorted position.
     [[nodiscard]] const std::vector<std::uint32_t>& Order() const { return order_; }
+    ///@{
     /// Coordinate planes in sorted order, readable up to eight entries past the end.
     [[nodiscard]] const float* X() const { return x_.data(); }
     [[nodiscard]] const float* Y() const { return y_.data(); }
     [[nodiscard]] const float* Z() const { return z_.data(); }
+    ///@}
+    /// The point at a sorted position; unchecked.
     [[nodiscard]] kdtree::Vector<3> Point(std::size_t position) const
     {
         return {x_[position], y_[position], z_[position]};
@@ -48,13 +59,15 @@ public:
 
     /// The occupied cells in sorted order; one more entry marks the end.
     [[nodiscard]] const std::vector<Cell>& Cells() const { return cells_; }
+    /// Number of occupied cells.
     [[nodiscard]] std::size_t NumCells() const { return cells_.empty() ? 0 : cells_.size() - 1; }
     /// Index of the cell of a sorted position.
     [[nodiscard]] std::uint32_t CellOf(std::size_t position) const { return cellOf_[position]; }
     /// The nine runs, in ascending order, that hold every point within the radius of any point of the cell.
     [[nodiscard]] const Run* Neighbourhood(std::uint32_t cell) const { return &runs_[cell * NumRuns]; }
-    /// The cell of any place, occupied or not (`begin` is 0), and the runs around such a cell. O(log cells).
+    /// The cell of any place, occupied or not; `begin` is 0.
     [[nodiscard]] Cell CellAt(const kdtree::Vector<3>& place) const;
+    /// Writes the NumRuns runs that hold every point within the radius of any place in the cell. O(log cells).
     void Neighbourhood(const Cell& cell, Run* runs) const;
     /// Appends runs that hold every point of the box, and some around it.
     void AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs) const;

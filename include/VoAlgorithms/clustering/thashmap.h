@@ -23,15 +23,19 @@ public:
 /// bytes. Freed elements are used again; the blocks are given back with the pool.
 class CbPlexManager {
 public:
+    /// Elements allocated at a time.
     static constexpr std::size_t BlockElements = 16;
 
+    /// elementSize: bytes of one element, rounded up to a multiple of 16; nothing is allocated yet.
     explicit CbPlexManager(std::size_t elementSize)
         : elementSize_((elementSize + Alignment - 1) / Alignment * Alignment)
     {
     }
     CbPlexManager(const CbPlexManager&) = delete;
+    /// The new pool has the blocks, the old one none.
     CbPlexManager(CbPlexManager&& other) noexcept : elementSize_(other.elementSize_) { Swap(other); }
     CbPlexManager& operator=(const CbPlexManager&) = delete;
+    /// Exchanges the blocks; the old ones go with `other`.
     CbPlexManager& operator=(CbPlexManager&& other) noexcept
     {
         Swap(other);
@@ -49,8 +53,10 @@ public:
         if (free_ == nullptr) addBlock();
         return std::exchange(free_, free_->next);
     }
+    /// Takes back an element of this pool; its destructor is not run.
     void Free(void* element) noexcept { free_ = new (element) Link{free_}; }
 
+    /// Exchanges element size and storage.
     void Swap(CbPlexManager& other) noexcept
     {
         std::swap(elementSize_, other.elementSize_);
@@ -90,6 +96,8 @@ template <class Key, class Value, class Hash, class Compare>
 class THashMap {
 public:
     THashMap() = default;
+    ///@{
+    /// A copy has elements of its own and the same order of a walk; what was moved from is empty.
     THashMap(const THashMap& other) : buckets_(other.buckets_.size(), nullptr)
     {
         try {
@@ -110,15 +118,21 @@ public:
         THashMap(std::move(other)).Swap(*this);
         return *this;
     }
+    ///@}
     ~THashMap() { destroyElements(); }
 
+    /// Number of elements.
     [[nodiscard]] std::size_t Size() const { return size_; }
+    /// Whether there is no element.
     [[nodiscard]] bool Empty() const { return size_ == 0; }
+    /// Chains that the next element is spread over. Grows fourfold when there are as many elements.
     [[nodiscard]] std::size_t NumBuckets() const { return buckets_.empty() ? InitialBuckets : buckets_.size(); }
 
-    /// Null when there is none.
+    ///@{
+    /// The value of the key, null when there is none.
     [[nodiscard]] Value* Find(const Key& key) { return find(key, Hash()(key)); }
     [[nodiscard]] const Value* Find(const Key& key) const { return find(key, Hash()(key)); }
+    ///@}
 
     /// The value of the key; a new one is Value().
     Value& operator[](const Key& key)
@@ -166,6 +180,7 @@ public:
             for (Element* e = head; e != nullptr; e = e->next) visit(std::as_const(e->key), e->value);
     }
 
+    /// Exchanges all elements; pointers to values stay valid.
     void Swap(THashMap& other) noexcept
     {
         buckets_.swap(other.buckets_);

@@ -11,13 +11,17 @@ class TbMatrix4R {
 public:
     constexpr TbMatrix4R() = default;
 
+    ///@{
     /// Rows and columns 0 to 3. Throws std::invalid_argument ("invalid row or column index") for any other index.
     constexpr T operator()(unsigned row, unsigned col) const { return elements_[Index(row, col)]; }
     constexpr T& operator()(unsigned row, unsigned col) { return elements_[Index(row, col)]; }
+    ///@}
 
+    ///@{
     /// The 16 elements, row by row.
     [[nodiscard]] constexpr const T* Data() const { return elements_; }
     [[nodiscard]] constexpr T* Data() { return elements_; }
+    ///@}
 
     /// Exact equality of all elements.
     constexpr bool operator==(const TbMatrix4R& other) const = default;
@@ -32,7 +36,10 @@ private:
     T elements_[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 };
 
+///@{
+/// The two precisions in use.
 using CbMatrix4Rd = TbMatrix4R<double>;
 using CbMatrix4Rf = TbMatrix4R<float>;
+///@}
 
 } // namespace VoAlgo

@@ -17,13 +17,19 @@ public:
     /// The identity. Throws as TVector for an absurd size.
     explicit CPMatrix(std::integral auto size) : source_(size) { std::iota(source_.begin(), source_.end(), 0); }
 
+    /// Number of columns.
     [[nodiscard]] std::uint32_t Size() const { return source_.Size(); }
+    ///@{
+    /// The Size() entries, contiguous.
     [[nodiscard]] int* Data() { return source_.Data(); }
     [[nodiscard]] const int* Data() const { return source_.Data(); }
+    ///@}
 
+    ///@{
     /// Throws std::invalid_argument ("invalid index") beyond the end.
     int& operator[](std::integral auto index) { return source_[index]; }
     const int& operator[](std::integral auto index) const { return source_[index]; }
+    ///@}
 
     /// P itself: element ((*this)[j], j) is 1 for every j, all others are 0.
     template <class T>
@@ -34,6 +40,7 @@ public:
         return p;
     }
 
+    /// Whether both are the same permutation.
     bool operator==(const CPMatrix& other) const = default;
 
 private:

@@ -15,6 +15,7 @@ namespace VoAlgo {
 /// says so. Only element access throws.
 class VOALGO_API CTrafo {
 public:
+    /// Points and directions, millimetres.
     using Vector3 = kdtree::Vector<3>;
 
     /// The identity.
@@ -28,10 +29,13 @@ public:
     CTrafo(const Vector3& eulerAngles, const Vector3& translation);
     /// For a unit quaternion.
     CTrafo(const Quaternion& rotation, const Vector3& translation);
+    ///@{
     /// Upper-left 3×3 and last column; the last row is not read.
     CTrafo(const CbMatrix4Rd& m); // NOLINT(google-explicit-constructor)
     CTrafo(const CbMatrix4Rf& m); // NOLINT(google-explicit-constructor)
+    ///@}
 
+    /// R = I, t = 0.
     [[nodiscard]] static constexpr CTrafo Identity() { return {}; }
     /// All components NaN: the library's value for a missing result.
     [[nodiscard]] static CTrafo Invalid();
@@ -44,10 +48,14 @@ public:
     /// Element of the homogeneous 4×4 view: column 3 is t, row 3 is (0, 0, 0, 1). Throws std::invalid_argument
     /// ("invalid row or column index") beyond 3.
     float operator()(unsigned row, unsigned col) const;
-    operator CbMatrix4Rd() const; // NOLINT(google-explicit-constructor): the homogeneous view
+    ///@{
+    /// The homogeneous 4×4 view.
+    operator CbMatrix4Rd() const; // NOLINT(google-explicit-constructor)
     operator CbMatrix4Rf() const; // NOLINT(google-explicit-constructor)
+    ///@}
     /// Row 0, 1 or 2 of R; 3 is t. Unchecked.
     [[nodiscard]] constexpr const Vector3& GetRow(unsigned row) const { return rows_[row]; }
+    /// t, millimetres.
     [[nodiscard]] constexpr const Vector3& GetTranslation() const { return rows_[3]; }
 
     /// `other` applied first, then this: R = R_this·R_other, t = R_this·t_other + t_this.

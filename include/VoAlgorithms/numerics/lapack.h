@@ -5,12 +5,14 @@
 #include "VoAlgorithms/numerics/tmatrix.h"
 #include "VoAlgorithms/numerics/tvector.h"
 
+/// @file
 /// Factorisations and solves through LAPACK. Numerical failure is the result false and never an exception: shapes that
 /// do not fit, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and what the routine
 /// itself reports. The outputs are then left alone; a matrix that is named as destroyed may have changed.
 /// Work arrays live on the heap for the duration of a call. A call may run on any thread.
 namespace VoAlgo {
 
+///@{
 /// Cholesky factorisation A = Uᵀ·U of a symmetric positive definite matrix, of which only the upper triangle is read
 /// (DPOTRF). On success `a` holds U, and 0 everywhere below the diagonal. False and unchanged for a matrix that is not
 /// square or not finite; false with elements partly overwritten for one that is not positive definite. O(n³).
@@ -18,7 +20,9 @@ template <class T>
 [[nodiscard]] bool cholesky(TMatrix<T>& a) = delete; // for double only
 template <>
 [[nodiscard]] VOALGO_API bool cholesky<double>(TMatrix<double>& a);
+///@}
 
+///@{
 /// The inverse of Uᵀ·U as a full symmetric matrix, u being a factor from `cholesky`, of which the upper triangle is
 /// read (DPOTRI). `inv` takes the shape of u and may be u itself. False, with `inv` left alone, for a u that is not
 /// square or not finite or has a 0 on its diagonal. O(n³).
@@ -26,21 +30,26 @@ template <class T>
 [[nodiscard]] bool choleskyInverse(const TMatrix<T>& u, TMatrix<T>& inv) = delete; // for double only
 template <>
 [[nodiscard]] VOALGO_API bool choleskyInverse<double>(const TMatrix<double>& u, TMatrix<double>& inv);
+///@}
 
 namespace lapack {
 
+///@{
 /// Singular value decomposition a = u·diag(s)·vt (SGESVD, DGESVD) of an m×n matrix. Outputs take their shapes: u m×m
 /// and vt n×n, both orthogonal, s the min(m, n) singular values, largest first. `a` is destroyed. An a without elements
 /// has no singular values and identities beside them. False when the iteration does not converge.
 [[nodiscard]] VOALGO_API bool svd(TMatrix<double>& a, TMatrix<double>& u, TVector<double>& s, TMatrix<double>& vt);
 [[nodiscard]] VOALGO_API bool svd(TMatrix<float>& a, TMatrix<float>& u, TVector<float>& s, TMatrix<float>& vt);
+///@}
 
+///@{
 /// Least squares a·x ≈ b through the singular value decomposition: of all x that minimise ‖a·x − b‖ the one of smallest
 /// norm (SGELSS, DGELSS). Singular values not above the machine precision times the largest count as 0. `a` is
 /// destroyed.
-/// b, x   a's rows and a's columns; as matrices, every column is a problem of its own.
-/// cond   null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero one, 1
-///        for one without elements.
+/// @param b,x  a's rows and a's columns; as matrices, every column is a problem of its own.
+/// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero one,
+///        1 for one without elements.
+///
 /// False when the shapes do not fit; x and cond are then left alone.
 [[nodiscard]] VOALGO_API bool lssolve(TMatrix<double>& a, const TVector<double>& b, TVector<double>& x,
                                       double* cond = nullptr);
@@ -50,6 +59,7 @@ namespace lapack {
                                       float* cond = nullptr);
 [[nodiscard]] VOALGO_API bool lssolve(TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& x,
                                       float* cond = nullptr);
+///@}
 
 /// QR factorisation with column pivoting a·P = Q·R of an m×n matrix (DGEQP3, DORMQR): q m×m orthogonal, r m×n upper
 /// triangular with |r(i, i)| not increasing, p the permutation. `a` is destroyed. False, with the outputs left alone,
@@ -60,10 +70,11 @@ namespace lapack {
 /// Returns K, n×(n − rank). Its columns belong to the unknowns that the pivoted QR factorisation of `a` leaves free, in
 /// ascending order: column j has a 1 in the row of its own free unknown and 0 in those of the others, so z holds
 /// the free unknowns themselves.
-/// a   destroyed.
-/// b   in: the m right-hand sides, or empty for all 0.   out: x₀, n values, 0 at the free unknowns; an equation in one
-///     unknown alone is met exactly.
-/// p   out: n entries; first the unknowns that depend on the others, then the free ones, ascending.
+/// @param a   destroyed.
+/// @param b   in: the m right-hand sides, or empty for all 0. Out: x₀, n values, 0 at the free unknowns; an equation in
+///        one unknown alone is met exactly.
+/// @param p   out: n entries; first the unknowns that depend on the others, then the free ones, ascending.
+///
 /// The rank is the number of |r(i, i)| above 4·max(m, n)·ε·|r(0, 0)|, after every equation has been scaled by a power
 /// of two that brings its largest coefficient to between 1/2 and 1. When the equations contradict each other (some row
 /// is missed by more than 1e-12·(Σ|aᵢⱼ·xⱼ| + |bᵢ|)), `b` comes back empty, while K and p still describe a's null space.

@@ -11,12 +11,16 @@ namespace VoAlgo {
 class VOALGO_API Quaternion {
 public:
     double w = 1.0; ///< scalar part
+    ///@{
+    /// Vector part, the factors of i, j and k.
     double x = 0.0;
     double y = 0.0;
     double z = 0.0;
+    ///@}
 
     /// No rotation: (1, 0, 0, 0).
     constexpr Quaternion() = default;
+    /// The components as they are; not normalised.
     constexpr Quaternion(double scalar, double i, double j, double k) : w(scalar), x(i), y(j), z(k) {}
     /// R = Rz(c)·Ry(b)·Rx(a), as the Euler constructor of CTrafo; normalised.
     Quaternion(double a, double b, double c);
@@ -40,9 +44,11 @@ public:
     [[nodiscard]] std::array<double, 3> GetAxis() const;
     /// 2·acos(w), 0 to 2π, for a unit quaternion; w beyond ±1 by rounding counts as ±1.
     [[nodiscard]] double GetAngle() const;
+    /// √(w² + x² + y² + z²).
     [[nodiscard]] double GetNorm() const;
     /// Divided by its norm; invalid for the zero quaternion.
     [[nodiscard]] Quaternion GetNormalized() const;
+    /// The scalar product of the four components; ±1 for equal rotations.
     [[nodiscard]] double Dot(const Quaternion& other) const;
     /// Angle of the rotation between two unit quaternions: 2·acos(min(1, |dot|)), 0 to π; exactly 0 for q, q and q, −q.
     /// NaN when one of them is invalid.

@@ -27,6 +27,7 @@ class TMatrix {
     static_assert(std::is_same_v<T, float> || std::is_same_v<T, double> || std::is_same_v<T, int>);
 
 public:
+    /// Type of the elements.
     using value_type = T;
 
     TMatrix() = default;
@@ -50,6 +51,8 @@ public:
     }
     TMatrix(const TMatrix&) = default;
     TMatrix& operator=(const TMatrix&) = default;
+    ///@{
+    /// Takes over the elements; `other` becomes 0×0.
     TMatrix(TMatrix&& other) noexcept { swap(other); }
     TMatrix& operator=(TMatrix&& other) noexcept
     {
@@ -57,8 +60,10 @@ public:
         swap(moved);
         return *this;
     }
+    ///@}
     ~TMatrix() = default;
 
+    /// size × size, 1 on the diagonal and 0 elsewhere.
     [[nodiscard]] static TMatrix Identity(std::integral auto size)
     {
         TMatrix m(size, size);
@@ -66,23 +71,33 @@ public:
         return m;
     }
 
+    ///@{
+    /// The dimensions.
     [[nodiscard]] std::uint32_t Rows() const { return rows_; }
     [[nodiscard]] std::uint32_t Cols() const { return cols_; }
+    ///@}
     /// No elements: one of the dimensions may still be positive.
     [[nodiscard]] bool Empty() const { return elements_.empty(); }
+    ///@{
     /// All elements, column by column.
     [[nodiscard]] T* Data() { return elements_.data(); }
     [[nodiscard]] const T* Data() const { return elements_.data(); }
+    ///@}
 
+    ///@{
+    /// Element (row, col), counted from 0. Throws std::invalid_argument ("invalid row or column index") beyond the end.
     T& operator()(std::integral auto row, std::integral auto col) { return elements_[Index(row, col)]; }
     const T& operator()(std::integral auto row, std::integral auto col) const { return elements_[Index(row, col)]; }
+    ///@}
 
+    ///@{
     /// A column in place; for inner loops, where the check of every index would show.
     [[nodiscard]] std::span<T> Column(std::integral auto col) { return {elements_.data() + ColumnStart(col), rows_}; }
     [[nodiscard]] std::span<const T> Column(std::integral auto col) const
     {
         return {elements_.data() + ColumnStart(col), rows_};
     }
+    ///@}
     /// A copy of a row.
     [[nodiscard]] TVector<T> Row(std::integral auto row) const
     {
@@ -101,6 +116,7 @@ public:
         rows_ = newRows;
         cols_ = newCols;
     }
+    /// Sets every element.
     void Fill(T value) { std::fill(elements_.begin(), elements_.end(), value); }
     /// Adds a row below; a 0×0 matrix takes the row's length as its width. O(rows·cols): the columns move apart.
     void AppendRow(const TVector<T>& row)
@@ -115,6 +131,7 @@ public:
         swap(grown);
     }
 
+    /// aᵀ, as a new matrix.
     [[nodiscard]] TMatrix Transposed() const
     {
         TMatrix t(cols_, rows_);
@@ -123,6 +140,8 @@ public:
         return t;
     }
 
+    ///@{
+    /// Arithmetic by element. Throws std::invalid_argument ("sizes do not fit") for different shapes.
     TMatrix& operator+=(const TMatrix& other)
     {
         Fits(other);
@@ -144,7 +163,9 @@ public:
     friend TMatrix operator-(TMatrix a, const TMatrix& b) { return std::move(a -= b); }
     friend TMatrix operator*(TMatrix a, T factor) { return std::move(a *= factor); }
     friend TMatrix operator*(T factor, TMatrix a) { return std::move(a *= factor); }
+    ///@}
 
+    /// Whether shapes and all elements are equal; NaN equals nothing.
     bool operator==(const TMatrix& other) const = default;
 
     /// One row a line, the elements separated by blanks.
@@ -154,6 +175,7 @@ public:
         return stream;
     }
 
+    /// Exchanges shapes and elements without copying any.
     void swap(TMatrix& other) noexcept
     {
         std::swap(rows_, other.rows_);
@@ -190,6 +212,7 @@ private:
     std::vector<T> elements_;
 };
 
+///@{
 /// product = a·b and product = aᵀ·b, through BLAS for float and double. `product` takes the fitting shape, without an
 /// allocation when it has room, and must be neither of the factors. Int products are plain sums, which must not
 /// overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do not
@@ -206,7 +229,10 @@ VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TMatrix<int>& b,
 VOALGO_API void MultiplyTransposed(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product);
 VOALGO_API void MultiplyTransposed(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product);
 VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product);
+///@}
 
+///@{
+/// a·b as a new object; throws as Multiply.
 template <class T>
 [[nodiscard]] TMatrix<T> operator*(const TMatrix<T>& a, const TMatrix<T>& b)
 {
@@ -222,5 +248,6 @@ template <class T>
     Multiply(a, b, product);
     return product;
 }
+///@}
 
 } // namespace VoAlgo

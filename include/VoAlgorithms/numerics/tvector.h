@@ -24,37 +24,55 @@ class TVector {
     static_assert(std::is_same_v<T, float> || std::is_same_v<T, double> || std::is_same_v<T, int>);
 
 public:
+    /// Type of the elements.
     using value_type = T;
 
     TVector() = default;
     /// `size` elements of the given value. Throws std::length_error for 2^32 and more (so also for a negative int).
     explicit TVector(std::integral auto size, T value = T{}) : elements_(Checked(size), value) {}
+    ///@{
+    /// A copy of the given elements.
     TVector(std::initializer_list<T> elements) : elements_(elements) {}
     explicit TVector(std::span<const T> elements) : elements_(elements.begin(), elements.end()) {}
+    ///@}
 
+    /// Number of elements.
     [[nodiscard]] std::uint32_t Size() const { return static_cast<std::uint32_t>(elements_.size()); }
+    /// Whether there are none.
     [[nodiscard]] bool Empty() const { return elements_.empty(); }
+    ///@{
     /// The elements, contiguous.
     [[nodiscard]] T* Data() { return elements_.data(); }
     [[nodiscard]] const T* Data() const { return elements_.data(); }
+    ///@}
 
+    ///@{
+    /// Element `index`, counted from 0. Throws std::invalid_argument ("invalid index") beyond the end.
     T& operator[](std::integral auto index) { return elements_[InRange(index)]; }
     const T& operator[](std::integral auto index) const { return elements_[InRange(index)]; }
+    ///@}
 
+    ///@{
+    /// Iterators over all elements in order, for range-based loops; any change of the size makes them invalid.
     auto begin() { return elements_.begin(); }
     auto end() { return elements_.end(); }
     auto begin() const { return elements_.begin(); }
     auto end() const { return elements_.end(); }
+    ///@}
 
     /// Keeps the leading elements; new ones are zero.
     void Resize(std::integral auto size) { elements_.resize(Checked(size)); }
+    /// Sets every element.
     void Fill(T value) { std::fill(elements_.begin(), elements_.end(), value); }
+    /// Adds an element at the end; amortised O(1). Throws std::length_error beyond 2^32 − 1 elements.
     void Append(T value)
     {
         Checked(elements_.size() + 1);
         elements_.push_back(value);
     }
 
+    ///@{
+    /// Arithmetic by element. Throws std::invalid_argument ("sizes do not fit") for different sizes.
     TVector& operator+=(const TVector& other)
     {
         Fits(other);
@@ -81,6 +99,7 @@ public:
         for (T& e : a.elements_) e = -e;
         return a;
     }
+    ///@}
 
     /// Σ aᵢ·bᵢ, summed in order.
     [[nodiscard]] T Dot(const TVector& other) const
@@ -104,6 +123,7 @@ public:
         return largest;
     }
 
+    /// Whether sizes and all elements are equal; NaN equals nothing.
     bool operator==(const TVector& other) const = default;
 
     /// The elements on one line, separated by blanks.
