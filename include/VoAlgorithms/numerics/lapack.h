@@ -47,8 +47,8 @@ namespace lapack {
 /// norm (SGELSS, DGELSS). Singular values not above the machine precision times the largest count as 0. `a` is
 /// destroyed.
 /// @param b,x  a's rows and a's columns; as matrices, every column is a problem of its own.
-/// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero one,
-///        1 for one without elements.
+/// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero
+///        one, 1 for one without elements.
 ///
 /// False when the shapes do not fit; x and cond are then left alone.
 [[nodiscard]] VOALGO_API bool lssolve(TMatrix<double>& a, const TVector<double>& b, TVector<double>& x,

@@ -31,10 +31,12 @@ public:
     /// The fine cells of one coarse cell.
     class VOALGO_API FineGrid {
     public:
+        /// Marks the fine cell of a point, which lies in this coarse cell; generations come in ascending order.
         void insert(std::uint32_t generation, const kdtree::Vector<3>& p);
         /// Ends a generation: drops the fine cells that received no point in it. Returns whether cells were won or
         /// lost.
         bool fix(std::uint32_t generation);
+        /// Whether no fine cell is left.
         [[nodiscard]] bool empty() const { return total_ == 0; }
 
     private:
@@ -54,6 +56,7 @@ public:
         CellMap<Block> blocks_;
     };
 
+    /// The empty map, before generation 1.
     CDirtyMap();
 
     /// Marks the cell of a point, mm. A position that is not finite lies in no cell and is ignored. O(1).

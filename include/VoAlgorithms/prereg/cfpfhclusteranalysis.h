@@ -19,9 +19,13 @@ public:
     /// The feature indices of one cluster; valid as long as the analysis.
     class ClusterIterator {
     public:
+        /// Over the indices from begin up to, but without, end.
         ClusterIterator(const unsigned* begin, const unsigned* end) : begin_(begin), end_(end) {}
+        ///@{
+        /// The range, for range-based loops.
         [[nodiscard]] const unsigned* begin() const { return begin_; }
         [[nodiscard]] const unsigned* end() const { return end_; }
+        ///@}
 
     private:
         const unsigned* begin_;
@@ -36,6 +40,7 @@ public:
     /// features.
     CFPFHClusterAnalysis(const CFPFHPointSet& set, const ConfigurationFPFH& config);
 
+    /// Number of clusters, outliers included.
     [[nodiscard]] std::size_t GetNumClusters() const { return ends_.size(); }
     /// 0 when c is out of range.
     [[nodiscard]] std::size_t GetClusterSize(std::size_t c) const;

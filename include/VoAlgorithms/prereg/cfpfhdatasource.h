@@ -20,7 +20,9 @@ class CFPFHPointSet;
 /// Access to a GPU; false when there is none, and the features are then computed on the CPU.
 class VOALGO_API GPUContext {
 public:
+    /// Asks for the accessor once.
     GPUContext();
+    /// Whether there is a GPU.
     explicit operator bool() const { return accessor_ != nullptr; }
 
 private:
@@ -31,14 +33,17 @@ private:
 /// computed incrementally or from scratch.
 class VOALGO_API CFPFHDataSource {
 public:
+    /// Points (mm) and unit normals.
     using Vec3 = kdtree::Vector<3>;
 
-    /// radius  of the features, mm.
-    /// minCurvatureQuality  smallest curvature quality of a feature point, 0 to 100
+    /// Without a scan yet.
+    /// @param radius  of the features, mm.
+    /// @param minCurvatureQuality  smallest curvature quality of a feature point, 0 to 100
     ///         (ConfigurationFPFH::uiMinCurvatureQuality): 100 · min(1, r·k), k the root-mean-square normal curvature.
-    /// threads  workers of the per-point loops, at most as many as the hardware has; 0 and 1 run serially.
-    /// incremental  keep the state of an update, so that the next one computes only what changed.
+    /// @param threads  workers of the per-point loops, at most as many as the hardware has; 0 and 1 run serially.
+    /// @param incremental  keep the state of an update, so that the next one computes only what changed.
     CFPFHDataSource(double radius, unsigned minCurvatureQuality, unsigned threads, bool incremental);
+    /// The same with a GPU, when it is neither null nor false; the CPU then works serially.
     CFPFHDataSource(const std::shared_ptr<GPUContext>& gpu, double radius, unsigned minCurvatureQuality,
                     bool incremental);
 
@@ -53,10 +58,17 @@ public:
     /// for a cell size that is not positive and finite, or when nothing finite remains.
     bool Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets, double cellSize);
 
+    ///@{
+    /// Copies of what the last successful update left: the scan as given, or merged.
     [[nodiscard]] std::vector<Vec3> GetPoints() const { return points_; }
     [[nodiscard]] std::vector<Vec3> GetNormals() const { return normals_; }
+    ///@}
+    ///@{
+    /// Copies of positions (mm) and unit normals of the feature points, a subset of the above.
     [[nodiscard]] std::vector<Vec3> GetFeaturePoints() const { return featurePoints_; }
     [[nodiscard]] std::vector<Vec3> GetFeatureNormals() const { return featureNormals_; }
+    ///@}
+    /// One histogram per feature point.
     [[nodiscard]] std::vector<CPointFeatureHistogram> GetFeatures() const;
 
     /// Empties the result and the kept state, without giving back memory.

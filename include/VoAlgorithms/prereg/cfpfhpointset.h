@@ -22,7 +22,9 @@ class CFPFHDataSource;
 /// empty.
 class VOALGO_API CFPFHPointSet : public CPointSet {
 public:
+    /// Tree over points or feature points.
     using PointTree = kdtree::TKdTree<3, 48>;
+    /// Tree over the 33 bins of the histograms.
     using FeatureTree = kdtree::TKdTree<33, 6>;
 
     CFPFHPointSet() = default;
@@ -31,6 +33,7 @@ public:
     CFPFHPointSet(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                   const std::vector<Vec3>& featurePoints, const std::vector<Vec3>& featureNormals,
                   const std::vector<CPointFeatureHistogram>& features);
+    /// A copy of what the last successful update of the source left.
     explicit CFPFHPointSet(const CFPFHDataSource& source);
     CFPFHPointSet(const CFPFHPointSet&) = default;
     CFPFHPointSet(CFPFHPointSet&&) = default;
@@ -38,25 +41,38 @@ public:
     CFPFHPointSet& operator=(CFPFHPointSet&&) = default;
     ~CFPFHPointSet() override = default;
 
+    ///@{
+    /// Points and features.
     void InitializeBitMasks(unsigned mask) override;
     void ClearBitMasks() override;
+    ///@}
     [[nodiscard]] std::size_t GetMemUsage() const override;
 
-    /// Number of features. The accessors by index are unchecked.
+    /// Number of features.
     [[nodiscard]] std::size_t SizeFeatures() const { return features_.size(); }
+    ///@{
+    /// Histogram, position (mm) and unit normal of feature i; unchecked.
     [[nodiscard]] const CPointFeatureHistogram& GetFeature(std::size_t i) const { return features_[i]; }
     [[nodiscard]] Vec3 GetFeaturePoint(std::size_t i) const { return featurePoints_[i]; }
     [[nodiscard]] Vec3 GetFeatureNormal(std::size_t i) const { return featureNormals_[i]; }
+    ///@}
+    ///@{
+    /// The same of all features, by index.
     [[nodiscard]] const std::vector<Vec3>& GetFeaturePoints() const { return featurePoints_; }
     [[nodiscard]] const std::vector<Vec3>& GetFeatureNormals() const { return featureNormals_; }
     [[nodiscard]] const std::vector<CPointFeatureHistogram>& GetFeatures() const { return features_; }
+    ///@}
+    ///@{
+    /// Their trees; a found index is a feature's, lengths are squared.
     [[nodiscard]] const PointTree& GetFeaturePointsKdTree() const { return featurePointTree_; }
     [[nodiscard]] const FeatureTree& GetFeatureKdTree() const { return featureTree_; }
+    ///@}
 
     /// Mask of feature i; 0 when there are no masks. Throws std::out_of_range "invalid vector<T> subscript".
     [[nodiscard]] std::uint32_t GetFeatureBitMask(std::size_t i) const;
     /// Throws std::out_of_range "invalid vector<T> subscript", also when there are no masks.
     void SetFeatureBitMask(std::size_t i, std::uint32_t mask);
+    /// A copy of all masks; empty when there are none.
     [[nodiscard]] std::vector<unsigned> GetFeatureBitMasks() const { return featureBitMasks_; }
 
     /// The at most k features nearest to `query` in squared Euclidean distance over the 33 bins, none farther than

@@ -23,14 +23,18 @@ class VOALGO_API CFPFHPreRegistration : public IPreRegistration {
 public:
     /// An accepted pose with the number of accepted poses that it stands for.
     struct VOALGO_API VerifiedTrafo : ICPResult {
-        std::uint32_t clusterSize = 0;
+        std::uint32_t clusterSize = 0; ///< accepted poses in the cluster, this one included
 
         VerifiedTrafo() = default;
+        /// `result` as it is.
         VerifiedTrafo(const ICPResult& result, std::uint32_t size) : ICPResult(result), clusterSize(size) {}
 
+        ///@{
         /// Compare the ICPResult part alone.
         bool operator<(const VerifiedTrafo& other) const { return ICPResult::operator<(other); }
         bool operator>(const VerifiedTrafo& other) const { return ICPResult::operator>(other); }
+        ///@}
+        /// The pose, maps 'flt' coordinates into 'fix'.
         operator const VoAlgo::CTrafo&() const { return trafo; } // NOLINT(google-explicit-constructor)
     };
 
@@ -42,10 +46,14 @@ public:
         std::uint32_t uiNumFailed = 0;     ///< refused
         std::vector<std::pair<std::uint32_t, std::uint32_t>> failures; ///< (result type, count), most frequent first
 
+        ///@{
+        /// The counts and the causes of failure in words, on one line.
         [[nodiscard]] std::string ToString() const;
         [[nodiscard]] std::wstring ToWString() const;
+        ///@}
     };
 
+    /// Without point sets: Compute finds nothing.
     CFPFHPreRegistration();
     /// `copy` true copies both sets; false refers to them, and the caller keeps them alive as long as the driver.
     CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const ConfigurationFPFH& config,
@@ -62,6 +70,7 @@ public:
     /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications
     /// and the random engine go on.
     bool Compute() override;
+    /// Whether a result waits.
     [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
     /// The best result with its overlap area, or a default one (type −1) when there is none.
     [[nodiscard]] ICPResult PeekBestResult() override;
@@ -87,9 +96,11 @@ public:
     /// Adds a result as it is, with cluster size 1.
     void InjectICPResult(const ICPResult& result);
 
+    ///@{
     /// Name of the pipe that cases pass through between processes, and the bytes of its block.
     static constexpr const wchar_t* CasePipe = L"PreRegistrationFPFH";
     static constexpr std::size_t CasePipeBlock = 0xa00000;
+    ///@}
     /// Hands the whole case (both point sets, configuration, results) as a document to the process that waits for it
     /// in ReceiveCase; returns when the last part lies in the pipe. Throws std::runtime_error at once when nobody has
     /// created the pipe, std::length_error for sets that are too large for a document.
@@ -100,15 +111,21 @@ public:
     /// else than a case was sent.
     [[nodiscard]] static CFPFHPreRegistration ReceiveCase(const std::wstring& pipe = CasePipe);
 
+    /// What all calls of Compute so far have verified.
     [[nodiscard]] Statistics GetStatistics() const;
+    ///@{
     /// Changes apply to the next Compute.
     [[nodiscard]] ConfigurationFPFH& GetMatchingConfig() { return config_; }
     [[nodiscard]] const ConfigurationFPFH& GetMatchingConfig() const { return config_; }
+    ///@}
 
+    ///@{
+    /// The sets as they entered; by reference an empty set where there is none, by pointer null.
     [[nodiscard]] const CFPFHPointSet& GetFixPointSet() const override;
     [[nodiscard]] const CFPFHPointSet& GetFltPointSet() const override;
     [[nodiscard]] std::shared_ptr<const CPointSet> GetFixPointSetPtr() const override { return fix_; }
     [[nodiscard]] std::shared_ptr<const CPointSet> GetFltPointSetPtr() const override { return flt_; }
+    ///@}
 
 private:
     struct TrafoHash {

@@ -21,6 +21,7 @@ struct ConfigurationFPFH {
     std::uint32_t uiTrafoClusteringQuorum = 5;     ///< cluster size of the best result that ends the search; 0: never
     ConfigurationICP icpConfig;                    ///< settings of every refinement
 
+    /// Whether all settings are the same.
     bool operator==(const ConfigurationFPFH&) const = default;
 };
 

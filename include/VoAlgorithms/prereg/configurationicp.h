@@ -23,6 +23,7 @@ struct ConfigurationICP {
     double dSmallBigQueryRadiusScaling = 10.0; ///< "big" radius = this × dMinQueryRadius
     double dInlierScaling = 5.0;               ///< inlier threshold in robust standard deviations
 
+    /// Whether all settings are the same.
     bool operator==(const ConfigurationICP&) const = default;
 };
 

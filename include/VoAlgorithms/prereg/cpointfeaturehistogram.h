@@ -11,16 +11,19 @@ namespace prereg {
 /// surface points are turned against each other. Plain value of 33 floats.
 /// Source: R. B. Rusu, N. Blodow, M. Beetz, Fast Point Feature Histograms (FPFH) for 3D Registration, ICRA 2009.
 struct VOALGO_API CPointFeatureHistogram {
-    static constexpr std::size_t NumBins = 33;
-    static constexpr std::size_t NumBlockBins = 11;
+    static constexpr std::size_t NumBins = 33;      ///< three blocks
+    static constexpr std::size_t NumBlockBins = 11; ///< of one angle, equally wide
 
-    float bins[NumBins] = {};
+    float bins[NumBins] = {}; ///< alpha, phi, theta; after Normalize the first block sums to 1
 
     /// Histogram of a pair whose three quantities are 0: the middle bin of every block is 1.
     static CPointFeatureHistogram Identity();
 
+    ///@{
+    /// Bin i of 0 to 32; unchecked.
     constexpr float operator[](std::size_t i) const { return bins[i]; }
     constexpr float& operator[](std::size_t i) { return bins[i]; }
+    ///@}
 
     /// Adds the pair of source (point, normal) and target (point, normal). The connecting vector is normalised with the
     /// processor's approximate reciprocal square root.

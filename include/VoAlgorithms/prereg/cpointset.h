@@ -22,22 +22,33 @@ namespace prereg {
 /// ellipsoid. Made by derived classes. Const operations only read and may run on several threads at once.
 class VOALGO_API CPointSet : public IPointSet {
 public:
+    /// A point (mm) or a unit normal.
     using Vec3 = kdtree::Vector<3>;
+    /// Tree over the points.
     using Tree = kdtree::TKdTree<3, 48>;
     using Surfels = std::pair<std::vector<Vec3>, std::vector<Vec3>>; ///< points and their normals
 
     [[nodiscard]] std::size_t GetMemUsage() const override;
     void InitializeBitMasks(unsigned mask) override;
+    /// Removes the masks: each then reads 0.
     void ClearBitMasks() override;
     [[nodiscard]] std::size_t Size() const override { return points_.size(); }
     [[nodiscard]] bool Empty() const override { return points_.empty(); }
     [[nodiscard]] std::pair<Vec3, Vec3> GetAABB() const override;
 
+    ///@{
+    /// All points (mm) and their unit normals, by index.
     [[nodiscard]] const std::vector<Vec3>& GetPoints() const { return points_; }
     [[nodiscard]] const std::vector<Vec3>& GetNormals() const { return normals_; }
+    ///@}
+    ///@{
+    /// Point (mm) and unit normal i; unchecked.
     [[nodiscard]] const Vec3& GetPoint(std::size_t i) const { return points_[i]; }
     [[nodiscard]] const Vec3& GetNormal(std::size_t i) const { return normals_[i]; }
+    ///@}
+    /// Tree over the points; a found index is a point's, lengths are squared, mm².
     [[nodiscard]] const Tree& GetPointsKdTree() const { return tree_; }
+    /// The covariance ellipsoid of the points.
     [[nodiscard]] const Ellipsoid& GetEllipsoid() const { return ellipsoid_; }
     /// Mask of point i; 0 when there are no masks. Throws std::out_of_range "invalid vector<T> subscript".
     [[nodiscard]] std::uint32_t GetBitMask(std::size_t i) const;
@@ -65,6 +76,7 @@ public:
 
     /// Surfels whose masks contain every bit of `mask`; none when there are no masks or `mask` is 0.
     [[nodiscard]] Surfels filterSurfelsWithMask(unsigned mask) const;
+    /// Surfels whose position satisfies `keep`.
     [[nodiscard]] Surfels filterSurfelsWithPredicate(const std::function<bool(const Vec3&)>& keep) const;
     /// Surfels with A·p ≤ b for all n rows; A is n×3 row-major, b has n values (borrowed).
     [[nodiscard]] Surfels filterSurfelsWithInequalities(const float* A, const float* b, unsigned n) const;
@@ -97,13 +109,14 @@ protected:
 
     /// Bad data (only Inf/NaN) empties the set, with a message.
     void rebuildKdTree();
+    /// From the points as they are.
     void rebuildEllipsoid();
 
-    std::vector<Vec3> points_;
-    std::vector<Vec3> normals_;
-    std::vector<std::uint32_t> bitMasks_;
-    Tree tree_;
-    Ellipsoid ellipsoid_;
+    std::vector<Vec3> points_;            ///< mm
+    std::vector<Vec3> normals_;           ///< of the points, unit length
+    std::vector<std::uint32_t> bitMasks_; ///< of the points, or empty
+    Tree tree_;                           ///< over the points
+    Ellipsoid ellipsoid_;                 ///< of the points
 
 private:
     friend class CIcpRun;

@@ -20,12 +20,15 @@ public:
     /// From n points (borrowed), of which those that are not finite do not count; none gives the zero ellipsoid. The
     /// covariance divides by their number.
     Ellipsoid(const kdtree::Vector<3>* points, std::size_t n);
+    /// From its four points, mm, largest semi-axis first; unchecked.
     Ellipsoid(const kdtree::Vector<3>& center, const kdtree::Vector<3>& end0, const kdtree::Vector<3>& end1,
               const kdtree::Vector<3>& end2);
 
+    ///@{
     /// Point k: 0 the centre, 1 to 3 the semi-axis end points, largest axis first; unchecked.
     const kdtree::Vector<3>& operator[](int k) const { return points_[k]; }
     kdtree::Vector<3>& operator[](int k) { return points_[k]; }
+    ///@}
 
     /// Mean squared distance of corresponding poles centre ± semi-axis, mm².
     [[nodiscard]] float DistanceSq(const Ellipsoid& other) const;

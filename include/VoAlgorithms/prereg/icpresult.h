@@ -30,6 +30,7 @@ struct VOALGO_API ICPResult {
     VoAlgo::CTrafo trafo;               ///< maps 'flt' coordinates into the reference frame
     Ellipsoid ellipsoid;                ///< of 'flt', moved by the final pose; set on success only
 
+    /// The ellipsoid of 'flt' at the final pose.
     [[nodiscard]] const Ellipsoid& GetTransformedFltEllipsoid() const { return ellipsoid; }
 
     /// "Is better than": small/big ratio, overlap ratio, RMSE, inliers, each with a band within which results tie. Not
@@ -38,9 +39,11 @@ struct VOALGO_API ICPResult {
     /// "Is worse than", the mirror image in every step but the last.
     bool operator>(const ICPResult& other) const;
 
+    ///@{
     /// The outcome in words; the short form adds the RMSE of a success, the long one all figures.
     [[nodiscard]] std::string ToString(bool shortForm) const;
     [[nodiscard]] std::wstring ToWString(bool shortForm) const;
+    ///@}
 };
 
 } // namespace prereg

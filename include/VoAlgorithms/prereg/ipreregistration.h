@@ -13,15 +13,24 @@ class VOALGO_API IPreRegistration {
 public:
     virtual ~IPreRegistration() = default;
 
+    /// Searches; true when at least one result exists afterwards.
     virtual bool Compute() = 0;
+    /// Whether a result waits.
     [[nodiscard]] virtual bool HasMoreResults() const = 0;
+    /// The best result, which stays; a default one (type −1) when there is none.
     [[nodiscard]] virtual ICPResult PeekBestResult() = 0;
+    /// The best result, removed; a default one (type −1) when there is none.
     virtual ICPResult GetNextResult() = 0;
+    /// Refines a pose from outside (maps 'flt' into 'fix') and, when it is accepted, adds it to the results.
+    /// `reference`: pose against which the rotation and movement limits are measured; null: `trafo`.
     virtual ICPResult InjectTrafo(const VoAlgo::CTrafo& trafo, const VoAlgo::CTrafo* reference = nullptr) = 0;
+    ///@{
+    /// The two sets as they entered; by reference an empty set where there is none, by pointer null.
     [[nodiscard]] virtual const CPointSet& GetFixPointSet() const = 0;
     [[nodiscard]] virtual const CPointSet& GetFltPointSet() const = 0;
     [[nodiscard]] virtual std::shared_ptr<const CPointSet> GetFixPointSetPtr() const = 0;
     [[nodiscard]] virtual std::shared_ptr<const CPointSet> GetFltPointSetPtr() const = 0;
+    ///@}
 
 protected:
     IPreRegistration() = default;
