@@ -4,8 +4,8 @@ namespace VoAlgo::cs {
 
 /// The nominal range of one colour component, both ends included. min and max are integers in every class.
 struct ChannelRange {
-    double min = 0;
-    double max = 0;
+    double min = 0; ///< lowest nominal value
+    double max = 0; ///< highest nominal value
 
     /// min below the range, max above it; NaN stays NaN.
     [[nodiscard]] constexpr double Clamp(double value) const noexcept

@@ -11,21 +11,29 @@ namespace VoAlgo::cs {
 /// nominally −128 … 127.
 class DIN99o {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
 
+    ///@{
+    /// Lightness, green to red, blue to yellow.
     double L = 0;
     double a = 0;
     double b = 0;
+    ///@}
 
     /// Three bytes: each component rounded to the nearest integer, ties to even, and clamped to its range; NaN becomes
     /// the lower end.
     struct Packed {
+        ///@{
+        /// Components: L 0 to 100, a and b −128 to 127.
         unsigned char L = 0;
         signed char a = 0;
         signed char b = 0;
+        ///@}
 
         constexpr Packed() noexcept = default;
+        /// Rounded and clamped.
         constexpr explicit Packed(const DIN99o& color) noexcept { fromDIN99o(color.L, color.a, color.b); }
 
         friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
@@ -40,20 +48,28 @@ public:
     };
 
     constexpr DIN99o() noexcept = default;
+    ///@{
+    /// The components as they are.
     constexpr DIN99o(double lightness, double redness, double yellowness) noexcept
         : L(lightness), a(redness), b(yellowness)
     {
     }
     constexpr DIN99o(const Packed& bytes) noexcept : L(bytes.L), a(bytes.a), b(bytes.b) {}
+    ///@}
+    /// From L*a*b*; nothing is clamped.
     DIN99o(const Lab& lab) noexcept { fromLab(lab); }
 
+    /// To L*a*b*, the inverse of the above.
     [[nodiscard]] VOALGO_API Lab ToLab() const noexcept;
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+    ///@}
 
-    /// Euclidean distance over (L, a, b), and over (a, b) alone.
+    ///@{
+    /// Euclidean distance over (L, a, b), and, chromatic, over (a, b) alone; Sq: its square.
     [[nodiscard]] constexpr double DistanceSq(const DIN99o& other) const noexcept
     {
         const double dL = other.L - L;
@@ -66,6 +82,7 @@ public:
         return da * da + db * db;
     }
     [[nodiscard]] VOALGO_API double ChromaticDistance(const DIN99o& other) const noexcept;
+    ///@}
 
     /// √(a² + b²)
     [[nodiscard]] VOALGO_API double Chroma() const noexcept;
@@ -75,6 +92,7 @@ public:
     /// (deliberate).
     [[nodiscard]] VOALGO_API double Hue() const noexcept;
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -85,6 +103,7 @@ public:
     {
         return TColorTransferCurve<DIN99o>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const DIN99o&, const DIN99o&) noexcept = default;
 

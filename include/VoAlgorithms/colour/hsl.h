@@ -12,12 +12,16 @@ namespace VoAlgo::cs {
 /// percent and give components of 0 … 1.
 class HSL {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 360}, {0, 100}, {0, 100}};
 
+    ///@{
+    /// Hue (degrees), saturation and lightness (percent, or 0 … 1 after a conversion from RGB).
     double H = 0;
     double S = 0;
     double L = 0;
+    ///@}
 
     constexpr HSL() noexcept = default;
     /// Brings each component into its range, NaN excepted.
@@ -43,10 +47,13 @@ public:
         return {component(p, q, h + 1.0 / 3), component(p, q, h), component(p, q, h - 1.0 / 3)};
     }
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? H : (i == 1 ? S : L); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? H : (i == 1 ? S : L); }
+    ///@}
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -57,6 +64,7 @@ public:
     {
         return TColorTransferCurve<HSL>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const HSL&, const HSL&) noexcept = default;
 

@@ -11,12 +11,16 @@ namespace VoAlgo::cs {
 /// Hue (degrees, 0 … 360), saturation and value (unit fractions, 0 … 1; HSL has percent instead).
 class HSV {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 360}, {0, 1}, {0, 1}};
 
+    ///@{
+    /// Hue (degrees), saturation and value (0 … 1).
     double H = 0;
     double S = 0;
     double V = 0;
+    ///@}
 
     constexpr HSV() noexcept = default;
     /// Brings each component into its range, NaN excepted.
@@ -58,10 +62,13 @@ public:
         }
     }
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? H : (i == 1 ? S : V); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? H : (i == 1 ? S : V); }
+    ///@}
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -72,6 +79,7 @@ public:
     {
         return TColorTransferCurve<HSV>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const HSV&, const HSV&) noexcept = default;
 };

@@ -12,18 +12,24 @@ namespace VoAlgo::cs {
 /// CIE 1976 L*a*b* under D65: L 0 … 100, a and b nominally −128 … 127. Values outside are kept unless clamped.
 class Lab {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
 
+    ///@{
+    /// Lightness, green to red, blue to yellow.
     double L = 0;
     double a = 0;
     double b = 0;
+    ///@}
 
     constexpr Lab() noexcept = default;
+    /// The components as they are.
     constexpr Lab(double lightness, double greenRed, double blueYellow) noexcept
         : L(lightness), a(greenRed), b(blueYellow)
     {
     }
+    /// From tristimulus values against the white of XYZ::WhiteReference; nothing is clamped.
     constexpr Lab(const XYZ& xyz) noexcept
     {
         constexpr XYZ White = XYZ::WhiteReference();
@@ -46,9 +52,11 @@ public:
     /// To linear components, clamped to 0 … 255.
     [[nodiscard]] constexpr RGB ToRGB() const noexcept { return ToXYZ().ToRGB(); }
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
+    ///@}
 
     /// Brings each component into its range, NaN excepted. Returns the object.
     constexpr Lab& Clamp() noexcept
@@ -63,6 +71,7 @@ public:
     /// Source: G. Sharma, W. Wu and E. N. Dalal, Color Res. Appl. 30 (2005) 21-30.
     [[nodiscard]] VOALGO_API double DistanceSq_CIEDE2000(const Lab& other) const noexcept;
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -73,6 +82,7 @@ public:
     {
         return TColorTransferCurve<Lab>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const Lab&, const Lab&) noexcept = default;
 

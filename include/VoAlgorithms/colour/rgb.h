@@ -10,20 +10,28 @@ namespace VoAlgo::cs {
 /// Red, green and blue, nominally 0 … 255 each. Whether they are linear or sRGB is up to the caller.
 class RGB {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 255}, {0, 255}, {0, 255}};
 
+    ///@{
+    /// Components, nominally 0 … 255.
     double r = 0;
     double g = 0;
     double b = 0;
+    ///@}
 
     /// Three bytes.
     struct Packed {
+        ///@{
+        /// Components, 0 to 255.
         unsigned char r = 0;
         unsigned char g = 0;
         unsigned char b = 0;
+        ///@}
 
         constexpr Packed() noexcept = default;
+        /// Rounded and clamped as in FromRGB.
         constexpr explicit Packed(const RGB& color) noexcept { FromRGB(color.r, color.g, color.b); }
         /// Rounds to the nearest integers, ties to even, and clamps to 0 … 255; NaN becomes 0. Returns the object.
         constexpr Packed& FromRGB(double red, double green, double blue) noexcept
@@ -38,12 +46,17 @@ public:
     };
 
     constexpr RGB() noexcept = default;
+    ///@{
+    /// The components as they are.
     constexpr RGB(double red, double green, double blue) noexcept : r(red), g(green), b(blue) {}
     constexpr RGB(const Packed& bytes) noexcept : r(bytes.r), g(bytes.g), b(bytes.b) {}
+    ///@}
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? r : (i == 1 ? g : b); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? r : (i == 1 ? g : b); }
+    ///@}
 
     /// Brings each component into its range, NaN excepted. Returns the object.
     constexpr RGB& Clamp() noexcept
@@ -54,6 +67,7 @@ public:
         return *this;
     }
 
+    ///@{
     /// Packing into 32 bits: the name lists the bytes from the most significant one. Components are rounded as in
     /// Packed; A is 0xFF. Reading ignores A.
     [[nodiscard]] constexpr unsigned int ToARGB() const noexcept { return pack(0xFF, ToR(), ToG(), ToB()); }
@@ -86,17 +100,21 @@ public:
         unpack(rgba, c.r, c.g, c.b);
         return c;
     }
+    ///@}
 
+    ///@{
     /// Single components as bytes, rounded as in Packed.
     [[nodiscard]] constexpr unsigned char ToR() const noexcept { return toByte(r); }
     [[nodiscard]] constexpr unsigned char ToG() const noexcept { return toByte(g); }
     [[nodiscard]] constexpr unsigned char ToB() const noexcept { return toByte(b); }
+    ///@}
     /// The luminance 0.212671·r + 0.71516·g + 0.072169·b as a byte.
     [[nodiscard]] constexpr unsigned char ToGray() const noexcept
     {
         return toByte(0.212671 * r + 0.71516 * g + 0.072169 * b);
     }
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -107,6 +125,7 @@ public:
     {
         return TColorTransferCurve<RGB>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const RGB&, const RGB&) noexcept = default;
 

@@ -18,9 +18,10 @@ namespace VoAlgo::cs {
 /// Fritsch and R. E. Carlson, SIAM J. Numer. Anal. 17 (1980) 238-246, show to be monotone.
 class VOALGO_API CChannelTransferCurve {
 public:
+    /// A control point.
     struct Point {
-        double x = 0;
-        double y = 0;
+        double x = 0; ///< value that goes in
+        double y = 0; ///< value that comes out
 
         friend constexpr bool operator==(const Point&, const Point&) noexcept = default;
     };
@@ -30,9 +31,11 @@ public:
     /// points") for less than two points.
     CChannelTransferCurve(ChannelRange range, int points);
 
+    /// The range of x and of y.
     [[nodiscard]] const ChannelRange& Range() const noexcept { return range_; }
+    /// Number of control points, at least 2.
     [[nodiscard]] std::size_t NumPoints() const noexcept { return knots_.size(); }
-    /// Throws std::out_of_range ("invalid control point index").
+    /// Control point, from left to right. Throws std::out_of_range ("invalid control point index").
     [[nodiscard]] Point GetPoint(std::size_t index) const;
 
     /// Moves a control point. Returns false and changes nothing when the new place is not finite, lies outside the
@@ -67,10 +70,13 @@ public:
     {
     }
 
+    ///@{
     /// The curve of a channel, in the order of the class's components. Throws std::out_of_range for an index above 2.
     [[nodiscard]] CChannelTransferCurve& Channel(std::size_t channel) { return channels_.at(channel); }
     [[nodiscard]] const CChannelTransferCurve& Channel(std::size_t channel) const { return channels_.at(channel); }
+    ///@}
 
+    /// The colour with each component replaced by its curve's value.
     [[nodiscard]] Color operator()(const Color& color) const noexcept
     {
         return Color(channels_[0](color[0]), channels_[1](color[1]), channels_[2](color[2]));

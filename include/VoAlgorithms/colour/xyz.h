@@ -11,14 +11,19 @@ namespace VoAlgo::cs {
 /// although the white point's Z is greater (deliberate).
 class XYZ {
 public:
-    static constexpr int dim = 3;
+    static constexpr int dim = 3; ///< number of components
+    /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {0, 100}, {0, 100}};
 
+    ///@{
+    /// Tristimulus values; white has Y = 100.
     double X = 0;
     double Y = 0;
     double Z = 0;
+    ///@}
 
     constexpr XYZ() noexcept = default;
+    /// The components as they are.
     constexpr XYZ(double x, double y, double z) noexcept : X(x), Y(y), Z(z) {}
     /// From linear components, clamped to 0 … 255; primaries of ITU-R BT.709, white D65. No gamma is removed.
     constexpr XYZ(const RGB& rgb) noexcept
@@ -40,9 +45,11 @@ public:
     /// To gamma-coded components (IEC 61966-2-1), clamped to 0 … 255.
     [[nodiscard]] VOALGO_API RGB ToSRGB() const noexcept;
 
+    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? X : (i == 1 ? Y : Z); }
     constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? X : (i == 1 ? Y : Z); }
+    ///@}
 
     /// Brings each component into its range, NaN excepted. Returns the object.
     constexpr XYZ& Clamp() noexcept
@@ -60,6 +67,7 @@ public:
     /// 24389/27, the slope of that line.
     [[nodiscard]] static constexpr double Kappa() noexcept { return 903.2962962962963; }
 
+    ///@{
     /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
     /// each (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
@@ -70,6 +78,7 @@ public:
     {
         return TColorTransferCurve<XYZ>(points);
     }
+    ///@}
 
     friend constexpr bool operator==(const XYZ&, const XYZ&) noexcept = default;
 

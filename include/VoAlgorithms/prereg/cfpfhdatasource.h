@@ -64,7 +64,7 @@ public:
     [[nodiscard]] std::vector<Vec3> GetNormals() const { return normals_; }
     ///@}
     ///@{
-    /// Copies of positions (mm) and unit normals of the feature points, a subset of the above.
+    /// Copies of positions (mm) and unit normals of the feature points.
     [[nodiscard]] std::vector<Vec3> GetFeaturePoints() const { return featurePoints_; }
     [[nodiscard]] std::vector<Vec3> GetFeatureNormals() const { return featureNormals_; }
     ///@}

@@ -24,12 +24,16 @@ public:
     /// Opens an existing block. Tests false, at once, when there is none of that name.
     [[nodiscard]] static CSharedMemory Open(const std::wstring& name);
 
+    ///@{
+    /// The block goes over; the old owner tests false.
     CSharedMemory(CSharedMemory&& other) noexcept;
     CSharedMemory& operator=(CSharedMemory&& other) noexcept;
+    ///@}
     ~CSharedMemory();
 
     /// Whether there is a block behind the name: creation or opening went well.
     explicit operator bool() const { return mapping_ != nullptr; }
+    /// The name as given to Create or Open.
     [[nodiscard]] const std::wstring& Name() const { return name_; }
     /// Bytes of the block, 0 without one; Windows counts whole pages.
     [[nodiscard]] std::size_t Size() const;

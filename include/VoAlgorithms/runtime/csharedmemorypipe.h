@@ -26,8 +26,11 @@ class VOALGO_API CSharedMemoryPipe {
 public:
     /// An unusable pipe: sending and receiving throw.
     CSharedMemoryPipe();
+    ///@{
+    /// The pipe goes over; the old owner becomes unusable.
     CSharedMemoryPipe(CSharedMemoryPipe&& other) noexcept;
     CSharedMemoryPipe& operator=(CSharedMemoryPipe&& other) noexcept;
+    ///@}
     /// Closes the semaphores, the view and the block.
     ~CSharedMemoryPipe();
 
@@ -38,21 +41,25 @@ public:
     /// the system's text) at once when there is no such pipe, std::invalid_argument when its block is smaller.
     [[nodiscard]] static CSharedMemoryPipe Open(const std::wstring& name, std::size_t size);
 
+    ///@{
     /// Sends one message; an empty one sends nothing. Returns when the last chunk is in the block, which may be before
     /// it is received. Throws std::invalid_argument ("shared memory buffer too small") when the block has less than 9
     /// bytes or the pipe is unusable, std::length_error when chunk count or length do not fit their 32 bits.
     void Send(const void* data, std::size_t size);
     void Send(const std::string& data) { Send(data.data(), data.size()); }
     void Send(const std::vector<unsigned char>& data) { Send(data.data(), data.size()); }
+    ///@}
 
     /// Receives one message into a buffer that must be large enough for it; `size` returns its bytes.
     /// Throws std::invalid_argument as Send, and when a chunk cannot be part of the message: longer than the block, out
     /// of sequence, or short without being the last (say, a new sender after one that was killed). The chunk is taken
     /// from the block then, and what has come of the message is lost.
     void Receive(void* buffer, std::size_t& size);
+    ///@{
     /// Receives one message in place of what the vector holds. Throws as above.
     void Receive(std::vector<unsigned char>& buffer);
     [[nodiscard]] std::vector<unsigned char> Receive();
+    ///@}
 
 private:
     struct State;

@@ -42,17 +42,20 @@ enum class EDecoded {
     TooLarge  ///< a token would not fit; all before it were decoded
 };
 
+/// What a checked decoder did.
 struct DecodeResult {
     std::size_t size; ///< bytes written, never more than the capacity
-    EDecoded end;
+    EDecoded end;     ///< why it stopped
 };
 
+///@{
 /// Uncompress and UncompressWithMTF for streams of unknown origin: never write more than `capacity` bytes and say how
 /// they ended. A null input counts as n = 0, a null output as capacity 0.
 [[nodiscard]] VOALGO_API DecodeResult UncompressChecked(const unsigned char* in, void* out, std::size_t n,
                                                         std::size_t capacity) noexcept;
 [[nodiscard]] VOALGO_API DecodeResult UncompressWithMTFChecked(const unsigned char* in, void* out, std::size_t n,
                                                                std::size_t capacity) noexcept;
+///@}
 
 /// Writes for each of n bytes its position in a table of all byte values, which starts in ascending order; the byte
 /// then moves to the front of the table. Returns out.
