@@ -138,7 +138,7 @@ TEST(CNLSObjectiveFunction, InequalitiesInFreeVariables)
         for (std::size_t i = 0; i < b.Size(); ++i)
             EXPECT_NEAR(b[i] - free[i], problem.GetInequalitiesRHS()[i] - full[i], 1e-12);
         if (trial % 2 == 0) {
-            for (const std::size_t i : {0, 1, 2}) EXPECT_TRUE(b[i] == 0 && A.Row(i).MaxAbs() == 0) << trial;
+            for (const int i : {0, 1, 2}) EXPECT_TRUE(b[i] == 0 && A.Row(i).MaxAbs() == 0) << trial;
         }
     }
 }
