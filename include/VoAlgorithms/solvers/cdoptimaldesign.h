@@ -22,7 +22,7 @@ class CNLSObjectiveFunction;
 /// Statist. 43 (1994) 669–677.
 class VOALGO_API CDOptimalDesign {
 public:
-    /// candidates   one row xᵢ for each measurement, one column for each parameter.
+    /// Over given candidates: one row xᵢ for each measurement, one column for each parameter.
     explicit CDOptimalDesign(TMatrix<double> candidates);
     /// The measurements of a problem as candidates: the rows of its Jacobian by the free variables, at a full parameter
     /// vector, divided by the standard deviations. The criterion of all of them is the problem's GetDCriterionValue.
@@ -31,9 +31,11 @@ public:
 
     /// Chooses `size` candidates, each at most once. False, with `chosen` left alone and a determinant of 0, when every
     /// choice has the criterion 0 or none is possible: a size below the number of parameters or above that of
-    /// candidates, candidates that do not determine the parameters, elements that are not finite, no parameters. chosen
-    /// out: the indices of the chosen candidates, ascending. starts   of the exchange; less than 1 counts as 1. Each
-    /// exchange costs O(size·N·k) for N candidates and k parameters.
+    /// candidates, candidates that do not determine the parameters, elements that are not finite, no parameters.
+    /// Each exchange costs O(size·N·k) for N candidates and k parameters.
+    /// @param size     number of measurements to take.
+    /// @param chosen   out: the indices of the chosen candidates, ascending.
+    /// @param starts   of the exchange; less than 1 counts as 1.
     [[nodiscard]] bool Run(int size, TVector<int>& chosen, int starts = 10);
     /// The D-criterion of the last Run's choice.
     [[nodiscard]] double GetDeterminant() const { return determinant_; }

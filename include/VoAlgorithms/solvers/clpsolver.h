@@ -21,18 +21,20 @@ namespace VoAlgo {
 /// Source: R. G. Bland, Math. Oper. Res. 2 (1977) 103–107; V. Chvátal, Linear Programming, Freeman 1983, chapters 3, 8.
 class VOALGO_API CLPSolver {
 public:
+    /// How a Run ended.
     enum EStatus : int {
-        NotRun = 0,
-        Optimal = 1,
-        Unbounded = 2, ///< there are feasible z, and c·z grows without end among them
-        GaveUp = 3,    ///< beyond double precision: vertices that it cannot tell apart, a solution out of its range
-        Infeasible = -1,
-        BadInput = -2, ///< sizes that do not fit; a not-a-number; an infinity in A or c
+        NotRun = 0,      ///< there was none
+        Optimal = 1,     ///< GetSolution has the optimum
+        Unbounded = 2,   ///< there are feasible z, and c·z grows without end among them
+        GaveUp = 3,      ///< beyond double precision: vertices that it cannot tell apart, a solution out of its range
+        Infeasible = -1, ///< no z meets all rows
+        BadInput = -2,   ///< sizes that do not fit; a not-a-number; an infinity in A or c
     };
 
-    /// A   one row for each inequality; may have none.   b   one entry for each row; +∞ makes a row void, −∞
-    /// unmeetable. c   one entry for each column of A; all zero asks for any feasible point. A row of zeros is void
-    /// when its b is ≥ 0, otherwise unmeetable.
+    /// States the programme; sizes are judged by Run. A row of zeros is void when its b is ≥ 0, otherwise unmeetable.
+    /// @param A   one row for each inequality; may have none.
+    /// @param b   one entry for each row; +∞ makes a row void, −∞ unmeetable.
+    /// @param c   one entry for each column of A; all zero asks for any feasible point.
     CLPSolver(TMatrix<double> A, TVector<double> b, TVector<double> c);
 
     /// Solves; true when there is an optimum. Equal inputs give equal bits. Each step costs O(n³ + m·n) for m rows and
@@ -41,7 +43,8 @@ public:
     /// How the last Run ended, an EStatus.
     [[nodiscard]] int GetStatus() const { return status_; }
     /// The optimum of the last Run: a vertex, if the polyhedron has any (otherwise as many rows as possible hold with
-    /// equality, and unknowns left free are 0). Empty unless Run succeeded. valid: null, or out: whether it did.
+    /// equality, and unknowns left free are 0). Empty unless Run succeeded.
+    /// @param valid   null, or out: whether it did.
     [[nodiscard]] TVector<double> GetSolution(bool* valid = nullptr) const;
 
 private:

@@ -19,7 +19,8 @@ namespace VoAlgo {
 /// with "constraints violated".
 class VOALGO_API CNLSObjectiveFunction {
 public:
-    /// Throws std::invalid_argument when a number is negative.
+    /// A problem of numParams parameters and numMeasurements residuals without constraints. Throws
+    /// std::invalid_argument when a number is negative.
     CNLSObjectiveFunction(int numParams, int numMeasurements);
     virtual ~CNLSObjectiveFunction();
     CNLSObjectiveFunction(const CNLSObjectiveFunction&) = default;
@@ -40,9 +41,12 @@ public:
     virtual TMatrix<double> Jacobian(const TVector<double>& freeParams);
     /// A different number removes all constraints.
     virtual void SetNumParams(unsigned int numParams);
+    ///@{
+    /// n and m.
     [[nodiscard]] virtual int GetNumParams() const;
     [[nodiscard]] virtual int GetNumMeasurements() const;
-    /// Throws std::invalid_argument when negative.
+    ///@}
+    /// m, the length that `Error` answers with. Throws std::invalid_argument when negative.
     virtual void SetNumMeasurements(int numMeasurements);
 
     /// Fixes a parameter. As the next.
@@ -64,12 +68,18 @@ public:
     /// Replaces all inequalities and bounds; none for a matrix without rows.
     void SetInequalities(const TMatrix<double>& lhs, const TVector<double>& rhs);
 
+    ///@{
+    /// Whether there are any.
     [[nodiscard]] bool HasEqualities() const { return equalitiesLHS_.Rows() > 0; }
     [[nodiscard]] bool HasInequalities() const { return inequalitiesLHS_.Rows() > 0; }
+    ///@}
+    ///@{
+    /// The constraints in force: E and e of E·p = e, A and b of A·p ≤ b, rows in the order in which they came.
     [[nodiscard]] const TMatrix<double>& GetEqualitiesLHS() const { return equalitiesLHS_; }
     [[nodiscard]] const TVector<double>& GetEqualitiesRHS() const { return equalitiesRHS_; }
     [[nodiscard]] const TMatrix<double>& GetInequalitiesLHS() const { return inequalitiesLHS_; }
     [[nodiscard]] const TVector<double>& GetInequalitiesRHS() const { return inequalitiesRHS_; }
+    ///@}
     /// K = [K₀ | K₁], n×(1 + k): a solution of the equalities and a basis of their null space. Without equalities
     /// [0 | I].
     [[nodiscard]] const TMatrix<double>& GetEqualityConstraintsKernel() const { return kernel_; }
@@ -81,18 +91,24 @@ public:
     /// p = K₀ + K₁·z. Throws std::invalid_argument when z has not k entries.
     [[nodiscard]] TVector<double> BuildParamsFromFree(const TVector<double>& z) const;
 
+    ///@{
     /// Whether the equalities leave the parameter room: its row of K₁ has an entry of magnitude ≥ 2.22e-15.
     [[nodiscard]] bool IsVariable(int index) const;
     [[nodiscard]] bool IsConstant(int index) const { return !IsVariable(index); }
+    ///@}
+    ///@{
     /// Whether the parameter is constant, or the inequalities alone bound it from both sides (two linear programmes
     /// over A·p ≤ b). An infeasible system bounds everything.
     [[nodiscard]] bool IsBounded(int index) const;
     [[nodiscard]] bool IsUnbounded(int index) const { return !IsBounded(index); }
+    ///@}
 
     /// Covariance of the parameters at a fit, n×n: sigma²·K₁·(JᵀWJ)⁻¹·K₁ᵀ with W = diag(1/σᵢ²), linearised there.
     /// Inequalities and robust weights do not enter.
-    /// sigma   scale of the σ (its sign does not matter): 1 when they are absolute; when they are relative or left at
-    ///         1, the residual standard deviation √(Σ rᵢ²/σᵢ² / (m − k)).
+    /// @param params  the fit, n parameters.
+    /// @param sigma   scale of the σ (its sign does not matter): 1 when they are absolute; when they are relative or
+    ///         left at 1, the residual standard deviation √(Σ rᵢ²/σᵢ² / (m − k)).
+    ///
     /// Rows and columns of constant parameters are 0. Free variables that the measurements do not determine are left
     /// out: they count as known, rows and columns 0, and the other entries hold for that case. (So a variable parameter
     /// with the variance 0 is undetermined.) All +∞ without measurements; all not-a-number when params has not n
@@ -108,9 +124,12 @@ protected:
     /// One bound as an inequality.
     void addBound(int index, double value, bool lower);
     /// Covariance of the free variables, k×k, from J with its rows divided by σ.
-    /// rankIndices   out: the free variables that the measurements determine, ascending; the rest has rows and columns
-    ///               of 0. They are found by a QR factorisation with column pivoting, of columns scaled to like lengths
-    ///               so that units do not matter: |r(i, i)| > max(m, k)·ε·|r(0, 0)|.
+    /// @param J             derivatives divided by σ, m×k.
+    /// @param sigma         as in GetCovariance.
+    /// @param rankIndices   out: the free variables that the measurements determine, ascending; the rest has rows and
+    ///               columns of 0. They are found by a QR factorisation with column pivoting, of columns scaled to like
+    ///               lengths so that units do not matter: |r(i, i)| > max(m, k)·ε·|r(0, 0)|.
+    ///
     /// Not-a-number, and no indices, when J is not finite.
     static TMatrix<double> getCovariance(TMatrix<double> J, TVector<int>& rankIndices, double sigma);
     /// Derivative of `Error` by one parameter through differences of the given order of accuracy, 1 to 5, in steps of

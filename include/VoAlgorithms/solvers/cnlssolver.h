@@ -53,27 +53,30 @@ public:
         HitAndRun = 1, ///< all at once, along a random direction
     };
 
-    /// problem          borrowed; must outlive the solver.
-    /// samplingSweeps   steps of the sampler for each random start; below 1: 2·n.
+    /// For one problem.
+    /// @param problem          borrowed; must outlive the solver.
+    /// @param robust           whether residuals are weighted by their size, see above.
+    /// @param samplingSweeps   steps of the sampler for each random start; below 1: 2·n.
     CNLSSolver(CNLSObjectiveFunction& problem, bool robust, int samplingSweeps);
 
     /// Fits.
-    /// params        in: the start, n parameters, of which the free variables count.   out: the best fit; unchanged
-    /// when
-    ///               there was no feasible or usable start.
-    /// rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when none could be computed
-    ///               at the start, 0 when m = 0 (the fit then ends at once with "small gradient").
-    /// maxIter       largest number of iterations of one fit; below 1: none, params becomes the feasible start.
-    /// tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a start
-    ///               believed good, 1e-3 or 1 otherwise.
-    /// multistarts   number of additional fits from random starts; needs inequalities, which should bound every
+    /// @param params        in: the start, n parameters, of which the free variables count. Out: the best fit;
+    ///               unchanged when there was no feasible or usable start.
+    /// @param rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when none could be
+    ///               computed at the start, 0 when m = 0 (the fit then ends at once with "small gradient").
+    /// @param maxIter       largest number of iterations of one fit; below 1: none, params becomes the feasible start.
+    /// @param tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a
+    ///               start believed good, 1e-3 or 1 otherwise.
+    /// @param multistarts   number of additional fits from random starts; needs inequalities, which should bound every
     ///               parameter: a random walk does not go where there is no bound. The best fit is returned, never one
     ///               worse than that from `params`. The series ends early at a residual of zero, or after five
     ///               failures in a row.
+    /// @param sampler       how random starts are drawn.
     EResult Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
 
     /// Whether a fit tells its progress on the standard error stream, in lines that begin with "(NLS)". Default: yes.
     void SetLogging(bool logging) { logging_ = logging; }
+    /// Overrides the constructor's choice.
     void SetRobustness(bool robust) { robust_ = robust; }
     /// Kept, but without influence: steps are always projected.
     void SetUseProjectionOfUpdates(bool use) { useProjectionOfUpdates_ = use; }
@@ -81,10 +84,12 @@ public:
     /// The text that the log shows for a result; empty for other values.
     [[nodiscard]] static const char* ResultText(EResult result);
 
+    ///@{
     /// ψ(u) of robust fitting: u near 0, bounded. Huber's: u up to |u| = 1.345, then constant. Tukey's:
     /// u·(1 − (u/c)²)² up to |u| = c = 4.6851, then 0.
     [[nodiscard]] static double psiHuber(double u);
     [[nodiscard]] static double psiTukey(double u);
+    ///@}
 
 private:
     struct Fit;
