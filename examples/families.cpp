@@ -1,0 +1,185 @@
+// A short use of every family; the reference shows these parts. Ends with 0 when each finds what it should.
+#include <VoAlgorithms/VoAlgorithms.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+void Expect(bool isTrue, const char* what)
+{
+    if (!isTrue) throw std::runtime_error(std::string(what) + " went wrong");
+}
+
+void Platform()
+{
+    // [platform]
+    Logging::SetLevel(Logging::ELogLevel::Info);
+    Logging::SetSink([](const Logging::Message& message) {
+        std::fprintf(stderr, "%s: %ls\n", message.channel, message.text.c_str());
+    });
+    // [platform]
+    Expect(Logging::GetLogger("Example").IsLogLevelEnabled(Logging::ELogLevel::Info), "the log");
+    Logging::SetSink({});
+}
+
+void KdTree()
+{
+    // [kdtree]
+    const std::vector<kdtree::Vector<3>> points = {{0, 0, 0}, {1, 0, 0}, {0, 2, 0}};
+    const kdtree::TKdTree<3, 48> tree(&points[0].x, points.size(), 4); // a point every four floats
+
+    const kdtree::Vector<3> place(0.9F, 0.1F, 0);
+    float distanceSq = 0;
+    const int nearest = tree.Nearest(&place.x, 0.5F * 0.5F, &distanceSq); // 1, at √0.02 mm
+    std::vector<int> around;
+    tree.AllWithin(&place.x, 1.0F * 1.0F, around); // 0 and 1, in the tree's order
+    // [kdtree]
+    Expect(nearest == 1 && std::abs(distanceSq - 0.02F) < 1e-6F && around.size() == 2, "the search");
+}
+
+void Numerics()
+{
+    // [least squares]
+    // The straight line y = x₀ + x₁·t through four measurements at t = 0, 1, 2, 3.
+    VoAlgo::TMatrix<double> a = {{1, 0}, {1, 1}, {1, 2}, {1, 3}}; // destroyed by the solve
+    const VoAlgo::TVector<double> y = {1, 3, 5, 7};
+    VoAlgo::TVector<double> x(2);
+    const bool isSolved = VoAlgo::lapack::lssolve(a, y, x); // x = (1, 2)
+    // [least squares]
+    Expect(isSolved && std::abs(x[0] - 1) < 1e-12 && std::abs(x[1] - 2) < 1e-12, "the least squares");
+
+    // [poses]
+    using Vector = kdtree::Vector<3>;
+    const VoAlgo::CTrafo pose(Vector(0, 0, 1.5707963F), Vector(10, 0, 0)); // a quarter turn about z, then 10 mm along x
+    const Vector from[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};
+    const Vector to[] = {pose * from[0], pose * from[1], pose * from[2], pose * from[3]};
+
+    const VoAlgo::CTrafo fit = VoAlgo::CTrafo::LeastSquaresFit(from, to, 4); // false when the points leave it open
+    const VoAlgo::CTrafo rest = fit.GetInverse() * pose;                     // pose first, then back by the fit
+    const float angle = rest.GetRotationDistance(VoAlgo::CTrafo::Identity()), shift = rest.GetTranslation().Norm();
+    // [poses]
+    Expect(fit && angle < 1e-3F && shift < 1e-4F, "the fit");
+}
+
+void Clustering()
+{
+    std::size_t members = 0;
+    // [clustering]
+    const std::vector<std::array<float, 3>> points = {{0, 0, 0}, {5, 0, 0}, {0.2F, 0, 0}, {5, 0.1F, 0}, {0, 0.1F, 0}};
+    VoAlgo::CMeanShiftClusterer3D clusterer(points, 1.0F); // bandwidth, mm
+    if (clusterer.Run())
+        for (unsigned c = 0; c < clusterer.GetNumClusters(); ++c)
+            for (auto member = clusterer.GetClusterIterator(c); member; ++member)
+                members += points.at(member.GetIndex())[0] < 2.5F; // two clusters: points 0, 2, 4 and 1, 3
+    // [clustering]
+    Expect(clusterer.GetNumClusters() == 2 && members == 3, "the clustering");
+}
+
+void Documents()
+{
+    // [bson]
+    using VoAlgo::bson::element;
+    const element::object document = (element("part", "bracket"), element("scans", 2),
+                                      element("settings", VoAlgo::bson::to_object(prereg::ConfigurationFPFH())));
+    const auto [bytes, size] = document.freeze();
+
+    const element::object read = element::object::unfreeze(bytes.get(), size); // throws for what is no document
+    const int scans = read.child("scans").as_int32();                          // throws for another type
+    const double radius = read.query("settings/dFeatureRadius").as_double();
+    const auto settings = VoAlgo::bson::from_object<prereg::ConfigurationFPFH>(read.child("settings").as_object());
+    // [bson]
+    Expect(scans == 2 && radius == 1.5 && settings == prereg::ConfigurationFPFH(), "the document");
+}
+
+// [problem]
+// The decay a·exp(−b·t), measured at t = 0, 1, 2, 3.
+class Decay : public VoAlgo::CNLSObjectiveFunction {
+public:
+    Decay() : CNLSObjectiveFunction(2, 4) { AddBounds(1, 0, 10); } // 0 ≤ b ≤ 10
+
+    VoAlgo::TVector<double> Error(const VoAlgo::TVector<double>& params) override
+    {
+        const VoAlgo::TVector<double> measured = {8, 4, 2, 1};
+        VoAlgo::TVector<double> residuals(4);
+        for (int t = 0; t < 4; ++t) residuals[t] = params[0] * std::exp(-params[1] * t) - measured[t];
+        return residuals;
+    }
+};
+// [problem]
+
+void Solvers()
+{
+    // [fit]
+    Decay decay;
+    VoAlgo::CNLSSolver solver(decay, false, 0);
+    solver.SetLogging(false);
+    VoAlgo::TVector<double> params = {1, 1}; // the start
+    double rmse = 0;
+    solver.Run(params, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs); // a = 8, b = ln 2
+    const VoAlgo::TMatrix<double> covariance = decay.GetCovariance(params, rmse);
+    // [fit]
+    Expect(std::abs(params[0] - 8) < 1e-6 && std::abs(params[1] - std::log(2.0)) < 1e-6 && covariance.Rows() == 2,
+           "the fit");
+
+    // [programme]
+    // The largest x + y with x + 2·y ≤ 4, 3·x + y ≤ 6, x ≥ 0 and y ≥ 0.
+    VoAlgo::CLPSolver programme({{1, 2}, {3, 1}, {-1, 0}, {0, -1}}, {4, 6, 0, 0}, {1, 1});
+    const bool hasOptimum = programme.Run();
+    const VoAlgo::TVector<double> corner = programme.GetSolution(); // (1.6, 1.2)
+    // [programme]
+    Expect(hasOptimum && std::abs(corner[0] - 1.6) < 1e-12 && std::abs(corner[1] - 1.2) < 1e-12, "the programme");
+}
+
+void Colour()
+{
+    // [colour]
+    namespace cs = VoAlgo::cs;
+    const cs::Lab ivory(cs::XYZ::FromSRGB({229, 214, 186})), sand(cs::XYZ::FromSRGB({212, 190, 150}));
+    const double difference = std::sqrt(ivory.DistanceSq_CIEDE2000(sand)); // about 1 can just be seen
+
+    auto curve = cs::Lab::CreateColorTransferCurve(3); // three control points a channel
+    const bool isMoved = curve.Channel(0).MovePoint(1, {50, 60});
+    const cs::Lab brighter = curve(sand);
+    // [colour]
+    Expect(difference > 6 && difference < 8 && isMoved && brighter.L > sand.L, "the colours");
+}
+
+void Runtime()
+{
+    // [run length]
+    const std::vector<unsigned char> mask(10000, 7);
+    std::vector<unsigned char> coded(1 + 2 * mask.size()); // the worst case
+    coded.resize(VoAlgo::RLE::Compress(mask.data(), coded.data(), mask.size(), -1));
+
+    std::vector<unsigned char> decoded(mask.size());
+    const auto result = VoAlgo::RLE::UncompressChecked(coded.data(), decoded.data(), coded.size(), decoded.size());
+    // [run length]
+    Expect(result.end == VoAlgo::RLE::EDecoded::Whole && decoded == mask && coded.size() < 10, "the coding");
+
+    // [pipe]
+    VoAlgo::CSharedMemoryPipe receiver = VoAlgo::CSharedMemoryPipe::Create(L"VoAlgorithmsExample", 65536);
+    VoAlgo::CSharedMemoryPipe sender = VoAlgo::CSharedMemoryPipe::Open(L"VoAlgorithmsExample", 65536); // elsewhere
+    sender.Send(coded);
+    const std::vector<unsigned char> message = receiver.Receive(); // waits until there is one
+    // [pipe]
+    Expect(message == coded, "the pipe");
+}
+
+int main()
+try {
+    Platform();
+    KdTree();
+    Numerics();
+    Clustering();
+    Documents();
+    Solvers();
+    Colour();
+    Runtime();
+    return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
+}
