@@ -287,7 +287,7 @@ function start() {
     setView(wish.get("view") ?? (data.found ? "after" : "before"), false);
     viewer?.fit(false);
     viewer?.drawNow();
-    viewer?.renderer.getContext().finish();
+    viewer?.waitUntilDrawn();
     document.documentElement.dataset.readyAfter = Math.round(performance.now()); // ms since the page was opened
 }
 

@@ -128,10 +128,16 @@ export class Viewer {
         for (const object of [this.fix, this.flt]) {
             const u = object.material.uniforms;
             u.pixels.value = pixels;
-            u.size.value = 2.5 * this.size * object.spacing;
+            u.size.value = 2.8 * this.size * object.spacing;
         }
         this.renderer.render(this.scene, this.camera);
         this.onFrame(this.millimetresPerPixel());
+    }
+
+    /** Reading a pixel waits for the graphics, which "finish" does not in every browser. */
+    waitUntilDrawn() {
+        const gl = this.renderer.getContext();
+        gl.readPixels(0, 0, 1, 1, gl.RGBA, gl.UNSIGNED_BYTE, new Uint8Array(4));
     }
 
     /** At the depth of the point that the camera turns about, in CSS pixels. */

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# The report's page is what its sources make, and reports of a found, a refused and a large pair work in a browser that
+# has no network. Needs the release build and the demo's files.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+./run packages chromium fonts-dejavu-core
+command -v npm >/dev/null || ./run packages nodejs npm
+
+(cd tools/voalgo/report && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
+git diff --exit-code --stat -- tools/voalgo/report/dist || {
+    echo "tools/voalgo/report/dist is not what its sources make: run 'npm ci && npm run build' there and commit it"
+    exit 1
+}
+
+voalgo=build/release/tools/voalgo
+out=build/ci/report
+rm -rf "$out"
+mkdir -p "$out"
+status=0
+"$voalgo" register build/demo/simulated/fix.ply examples/data/hippo2.ply --quiet --report "$out/refused.html" || status=$?
+((status == 2)) || { echo "two different objects: exit code $status instead of 2"; exit 1; }
+"$voalgo" simulate --points 100000 --seed 3 --out "$out/large" >/dev/null
+"$voalgo" register "$out/large/fix.ply" "$out/large/flt.ply" --quiet --report "$out/large.html"
+
+SHOTS=$out node tests/report/check.mjs found=build/demo/hippo/report.html refused="$out/refused.html" found="$out/large.html"

@@ -1,0 +1,223 @@
+#include "tools/tool_runner.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <cstdint>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+namespace tooltest {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string Fix = VOALGO_SOURCE_DIR "/examples/data/hippo1.ply";
+const std::string Flt = VOALGO_SOURCE_DIR "/examples/data/hippo2.ply";
+
+/// What the page says, read as a browser reads it: up to the first end of a script.
+json DataOf(const std::string& page)
+{
+    const std::string start = R"(<script type="application/json" id="data">)";
+    const std::size_t begin = page.find(start) + start.size();
+    return json::parse(page.substr(begin, page.find("</script", begin) - begin));
+}
+
+std::string FromBase64(const std::string& text)
+{
+    const std::string digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string bytes;
+    unsigned bits = 0, held = 0;
+    for (const char c : text) {
+        if (c == '=') break;
+        bits = bits << 6U | static_cast<unsigned>(digits.find(c));
+        held += 6;
+        if (held < 8) continue;
+        held -= 8;
+        bytes += static_cast<char>(bits >> held & 0xFFU);
+    }
+    return bytes;
+}
+
+double Code16(const std::string& bytes, std::size_t i, bool isSigned)
+{
+    const unsigned code = static_cast<unsigned char>(bytes[2 * i]) |
+                          static_cast<unsigned>(static_cast<unsigned char>(bytes[2 * i + 1])) << 8U;
+    return isSigned ? static_cast<double>(static_cast<std::int16_t>(code)) : static_cast<double>(code);
+}
+
+PlyContent ReadPly(const std::string& path)
+{
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return ParsePly(bytes.str());
+}
+
+/// The packed cloud holds the file's points and normals, each in its place.
+void ExpectSameCloud(const json& packed, const PlyContent& file)
+{
+    const std::string positions = FromBase64(packed["positions"]), normals = FromBase64(packed["normals"]);
+    ASSERT_EQ(positions.size(), 6 * file.points.size());
+    ASSERT_EQ(normals.size(), 3 * file.points.size());
+    for (std::size_t i = 0; i < file.points.size(); ++i)
+        for (unsigned k = 0; k < 3; ++k) {
+            const double size = packed["size"][k], low = packed["low"][k];
+            ASSERT_NEAR(low + Code16(positions, 3 * i + k, false) / 65535.0 * size, file.points[i][k], size / 65535.0);
+            ASSERT_NEAR(static_cast<signed char>(normals[3 * i + k]) / 127.0, file.normals[i][k], 0.0041);
+        }
+}
+
+/// Signed distance to the tangent plane of the nearest point of all, infinite when there is none near.
+double PlaneDistance(const PlyContent& fix, const kdtree::Vector<3>& p, const kdtree::Vector<3>& n, double radius,
+                     double angle)
+{
+    std::size_t best = 0;
+    for (std::size_t i = 1; i < fix.points.size(); ++i)
+        if ((fix.points[i] - p).NormSq() < (fix.points[best] - p).NormSq()) best = i;
+    if (static_cast<double>((fix.points[best] - p).Norm()) >= radius ||
+        static_cast<double>(fix.normals[best].Dot(n)) <= std::cos(angle))
+        return INFINITY;
+    return static_cast<double>((p - fix.points[best]).Dot(fix.normals[best]));
+}
+
+kdtree::Vector<3> Turned(const json& pose, const kdtree::Vector<3>& v, double shift)
+{
+    kdtree::Vector<3> out;
+    for (unsigned r = 0; r < 3; ++r)
+        out[r] = static_cast<float>(pose[r][0].get<double>() * v.x + pose[r][1].get<double>() * v.y +
+                                    pose[r][2].get<double>() * v.z + shift * pose[r][3].get<double>());
+    return out;
+}
+
+/// The distances are those of a plain search through all points, save for a few at the edge of near.
+void ExpectTrueDistances(const json& data, const PlyContent& fix, const PlyContent& flt)
+{
+    const json& pose = data["poses"][0];
+    const std::string codes = FromBase64(pose["distances"]);
+    const double radius = data["pairRadius"], angle = data["pairAngle"];
+    ASSERT_EQ(codes.size(), 2 * flt.points.size());
+    unsigned near = 0, off = 0, checked = 0;
+    for (std::size_t i = 0; i < flt.points.size(); i += 7, ++checked) {
+        const double expected = PlaneDistance(fix, Turned(pose["pose"], flt.points[i], 1.0),
+                                              Turned(pose["pose"], flt.normals[i], 0.0), radius, angle);
+        const double code = Code16(codes, i, true);
+        const bool isNear = std::isfinite(expected);
+        near += isNear ? 1 : 0;
+        if (isNear != (code != -32768.0) || (isNear && std::abs(code / 32767.0 * radius - expected) > 1e-3)) ++off;
+    }
+    EXPECT_LE(off, 2U) << "of " << checked;
+    EXPECT_GT(near, checked / 2);
+}
+
+unsigned CountOutcome(const json& pose, const std::string& outcome)
+{
+    unsigned n = 0;
+    for (const json& test : pose["tests"]) n += test["outcome"] == outcome ? 1 : 0;
+    return n;
+}
+
+/// Value, limit and outcome of each test belong together.
+void ExpectConsistent(const json& pose)
+{
+    for (const json& test : pose["tests"]) {
+        if (test["value"].is_null() || test["limit"].is_null()) continue;
+        const double value = test["value"], limit = test["limit"];
+        EXPECT_EQ(test["outcome"], (test["isAtMost"] ? value <= limit : value >= limit) ? "passed" : "failed") << test;
+    }
+}
+
+TEST(ToolReport, HoldsTheRunAndLoadsNothing)
+{
+    const Workplace place;
+    const Outcome run = place.Run("register " + Fix + ' ' + Flt + " --quiet --threads 1 --out a --report a.html");
+    ASSERT_EQ(run.exitCode, 0) << run.errors;
+    const std::string page = place.Read("a.html");
+    json data = DataOf(page);
+    const PlyContent fix = ReadPly(Fix), flt = ReadPly(Flt);
+    ExpectSameCloud(data["fix"]["cloud"], fix);
+    ExpectTrueDistances(data, fix, flt);
+
+    const json result = json::parse(place.Read("a/result.json"));
+    for (const char* key : {"found", "reason", "statistics", "settings"}) EXPECT_EQ(data[key], result[key]) << key;
+    EXPECT_EQ(data["poses"][0]["pose"], result["results"][0]["pose"]);
+    ExpectConsistent(data["poses"][0]);
+    EXPECT_GE(CountOutcome(data["poses"][0], "passed"), 13U);
+    EXPECT_EQ(data["poses"][0]["tests"].size(), CountOutcome(data["poses"][0], "passed"));
+
+    EXPECT_FALSE(std::regex_search(page, std::regex("<(script|img|link|iframe|object|embed)[^>]*\\s(src|href|data)=")));
+    EXPECT_THAT(page, Not(HasSubstr("@import")));
+    EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+    EXPECT_THAT(page, HasSubstr("Permission is hereby granted")) << "the licence of the 3D library";
+
+    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --quiet --threads 2 --report b.html").exitCode, 0);
+    json again = DataOf(place.Read("b.html"));
+    for (json* d : {&data, &again}) d->erase("seconds");
+    EXPECT_TRUE(data == again) << "the same inputs give the same page, save for the times";
+}
+
+/// Nothing found: the causes, the poses that came near, and the tests that they failed; also for a given pose, for
+/// scans without features, and whatever the files are called.
+TEST(ToolReport, IsOfUseForRefusals)
+{
+    const Workplace place;
+    place.Write("<!--<script>.xyz", XyzText(Blob(6000, 90.0F)));
+    const Outcome search = place.Run("register " + Fix + " '<!--<script>.xyz' --quiet --report search.html");
+    EXPECT_EQ(search.exitCode, 2) << search.errors;
+    const json searched = DataOf(place.Read("search.html"));
+    EXPECT_EQ(searched["found"], false);
+    EXPECT_EQ(searched["flt"]["file"], "<!--<script>.xyz");
+    EXPECT_NE(searched["reason"], "");
+    EXPECT_FALSE(searched["statistics"]["failures"].empty());
+    for (const json& pose : searched["poses"]) {
+        EXPECT_NE(pose["objection"], "");
+        EXPECT_EQ(CountOutcome(pose, "failed"), 1U) << pose["tests"];
+        ExpectConsistent(pose);
+    }
+
+    place.Write("away.txt", "1 0 0 500\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
+    place.Write("aside.txt", "1 0 0 2\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
+    place.Write("strict.json", R"({"icpConfig": {"dMaxRMSE": 1e-9, "uiMaxNumIterations": 0}})");
+    for (const std::string start : {"away.txt", "aside.txt"}) {
+        const Outcome refused =
+            place.Run("register " + Fix + ' ' + Fix + " --quiet --config strict.json --report r.html --start " + start);
+        EXPECT_EQ(refused.exitCode, 2) << refused.errors;
+        const json data = DataOf(place.Read("r.html"));
+        ASSERT_EQ(data["poses"].size(), 1U);
+        EXPECT_EQ(data["poses"][0]["objection"], data["reason"]);
+        EXPECT_EQ(CountOutcome(data["poses"][0], "failed"), 1U) << data["poses"][0]["tests"];
+    }
+
+    const Outcome unwritable = place.Run("register " + Fix + ' ' + Flt + " --quiet --report none/r.html");
+    EXPECT_EQ(unwritable.exitCode, 3);
+    EXPECT_THAT(unwritable.errors, HasSubstr("none/r.html"));
+    EXPECT_EQ(unwritable.output, "") << "said before the search";
+}
+
+/// A page of many points stays small: it holds at most 150,000 of each cloud, and all of a smaller one.
+TEST(ToolReport, StaysBelowTenMegabytes)
+{
+    const Workplace place;
+    const Points large = Blob(151000, 100.0F), small = Blob(5000, 100.0F);
+    Points normals = large;
+    for (auto& n : normals) n /= n.Norm();
+    place.Write("large.ply", PlyBytes(large, normals));
+    place.Write("small.ply", PlyBytes(small, {normals.begin(), normals.begin() + 5000}));
+    place.Write("same.txt", "1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
+    const Outcome run = place.Run("register large.ply small.ply --quiet --start same.txt --report r.html");
+    ASSERT_NE(run.exitCode, 3) << run.errors;
+    const std::string page = place.Read("r.html");
+    EXPECT_LT(page.size(), 10U << 20U);
+    const json data = DataOf(page);
+    for (const char* scan : {"fix", "flt"}) {
+        EXPECT_EQ(data[scan]["shown"], std::min<std::size_t>(150000, data[scan]["points"])) << scan;
+        EXPECT_EQ(FromBase64(data[scan]["cloud"]["positions"]).size(), 6 * data[scan]["shown"].get<std::size_t>());
+    }
+    EXPECT_EQ(data["fix"]["points"], 151000);
+}
+
+} // namespace
+} // namespace tooltest
