@@ -71,8 +71,18 @@ class Browser {
     }
 }
 
-/** Runs in the page: texts that lie on each other or stick out of the page. */
+/** Runs in the page: texts that lie on each other or stick out of the page. What a list has scrolled away is not seen. */
 function faultsOfLayout() {
+    const seenOf = (rect, element) => {
+        let { left, right, top, bottom } = rect;
+        for (let e = element; e !== document.body; e = e.parentElement) {
+            if (getComputedStyle(e).overflowY === "visible") continue;
+            const box = e.getBoundingClientRect();
+            [left, right] = [Math.max(left, box.left), Math.min(right, box.right)];
+            [top, bottom] = [Math.max(top, box.top), Math.min(bottom, box.bottom)];
+        }
+        return { left, right, top, bottom };
+    };
     const faults = [];
     if (document.documentElement.scrollWidth > innerWidth) faults.push(`${document.documentElement.scrollWidth} px wide`);
     const texts = [];
@@ -82,7 +92,10 @@ function faultsOfLayout() {
         if (!node.data.trim() || parent.closest("script, title, [hidden], details:not([open]) > :not(summary)")) continue;
         const range = document.createRange();
         range.selectNodeContents(node);
-        for (const r of range.getClientRects()) if (r.width > 1) texts.push([r, node.data.trim()]);
+        for (const rect of range.getClientRects()) {
+            const seen = seenOf(rect, parent);
+            if (seen.right - seen.left > 1 && seen.bottom - seen.top > 1) texts.push([seen, node.data.trim()]);
+        }
     }
     texts.sort(([a], [b]) => a.top - b.top);
     texts.forEach(([a, name], i) => {
