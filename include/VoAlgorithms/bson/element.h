@@ -27,6 +27,7 @@ struct View;
 /// What the typed readers throw; its text is "bad cast" on every platform.
 class VOALGO_API bad_cast : public std::bad_cast {
 public:
+    /// "bad cast".
     [[nodiscard]] const char* what() const noexcept override;
 };
 
@@ -41,15 +42,18 @@ class VOALGO_API element {
 public:
     class object;
 
+    /// The type byte. Numbers are little-endian, floating point is IEEE 754; where no size is given, the name has it.
     enum Type : unsigned char {
-        Double = 1,
-        String = 2,
-        Object = 4,
-        Binary = 5,
-        Boolean = 8,
-        DateTime = 9,
-        Null = 10,
-        Regex = 11,
+        Double = 1,   ///< 64 bits
+        String = 2,   ///< UTF-8 with its length
+        Object = 4,   ///< elements, see object
+        Binary = 5,   ///< bytes with their number and BinaryType
+        Boolean = 8,  ///< one byte
+        DateTime = 9, ///< signed 64-bit milliseconds since 1970-01-01 UTC
+        Null = 10,    ///< no bytes
+        Regex = 11,   ///< pattern and options, each with its NUL
+        ///@{
+        /// A number.
         Int32 = 16,
         UInt64 = 17,
         Int64 = 18,
@@ -59,21 +63,30 @@ public:
         UInt16 = 131,
         UInt8 = 132,
         Int8 = 133,
+        ///@}
         Empty = 255, ///< of the empty element, never stored
     };
     /// What the bytes of a binary are; any other byte is kept as well.
-    enum class BinaryType : unsigned char { Generic = 0, Function = 1, Uuid = 4, Md5 = 5, UserDefined = 128 };
+    enum class BinaryType : unsigned char {
+        Generic = 0,       ///< any
+        Function = 1,      ///< code
+        Uuid = 4,          ///< 16 bytes of a UUID
+        Md5 = 5,           ///< 16 bytes of a checksum
+        UserDefined = 128, ///< the writer knows
+    };
 
     /// The empty element: no bytes, type 255.
     element() noexcept = default;
-    explicit element(std::string_view name); ///< null
+    ///@{
+    /// An element of the type that the value has in C++, by width and sign; without a value null. Copies the value.
+    explicit element(std::string_view name);
     element(std::string_view name, signed char value);
     element(std::string_view name, unsigned char value);
     element(std::string_view name, short value);
     element(std::string_view name, unsigned short value);
     element(std::string_view name, int value);
     element(std::string_view name, unsigned int value);
-    element(std::string_view name, long value); ///< int32 or int64, by the width of the platform's long
+    element(std::string_view name, long value); // int32 or int64, by the width of the platform's long
     element(std::string_view name, unsigned long value);
     element(std::string_view name, long long value);
     element(std::string_view name, unsigned long long value);
@@ -85,18 +98,24 @@ public:
     element(std::string_view name, const wchar_t* value);
     element(std::string_view name, const std::string& value);
     element(std::string_view name, const object& value);
+    ///@}
     /// Binary, subtype Generic; the bytes are copied.
     element(std::string_view name, const void* data, unsigned length);
     /// Other pointers would silently become booleans.
     template <class T>
     element(std::string_view name, const T* value) = delete;
 
+    ///@{
+    /// A copy has bytes of its own; what was moved from is the empty element.
     element(const element& other);
     element(element&& other) noexcept;
     element& operator=(const element& other);
     element& operator=(element&& other) noexcept;
+    ///@}
     ~element() = default;
 
+    ///@{
+    /// An element of the type in the name. Throws as the class says.
     [[nodiscard]] static element make_int8(std::string_view name, std::int8_t value);
     [[nodiscard]] static element make_uint8(std::string_view name, std::uint8_t value);
     [[nodiscard]] static element make_int16(std::string_view name, std::int16_t value);
@@ -116,20 +135,27 @@ public:
     [[nodiscard]] static element make_object(std::string_view name, const object& value);
     [[nodiscard]] static element make_binary(std::string_view name, const void* data, unsigned length,
                                              BinaryType type = BinaryType::Generic);
+    ///@}
 
+    /// The type byte, Empty for the empty element.
     [[nodiscard]] Type type() const noexcept { return buffer_ ? static_cast<Type>(buffer_[0]) : Empty; }
     /// Borrowed; "" for the empty element.
     [[nodiscard]] const char* name() const noexcept;
     /// The name in the platform's wide characters.
     [[nodiscard]] std::wstring name_utf16() const;
+    ///@{
     /// All bytes and those of the value; borrowed, null for the empty element.
     [[nodiscard]] const unsigned char* raw() const noexcept { return buffer_.get(); }
     [[nodiscard]] const unsigned char* raw_value() const noexcept { return buffer_.get() + (total_ - value_); }
+    ///@}
+    /// Bytes of the value.
     [[nodiscard]] std::uint64_t size_of_value() const noexcept { return value_; }
     /// Equality of all bytes.
     bool operator==(const element& other) const noexcept;
 
+    ///@{
     /// The typed readers accept their own type alone, without any widening, and throw bad_cast for every other.
+    /// Any boolean byte but 0 is true; objects copy the bytes of each child.
     [[nodiscard]] std::int8_t as_int8() const;
     [[nodiscard]] std::uint8_t as_uint8() const;
     [[nodiscard]] std::int16_t as_int16() const;
@@ -140,11 +166,12 @@ public:
     [[nodiscard]] std::uint64_t as_uint64() const;
     [[nodiscard]] float as_float() const;
     [[nodiscard]] double as_double() const;
-    [[nodiscard]] bool as_boolean() const; ///< any byte but 0 is true
+    [[nodiscard]] bool as_boolean() const; // any byte but 0 is true
     [[nodiscard]] std::chrono::milliseconds as_datetime() const;
     [[nodiscard]] std::string as_string() const;
     [[nodiscard]] std::wstring as_string_utf16() const;
-    [[nodiscard]] object as_object() const; ///< copies the bytes of each child
+    [[nodiscard]] object as_object() const; // copies the bytes of each child
+    ///@}
     /// Pattern and options, borrowed.
     [[nodiscard]] std::pair<const char*, const char*> as_regex() const;
     /// Bytes (borrowed, not aligned), their number, subtype.
@@ -157,6 +184,7 @@ public:
     /// The same for the first name that matches as a whole. Names of more than 1,024 bytes never match: the standard
     /// library's matcher uses stack for every character.
     [[nodiscard]] element child(const std::regex& pattern) const;
+    ///@{
     /// Copy of the element at a path below this one, names between slashes; empty names do not count, and the path
     /// without names leads to this element. At every step the first child of that name is taken; the empty element when
     /// one is missing. Children are passed over, not copied.
@@ -166,6 +194,7 @@ public:
         return query(split_path(path));
     }
     [[nodiscard]] element query(const std::list<std::string>& path) const;
+    ///@}
 
     /// All bytes (borrowed) and their number.
     [[nodiscard]] std::pair<const unsigned char*, std::uint64_t> freeze() const noexcept
@@ -210,21 +239,31 @@ private:
 class VOALGO_API element::object {
 public:
     object() = default;
+    /// One element.
     explicit object(element first) { append(std::move(first)); }
 
+    ///@{
+    /// Adds an element, or all of another object, at the end; returns this object.
     object& append(element next);
     object& append(object next);
+    ///@}
 
+    ///@{
+    /// The elements in order.
     [[nodiscard]] std::vector<element>::const_iterator begin() const noexcept { return elements_.begin(); }
     [[nodiscard]] std::vector<element>::const_iterator end() const noexcept { return elements_.end(); }
+    ///@}
     /// Length of the frozen form, S + 5 bytes. The number of elements is end() − begin().
     [[nodiscard]] std::uint64_t size() const noexcept;
 
+    ///@{
     /// The first element of that name (see element::child); a static empty element when there is none.
     [[nodiscard]] const element& child(std::string_view name) const& noexcept;
     [[nodiscard]] const element& child(const std::regex& pattern) const&;
     [[nodiscard]] element child(std::string_view name) &&;
     [[nodiscard]] element child(const std::regex& pattern) &&;
+    ///@}
+    ///@{
     /// As element::query; the path without names leads nowhere.
     template <std::convertible_to<std::string_view> Path>
     [[nodiscard]] element query(const Path& path) const
@@ -232,16 +271,19 @@ public:
         return query(split_path(path));
     }
     [[nodiscard]] element query(const std::list<std::string>& path) const;
+    ///@}
 
     /// The frozen bytes and their number. Throws std::length_error when S exceeds 32 bits.
     [[nodiscard]] std::pair<std::unique_ptr<unsigned char[]>, std::uint64_t> freeze() const;
     /// Writes them without an intermediate copy; true exactly when the stream's position advanced by their number.
     bool freeze(std::ostream& stream) const; // NOLINT(modernize-use-nodiscard)
 
+    ///@{
     /// Reads elements up to the terminating zero byte; the count is not relied upon. Fewer than four bytes give the
     /// empty object. Errors as element::unfreeze; a missing terminator is one.
     [[nodiscard]] static object unfreeze(std::istream& stream);
     [[nodiscard]] static object unfreeze(const unsigned char* data, std::size_t size);
+    ///@}
     /// For bytes that are known to hold a whole object: only its terminator ends the reading.
     [[nodiscard]] static object unfreeze(const unsigned char* data);
 
@@ -263,6 +305,7 @@ private:
     std::vector<element> elements_;
 };
 
+///@{
 /// element , element is an object of both; object , element and object , object append (a const object is copied).
 inline element::object operator,(element first, element second)
 {
@@ -270,6 +313,7 @@ inline element::object operator,(element first, element second)
     both.append(std::move(second));
     return both;
 }
+/// What the comma operators take on their right.
 template <class Next>
 concept element_or_object = std::same_as<Next, element> || std::same_as<Next, element::object>;
 template <element_or_object Next>
@@ -287,5 +331,6 @@ element::object operator,(const element::object& head, Next next)
 {
     return element::object(head), std::move(next);
 }
+///@}
 
 } // namespace VoAlgo::bson

@@ -13,16 +13,22 @@
 
 namespace VoAlgo::bson {
 
+/// @file
 /// Documents of the registration's records. The keys are the names of the fields, in their order; "ui…" is stored as
 /// uint32, "i…" as int32, "d…" as double, "f…" as float; records inside records are objects.
 
 /// "Rotation" (w, x, y, z: the unit quaternion, computed in double precision) and "Translation" (x, y, z), all floats.
 [[nodiscard]] VOALGO_API element::object to_object(const CTrafo& trafo);
+///@{
 /// As the CTrafo that they convert to.
 [[nodiscard]] VOALGO_API element::object to_object(const CbMatrix4Rd& matrix);
 [[nodiscard]] VOALGO_API element::object to_object(const CbMatrix4Rf& matrix);
+///@}
+///@{
+/// All settings, defaults too.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::ConfigurationFPFH& config);
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::ConfigurationICP& config);
+///@}
 /// "COG" and "ExtremePts" (pt1, pt2, pt3), each x, y, z.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::Ellipsoid& ellipsoid);
 /// All but the result type.
@@ -34,6 +40,7 @@ namespace VoAlgo::bson {
 /// clusters are not kept). Throws std::length_error for a point set of 4 GiB and more.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::CFPFHPreRegistration& registration);
 
+///@{
 /// The record of a document. Fields without a key keep their default, unknown keys are skipped, of a key that repeats
 /// the last value counts. A known key of another type throws bad_cast.
 ///
@@ -69,5 +76,6 @@ template <>
 template <>
 [[nodiscard]] VOALGO_API prereg::CFPFHPreRegistration
 from_object<prereg::CFPFHPreRegistration>(const element::object& object);
+///@}
 
 } // namespace VoAlgo::bson
