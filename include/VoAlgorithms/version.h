@@ -1,10 +1,15 @@
 #pragma once
 
-// The one place that states the version; the build system and the tool read it from here.
+/// @file
+/// The one place that states the version; the build system and the tool read it from here.
+
+///@{
+/// Version of the headers, and its three parts.
 #define VOALGO_VERSION_MAJOR 0
 #define VOALGO_VERSION_MINOR 1
 #define VOALGO_VERSION_PATCH 0
 #define VOALGO_VERSION "0.1.0"
+///@}
 
-// Raised whenever programs must be compiled anew; part of the shared library's name.
+/// Raised whenever programs must be compiled anew; part of the shared library's name.
 #define VOALGO_ABI_VERSION 1

@@ -24,6 +24,7 @@ struct ChannelRange {
         return integer;
     }
 
+    /// Equality of both ends.
     friend constexpr bool operator==(const ChannelRange&, const ChannelRange&) noexcept = default;
 };
 

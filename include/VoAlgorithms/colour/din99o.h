@@ -36,6 +36,7 @@ public:
         /// Rounded and clamped.
         constexpr explicit Packed(const DIN99o& color) noexcept { fromDIN99o(color.L, color.a, color.b); }
 
+        /// Equality of all bytes.
         friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
 
     private:
@@ -105,6 +106,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const DIN99o&, const DIN99o&) noexcept = default;
 
 private:

@@ -66,6 +66,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const HSL&, const HSL&) noexcept = default;
 
 private:

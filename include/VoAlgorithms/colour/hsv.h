@@ -81,6 +81,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const HSV&, const HSV&) noexcept = default;
 };
 

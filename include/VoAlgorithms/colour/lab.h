@@ -84,6 +84,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const Lab&, const Lab&) noexcept = default;
 
 private:

@@ -42,6 +42,7 @@ public:
             return *this;
         }
 
+        /// Equality of all bytes.
         friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
     };
 
@@ -127,6 +128,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const RGB&, const RGB&) noexcept = default;
 
 private:

@@ -23,6 +23,7 @@ public:
         double x = 0; ///< value that goes in
         double y = 0; ///< value that comes out
 
+        /// Exact equality of both coordinates.
         friend constexpr bool operator==(const Point&, const Point&) noexcept = default;
     };
 

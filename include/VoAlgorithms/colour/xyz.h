@@ -80,6 +80,7 @@ public:
     }
     ///@}
 
+    /// Exact equality of all components.
     friend constexpr bool operator==(const XYZ&, const XYZ&) noexcept = default;
 
 private:
