@@ -78,7 +78,8 @@ public:
     /// The empty element: no bytes, type 255.
     element() noexcept = default;
     ///@{
-    /// An element of the type that the value has in C++, by width and sign; without a value null. Copies the value.
+    /// An element of the type that the value has in C++, by width and sign; character pointers and strings become
+    /// String, the name alone Null. Copies the value.
     explicit element(std::string_view name);
     element(std::string_view name, signed char value);
     element(std::string_view name, unsigned char value);
@@ -238,6 +239,7 @@ private:
 /// itself and the zero byte.
 class VOALGO_API element::object {
 public:
+    /// No elements.
     object() = default;
     /// One element.
     explicit object(element first) { append(std::move(first)); }

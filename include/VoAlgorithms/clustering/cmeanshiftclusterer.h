@@ -27,6 +27,7 @@ public:
     /// The clusterer must outlive it.
     class VOALGO_API ClusterIterator {
     public:
+        /// Exhausted.
         ClusterIterator() = default;
         /// At the first member of the cluster; exhausted at once when there is no such cluster.
         ClusterIterator(const CMeanShiftClusterer& clusterer, unsigned cluster);
@@ -54,6 +55,7 @@ public:
         unsigned point_ = 0;
     };
 
+    /// Without points: Run answers false.
     CMeanShiftClusterer() = default;
     /// Copies n points of d coordinates, point after point. h: the bandwidth. Throws std::invalid_argument "mean shift
     /// clustering: missing input data" for null, n = 0 or d = 0, then "mean shift clustering: invalid bandwidth" for h

@@ -21,6 +21,7 @@ public:
     /// outlive it.
     class VOALGO_API ClusterIterator {
     public:
+        /// Exhausted.
         ClusterIterator() = default;
         /// At the first member of the cluster; exhausted at once when there is no such cluster.
         ClusterIterator(const CMeanShiftClusterer3D& clusterer, unsigned cluster);
@@ -52,6 +53,7 @@ public:
         unsigned point_ = 0;
     };
 
+    /// Without points: Run answers false.
     CMeanShiftClusterer3D() = default;
     ///@{
     /// Copy n points (packed triples x y z; doubles are narrowed). h: the bandwidth. Throw std::invalid_argument "mean

@@ -35,6 +35,7 @@ public:
         [[nodiscard]] bool IsSamePlace(const Cell& other) const { return x == other.x && y == other.y && z == other.z; }
     };
 
+    /// Without points.
     CSearchGrid() = default;
     /// Points must be finite. radius > 0, in the points' unit. O(n).
     CSearchGrid(const std::vector<kdtree::Vector<3>>& points, float radius);

@@ -95,6 +95,7 @@ private:
 template <class Key, class Value, class Hash, class Compare>
 class THashMap {
 public:
+    /// Empty; allocates nothing.
     THashMap() = default;
     ///@{
     /// A copy has elements of its own and the same order of a walk; what was moved from is empty.

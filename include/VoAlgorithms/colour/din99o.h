@@ -32,6 +32,7 @@ public:
         signed char b = 0;
         ///@}
 
+        /// All components 0.
         constexpr Packed() noexcept = default;
         /// Rounded and clamped.
         constexpr explicit Packed(const DIN99o& color) noexcept { fromDIN99o(color.L, color.a, color.b); }
@@ -48,6 +49,7 @@ public:
         }
     };
 
+    /// All components 0.
     constexpr DIN99o() noexcept = default;
     ///@{
     /// The components as they are.

@@ -23,6 +23,7 @@ public:
     double L = 0;
     ///@}
 
+    /// All components 0.
     constexpr HSL() noexcept = default;
     /// Brings each component into its range, NaN excepted.
     constexpr HSL(double hue, double saturation, double lightness) noexcept

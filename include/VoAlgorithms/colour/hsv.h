@@ -22,6 +22,7 @@ public:
     double V = 0;
     ///@}
 
+    /// All components 0.
     constexpr HSV() noexcept = default;
     /// Brings each component into its range, NaN excepted.
     constexpr HSV(double hue, double saturation, double value) noexcept

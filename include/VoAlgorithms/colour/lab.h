@@ -23,6 +23,7 @@ public:
     double b = 0;
     ///@}
 
+    /// All components 0.
     constexpr Lab() noexcept = default;
     /// The components as they are.
     constexpr Lab(double lightness, double greenRed, double blueYellow) noexcept

@@ -30,6 +30,7 @@ public:
         unsigned char b = 0;
         ///@}
 
+        /// All components 0.
         constexpr Packed() noexcept = default;
         /// Rounded and clamped as in FromRGB.
         constexpr explicit Packed(const RGB& color) noexcept { FromRGB(color.r, color.g, color.b); }
@@ -46,6 +47,7 @@ public:
         friend constexpr bool operator==(const Packed&, const Packed&) noexcept = default;
     };
 
+    /// All components 0.
     constexpr RGB() noexcept = default;
     ///@{
     /// The components as they are.
@@ -70,11 +72,14 @@ public:
 
     ///@{
     /// Packing into 32 bits: the name lists the bytes from the most significant one. Components are rounded as in
-    /// Packed; A is 0xFF. Reading ignores A.
+    /// Packed; A is 0xFF.
     [[nodiscard]] constexpr unsigned int ToARGB() const noexcept { return pack(0xFF, ToR(), ToG(), ToB()); }
     [[nodiscard]] constexpr unsigned int ToABGR() const noexcept { return pack(0xFF, ToB(), ToG(), ToR()); }
     [[nodiscard]] constexpr unsigned int ToBGRA() const noexcept { return pack(ToB(), ToG(), ToR(), 0xFF); }
     [[nodiscard]] constexpr unsigned int ToRGBA() const noexcept { return pack(ToR(), ToG(), ToB(), 0xFF); }
+    ///@}
+    ///@{
+    /// Unpacking of 32 bits, the name lists the bytes as above. A is ignored.
     [[nodiscard]] static constexpr RGB FromARGB(unsigned int argb) noexcept
     {
         RGB c;

@@ -22,6 +22,7 @@ public:
     double Z = 0;
     ///@}
 
+    /// All components 0.
     constexpr XYZ() noexcept = default;
     /// The components as they are.
     constexpr XYZ(double x, double y, double z) noexcept : X(x), Y(y), Z(z) {}

@@ -9,6 +9,7 @@ namespace VoAlgo {
 template <typename T>
 class TbMatrix4R {
 public:
+    /// The identity.
     constexpr TbMatrix4R() = default;
 
     ///@{

@@ -13,6 +13,7 @@ namespace VoAlgo {
 /// (*this)[j] of a. Entries count from 0.
 class CPMatrix {
 public:
+    /// Of no columns.
     CPMatrix() = default;
     /// The identity. Throws as TVector for an absurd size.
     explicit CPMatrix(std::integral auto size) : source_(size) { std::iota(source_.begin(), source_.end(), 0); }

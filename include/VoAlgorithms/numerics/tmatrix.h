@@ -30,6 +30,7 @@ public:
     /// Type of the elements.
     using value_type = T;
 
+    /// 0×0.
     TMatrix() = default;
     /// Every element has the given value. Throws std::length_error when rows or columns reach 2^32 (so also for
     /// negative numbers).

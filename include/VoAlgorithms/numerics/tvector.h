@@ -27,6 +27,7 @@ public:
     /// Type of the elements.
     using value_type = T;
 
+    /// No elements.
     TVector() = default;
     /// `size` elements of the given value. Throws std::length_error for 2^32 and more (so also for a negative int).
     explicit TVector(std::integral auto size, T value = T{}) : elements_(Checked(size), value) {}

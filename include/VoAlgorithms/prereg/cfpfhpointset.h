@@ -27,6 +27,7 @@ public:
     /// Tree over the 33 bins of the histograms.
     using FeatureTree = kdtree::TKdTree<33, 6>;
 
+    /// Empty.
     CFPFHPointSet() = default;
     /// Copies all; the three feature arrays must have the same length, as must points and normals (else throws
     /// std::invalid_argument).

@@ -25,6 +25,7 @@ public:
     struct VOALGO_API VerifiedTrafo : ICPResult {
         std::uint32_t clusterSize = 0; ///< accepted poses in the cluster, this one included
 
+        /// A default result, of no cluster.
         VerifiedTrafo() = default;
         /// `result` as it is.
         VerifiedTrafo(const ICPResult& result, std::uint32_t size) : ICPResult(result), clusterSize(size) {}

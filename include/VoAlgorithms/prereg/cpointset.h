@@ -101,6 +101,7 @@ protected:
         float error;            ///< larger of the squared distances to the two tangent planes, mm²
     };
 
+    /// Empty.
     CPointSet() = default;
     /// Copies both (same length; throws std::invalid_argument otherwise), builds the tree, then the ellipsoid.
     CPointSet(const std::vector<Vec3>& points, const std::vector<Vec3>& normals);
