@@ -36,7 +36,7 @@ void AppendQuoted(std::string& json, std::string_view text)
     json += '"';
 }
 
-/// The fewest digits that read back exactly.
+/// The shortest text that reads back exactly.
 template <class T>
 void AppendNumber(std::string& json, T value)
 {

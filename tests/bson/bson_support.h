@@ -2,11 +2,15 @@
 
 #include "VoAlgorithms/bson/element.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <istream>
+#include <optional>
 #include <random>
 #include <stdexcept>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -38,16 +42,44 @@ inline std::string NamesOf(const element::object& o)
     return names;
 }
 
+/// What the call gives, or nothing when it throws "parse error"; other exceptions pass.
+template <class Call>
+auto Parsed(Call call) -> std::optional<decltype(call())>
+{
+    try {
+        return call();
+    } catch (const std::invalid_argument& e) {
+        if (std::string(e.what()) != "parse error") throw;
+        return std::nullopt;
+    }
+}
+
 /// Whether the call throws std::invalid_argument "parse error".
 bool IsParseError(auto call)
 {
-    try {
-        (void)call();
-    } catch (const std::invalid_argument& e) {
-        return std::string(e.what()) == "parse error";
-    }
-    return false;
+    return !Parsed(call);
 }
+
+/// A stream without positions that hands its bytes out in small pieces and never tells how many are left.
+class DripStream : private std::streambuf, public std::istream {
+public:
+    explicit DripStream(Bytes bytes) : std::istream(static_cast<std::streambuf*>(this)), bytes_(std::move(bytes)) {}
+
+private:
+    int underflow() override
+    {
+        constexpr std::size_t Piece = 7;
+        const std::size_t n = std::min(Piece, bytes_.size() - next_);
+        if (n == 0) return std::char_traits<char>::eof();
+        char* const piece = reinterpret_cast<char*>(&bytes_[next_]);
+        setg(piece, piece, piece + n);
+        next_ += n;
+        return static_cast<unsigned char>(*piece);
+    }
+
+    Bytes bytes_;
+    std::size_t next_ = 0;
+};
 
 /// A document that fuzzing may start from goes where VOALGO_CORPUS says.
 inline void KeepSeed(const std::string& target, const std::string& name, const Bytes& bytes)

@@ -65,6 +65,7 @@ TEST(Element, EveryTypeHasItsBytes)
     for (const GoldenRow& row : GoldenRows()) {
         SCOPED_TRACE(row.type);
         EXPECT_EQ(BytesOf(row.made), row.bytes);
+        KeepSeed("element", std::to_string(row.type) + row.made.name(), row.bytes);
         EXPECT_EQ(row.made.type(), row.type);
         EXPECT_TRUE(row.constructed == row.made || row.constructed.type() == element::Empty);
         const element read = element::unfreeze(row.bytes.data(), row.bytes.size());

@@ -289,8 +289,9 @@ public:
     /// For bytes that are known to hold a whole object: only its terminator ends the reading.
     [[nodiscard]] static object unfreeze(const unsigned char* data);
 
-    /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order; names that repeat are repeated. Numbers have
-    /// the fewest digits that read back exactly; NaN and infinities are the strings "NaN", "Infinity", "-Infinity".
+    /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order; names that repeat are repeated. Numbers
+    /// are the shortest text that reads back exactly; NaN and infinities are the strings "NaN", "Infinity",
+    /// "-Infinity".
     ///   binary    {"$binary":{"base64":"…","subType":"00"}}, the subtype in hexadecimal; one of more than
     ///             `longestBinary` bytes {"$binary":{"size":n,"subType":"00"}}
     ///   datetime  {"$date":{"$numberLong":"…"}}, milliseconds

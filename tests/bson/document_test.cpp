@@ -1,0 +1,303 @@
+#include "VoAlgorithms/bson/element.h"
+#include "bson/bson_support.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <sstream>
+
+namespace {
+
+using namespace bson_test;
+using object = element::object;
+using nlohmann::json;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+/// Random documents, values of every type, nested; with the JSON that they should give.
+class RandomDocuments {
+public:
+    explicit RandomDocuments(unsigned seed) : engine_(seed) {}
+
+    object Object(unsigned depth, std::string& text)
+    {
+        object result;
+        text = "{";
+        for (std::size_t n = Below(6); n > 0; --n) {
+            const std::string name = Text(4, false);
+            std::string value;
+            result.append(Element(name, depth, value));
+            text += (text.size() > 1 ? "," : "") + json(name).dump() + ":" + value;
+        }
+        text += "}";
+        return result;
+    }
+
+private:
+    std::size_t Below(std::size_t n) { return engine_() % n; }
+    template <class T>
+    T Number()
+    {
+        const std::uint64_t bits = engine_();
+        T value;
+        std::memcpy(&value, &bits, sizeof(T));
+        if constexpr (std::is_same_v<T, float>)
+            return static_cast<float>(bits % 65536) / 8.0F; // as float and as double
+        if constexpr (std::is_same_v<T, double>) return std::isfinite(value) ? value : 0.1;
+        return value;
+    }
+    std::string Text(std::size_t longest, bool withNul)
+    {
+        static const std::string letters[] = {"a", "\"", "\\", "\n", "\x7F", "\x01", "é", "\U0001F600", "/", "\0"s};
+        std::string text;
+        for (std::size_t n = Below(longest + 1); n > 0; --n) text += letters[Below(std::size(letters) - !withNul)];
+        return text;
+    }
+    template <class T>
+    element Plain(const std::string& name, std::string& value)
+    {
+        const T number = Number<T>();
+        value = json(number).dump();
+        return {name, number};
+    }
+    element Element(const std::string& name, unsigned depth, std::string& value)
+    {
+        switch (Below(depth > 0 ? 17 : 14)) {
+        case 0:
+            return Plain<signed char>(name, value);
+        case 1:
+            return Plain<unsigned char>(name, value);
+        case 2:
+            return Plain<short>(name, value);
+        case 3:
+            return Plain<unsigned short>(name, value);
+        case 4:
+            return Plain<int>(name, value);
+        case 5:
+            return Plain<unsigned>(name, value);
+        case 6:
+            return Plain<long long>(name, value);
+        case 7:
+            return Plain<unsigned long long>(name, value);
+        case 8:
+            return Plain<float>(name, value);
+        case 9:
+            return Plain<double>(name, value);
+        case 10:
+            value = "null";
+            return element(name);
+        case 11: {
+            const std::string text = Text(8, true);
+            value = json(text).dump();
+            return {name, text};
+        }
+        case 12: {
+            const bool flag = Below(2) == 0;
+            value = json(flag).dump();
+            return {name, flag};
+        }
+        case 13: {
+            const std::string pattern = Text(3, false);
+            value = R"({"$regularExpression":{"pattern":)" + json(pattern).dump() + R"(,"options":"x"}})";
+            return element::make_regex(name, pattern, "x");
+        }
+        default:
+            return {name, Object(depth - 1, value)};
+        }
+    }
+
+    std::mt19937_64 engine_;
+};
+
+// One document: every way out and in again gives the same bytes, and its JSON is what another implementation says.
+TEST(Document, RandomOnesComeBack)
+{
+    for (unsigned seed = 0; seed < 400; ++seed) {
+        SCOPED_TRACE(seed);
+        std::string text;
+        const object document = RandomDocuments(seed).Object(4, text);
+        const Bytes bytes = BytesOf(document);
+        if (seed < 16) KeepSeed("object", "random" + std::to_string(seed), bytes);
+        std::stringstream stream;
+        EXPECT_TRUE(document.freeze(stream));
+        EXPECT_EQ(stream.str(), std::string(bytes.begin(), bytes.end()));
+        EXPECT_EQ(BytesOf(object::unfreeze(stream)), bytes);
+        EXPECT_EQ(BytesOf(object::unfreeze(bytes.data(), bytes.size())), bytes);
+        DripStream drip(bytes);
+        EXPECT_EQ(BytesOf(object::unfreeze(drip)), bytes);
+
+        const json expected = json::parse(text), actual = json::parse(document.to_json());
+        EXPECT_EQ(actual, expected);
+        EXPECT_EQ(element("o", document).to_json(), document.to_json());
+
+        for (std::size_t n = 4; n < bytes.size(); ++n) // no part of it is a whole document
+            EXPECT_TRUE(IsParseError([&] { return object::unfreeze(Bytes(bytes.begin(), At(bytes, n)).data(), n); }));
+    }
+}
+
+// Every single-byte change gives an answer; what it gives is a document that comes back.
+TEST(Document, DamagedOnesGetAnAnswer)
+{
+    for (unsigned seed = 0; seed < 40; ++seed) {
+        std::string text;
+        const Bytes bytes = BytesOf(RandomDocuments(seed).Object(3, text));
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+            for (const int value : {0, 1, 2, 4, 5, 127, 128, 255}) {
+                Bytes damaged = bytes;
+                damaged[i] = static_cast<unsigned char>(value);
+                const auto read = Parsed([&] { return object::unfreeze(damaged.data(), damaged.size()); });
+                if (!read) continue;
+                const Bytes frozen = BytesOf(*read);
+                EXPECT_EQ(BytesOf(object::unfreeze(frozen.data(), frozen.size())), frozen);
+                EXPECT_TRUE(json::accept(read->to_json())) << read->to_json();
+            }
+    }
+}
+
+TEST(Document, FalseCountsAreParseErrors)
+{
+    const Bytes broken[] = {
+        {3, 'a', 0, 5, 0, 0, 0, 0},              // code 3
+        {0, 'a', 0},                             // no code
+        {255, 'a', 0},                           // the empty element is not stored
+        {19, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0},    // unknown code
+        {16, 'a', 'b', 'c'},                     // name without end
+        {2, 'a', 0, 0xFF, 0xFF, 0xFF, 0xFF, 0},  // negative
+        {2, 'a', 0, 0, 0, 0, 0, 0},              // no room for its NUL
+        {2, 'a', 0, 2, 0, 0, 0, 'x', 'y', 0},    // NUL not where it should be
+        {2, 'a', 0, 0xFF, 0xFF, 0xFF, 0x7F, 0},  // 2 GiB
+        {5, 'a', 0, 0, 0, 0, 0x80, 0},           // negative
+        {5, 'a', 0, 0xFE, 0xFF, 0xFF, 0x7F, 0},  // 2 GiB
+        {4, 'a', 0, 0xFF, 0xFF, 0xFF, 0xFF, 10}, // 4 GiB, no end
+        {11, 'a', 0, 'x', 0, 'y'},               // options without end
+    };
+    for (const Bytes& bytes : broken) {
+        KeepSeed("element", "broken" + std::to_string(&bytes - broken), bytes);
+        EXPECT_TRUE(IsParseError([&] { return element::unfreeze(bytes.data(), bytes.size()); })) << &bytes - broken;
+        EXPECT_TRUE(IsParseError([&] {
+            DripStream stream(bytes);
+            return element::unfreeze(stream);
+        })) << &bytes - broken;
+    }
+}
+
+// Objects 100,000 levels deep: every operation is a walk over flat bytes.
+TEST(Document, NestingIsNoMatterOfTheStack)
+{
+    constexpr std::size_t Depth = 100'000;
+    Bytes bytes{0, 0, 0, 0};
+    for (std::size_t i = 0; i < Depth; ++i) bytes.insert(bytes.end(), {4, 'o', 0, 0xFF, 0xFF, 0xFF, 0xFF});
+    EXPECT_TRUE(IsParseError([&] { return object::unfreeze(bytes.data(), bytes.size()); }));
+    bytes.insert(bytes.end(), {8, 'b', 0, 1});
+    bytes.insert(bytes.end(), Depth + 1, 0);
+
+    object deep = object::unfreeze(bytes.data(), bytes.size());
+    ASSERT_EQ(deep.size(), bytes.size());
+    DripStream drip(bytes);
+    const Bytes frozen = BytesOf(deep);
+    EXPECT_EQ(BytesOf(object::unfreeze(drip)), frozen);
+    EXPECT_EQ(BytesOf(object::unfreeze(frozen.data(), frozen.size())), frozen);
+    std::list<std::string> path(Depth, "o");
+    path.emplace_back("b");
+    EXPECT_TRUE(deep.query(path).as_boolean());
+    std::string text;
+    for (std::size_t i = 0; i < Depth; ++i) text += "/o";
+    EXPECT_TRUE(deep.query(text + "/b").as_boolean());
+    EXPECT_EQ(deep.query(text + "/o/b").type(), element::Empty);
+    const std::string deepJson = deep.to_json();
+    EXPECT_EQ(deepJson.substr(Depth * 5), R"({"b":true})" + std::string(Depth, '}'));
+    EXPECT_TRUE(json::accept(deepJson));
+    object copy = deep;
+    deep = copy.child("o").children();
+    EXPECT_EQ(deep.size(), bytes.size() - 8);
+    KeepSeed("object", "deep", Bytes(bytes.begin(), bytes.begin() + 400));
+
+    // A name of any length is no matter of the stack either, though the standard library's matcher recurses.
+    const object longName(element(std::string(1'000'000, 'a')));
+    EXPECT_EQ(longName.child(std::regex("(a|b)*")).type(), element::Empty);
+    EXPECT_EQ(object(element(std::string(1024, 'a'))).child(std::regex("(a|b)*")).type(), element::Null);
+}
+
+TEST(Json, ShowsWhatJsonHasNoWordFor)
+{
+    const unsigned char raw[] = {0, 0xFF, 0x10, 0x83};
+    const auto base64 = [&](unsigned n) {
+        return element::make_binary("", raw, n, element::BinaryType{0xA5}).to_json();
+    };
+    const std::pair<std::string, std::string> rows[] = {
+        {base64(0), R"({"$binary":{"base64":"","subType":"a5"}})"},
+        {base64(1), R"({"$binary":{"base64":"AA==","subType":"a5"}})"},
+        {base64(2), R"({"$binary":{"base64":"AP8=","subType":"a5"}})"},
+        {base64(3), R"({"$binary":{"base64":"AP8Q","subType":"a5"}})"},
+        {base64(4), R"({"$binary":{"base64":"AP8Qgw==","subType":"a5"}})"},
+        {element("b", raw, 4).to_json(4), R"({"$binary":{"base64":"AP8Qgw==","subType":"00"}})"},
+        {element("b", raw, 4).to_json(3), R"({"$binary":{"size":4,"subType":"00"}})"},
+        {element("d", -5ms).to_json(), R"({"$date":{"$numberLong":"-5"}})"},
+        {element("n", std::numeric_limits<double>::quiet_NaN()).to_json(), R"("NaN")"},
+        {element("n", std::numeric_limits<float>::infinity()).to_json(), R"("Infinity")"},
+        {element("n", -std::numeric_limits<double>::infinity()).to_json(), R"("-Infinity")"},
+        {element("n", 0.1F).to_json(), "0.1"},
+        {element("n", 1e22).to_json(), "1e+22"},
+        {element("n", -0.0).to_json(), "-0"},
+        {element().to_json(), "null"},
+        {element("t", "\b\x1F\"\\/\xC3").to_json(), R"("\u0008\u001f\"\\/)"
+                                                    "\xEF\xBF\xBD\""},
+        {object((element("a", 1), element(), (element("a", 2)))).to_json(), R"({"a":1,"a":2})"},
+        {object().to_json(), "{}"},
+        {object({"o", (element("p", object()), element("q"))}).to_json(), R"({"o":{"p":{},"q":null}})"},
+    };
+    for (const auto& [shown, expected] : rows) {
+        EXPECT_EQ(shown, expected);
+        EXPECT_TRUE(json::accept(shown)) << shown;
+    }
+}
+
+// They read back to the same bits, and the fewest decimal places in scientific notation that do are no shorter.
+TEST(Json, NumbersAreAsShortAsCanBe)
+{
+    std::mt19937_64 engine(7);
+    for (int i = 0; i < 20'000; ++i) {
+        const std::uint64_t bits = engine();
+        double number;
+        std::memcpy(&number, &bits, sizeof(number));
+        if (!std::isfinite(number)) continue;
+        const std::string digits = element("n", number).to_json();
+        EXPECT_EQ(std::strtod(digits.c_str(), nullptr), number) << digits;
+        EXPECT_EQ(json::parse(digits).get<double>(), number) << digits;
+        char fewest[40] = "";
+        for (int places = 0; std::strtod(fewest, nullptr) != number; ++places)
+            std::snprintf(fewest, sizeof(fewest), "%.*e", places, number);
+        EXPECT_LE(digits.size(), std::strlen(fewest)) << digits << " " << fewest;
+        const auto narrow = static_cast<float>(engine() % 1000000) / 1024.0F;
+        EXPECT_EQ(std::strtof(element("n", narrow).to_json().c_str(), nullptr), narrow);
+    }
+}
+
+// Damaged UTF-8 (Unicode Standard, table 3-8 and around): valid text stays, the rest becomes U+FFFD.
+TEST(Json, TextIsValidUtf8)
+{
+    const std::pair<std::string, std::string> rows[] = {
+        {"\xC0\xAF", "??"},
+        {"\xE0\x80\xAF", "???"},
+        {"\xED\xA0\x80", "???"},
+        {"\xED\x9F\xBF", "\xED\x9F\xBF"},
+        {"\xF4\x90\x80\x80", "????"},
+        {"\xF4\x8F\xBF\xBF", "\xF4\x8F\xBF\xBF"},
+        {"\xF0\x90\x80\x80", "\xF0\x90\x80\x80"},
+        {"\xF0\x80\x80\x80", "????"},
+        {"\xE1\x80\xE2\xF0\x91\x92\xF1\xBF\x41", "????A"},
+        {"\x80\xF5\xFF", "???"},
+        {"a\xC3", "a?"},
+    };
+    for (const auto& [bytes, expected] : rows) {
+        std::string shown = json::parse(element("t", bytes).to_json()).get<std::string>();
+        for (std::size_t at; (at = shown.find("\xEF\xBF\xBD")) != std::string::npos;) shown.replace(at, 3, "?");
+        EXPECT_EQ(shown, expected);
+    }
+    EXPECT_EQ(element("t", L"\xD83D\xDE00|\xD83D|\xDE00").as_string(), "\U0001F600|\xEF\xBF\xBD|\xEF\xBF\xBD");
+}
+
+} // namespace
