@@ -261,11 +261,13 @@ TEST(Registration, CasesComeBack)
     EXPECT_TRUE(empty.GetFixPointSet().Empty() && empty.GetFltPointSet().Empty());
     EXPECT_EQ(empty.GetMatchingConfig(), ConfigurationFPFH());
 
-    const Bytes seed = BytesOf(to_object(written));
-    KeepSeed("object", "case", seed);
-    KeepSeed("pointset", "case", seed);
+    const CFPFHPreRegistration small(SmallSet(4, 1), SmallSet(2, 2), {}, true);
+    KeepSeed("object", "case", BytesOf(to_object(small)));
+    KeepSeed("pointset", "case", BytesOf(to_object(small)));
+    KeepSeed("pointset", "large", BytesOf(to_object(written)));
     KeepSeed("pointset", "set", BytesOf(to_object(SmallSet(4, 5))));
-    KeepSeed("object", "result", BytesOf(to_object(OddResult())));
+    KeepSeed("pointset", "result", BytesOf(to_object(OddResult())));
+    KeepSeed("pointset", "config", BytesOf(to_object(OddConfiguration())));
 }
 
 } // namespace
