@@ -120,7 +120,10 @@ TEST(Document, RandomOnesComeBack)
         std::string text;
         const object document = RandomDocuments(seed).Object(4, text);
         const Bytes bytes = BytesOf(document);
-        if (seed < 16) KeepSeed("object", "random" + std::to_string(seed), bytes);
+        if (seed < 16) {
+            KeepSeed("object", "random" + std::to_string(seed), bytes);
+            KeepSeed("element", "random" + std::to_string(seed), BytesOf(element("o", document)));
+        }
         std::stringstream stream;
         EXPECT_TRUE(document.freeze(stream));
         EXPECT_EQ(stream.str(), std::string(bytes.begin(), bytes.end()));
@@ -136,6 +139,26 @@ TEST(Document, RandomOnesComeBack)
         for (std::size_t n = 4; n < bytes.size(); ++n) // no part of it is a whole document
             EXPECT_TRUE(IsParseError([&] { return object::unfreeze(Bytes(bytes.begin(), At(bytes, n)).data(), n); }));
     }
+}
+
+TEST(Document, FormatPageHolds)
+{
+    std::ifstream page(VOALGO_SOURCE_DIR "/docs/document-format.md");
+    const std::regex row(R"(\| ([0-9a-f ]+) \| (\{.*) \|)");
+    int numRows = 0;
+    for (std::string line; std::getline(page, line);) {
+        std::smatch match;
+        if (!std::regex_match(line, match, row)) continue;
+        const std::string digits = std::regex_replace(match[1].str(), std::regex(" "), "");
+        Bytes bytes;
+        for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+            bytes.push_back(static_cast<unsigned char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+        const object read = object::unfreeze(bytes.data(), bytes.size());
+        EXPECT_EQ(BytesOf(read), bytes) << line;
+        EXPECT_EQ(read.to_json(), match[2].str());
+        ++numRows;
+    }
+    EXPECT_EQ(numRows, 12);
 }
 
 // Every single-byte change gives an answer; what it gives is a document that comes back.
@@ -181,6 +204,25 @@ TEST(Document, FalseCountsAreParseErrors)
             DripStream stream(bytes);
             return element::unfreeze(stream);
         })) << &bytes - broken;
+    }
+}
+
+// More than one step of reading, from streams that know their length and that do not.
+TEST(Document, LargeValuesComeInPieces)
+{
+    Bytes raw(300'000);
+    for (std::size_t i = 0; i < raw.size(); ++i) raw[i] = static_cast<unsigned char>(i * i >> 8U);
+    const element large("large", raw.data(), static_cast<unsigned>(raw.size()));
+    for (const object& document : {object(large), object({"o", (large, element("s", std::string(200'000, 'x')))})}) {
+        Bytes bytes = BytesOf(document);
+        DripStream drip(bytes);
+        EXPECT_EQ(BytesOf(object::unfreeze(drip)), bytes);
+        std::stringstream file;
+        document.freeze(file);
+        EXPECT_EQ(BytesOf(object::unfreeze(file)), bytes);
+        bytes.resize(250'000);
+        DripStream cut(bytes);
+        EXPECT_TRUE(IsParseError([&] { return object::unfreeze(cut); }));
     }
 }
 

@@ -207,7 +207,8 @@ public:
 
     /// Reads one element. A stream that is exhausted before the type byte gives the empty element. Anything else that
     /// is not a whole element of a known type throws std::invalid_argument "parse error". The counts of objects are not
-    /// relied upon but put right. Memory in use never exceeds a small multiple of what the input holds.
+    /// relied upon but put right. Memory grows with what the input
+    /// holds, never with what its counts claim.
     [[nodiscard]] static element unfreeze(std::istream& stream);
     /// The same from memory (borrowed); what follows the element is not looked at.
     [[nodiscard]] static element unfreeze(const unsigned char* data, std::size_t size);
