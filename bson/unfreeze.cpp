@@ -71,10 +71,8 @@ private:
 /// of their counts are kept. The counts are set when the terminators come.
 class Parser {
 public:
-    explicit Parser(std::streambuf& input)
-        : input_(input), available_(static_cast<std::size_t>(std::max<std::streamsize>(input.in_avail(), 0)))
-    {
-    }
+    /// `available`: number of bytes that the input is known to have, no more.
+    Parser(std::streambuf& input, std::size_t available) : input_(input), available_(available) {}
 
     /// Bytes, their number and that of the value; null when the input is exhausted.
     struct Parsed {
@@ -219,7 +217,7 @@ private:
     }
 
     std::streambuf& input_;
-    std::size_t available_; // bytes that the input is known to have had at the start
+    std::size_t available_; // at the start
     Buffer out_;
     std::vector<std::size_t> open_; // where the counts of the open objects stand, innermost last
 };
@@ -235,13 +233,18 @@ public:
     }
 };
 
+std::size_t Available(std::streambuf& input)
+{
+    return static_cast<std::size_t>(std::max<std::streamsize>(input.in_avail(), 0));
+}
+
 } // namespace
 
 element element::unfreeze(std::istream& stream)
 {
     const std::istream::sentry sentry(stream, true);
     if (!sentry) return {};
-    Parser::Parsed parsed = Parser(*stream.rdbuf()).ReadElement();
+    Parser::Parsed parsed = Parser(*stream.rdbuf(), Available(*stream.rdbuf())).ReadElement();
     if (!parsed.bytes) stream.setstate(std::ios::eofbit | std::ios::failbit);
     return {std::move(parsed.bytes), parsed.size, parsed.valueSize};
 }
@@ -249,7 +252,7 @@ element element::unfreeze(std::istream& stream)
 element element::unfreeze(const unsigned char* data, std::size_t size)
 {
     MemoryInput input(data, size);
-    Parser::Parsed parsed = Parser(input).ReadElement();
+    Parser::Parsed parsed = Parser(input, size).ReadElement();
     return {std::move(parsed.bytes), parsed.size, parsed.valueSize};
 }
 
@@ -257,7 +260,7 @@ element::object element::object::unfreeze(std::istream& stream)
 {
     const std::istream::sentry sentry(stream, true);
     if (!sentry) return {};
-    std::optional<object> parsed = parse(*stream.rdbuf());
+    std::optional<object> parsed = parse(*stream.rdbuf(), Available(*stream.rdbuf()));
     if (!parsed) stream.setstate(std::ios::eofbit | std::ios::failbit);
     return parsed ? std::move(*parsed) : object();
 }
@@ -265,18 +268,19 @@ element::object element::object::unfreeze(std::istream& stream)
 element::object element::object::unfreeze(const unsigned char* data, std::size_t size)
 {
     MemoryInput input(data, size);
-    return parse(input).value_or(object());
+    return parse(input, size).value_or(object());
 }
 
 element::object element::object::unfreeze(const unsigned char* data)
 {
-    return unfreeze(data, std::numeric_limits<std::ptrdiff_t>::max() / 2);
+    MemoryInput input(data, std::numeric_limits<std::ptrdiff_t>::max() / 2);
+    return parse(input, 0).value_or(object());
 }
 
 /// Nothing when there is no count.
-std::optional<element::object> element::object::parse(std::streambuf& input)
+std::optional<element::object> element::object::parse(std::streambuf& input, std::size_t available)
 {
-    Parser parser(input);
+    Parser parser(input, available);
     if (!parser.SkipCount()) return std::nullopt;
     object result;
     while (parser.GoesOn()) {

@@ -304,7 +304,7 @@ private:
 
     [[nodiscard]] std::uint64_t frozen_size() const;
     void write(unsigned char* frozen) const;
-    static std::optional<object> parse(std::streambuf& input);
+    static std::optional<object> parse(std::streambuf& input, std::size_t available);
 
     std::vector<element> elements_;
 };
