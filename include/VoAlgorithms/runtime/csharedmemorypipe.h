@@ -13,9 +13,11 @@ namespace VoAlgo {
 /// side creates the pipe, the other opens it; each may be the sender. One sender and one receiver per pipe.
 ///
 /// The block holds one chunk at a time, little-endian:
+///
 ///     0  uint32  in the first chunk of a message the number of its chunks, later the chunk's index (1, 2, ...)
 ///     4  uint32  payload bytes in this chunk
 ///     8  ...     payload, up to the end of the block; each chunk but a message's last is full
+///
 /// The block has the pipe's name, the counting semaphores the names "Global\" + name + ".sem.items" (chunks written and
 /// not yet read) and "Global\" + name + ".sem.spaces" (free blocks, initially 1).
 ///

@@ -7,11 +7,13 @@
 /// Run-length coding of bytes with an escape byte, and the move-to-front transform that turns texts of few, clustered
 /// symbols into runs. For data with long runs of equal bytes: masks, label images.
 ///
-/// A coded stream is an escape byte E, then tokens up to its end (see docs/run-length-format.md):
-///   b                        b ≠ E                the byte b
-///   E c                      c ≤ 2                c + 1 times E
-///   E c v                    3 ≤ c ≤ 127          c + 1 times v
-///   E c d v                  c ≥ 128              (c & 0x7F)·256 + d + 1 times v
+/// A coded stream is an escape byte E, then tokens up to its end (docs/run-length-format.md has worked examples):
+///
+///     b         b ≠ E          the byte b
+///     E c       c ≤ 2          c + 1 times E
+///     E c v     3 ≤ c ≤ 127    c + 1 times v
+///     E c d v   c ≥ 128        (c & 0x7F)·256 + d + 1 times v
+///
 /// With move-to-front, the tokens stand for positions in the table instead of bytes, E is 255 and is not written.
 ///
 /// All buffers belong to the caller, and input and output must not overlap. No function allocates, keeps state between
