@@ -293,10 +293,10 @@ public:
     /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order; names that repeat are repeated. Numbers
     /// are the shortest text that reads back exactly; NaN and infinities are the strings "NaN", "Infinity",
     /// "-Infinity".
-    ///   binary    {"$binary":{"base64":"…","subType":"00"}}, the subtype in hexadecimal; one of more than
-    ///             `longestBinary` bytes {"$binary":{"size":n,"subType":"00"}}
-    ///   datetime  {"$date":{"$numberLong":"…"}}, milliseconds
-    ///   regex     {"$regularExpression":{"pattern":"…","options":"…"}}
+    /// - binary: `{"$binary":{"base64":"…","subType":"00"}}`, the subtype in hexadecimal; one of more than
+    ///   `longestBinary` bytes `{"$binary":{"size":n,"subType":"00"}}`
+    /// - datetime: `{"$date":{"$numberLong":"…"}}`, milliseconds
+    /// - regex: `{"$regularExpression":{"pattern":"…","options":"…"}}`
     [[nodiscard]] std::string to_json(std::size_t longestBinary = SIZE_MAX) const;
 
 private:

@@ -38,7 +38,7 @@ class CNLSObjectiveFunction;
 /// biweight); R. L. Smith, Operations Research 32 (1984) 1296-1308 (hit-and-run sampling).
 class VOALGO_API CNLSSolver {
 public:
-    /// Why a fit stopped: (++) converged, (-) usable but doubtful, (--) failed.
+    /// Why a fit stopped: `(++)` converged, `(-)` usable but doubtful, `(--)` failed.
     enum EResult {
         SmallGradient = 0,       ///< "small gradient (++)": or no residual is left
         SmallStep = 1,           ///< "small step size (++)"
@@ -53,13 +53,13 @@ public:
         HitAndRun = 1, ///< all at once, along a random direction
     };
 
-    /// For one problem.
+    /// A solver of one problem.
     /// @param problem          borrowed; must outlive the solver.
     /// @param robust           whether residuals are weighted by their size, see above.
     /// @param samplingSweeps   steps of the sampler for each random start; below 1: 2·n.
     CNLSSolver(CNLSObjectiveFunction& problem, bool robust, int samplingSweeps);
 
-    /// Fits.
+    /// Fits the problem's parameters; says why it stopped.
     /// @param params        in: the start, n parameters, of which the free variables count. Out: the best fit;
     ///               unchanged when there was no feasible or usable start.
     /// @param rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when none could be
