@@ -32,7 +32,7 @@ void BM_PipeMessage(benchmark::State& state)
     if (buffer != message) state.SkipWithError("wrong bytes");
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(SIZE));
 }
-BENCHMARK(BM_PipeMessage)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_PipeMessage)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
 // The same bytes copied into a block and out again, piece by piece, by one thread.
 void BM_TwoCopies(benchmark::State& state)
@@ -49,6 +49,6 @@ void BM_TwoCopies(benchmark::State& state)
         }
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(SIZE));
 }
-BENCHMARK(BM_TwoCopies)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_TwoCopies)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
 } // namespace
