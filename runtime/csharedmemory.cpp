@@ -7,7 +7,7 @@
 namespace VoAlgo {
 
 CSharedMemory::CSharedMemory(std::wstring name, std::unique_ptr<platform::NamedMapping> mapping)
-    : name_(std::move(name)), mapping_(std::move(mapping))
+    : name_(std::move(name)), mapping_(std::move(mapping)), error_(mapping_ ? 0 : platform::LastErrorCode())
 {
 }
 
@@ -33,7 +33,7 @@ std::size_t CSharedMemory::Size() const
 std::shared_ptr<void> CSharedMemory::CreateView() const
 {
     constexpr const char* FUNCTION = "VoAlgo::CSharedMemory::CreateView/MapViewOfFile:";
-    if (!mapping_) throw std::runtime_error(std::string(FUNCTION) + " there is no block");
+    if (!mapping_) throw SystemError(FUNCTION, error_);
     if (auto view = mapping_->View()) return view;
     throw SystemError(FUNCTION);
 }

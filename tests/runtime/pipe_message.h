@@ -5,17 +5,14 @@
 #include <cstring>
 #include <vector>
 
-/// The message of a given length that both processes know: 64-bit words that name their place and the length.
+/// The message of a given length that both processes know: 64-bit words that depend on their place and on the length.
 inline std::vector<unsigned char> PipeMessage(std::size_t size)
 {
-    std::vector<unsigned char> message(size);
-    const auto word = [size](std::size_t i) { return (std::uint64_t{i} + 1) * 0x9e3779b97f4a7c15U + size; };
-    std::size_t i = 0;
-    for (; (i + 1) * 8 <= size; ++i) {
-        const std::uint64_t value = word(i);
-        std::memcpy(message.data() + i * 8, &value, 8);
+    std::vector<unsigned char> message((size + 7) / 8 * 8);
+    for (std::size_t i = 0; i < message.size(); i += 8) {
+        const std::uint64_t word = (std::uint64_t{i} + size + 1) * 0x9e3779b97f4a7c15U;
+        std::memcpy(message.data() + i, &word, 8);
     }
-    for (std::size_t rest = i * 8; rest < size; ++rest)
-        message[rest] = static_cast<unsigned char>(word(i) >> (rest - i * 8) * 8);
+    message.resize(size);
     return message;
 }

@@ -39,7 +39,8 @@ public:
     [[nodiscard]] std::size_t Size() const;
 
     /// Maps the whole block into the process; it is unmapped when the last owner lets go, which may be after this
-    /// object has gone. Throws std::runtime_error with the system's text, also when there is no block.
+    /// object has gone. Throws std::runtime_error with the system's text; when there is no block, with that of its
+    /// creation or opening.
     [[nodiscard]] std::shared_ptr<void> CreateView() const;
 
 private:
@@ -47,6 +48,7 @@ private:
 
     std::wstring name_;
     std::unique_ptr<platform::NamedMapping> mapping_;
+    int error_ = 0; // the system's code when there is no mapping
 };
 
 } // namespace VoAlgo
