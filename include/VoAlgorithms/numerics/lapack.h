@@ -46,7 +46,7 @@ namespace lapack {
 /// Least squares a·x ≈ b through the singular value decomposition: of all x that minimise ‖a·x − b‖ the one of smallest
 /// norm (SGELSS, DGELSS). Singular values not above the machine precision times the largest count as 0. `a` is
 /// destroyed.
-/// @param b,x  a's rows and a's columns; as matrices, every column is a problem of its own.
+/// b has a's rows and x, beforehand too, a's columns; as matrices, every column is a problem of its own.
 /// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero
 ///        one, 1 for one without elements.
 ///

@@ -25,7 +25,7 @@ VOALGO_API bool Procrustes(const double* a, const double* b, const double* weigh
 
 /// The small motion that brings points onto the planes through their partners: minimises
 /// Σ wᵢ·((srcᵢ + ω × srcᵢ + t − dstᵢ)·nᵢ)² over the rotation vector ω and the translation t.
-/// @param src,dst,normals  n×3 each, the normals at dst.
+/// src, dst and normals are n×3 each, the normals at dst.
 /// @param weights          null: all 1; otherwise weights[0] for all when oneWeight is set, else weights[i].
 /// @param rotationVector   out: ω, radians.
 /// @param translation      out: millimetres.
@@ -49,7 +49,7 @@ VOALGO_API bool PointToPlaneUpdate(const double* src, const double* dst, const d
 /// Covariance of a point-to-plane fit at a pose: σ²·(Jᵀ·W·J)⁻¹ with rᵢ = (R·srcᵢ + t − dstᵢ)·nᵢ, J its derivative by
 /// the six pose parameters, W the weights and σ² = Σ wᵢ·rᵢ² ÷ (n − 6). It assumes independent distances along the
 /// normals with variances in proportion to 1 ÷ wᵢ; the scale of the weights cancels out.
-/// @param src,dst,normals  n×3 each, src before the pose is applied.
+/// src, dst and normals are n×3 each, src before the pose is applied.
 /// @param weights          n values, or null for all 1.
 /// @param pose             (α, β, γ, t_x, t_y, t_z): radians and millimetres, R = Rz(γ)·Ry(β)·Rx(α).
 /// @param covariance       out: 6×6, row-major, in the order of pose: rad², rad·mm and mm².
