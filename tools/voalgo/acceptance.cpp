@@ -108,4 +108,13 @@ std::vector<AcceptanceTest> TestsOf(const prereg::ICPResult& r, const prereg::Co
     return tests;
 }
 
+std::string CauseText(std::int32_t resultType)
+{
+    if (resultType == 5) return "too few inliers during iteration"; // has no text of its own
+    prereg::ICPResult result;
+    result.resultType = resultType;
+    const std::string text = result.ToString(true);
+    return text.substr(0, text.find(" ("));
+}
+
 } // namespace voalgo

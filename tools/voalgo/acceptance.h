@@ -3,6 +3,7 @@
 #include "VoAlgorithms/prereg/configurationicp.h"
 #include "VoAlgorithms/prereg/icpresult.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -30,5 +31,8 @@ AcceptanceTest AtLeast(std::string name, std::string setting, std::string unit, 
 /// `minSmallBigRatio`: the limit in force when it is stricter than the configured one.
 std::vector<AcceptanceTest> TestsOf(const prereg::ICPResult& result, const prereg::ConfigurationICP& config,
                                     const std::string& stage, double minSmallBigRatio = 0.0);
+
+/// What a result type of the refinement means, in words.
+std::string CauseText(std::int32_t resultType);
 
 } // namespace voalgo

@@ -264,7 +264,7 @@ Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings
         judged = Verify(*fixSet, *fltSet, settings.verification, found);
     } else {
         const bool isLean = fixSet->IsTooLean(settings.config) || fltSet->IsTooLean(settings.config);
-        judged.objection = isLean ? "too few features" : found.ToString(true);
+        judged.objection = isLean ? "too few features" : CauseText(found.resultType);
         judged.tests = TestsOf(found, settings.config.icpConfig, "search");
         if (found.resultType <= 2) judged.trafo = start;
     }

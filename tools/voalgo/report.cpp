@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "VoAlgorithms/version.h"
+#include "acceptance.h"
 #include "config_json.h"
 #include "console.h"
 #include "number.h"
@@ -16,20 +17,12 @@ using Json = nlohmann::ordered_json;
 using Result = prereg::CFPFHPreRegistration::VerifiedTrafo;
 using Statistics = prereg::CFPFHPreRegistration::Statistics;
 
-/// What a result type of the refinement means.
-std::string Cause(std::uint32_t type)
-{
-    if (type == 5) return "too few inliers during iteration"; // has no text of its own
-    prereg::ICPResult result;
-    result.resultType = static_cast<std::int32_t>(type);
-    return result.ToString(true).substr(0, result.ToString(true).find(" ("));
-}
-
 Json ToJson(const Statistics& s)
 {
     Json causes = Json::array();
     for (const auto& [type, count] : s.failures)
-        causes.push_back({{"resultType", type}, {"count", count}, {"cause", Cause(type)}});
+        causes.push_back(
+            {{"resultType", type}, {"count", count}, {"cause", CauseText(static_cast<std::int32_t>(type))}});
     return {{"uiNumPolygons", s.uiNumPolygons},
             {"uiNumProposals", s.uiNumProposals},
             {"uiNumSuccessful", s.uiNumSuccessful},
@@ -63,7 +56,8 @@ std::string Refusal(const Registration& registration)
     if (s.uiNumPolygons == 0) return text; // a refinement alone
     text += Format("%u polygons, %u proposed poses, %u accepted, %u refused\n", s.uiNumPolygons, s.uiNumProposals,
                    s.uiNumSuccessful, s.uiNumFailed);
-    for (const auto& [type, count] : s.failures) text += Format("%6u  %s\n", count, Cause(type).c_str());
+    for (const auto& [type, count] : s.failures)
+        text += Format("%6u  %s\n", count, CauseText(static_cast<std::int32_t>(type)).c_str());
     return text;
 }
 

@@ -67,7 +67,7 @@ JudgedTrafo VerifyFit(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const 
     };
     Append(judged.tests,
            TestsOf(forward, verification.icp, "FLT on FIX", forward.resultType == 0 ? minSmallBigRatio(forward) : 0.0));
-    if (forward.resultType != 0) return object(forward.ToString(true));
+    if (forward.resultType != 0) return object(CauseText(forward.resultType));
     if (isTooLoose(forward)) return object("neighbourhoods of the scans differ");
 
     prereg::ConfigurationICP fromTheOtherSide = verification.icp;
@@ -76,7 +76,7 @@ JudgedTrafo VerifyFit(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const 
         flt.ComputeICPRegistration(fromTheOtherSide, fix, forward.trafo.GetInverse(true));
     Append(judged.tests, TestsOf(backward, fromTheOtherSide, "FIX on FLT",
                                  backward.resultType == 0 ? minSmallBigRatio(backward) : 0.0));
-    if (backward.resultType != 0) return object("from the other side: " + backward.ToString(true));
+    if (backward.resultType != 0) return object("from the other side: " + CauseText(backward.resultType));
     if (isTooLoose(backward)) return object("from the other side: neighbourhoods of the scans differ");
 
     const float turn = backward.trafo.GetInverse(true).GetRotationDistance(forward.trafo);
