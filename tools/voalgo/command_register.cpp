@@ -68,7 +68,8 @@ int Run(const Arguments& a)
               : Register(fix.cloud, flt.cloud, settings,
                          [&console](const char* stage, double share) { console.Progress(stage, share); });
     console.ClearProgress();
-    const Report report{fix, flt, settings, registration, a.clouds.unit, mmPerUnit, a.settings.preset};
+    const Report report{fix,           flt,       settings,          registration,
+                        a.clouds.unit, mmPerUnit, a.settings.preset, start.has_value()};
     Print(report, a.json);
     if (!a.directory.empty()) WriteOutput(a.directory, report);
     if (!a.report.empty()) WriteText(a.report, ReportPage(report, times));

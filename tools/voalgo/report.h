@@ -17,7 +17,8 @@ struct Report {
     const Registration& registration;
     std::string unit; ///< of the files
     double mmPerUnit;
-    std::string preset; ///< name
+    std::string preset;        ///< name
+    bool isRefinement = false; ///< of a given pose
 };
 
 /// The pose in a unit, and the figures of a result.

@@ -64,6 +64,7 @@ public:
         data["flt"] = ScanOf(report_.flt, flt_);
         data.erase("results"); // they are among the poses
         data["mmPerUnit"] = report_.mmPerUnit;
+        data["isRefinement"] = report_.isRefinement;
         data["pairRadius"] = PairRadius();
         data["pairAngle"] = PairAngle();
         data["poses"] = Json::array();

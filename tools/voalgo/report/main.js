@@ -4,7 +4,7 @@ import { bars, byHowMuch, histogram, legend, margin, stacked } from "./charts.js
 import { breakable, capital, count, figure, fileName, make, percent, quantity, round, seconds } from "./format.js";
 import * as pack from "./pack.js";
 import { niceCeil } from "./scale.js";
-import { ADVICE, CAUSES, SETTINGS, STAGES, TIMES } from "./texts.js";
+import { ADVICE, ADVICE_ON_START, CAUSES, SETTINGS, STAGES, TIMES } from "./texts.js";
 import { Viewer } from "./viewer.js";
 
 const data = JSON.parse(document.getElementById("data").textContent);
@@ -16,6 +16,7 @@ const spacing = Math.max(data.fix.spacing, data.flt.spacing);
 const state = { pose: 0, view: "before", range: 1 };
 let viewer = null;
 
+const shareOf = (ratio) => ratio < 0 ? "\u2013" : percent(ratio); // below 0: not reached
 const isFit = (pose) => pose.objection === "";
 const limitOf = (pose, name) => pose.tests.find((t) => t.name.startsWith(name) && t.stage !== "FIX on FLT")?.limit ?? null;
 
@@ -28,13 +29,17 @@ function turnAndShift(matrix) {
     return [Math.acos(Math.min(1, Math.max(-1, (trace - 1) / 2))), Math.hypot(...moved.map((v, k) => v - middle[k]))];
 }
 
+function adviceOn({ isRefinement, poses, reason }) {
+    return (isRefinement && ADVICE_ON_START[poses[0].resultType]) || ADVICE.find(([words]) => words.test(reason))?.[1];
+}
+
 function showVerdict() {
     const names = `${fileName(data.flt.file)} onto ${fileName(data.fix.file)}`;
     document.title = `${data.found ? "Registered" : "Refused"}: ${names}`;
     put("files", make("i", { class: "dot flt" }), make("b", {}, fileName(data.flt.file)), " (FLT) onto ",
         make("i", { class: "dot fix" }), make("b", {}, fileName(data.fix.file)), " (FIX)");
     put("version", `voalgo ${data.voalgo}`);
-    const advice = ADVICE.find(([words]) => words.test(data.reason));
+    const advice = adviceOn(data);
     const passed = data.found ? data.poses[0].tests.filter((t) => t.outcome === "passed").length : 0;
     const headline = data.found ? "Registered" : "Refused: no pose is handed out";
     const text = data.found
@@ -44,7 +49,7 @@ function showVerdict() {
     $("verdict").classList.add(data.found ? "good" : "bad");
     put("verdict", make("span", { class: "badge", "aria-hidden": "true" }, data.found ? "\u2713" : "\u2715"),
         make("div", {}, make("h2", {}, headline), make("p", {}, text),
-            data.found || !advice ? null : make("p", { class: "advice" }, advice[1])));
+            data.found || !advice ? null : make("p", { class: "advice" }, advice)));
     showFigures();
 }
 
@@ -52,16 +57,16 @@ function showFigures() {
     const tile = (name, value, remark) => make("div", { class: "tile" }, make("span", {}, name), make("strong", {}, value), make("small", {}, remark));
     const s = data.statistics;
     const total = Object.values(data.seconds).reduce((a, b) => a + b, 0);
-    const time = tile("Time", seconds(total), "reading to result");
+    const time = tile("Time", seconds(total), "reading to report");
     const pose = data.poses[state.pose];
-    if (data.found && pose.fStop_OverlapRatio >= 0) {
+    if (data.found || data.isRefinement) {
         const [turn, shift] = turnAndShift(pose.pose);
         const limit = (name, sign, unit) => { const l = limitOf(pose, name); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
         put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("RMSE", "\u2264", "mm")),
-            tile("Overlap", percent(pose.fStop_OverlapRatio), `of FLT; ${limit("Overlap", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
-            tile("Small/big ratio", figure(pose.fStop_SmallBigRatio), limit("Small/big", "\u2265", "")),
+            tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("Overlap", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
+            tile("Small/big ratio", pose.fStop_SmallBigRatio < 0 ? "\u2013" : figure(pose.fStop_SmallBigRatio), limit("Small/big", "\u2265", "")),
             pose.fStop_OverlapArea >= 0 ? tile("Overlap area", quantity(pose.fStop_OverlapArea, "mm2"), "of FIX covered by FLT")
-                : tile("Agreeing proposals", count(pose.clusterSize), "led to this pose"),
+                : tile("Agreeing proposals", count(pose.clusterSize), data.isRefinement ? "the given pose" : "led to this pose"),
             tile("Turn", quantity(turn, "rad"), "of FLT by the pose"),
             tile("Shift", quantity(shift, "mm"), "of FLT\u2019s middle"), time);
     } else {
@@ -81,7 +86,7 @@ function showPoses() {
     const button = (pose, i) => make("button", { type: "button", role: "radio", "aria-checked": i === state.pose, class: "pose", onclick: () => { choosePose(i); if (state.view === "before") setView("after", true); } },
         make("span", { class: isFit(pose) ? (data.found ? "rank good" : "rank warn") : "rank bad" }, isFit(pose) ? String(i + 1) : "\u2715"),
         make("span", { class: "what" }, make("b", {}, isFit(pose) ? (i === 0 && data.found ? "Best pose" : data.found ? `Pose ${i + 1}` : `Pose ${i + 1}, ambiguous`) : capital(pose.objection)),
-            make("small", {}, `RMSE ${quantity(pose.fStop_RMSE, "mm")} \u00b7 overlap ${pose.fStop_OverlapRatio < 0 ? "\u2013" : percent(pose.fStop_OverlapRatio)} \u00b7 ${count(pose.clusterSize)} proposal${pose.clusterSize === 1 ? "" : "s"}`)));
+            make("small", {}, `RMSE ${quantity(pose.fStop_RMSE, "mm")} \u00b7 overlap ${shareOf(pose.fStop_OverlapRatio)} \u00b7 ${count(pose.clusterSize)} proposal${pose.clusterSize === 1 ? "" : "s"}`)));
     const rows = data.poses.map(button);
     const firstRefused = data.poses.findIndex((p) => !isFit(p));
     const hidden = data.resultCount + data.refusedCount - data.poses.length;
@@ -174,16 +179,15 @@ function showMatrix() {
 
 function showCauses() {
     const s = data.statistics;
-    put("causesLead", s.uiNumProposals === 0
-        ? (s.uiNumPolygons === 0 || s.uiNumFailed + s.uiNumSuccessful === 0 ? "No pose was proposed." : "One pose was given; it was not searched for.")
-        : `${count(s.uiNumProposals)} poses were proposed from matched polygons (${count(s.uiNumPolygons)} allowed) and each was refined. Most proposals are wrong ones, and are meant to be refused.`);
+    $("causesCard").hidden = data.isRefinement; // nothing was proposed
+    put("causesLead", s.uiNumProposals === 0 ? "No pose was proposed." : `${count(s.uiNumProposals)} poses were proposed from matched polygons (${count(s.uiNumPolygons)} allowed) and each was refined. Most proposals are wrong ones, and are meant to be refused.`);
     const rows = s.uiNumSuccessful + s.uiNumFailed === 0 ? [] : [{ label: "Accepted by the search", value: s.uiNumSuccessful, text: count(s.uiNumSuccessful), kind: "good",
         remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of those did not pass the verification.` : "Similar poses count as one; each was then verified from both sides." }];
     for (const f of s.failures) {
         const [meaning, change] = CAUSES[f.resultType] ?? ["", ""];
         rows.push({ label: capital(f.cause), value: f.count, text: `${count(f.count)}  (${percent(f.count / (s.uiNumFailed + s.uiNumSuccessful), 2)})`, remark: data.found || change === "As above." ? meaning : `${meaning} ${change}` });
     }
-    put("causes", rows.length ? bars(rows) : make("p", { class: "empty" }, "Nothing was refined. " + (ADVICE.find(([words]) => words.test(data.reason))?.[1] ?? "")));
+    put("causes", rows.length ? bars(rows) : make("p", { class: "empty" }, `Nothing was refined. ${adviceOn(data) ?? ""}`));
 }
 
 function showScans() {

@@ -13,6 +13,11 @@ export const CAUSES = {
     9: ["The surfaces lie on each other, but not closely enough.", "If the scans are noisier than their points tell, raise dMaxRMSE."],
 };
 
+/** What to do about a given pose that was refused, by result type of its refinement. */
+export const ADVICE_ON_START = {
+    1: "The given pose brings hardly a point of FLT near FIX. It must map FLT into FIX, in the files' unit, and be right to a few point spacings; without --start a pose is searched for.",
+};
+
 /** What to do about a refusal, by words in its reason. */
 export const ADVICE = [
     [/too few features/, "Features are taken where the surface bends. Lower uiMinCurvatureQuality, or give a dFeatureRadius nearer to the size of the details."],
@@ -22,7 +27,7 @@ export const ADVICE = [
     [/neighbourhoods of the scans differ/, "Where one scan has points the other should have them too. Clutter, another state of the object or a wrong pose break that."],
     [/RMSE/, "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise (raise dMaxRMSE), a pattern means a wrong pose or a bent object."],
     [/overlap/, "The scans may share too little. Lower dMinOverlapRatio and search longer (--preset thorough)."],
-    [/mismatch/, "Normals disagree where the surfaces meet. Check that both scans' normals point outwards (--viewpoint)."],
+    [/mismatch/, "Normals disagree where the surfaces meet, or points lack a partner though others lie near: the tests below tell which. Check that both scans' normals point outwards (--viewpoint)."],
     [/different poses/, "Seen from FIX and from FLT the refinement ends in different places: the shape does not decide between them."],
     [/no proposed pose passed/, "Look at the causes below: if most lack overlap, check the units and whether the scans share a part at all; then search longer (--preset thorough)."],
 ];

@@ -38,18 +38,15 @@ out vec4 pixel;
 void main()
 {
     vec2 q = gl_PointCoord * 2.0 - 1.0;
-    float r = length(q);
-    float edge = fwidth(r);
-    float alpha = 1.0 - smoothstep(1.0 - edge, 1.0, r);
-    if (alpha < 0.05) discard;
-    pixel = vec4(shade, alpha);
+    if (dot(q, q) > 1.0) discard;
+    pixel = vec4(shade, 1.0);
 }`;
 
 const plain = (rgb) => new Vector3(...rgb.map((c) => c / 255));
 
 function material() {
     return new ShaderMaterial({
-        vertexShader: VERTEX, fragmentShader: FRAGMENT, glslVersion: GLSL3, alphaToCoverage: true,
+        vertexShader: VERTEX, fragmentShader: FRAGMENT, glslVersion: GLSL3,
         uniforms: {
             size: { value: 1 }, pixels: { value: 1 }, range: { value: 1 }, back: { value: 0 }, byDistance: { value: false },
             colour: { value: new Vector3() }, none: { value: new Vector3() },
@@ -91,7 +88,7 @@ function sphereAround(list) {
 export class Viewer {
     constructor(host, fix, flt) {
         this.host = host;
-        this.renderer = new WebGLRenderer({ antialias: true, alpha: true, powerPreference: "high-performance" });
+        this.renderer = new WebGLRenderer({ antialias: false, alpha: true, powerPreference: "high-performance" });
         this.renderer.setPixelRatio(Math.min(window.devicePixelRatio, 2));
         host.prepend(this.renderer.domElement);
         this.renderer.domElement.setAttribute("aria-label", "Both scans in 3D");
@@ -203,7 +200,7 @@ export class Viewer {
         const { center, radius } = sphereAround(seen.flatMap(sample));
         const half = this.camera.fov * Math.PI / 360;
         const narrow = Math.min(half, Math.atan(Math.tan(half) * this.camera.aspect));
-        const distance = 0.9 * radius / Math.sin(narrow);
+        const distance = 1.02 * radius / Math.sin(narrow);
         const direction = keepDirection ? this.camera.position.clone().sub(this.controls.target).normalize() : this.facing();
         this.controls.target.copy(center);
         this.camera.position.copy(center).addScaledVector(direction, distance);
