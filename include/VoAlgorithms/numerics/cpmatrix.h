@@ -27,7 +27,7 @@ public:
     ///@}
 
     ///@{
-    /// Throws std::invalid_argument ("invalid index") beyond the end.
+    /// The entry of a column, counted from 0. Throws std::invalid_argument ("invalid index") beyond the end.
     int& operator[](std::integral auto index) { return source_[index]; }
     const int& operator[](std::integral auto index) const { return source_[index]; }
     ///@}

@@ -56,7 +56,7 @@ public:
         CellMap<Block> blocks_;
     };
 
-    /// The empty map, before generation 1.
+    /// The empty map and generation 1.
     CDirtyMap();
 
     /// Marks the cell of a point, mm. A position that is not finite lies in no cell and is ignored. O(1).
