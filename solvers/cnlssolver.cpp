@@ -129,11 +129,10 @@ bool CNLSSolver::linearise(Fit& fit)
     if (!computeWeight(fit.r, fit.w)) return false;
     const std::size_t m = fit.J.Rows();
     const std::size_t k = fit.J.Cols();
-    fit.JtW.Reset(k, m);
-    for (std::size_t j = 0; j < k; ++j) {
-        const auto column = fit.J.Column(j);
-        for (std::size_t i = 0; i < m; ++i) fit.JtW.Data()[i * k + j] = column[i] * fit.w.Data()[i];
-    }
+    if (fit.JtW.Rows() != k || fit.JtW.Cols() != m) fit.JtW.Reset(k, m);
+    double* scaled = fit.JtW.Data();
+    for (std::size_t i = 0; i < m; ++i)
+        for (std::size_t j = 0; j < k; ++j) *scaled++ = fit.J.Data()[j * m + i] * fit.w.Data()[i];
     Multiply(fit.JtW, fit.J, fit.N);
     Multiply(fit.JtW, fit.r, fit.g);
     return true;

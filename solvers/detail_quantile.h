@@ -16,17 +16,18 @@ inline double Quantile(TVector<double>& values, double p)
     const bool unordered = std::any_of(values.begin(), values.end(), [](double e) { return std::isnan(e); });
     if (!(p >= 0 && p <= 1) || values.Empty() || unordered) return std::numeric_limits<double>::quiet_NaN();
 
-    const auto rankBelow = [&values](double count) { // the element that follows `count` smaller ones
-        const auto position = values.begin() + static_cast<std::ptrdiff_t>(count);
+    const auto select = [&values](double rank) {
+        const auto position = values.begin() + static_cast<std::ptrdiff_t>(rank);
         std::nth_element(values.begin(), position, values.end());
-        return *position;
+        return position;
     };
     const double size = values.Size();
     const double x = size * p;
-    if (x != std::floor(x)) return rankBelow(std::ceil(x) - 1);
-    if (x == size) return rankBelow(size - 1);
-    if (x == 0) return rankBelow(0);
-    return (rankBelow(x - 1) + rankBelow(x)) / 2;
+    if (x == 0) return *select(0);
+    if (x == size) return *select(size - 1);
+    if (x != std::floor(x)) return *select(std::ceil(x) - 1);
+    const auto upper = select(x);
+    return (*std::max_element(values.begin(), upper) + *upper) / 2;
 }
 
 } // namespace VoAlgo::detail
