@@ -43,7 +43,15 @@ bool CNLSSolver::computeWeight(const TVector<double>& r, TVector<double>& w)
     if (w.Size() != r.Size()) return false;
     for (double& e : w) e = 1 / (e * e);
     if (!robust_) return true;
-    const double scale = MAD(r, work_) / MADOfNormal;
+    double scale = MAD(r, work_) / MADOfNormal;
+    const auto kept =
+        std::count_if(r.begin(), r.end(), [scale](double e) { return !(std::abs(e / scale) > TukeyConstant); });
+    if (kept < static_cast<std::ptrdiff_t>(problem_.GetFreeVariablesIndices().Size())) {
+        // The fit is far off: the residuals lie close together, but on one side, and hardly any keeps a weight. With
+        // their distance from 0 as the scale, at least half of them do.
+        for (std::size_t i = 0; i < r.Size(); ++i) work_.Data()[i] = std::abs(r.Data()[i]);
+        scale = detail::Quantile(work_, 0.5) / MADOfNormal;
+    }
     for (std::size_t i = 0; i < w.Size(); ++i) {
         const double u = r.Data()[i] / scale;
         w.Data()[i] *= psiTukey(u) / u; // deliberate: not-a-number for a residual of exactly 0

@@ -14,22 +14,30 @@ class CNLSObjectiveFunction;
 /// variables that the equalities leave free, inside the polytope of the inequalities, optionally robust and from many
 /// starts.
 ///
-/// With residuals r, their derivatives J, weights W and damping µ, a step h solves (JᵀWJ + µI)·h = −JᵀWr. It is
-/// accepted when it lowers ‖r‖²; then µ falls as the decrease predicted by the linear model comes true, and rises
-/// otherwise. A step that leads out of the polytope ends on the first constraint in its way; from a constraint it
-/// slides along. A start outside is replaced by a vertex of the polytope.
+/// With residuals r, their derivatives J, weights W = diag(1/σᵢ²) and damping µ, a step h solves
+/// (JᵀWJ + µI)·h = −JᵀWr. It is accepted when it lowers ‖r‖²; µ then falls as the decrease that the linear model
+/// predicted comes true, otherwise µ rises. Weights other than 1 put the minimum elsewhere: once such a fit has come to
+/// rest it goes on, judging steps by rᵀWr.
 ///
-/// Robust: residuals weigh less the larger they are, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale;
-/// 0 beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil. A start
-/// near the solution matters more then. Deliberate: a residual of exactly 0 has no such weight (0 ÷ 0), and the fit
-/// ends with "LS solution failed".
+/// A step that would leave the polytope ends on the first row in its way; from a row the next step slides along.
+/// Where that leads nowhere, at corners and on rows that the fit should leave again, the best step along any of
+/// the rows there is taken instead. No iterate is outside by more than rounding, and bounds are met to the bit.
+/// (Derivatives by differences look a little beyond.) A start outside is replaced by a vertex of the polytope.
+///
+/// Robust: residuals weigh less the larger they are, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale, and
+/// nothing beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil (or
+/// the median of |r| ÷ 0.6745 while fewer residuals than free variables would keep a weight). Fit plainly first and
+/// robustly from there: far from the solution all residuals look like outliers. Deliberate: a residual of exactly 0 has
+/// no such weight (0 ÷ 0), and the fit ends with "LS solution failed".
 ///
 /// Bad input ends as a result, never as an exception (of ours; what `Error` throws passes through), and every call
 /// ends:
-/// - "LS solution failed": a start that is not n finite numbers, a tau that is negative or not a number; residuals,
-///   derivatives or standard deviations of a wrong shape, or not finite at the start or at an accepted step. A step to
-///   residuals that are not finite is not accepted;
-/// - "constraints violated": inequalities without a common point or with something that is not a number.
+/// - "LS solution failed": a start that is not n finite numbers; a tau that is negative or not a number; residuals,
+///   derivatives or standard deviations of a wrong shape, or not finite where the fit stands. A step to residuals that
+///   are not finite is not accepted;
+/// - "constraints violated": inequalities without a common point or with something that is not a number;
+/// - "almost singular matrix": a step of more than 2⁵² times ‖z‖ + 4.4e-16. From z = 0 exactly, that is a length of 2:
+///   start with another z when parameters may be as large.
 ///
 /// A solver keeps nothing between calls but its settings: equal inputs give equal bits.
 ///
@@ -62,8 +70,8 @@ public:
     /// Fits the problem's parameters; says why it stopped.
     /// @param params        in: the start, n parameters, of which the free variables count. Out: the best fit;
     ///               unchanged when there was no feasible or usable start.
-    /// @param rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when none could be
-    ///               computed at the start, 0 when m = 0 (the fit then ends at once with "small gradient").
+    /// @param rmse          out: ‖r‖/√m of the unweighted residuals at the fit, in their unit; +∞ when there was no
+    ///               start to compute them at, 0 when m = 0 (the fit then ends at once with "small gradient").
     /// @param maxIter       largest number of iterations of one fit; below 1: none, params becomes the feasible start.
     /// @param tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a
     ///               start believed good, 1e-3 or 1 otherwise.
