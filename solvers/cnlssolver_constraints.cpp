@@ -94,8 +94,8 @@ bool CNLSSolver::makeFeasible(Fit& fit)
 }
 
 /// Makes good what rounding did to a z on rows or beyond them: puts it onto each such row (onto a bound to the bit),
-/// and where that is not inside of all, by roundings farther in. Where the polytope has no interior, there may be no z
-/// that meets all rows in floating point; it then stays within rounding.
+/// and where that is not inside of all, by parts of a rounding farther in. Where the polytope has no interior, there
+/// may be no z that meets all rows in floating point; it then stays within rounding.
 void CNLSSolver::settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z)
 {
     std::vector<std::size_t> close;
@@ -108,7 +108,8 @@ void CNLSSolver::settle(const TMatrix<double>& A, const TVector<double>& b, TVec
         if (excess < -rounding) continue;
         for (std::size_t j = 0; j < z.Size(); ++j) z[j] -= excess / norm * (A(i, j) / norm);
     }
-    for (double margin = 0.5; margin <= 4 && !checkConstraints(A, b, z); margin *= 2) {
+    // Less than a whole rounding: the rows must still count as met at distance 0.
+    for (double margin = 0.125; margin < 1 && !checkConstraints(A, b, z); margin *= 2) {
         TVector<double> inner = z;
         if (MoveInside(A, b, close, margin, inner) && checkConstraints(A, b, inner)) z = inner;
     }

@@ -184,7 +184,7 @@ TEST(CNLSSolverConstraints, FitsReachTheConstrainedMinimumAndStayInside)
         }
         EXPECT_LE(fit.rmse, minimum * (1 + 1e-6)) << "trial " << trial << fit.log;
         EXPECT_LE(fit.result, CNLSSolver::SmallStep) << trial << fit.log;
-        EXPECT_LE(problem.violation, 64) << "trial " << trial;
+        EXPECT_LE(problem.violation, 4) << "trial " << trial;
         const Vector Ap = problem.GetInequalitiesLHS() * fit.params;
         for (std::size_t i = 0; i < Ap.Size(); ++i)
             onRows += Ap[i] >= problem.GetInequalitiesRHS()[i] - 1e-9 * std::abs(Ap[i]) ? 1 : 0;
@@ -204,7 +204,7 @@ TEST(CNLSSolverConstraints, NoDriftOverThousandsOfSteps)
         problem.M *= 30.0;
         problem.y *= 30.0;
         const Outcome fit = Fit(problem, Centre(problem, 3), 20, CNLSSolver::HitAndRun, 300);
-        EXPECT_LE(problem.violation, 64) << trial;
+        EXPECT_LE(problem.violation, 4) << trial;
         places += problem.places.size();
     }
     EXPECT_GT(places, 5000U);
@@ -227,7 +227,7 @@ TEST(CNLSSolverConstraints, MultistartIsNeverWorseAndRepeats)
         better += first.rmse < 0.99 * single.rmse ? 1 : 0;
         EXPECT_EQ(first.params, again.params);
         EXPECT_EQ(first.log, again.log);
-        EXPECT_LE(problem.violation, 64);
+        EXPECT_LE(problem.violation, 4);
     }
     EXPECT_GT(better, 10);
 }
