@@ -204,9 +204,10 @@ element& element::operator=(const element& other)
 
 element& element::operator=(element&& other) noexcept
 {
-    std::swap(buffer_, other.buffer_);
-    std::swap(total_, other.total_);
-    std::swap(value_, other.value_);
+    element taken(std::move(other));
+    std::swap(buffer_, taken.buffer_);
+    std::swap(total_, taken.total_);
+    std::swap(value_, taken.value_);
     return *this;
 }
 

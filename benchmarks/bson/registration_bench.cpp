@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -38,13 +39,13 @@ const element::object& Document()
     return document;
 }
 
-/// Its memory is there before the clock runs.
+/// At its start; its memory is there before the clock runs.
 std::stringstream& Stream()
 {
     static std::stringstream stream;
+    static const bool isFilled = Document().freeze(stream);
+    if (!isFilled) throw std::runtime_error("not written");
     stream.clear();
-    stream.seekp(0);
-    if (stream.str().empty()) Document().freeze(stream);
     stream.seekp(0);
     stream.seekg(0);
     return stream;

@@ -140,6 +140,10 @@ TEST(Element, CopiesAndMovesItsBytes)
     element c = std::move(b);
     EXPECT_EQ(c.raw(), raw);
     EXPECT_EQ(b, element()); // NOLINT(bugprone-use-after-move): a moved-from element is the empty one
+    a = std::move(c);
+    EXPECT_EQ(a.raw(), raw);
+    EXPECT_EQ(c, element()); // NOLINT(bugprone-use-after-move)
+    c = a;
     a = element();
     EXPECT_STREQ(a.name(), "");
     EXPECT_EQ(a.raw(), nullptr);
