@@ -262,12 +262,9 @@ struct StoredArray {
     [[nodiscard]] std::vector<T> Read() const
     {
         const auto [bytes, size, subtype] = view.Binary();
-        std::vector<T> array;
-        array.reserve(size / sizeof(T));
-        for (std::size_t i = 0; i < size / sizeof(T); ++i) {
-            array.push_back(detail::Load<T>(bytes + i * sizeof(T)));
-            Restore(array.back());
-        }
+        std::vector<T> array(size / sizeof(T));
+        if (size > 0) std::memcpy(array.data(), bytes, size);
+        for (T& record : array) Restore(record);
         return array;
     }
 };
