@@ -1,7 +1,5 @@
 #include "acceptance.h"
 
-#include "console.h"
-
 #include <algorithm>
 #include <cmath>
 #include <limits>

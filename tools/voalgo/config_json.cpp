@@ -1,10 +1,10 @@
 #include "config_json.h"
 
+#include "config_fields.h"
 #include "errors.h"
 #include "files.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -13,65 +13,6 @@ namespace voalgo {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-/// Calls visit(key, field) for every setting.
-template <typename Config, typename Visit>
-void VisitIcp(Config& c, Visit visit)
-{
-    visit("uiMaxNumIterations", c.uiMaxNumIterations);
-    visit("dMinQueryRadius", c.dMinQueryRadius);
-    visit("dInitialQueryRadiusScaling", c.dInitialQueryRadiusScaling);
-    visit("uiNumSamples", c.uiNumSamples);
-    visit("dPositionTolerance", c.dPositionTolerance);
-    visit("dNormalAngleTolerance", c.dNormalAngleTolerance);
-    visit("dMaxErrorRatio", c.dMaxErrorRatio);
-    visit("dMaxRotationDistance", c.dMaxRotationDistance);
-    visit("dMaxMovement", c.dMaxMovement);
-    visit("dMinOverlapRatio", c.dMinOverlapRatio);
-    visit("dMaxRMSE", c.dMaxRMSE);
-    visit("dMinOverlapArea", c.dMinOverlapArea);
-    visit("dMinSmallBigRatio", c.dMinSmallBigRatio);
-    visit("dSmallBigQueryRadiusScaling", c.dSmallBigQueryRadiusScaling);
-    visit("dInlierScaling", c.dInlierScaling);
-}
-
-template <typename Config, typename Visit>
-void VisitFpfh(Config& c, Visit visit)
-{
-    visit("uiNumPolygons", c.uiNumPolygons);
-    visit("uiNumPolygonVertices", c.uiNumPolygonVertices);
-    visit("uiNumNeighbors", c.uiNumNeighbors);
-    visit("dMaxPolygonDiameter", c.dMaxPolygonDiameter);
-    visit("dMaxPolygonVertexError", c.dMaxPolygonVertexError);
-    visit("uiMinCurvatureQuality", c.uiMinCurvatureQuality);
-    visit("dFeatureRadius", c.dFeatureRadius);
-    visit("dFeatureClusteringBandwidth", c.dFeatureClusteringBandwidth);
-    visit("dTrafoClusteringBandwidth", c.dTrafoClusteringBandwidth);
-    visit("dOrientationClusteringBandwidth", c.dOrientationClusteringBandwidth);
-    visit("uiTrafoClusteringQuorum", c.uiTrafoClusteringQuorum);
-}
-
-constexpr const char* IcpKey = "icpConfig";
-
-/// Number of single-character changes that turn a into b, upper and lower case taken as equal.
-std::size_t EditDistance(const std::string& a, const std::string& b)
-{
-    const auto differ = [](char x, char y) {
-        return std::tolower(static_cast<unsigned char>(x)) != std::tolower(static_cast<unsigned char>(y));
-    };
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (differ(a[i - 1], b[j - 1]) ? 1 : 0);
-            diagonal = row[j];
-            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row[b.size()];
-}
 
 /// Reads the values of one JSON object.
 class Reader {
@@ -112,11 +53,7 @@ public:
     {
         for (const auto& [key, value] : object_.items()) {
             if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
-            const auto& wrong = key;
-            const auto nearest = std::min_element(known_.begin(), known_.end(), [&](const auto& a, const auto& b) {
-                return EditDistance(wrong, a) < EditDistance(wrong, b);
-            });
-            Fail(inside_ + key, "unknown key; the nearest known one is \"" + inside_ + *nearest + "\"");
+            Fail(inside_ + key, "unknown key; the nearest known one is \"" + inside_ + NearestKey(key, known_) + "\"");
         }
     }
 

@@ -1,0 +1,39 @@
+#include "config_fields.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace voalgo {
+
+namespace {
+
+/// Number of single-character changes that turn a into b, upper and lower case taken as equal.
+std::size_t EditDistance(const std::string& a, const std::string& b)
+{
+    const auto differ = [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) != std::tolower(static_cast<unsigned char>(y));
+    };
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t replaced = diagonal + (differ(a[i - 1], b[j - 1]) ? 1 : 0);
+            diagonal = row[j];
+            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+} // namespace
+
+std::string NearestKey(const std::string& wrong, const std::vector<std::string>& known)
+{
+    return *std::min_element(known.begin(), known.end(), [&](const auto& a, const auto& b) {
+        return EditDistance(wrong, a) < EditDistance(wrong, b);
+    });
+}
+
+} // namespace voalgo
