@@ -4,7 +4,7 @@
 #include "check_cloud.h"
 #include "cloud_options.h"
 #include "commands.h"
-#include "config_json.h"
+#include "config_fields.h"
 #include "errors.h"
 #include "files.h"
 #include "output_directory.h"

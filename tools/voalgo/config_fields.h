@@ -50,4 +50,7 @@ inline constexpr const char* IcpKey = "icpConfig";
 /// The known key that is most like a wrong one; there is at least one.
 std::string NearestKey(const std::string& wrong, const std::vector<std::string>& known);
 
+/// Throws InputError, with the file and the key, for values without which a registration has no meaning.
+void RequireRanges(const prereg::ConfigurationFPFH& config, const std::string& path);
+
 } // namespace voalgo

@@ -122,16 +122,4 @@ void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
     RequireRanges(config, path);
 }
 
-void RequireRanges(const prereg::ConfigurationFPFH& c, const std::string& path)
-{
-    const auto require = [&](bool holds, const char* key, const char* what) {
-        if (!holds) throw InputError(path + ": \"" + key + "\": must be " + what);
-    };
-    require(c.dFeatureRadius > 0.0, "dFeatureRadius", "greater than 0");
-    require(c.uiNumPolygonVertices >= 3, "uiNumPolygonVertices", "at least 3");
-    require(c.uiNumNeighbors >= 1, "uiNumNeighbors", "at least 1");
-    require(c.uiMinCurvatureQuality <= 100, "uiMinCurvatureQuality", "at most 100");
-    require(c.icpConfig.uiNumSamples >= 1, "icpConfig.uiNumSamples", "at least 1");
-}
-
 } // namespace voalgo

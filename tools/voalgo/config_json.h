@@ -14,7 +14,5 @@ nlohmann::ordered_json ToJson(const prereg::ConfigurationICP& config);
 /// Takes over the values that a JSON file states and leaves the others. Throws InputError with the file and the key for
 /// what is no JSON object, an unknown key (names the nearest known one), a wrong type, or a value out of range.
 void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path);
-/// Throws InputError, with the file and the key, for values without which a registration has no meaning.
-void RequireRanges(const prereg::ConfigurationFPFH& config, const std::string& path);
 
 } // namespace voalgo
