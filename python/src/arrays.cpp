@@ -1,0 +1,128 @@
+#include "arrays.h"
+
+#include <cmath>
+#include <string>
+
+namespace voalgo::python {
+
+namespace {
+
+std::string ShapeOf(const py::array& array)
+{
+    return py::str(array.attr("shape")).cast<std::string>();
+}
+
+template <class T>
+std::vector<Vec3> ReadRows(const py::array& array)
+{
+    const auto rows = py::array_t<T, 0>(array).template unchecked<2>();
+    std::vector<Vec3> vectors(static_cast<std::size_t>(rows.shape(0)));
+    for (py::ssize_t i = 0; i < rows.shape(0); ++i)
+        vectors[static_cast<std::size_t>(i)] =
+            Vec3(static_cast<float>(rows(i, 0)), static_cast<float>(rows(i, 1)), static_cast<float>(rows(i, 2)));
+    return vectors;
+}
+
+/// A scaled, mirrored or transposed matrix would otherwise turn out as a wrong pose.
+void RequireRigid(const Doubles& matrix, const std::string& name)
+{
+    constexpr double Tolerance = 1e-3;
+    const auto m = matrix.unchecked<2>();
+    for (py::ssize_t c = 0; c < 4; ++c)
+        if (m(3, c) != (c == 3 ? 1.0 : 0.0)) throw py::value_error(name + ": the last row must be 0 0 0 1");
+    for (py::ssize_t i = 0; i < 3; ++i)
+        for (py::ssize_t j = 0; j < 3; ++j) {
+            const double dot = m(i, 0) * m(j, 0) + m(i, 1) * m(j, 1) + m(i, 2) * m(j, 2);
+            if (!(std::abs(dot - (i == j ? 1.0 : 0.0)) <= Tolerance))
+                throw py::value_error(name + ": the upper left 3x3 is no rotation");
+        }
+    const double determinant = m(0, 0) * (m(1, 1) * m(2, 2) - m(1, 2) * m(2, 1)) -
+                               m(0, 1) * (m(1, 0) * m(2, 2) - m(1, 2) * m(2, 0)) +
+                               m(0, 2) * (m(1, 0) * m(2, 1) - m(1, 1) * m(2, 0));
+    if (determinant < 0.0) throw py::value_error(name + ": the upper left 3x3 is a reflection, no rotation");
+}
+
+} // namespace
+
+py::array ReadNumbers(const py::object& argument, const char* name, py::ssize_t columns)
+{
+    const std::string argumentName = name;
+    const py::array array = py::array::ensure(argument);
+    if (!array) throw py::type_error(argumentName + ": must be an array of float32 or float64");
+    if (!py::isinstance<py::array_t<float, 0>>(array) && !py::isinstance<py::array_t<double, 0>>(array))
+        throw py::type_error(argumentName + ": dtype must be float32 or float64, is " +
+                             py::str(array.dtype()).cast<std::string>());
+    if (columns == 0) {
+        if (array.ndim() != 1) throw py::value_error(argumentName + ": shape must be (n,), is " + ShapeOf(array));
+    } else if (array.ndim() != 2 || (columns > 0 ? array.shape(1) != columns : array.shape(1) == 0)) {
+        throw py::value_error(argumentName + ": shape must be (n, " + (columns > 0 ? std::to_string(columns) : "d") +
+                              "), is " + ShapeOf(array));
+    }
+    return array;
+}
+
+Doubles ReadDoubles(const py::object& argument, const char* name, py::ssize_t columns)
+{
+    return Doubles(ReadNumbers(argument, name, columns));
+}
+
+Floats ReadFloats(const py::object& argument, const char* name, py::ssize_t columns)
+{
+    return Floats(ReadNumbers(argument, name, columns));
+}
+
+std::vector<Vec3> ReadVectors(const py::object& argument, const char* name)
+{
+    const py::array array = ReadNumbers(argument, name, 3);
+    return py::isinstance<py::array_t<float, 0>>(array) ? ReadRows<float>(array) : ReadRows<double>(array);
+}
+
+VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
+{
+    if (py::isinstance<VoAlgo::CTrafo>(argument)) return argument.cast<VoAlgo::CTrafo>();
+    const Doubles matrix = ReadDoubles(argument, name, 4);
+    if (matrix.shape(0) != 4)
+        throw py::value_error(std::string(name) + ": shape must be (4, 4), is " + ShapeOf(matrix));
+    RequireRigid(matrix, name);
+    const auto m = matrix.unchecked<2>();
+    const auto column = [&](py::ssize_t c) { return [&m, c](py::ssize_t r) { return static_cast<float>(m(r, c)); }; };
+    const auto x = column(0), y = column(1), z = column(2), t = column(3);
+    return {{x(0), y(0), z(0)}, {x(1), y(1), z(1)}, {x(2), y(2), z(2)}, {t(0), t(1), t(2)}};
+}
+
+void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB)
+{
+    if (a != b)
+        throw py::value_error(std::string(nameB) + ": has " + std::to_string(b) + " rows, but " + nameA + " has " +
+                              std::to_string(a));
+}
+
+py::array ViewVectors(const std::vector<Vec3>& vectors, const py::handle& owner)
+{
+    static_assert(sizeof(Vec3) == 4 * sizeof(float));
+    const auto n = static_cast<py::ssize_t>(vectors.size());
+    py::array_t<float> view({n, py::ssize_t{3}}, {py::ssize_t{sizeof(Vec3)}, py::ssize_t{sizeof(float)}},
+                            n > 0 ? &vectors[0].x : nullptr, owner);
+    view.attr("setflags")(py::arg("write") = false);
+    return view;
+}
+
+py::array_t<float> CopyVectors(const std::vector<Vec3>& vectors)
+{
+    py::array_t<float> array({static_cast<py::ssize_t>(vectors.size()), py::ssize_t{3}});
+    float* out = array.mutable_data();
+    for (const Vec3& v : vectors)
+        for (unsigned k = 0; k < 3; ++k) *out++ = v[k];
+    return array;
+}
+
+py::array_t<double> MatrixOf(const VoAlgo::CTrafo& pose)
+{
+    py::array_t<double> matrix({4, 4});
+    auto m = matrix.mutable_unchecked<2>();
+    for (unsigned r = 0; r < 4; ++r)
+        for (unsigned c = 0; c < 4; ++c) m(r, c) = static_cast<double>(pose(r, c));
+    return matrix;
+}
+
+} // namespace voalgo::python

@@ -1,0 +1,29 @@
+#include "module.h"
+
+#include "VoAlgorithms/version.h"
+#include "errors.h"
+
+#include <exception>
+
+namespace py = pybind11;
+
+PYBIND11_MODULE(_core, m)
+{
+    m.doc() = "The compiled part of voalgorithms.";
+    m.attr("__version__") = VOALGO_VERSION;
+    py::register_exception_translator([](std::exception_ptr error) {
+        try {
+            if (error) std::rethrow_exception(error);
+        } catch (const voalgo::InputError& wrong) {
+            PyErr_SetString(PyExc_ValueError, wrong.what());
+        }
+    });
+    using namespace voalgo::python;
+    DefineTrafo(m);
+    DefineDocument(m);
+    DefinePointSet(m);
+    DefineRegistration(m);
+    DefineNumerics(m);
+    DefineColour(m);
+    DefineRunLength(m);
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+namespace voalgo::python {
+
+// Each adds one subject to the module.
+void DefineTrafo(pybind11::module_& m);
+void DefinePointSet(pybind11::module_& m);
+void DefineRegistration(pybind11::module_& m);
+void DefineNumerics(pybind11::module_& m);
+void DefineColour(pybind11::module_& m);
+void DefineRunLength(pybind11::module_& m);
+void DefineDocument(pybind11::module_& m);
+
+} // namespace voalgo::python

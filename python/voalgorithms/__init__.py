@@ -1,0 +1,40 @@
+"""Registers 3D scans and says whether the answer can be trusted; with the numerical algorithms around it.
+
+Lengths are millimetres, angles radians. A pose of a result maps coordinates of 'flt' into the frame of 'fix'.
+
+>>> import voalgorithms as vo
+>>> found = vo.register(fix_points, flt_points)
+>>> if found:
+...     moved = found.best.trafo.apply(flt_points)
+... else:
+...     print(found.reason)
+"""
+
+from ._core import (
+    Clusters,
+    Document,
+    PointSet,
+    Registration,
+    Result,
+    Trafo,
+    __version__,
+    colour_difference,
+    compute_features,
+    config_from_document,
+    config_to_document,
+    convert_colours,
+    default_config,
+    default_icp_config,
+    derive_settings,
+    estimate_normals,
+    icp,
+    mean_shift,
+    mean_shift_3d,
+    point_to_plane,
+    procrustes,
+    register,
+    rle_compress,
+    rle_uncompress,
+)
+
+__all__ = [name for name in dir() if not name.startswith("_")]
