@@ -1,6 +1,7 @@
 #include "VoAlgorithms/bson/registration.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "cloud_argument.h"
+#include "errors.h"
 #include "module.h"
 #include "normals.h"
 #include "registration.h"
@@ -30,23 +31,17 @@ std::vector<CPointFeatureHistogram> ReadHistograms(const py::object& argument, c
 PointSetPtr MakePointSet(const py::object& points, const py::object& normals, const py::object& featurePoints,
                          const py::object& featureNormals, const py::object& features)
 {
-    const bool hasFeatures = !featurePoints.is_none();
-    if (hasFeatures == featureNormals.is_none() || hasFeatures == features.is_none())
-        throw py::type_error("feature_points, feature_normals and features are given together or not at all");
-    Cloud cloud{ReadVectors(points, "points"), {}};
-    cloud.normals = ReadNormals(normals, "normals", cloud.points.size());
-    Cloud at;
-    std::vector<CPointFeatureHistogram> histograms;
-    if (hasFeatures) {
-        at.points = ReadVectors(featurePoints, "feature_points");
-        at.normals = ReadVectors(featureNormals, "feature_normals");
-        RequireSameLength(at.points.size(), "feature_points", at.normals.size(), "feature_normals");
-        histograms = ReadHistograms(features, "features");
-        RequireSameLength(at.points.size(), "feature_points", histograms.size(), "features");
-    }
+    Cloud cloud{ReadVectors(points, "points"), ReadVectors(normals, "normals")};
+    RequireSameLength(cloud.points.size(), "points", cloud.normals.size(), "normals");
+    const Cloud at{ReadVectors(featurePoints, "feature_points"), ReadVectors(featureNormals, "feature_normals")};
+    RequireSameLength(at.points.size(), "feature_points", at.normals.size(), "feature_normals");
+    const std::vector<CPointFeatureHistogram> histograms = ReadHistograms(features, "features");
+    RequireSameLength(at.points.size(), "feature_points", histograms.size(), "features");
+    if (histograms.empty()) throw py::value_error("features: needs at least one");
     const py::gil_scoped_release release;
-    if (normals.is_none()) cloud.normals = EstimateNormals(cloud.points, std::nullopt);
-    return std::make_shared<PointSet>(cloud.points, cloud.normals, at.points, at.normals, histograms);
+    auto set = std::make_shared<PointSet>(cloud.points, cloud.normals, at.points, at.normals, histograms);
+    if (set->Empty()) throw InputError("points, features: none is finite");
+    return set;
 }
 
 py::array_t<float> EstimatedNormals(const py::object& points, const py::object& viewpoint, unsigned neighbours)
@@ -67,7 +62,6 @@ py::array_t<float> EstimatedNormals(const py::object& points, const py::object& 
 PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, const py::object& radius,
                        unsigned minCurvatureQuality, const py::object& workingSpacing, unsigned threads)
 {
-    if (minCurvatureQuality > 100) throw py::value_error("uiMinCurvatureQuality: must be at most 100");
     Cloud cloud{ReadVectors(points, "points"), {}};
     cloud.normals = ReadNormals(normals, "normals", cloud.points.size());
     Settings settings;
@@ -76,6 +70,7 @@ PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, cons
         settings.config.dFeatureRadius = radius.cast<double>();
         if (!(settings.config.dFeatureRadius > 0.0)) throw py::value_error("dFeatureRadius: must be greater than 0");
     }
+    if (minCurvatureQuality > 100) throw py::value_error("uiMinCurvatureQuality: must be at most 100");
     const py::gil_scoped_release release;
     const PreparedCloud prepared = PrepareCloud(std::move(cloud), "points", 1.0, std::nullopt);
     const Settings derived = DeriveSettings(prepared.cloud, prepared.cloud, Preset::Automatic);
@@ -83,7 +78,11 @@ PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, cons
     if (radius.is_none()) settings.config.dFeatureRadius = derived.config.dFeatureRadius;
     settings.config.uiMinCurvatureQuality = minCurvatureQuality;
     settings.threads = threads;
-    return std::const_pointer_cast<PointSet>(ComputeFeatures(prepared.cloud, settings));
+    auto set = std::const_pointer_cast<PointSet>(ComputeFeatures(prepared.cloud, settings));
+    if (set->Empty())
+        throw InputError("points: none becomes a feature; a lower uiMinCurvatureQuality or a larger dFeatureRadius "
+                         "may find some");
+    return set;
 }
 
 py::array FeatureView(const py::object& self)
@@ -105,25 +104,23 @@ auto Shows(Get get)
 
 void DefineClass(py::module_& m)
 {
-    py::class_<PointSet, PointSetPtr>(m, "PointSet",
-                                      R"(Points with unit normals, and feature points with histograms. Immutable.
+    py::class_<PointSet, PointSetPtr>(
+        m, "PointSet",
+        R"(Points with unit normals, and feature points with histograms; made by `compute_features`. Immutable.
 
 The arrays it shows are read-only views on its own memory. Points that are not finite or lie where another one lies are
 dropped, so there may be fewer than were given.
 
 Parameters
 ----------
-points : (n, 3) array of float32 or float64
-    Millimetres; kept in single precision.
-normals : (n, 3) array, optional
-    Unit length; a zero normal marks a point without one. Default: estimated, see `estimate_normals`.
-feature_points, feature_normals : (m, 3) arrays, optional
-    Where the features lie. Given together with `features` or not at all.
-features : (m, 33) array, optional
+points, normals : (n, 3) arrays of float32 or float64
+    Millimetres, kept in single precision; normals have unit length, a zero normal marks a point without one.
+feature_points, feature_normals : (m, 3) arrays
+    Where the features lie; at least one.
+features : (m, 33) array
     A histogram for each feature point.)")
-        .def(py::init(&MakePointSet), py::arg("points"), py::arg("normals") = py::none(), py::kw_only(),
-             py::arg("feature_points") = py::none(), py::arg("feature_normals") = py::none(),
-             py::arg("features") = py::none())
+        .def(py::init(&MakePointSet), py::arg("points"), py::arg("normals"), py::kw_only(), py::arg("feature_points"),
+             py::arg("feature_normals"), py::arg("features"))
         .def_property_readonly("points", Shows([](const PointSet& s) -> auto& { return s.GetPoints(); }),
                                "(n, 3) view of float32, millimetres.")
         .def_property_readonly("normals", Shows([](const PointSet& s) -> auto& { return s.GetNormals(); }),

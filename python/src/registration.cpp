@@ -113,14 +113,23 @@ py::dict DerivedSettings(const py::object& fix, const py::object& flt, const std
     return ToDict(Scans(fix, flt, py::none()).SettingsFor(kind, py::none(), py::dict()));
 }
 
-JudgedTrafo RefineByIcp(const PointSet& fix, const PointSet& flt, const py::object& start, const py::object& reference,
-                        const py::object& config, const py::kwargs& keywords)
+/// A scan without features.
+class Surfels : public prereg::CPointSet {
+public:
+    explicit Surfels(const PreparedCloud& scan) : CPointSet(scan.cloud.points, scan.cloud.normals) {}
+};
+
+JudgedTrafo RefineByIcp(const py::object& fixArgument, const py::object& fltArgument, const py::object& start,
+                        const py::object& reference, const py::object& config, const py::kwargs& keywords)
 {
+    const PreparedCloud fixScan = ReadCloud(fixArgument, "fix", std::nullopt);
+    const PreparedCloud fltScan = ReadCloud(fltArgument, "flt", std::nullopt);
     prereg::ConfigurationICP settings;
     Apply(config, keywords, settings);
     const VoAlgo::CTrafo from = start.is_none() ? VoAlgo::CTrafo() : ReadTrafo(start, "start");
     const VoAlgo::CTrafo limits = reference.is_none() ? from : ReadTrafo(reference, "reference");
     const py::gil_scoped_release release;
+    const Surfels fix(fixScan), flt(fltScan);
     const prereg::ICPResult result = fix.ComputeICPRegistration(settings, flt, from, &limits);
     JudgedTrafo judged({result, 1}, result.resultType == 0 ? "" : result.ToString(true));
     judged.tests = TestsOf(result, settings, "refinement");
@@ -284,7 +293,8 @@ KeyboardInterrupt
 
 Parameters
 ----------
-fix, flt : PointSet
+fix, flt : (n, 3) array, (n, 6) array, (points, normals) or PointSet
+    As for `register`.
 start : Trafo or (4, 4) array, default identity
     Maps flt into fix.
 reference : Trafo or (4, 4) array, optional

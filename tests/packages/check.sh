@@ -19,9 +19,7 @@ say "building packages"
 cmake --preset package >/dev/null
 cmake --build --preset package -j "$jobs" >/dev/null
 (cd build/package && cpack -B "$out" >"$out/cpack.log") || { cat "$out/cpack.log"; exit 1; }
-packages=(libvoalgorithms1 libvoalgorithms-dev voalgo-tools)
-[[ ! -e python/CMakeLists.txt ]] || packages+=(python3-voalgorithms)
-for package in "${packages[@]}"; do
+for package in libvoalgorithms1 libvoalgorithms-dev voalgo-tools python3-voalgorithms; do
     dpkg -x "$out/$package"_*.deb "$root"
     [[ -s $root/usr/share/doc/$package/copyright ]] || fail "$package carries no licence"
 done
@@ -55,12 +53,9 @@ cmake --build "$out/sub" -j "$jobs" --target consumer >/dev/null
 "$out/pkg/app" "${pair[@]}" | diff "$out/example.txt" -
 env -u LD_LIBRARY_PATH "$out/sub/consumer" "${pair[@]}" | diff "$out/example.txt" -
 
-python_version=$version
-if [[ " ${packages[*]} " == *python3* ]]; then
 say "the Python module"
 python_dir=$(dirname "$(find "$root/usr/lib/python3" -type d -name voalgorithms)")
-python_version=$(PYTHONPATH=$python_dir python3 -c 'import voalgorithms; print(voalgorithms.__version__)')
-fi
+python_version=$(PYTHONPATH=$python_dir /usr/bin/python3 -c 'import voalgorithms; print(voalgorithms.__version__)')
 
 say "versions"
 same() { # WHAT VERSION
