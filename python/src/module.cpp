@@ -24,6 +24,7 @@ PYBIND11_MODULE(_core, m)
     DefinePointSet(m);
     DefineRegistration(m);
     DefineNumerics(m);
+    DefineNls(m);
     DefineColour(m);
     DefineRunLength(m);
 }

@@ -9,6 +9,7 @@ void DefineTrafo(pybind11::module_& m);
 void DefinePointSet(pybind11::module_& m);
 void DefineRegistration(pybind11::module_& m);
 void DefineNumerics(pybind11::module_& m);
+void DefineNls(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);
 void DefineDocument(pybind11::module_& m);

@@ -60,6 +60,42 @@ def test_mean_shift_finds_separate_blobs(cluster):
         cluster(points, 0.0)
 
 
+def test_nls_against_linear_algebra_and_known_minima():
+    rng = np.random.default_rng(7)
+    A, sigma = rng.normal(size=(40, 3)), rng.uniform(0.5, 2, 40)
+    b = A @ [1.0, -2, 3] + sigma * rng.normal(size=40)
+    fit = vo.nls_solve(lambda p: A @ p - b, [1.0, 1, 1], sigma=sigma, jacobian=lambda p: A)
+    N = A.T @ (A / sigma[:, None] ** 2)
+    np.testing.assert_allclose(fit.parameters, np.linalg.solve(N, A.T @ (b / sigma**2)), atol=1e-6)
+    np.testing.assert_allclose(fit.covariance, np.linalg.inv(N), rtol=1e-6)
+    assert fit and fit.result.endswith("(++)")
+    plain = vo.nls_solve(lambda p: A @ p - b, [1.0, 1, 1])
+    r = A @ plain.parameters - b
+    np.testing.assert_allclose(plain.covariance, r @ r / 37 * np.linalg.inv(A.T @ A), rtol=1e-4)
+    assert plain.rmse == pytest.approx(np.sqrt(r @ r / 40))
+    # With the sum held, by the bordered normal equations; the derivatives are projected.
+    K = np.block([[A.T @ A, np.ones((3, 1))], [np.ones((1, 3)), 0]])
+    held = np.linalg.solve(K, [*(A.T @ b), 5.0])[:3]
+    for jacobian in (None, lambda p: A):
+        sum5 = vo.nls_solve(lambda p: A @ p - b, [1.0, 1, 1], jacobian=jacobian, equalities=([[1.0, 1, 1]], [5.0]))
+        np.testing.assert_allclose(sum5.parameters, held, atol=1e-6)
+
+    def valley(p):
+        return np.array([10 * (p[1] - p[0] ** 2), 1 - p[0]])
+
+    np.testing.assert_allclose(vo.nls_solve(valley, [-1.2, 1.0]).parameters, [1, 1], atol=1e-6)
+    below = vo.nls_solve(valley, [-1.2, 1.0], bounds=[[-np.inf, 0.5], [-np.inf, np.inf]])
+    np.testing.assert_allclose(below.parameters, [0.5, 0.25], atol=1e-6)
+    with pytest.raises(ZeroDivisionError):
+        vo.nls_solve(lambda p: 1 / 0, [1.0])
+    with pytest.raises(ValueError, match=r"jacobian: shape must be \(n, 2\)"):
+        vo.nls_solve(valley, [1.0, 2.0], jacobian=lambda p: np.eye(3))
+    with pytest.raises(ValueError, match="sigma: needs 2 values, has 3"):
+        vo.nls_solve(valley, [1.0, 2.0], sigma=[1.0, 1, 1])
+    with pytest.raises(ValueError, match="equalities: contradict"):
+        vo.nls_solve(valley, [1.0, 2.0], equalities=([[1.0, 0], [1, 0]], [1.0, 2]))
+
+
 def test_run_lengths_come_back():
     rng = np.random.default_rng(5)
     mask = np.repeat(rng.integers(0, 4, 500, dtype=np.uint8), rng.integers(1, 2000, 500))

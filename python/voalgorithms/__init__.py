@@ -13,6 +13,7 @@ Lengths are millimetres, angles radians. A pose of a result maps coordinates of 
 from ._core import (
     Clusters,
     Document,
+    Fit,
     PointSet,
     Registration,
     Result,
@@ -30,6 +31,7 @@ from ._core import (
     icp,
     mean_shift,
     mean_shift_3d,
+    nls_solve,
     point_to_plane,
     procrustes,
     register,

@@ -109,6 +109,13 @@ class Clusters:
     dunn_index: float
     def __len__(self) -> int: ...
 
+class Fit:
+    parameters: NDArray[np.float64]
+    rmse: float
+    result: str
+    covariance: NDArray[np.float64]
+    def __bool__(self) -> bool: ...
+
 class Document:
     def __init__(self, values: dict[str, Any] = ...) -> None: ...
     @staticmethod
@@ -163,6 +170,21 @@ def procrustes(a: ArrayLike, b: ArrayLike, weights: Optional[ArrayLike] = None) 
 def point_to_plane(
     src: ArrayLike, dst: ArrayLike, normals: ArrayLike, weights: Optional[ArrayLike] = None
 ) -> NDArray[np.float64]: ...
+def nls_solve(
+    residual: Callable[[NDArray[np.float64]], ArrayLike],
+    start: ArrayLike,
+    *,
+    sigma: Optional[ArrayLike] = None,
+    jacobian: Optional[Callable[[NDArray[np.float64]], ArrayLike]] = None,
+    bounds: Optional[ArrayLike] = None,
+    equalities: Optional[tuple[ArrayLike, ArrayLike]] = None,
+    inequalities: Optional[tuple[ArrayLike, ArrayLike]] = None,
+    robust: bool = False,
+    max_iterations: int = 100,
+    tau: float = 1e-3,
+    multistarts: int = 0,
+    sampler: Literal["gibbs", "hit-and-run"] = "gibbs",
+) -> Fit: ...
 def convert_colours(colours: ArrayLike, source: _Space, target: _Space) -> NDArray[np.float64]: ...
 def colour_difference(
     a: ArrayLike, b: ArrayLike, formula: Literal["CIEDE2000", "DIN99o"] = "CIEDE2000"
