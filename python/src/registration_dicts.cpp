@@ -36,16 +36,6 @@ py::list ToDicts(const std::vector<T>& items)
     return dicts;
 }
 
-/// What a result type of the refinement means.
-std::string Cause(std::uint32_t type)
-{
-    if (type == 5) return "too few inliers during iteration"; // has no text of its own
-    prereg::ICPResult result;
-    result.resultType = static_cast<std::int32_t>(type);
-    const std::string text = result.ToString(true);
-    return text.substr(0, text.find(" ("));
-}
-
 } // namespace
 
 py::dict ToDict(const Settings& s)
@@ -81,7 +71,8 @@ py::dict ToDict(const prereg::CFPFHPreRegistration::Statistics& s)
 {
     py::list failures;
     for (const auto& [type, count] : s.failures)
-        failures.append(py::dict("resultType"_a = type, "count"_a = count, "cause"_a = Cause(type)));
+        failures.append(
+            py::dict("resultType"_a = type, "count"_a = count, "cause"_a = CauseText(static_cast<std::int32_t>(type))));
     return py::dict("uiNumPolygons"_a = s.uiNumPolygons, "uiNumProposals"_a = s.uiNumProposals,
                     "uiNumSuccessful"_a = s.uiNumSuccessful, "uiNumFailed"_a = s.uiNumFailed, "failures"_a = failures);
 }
