@@ -43,6 +43,7 @@ int main()
     for (int i = 0; i < 5; ++i) probe.AddBounds(i, lower[i], upper[i]);
     VoAlgo::CNLSSolver solver(probe, false, 0);
     solver.SetLogging(false);
+    solver.SetRefinement(true); // not to rest on a bound, or where outliers pull
     Vector p{20, 0.5, 0.5, 1, 50};
     double rmse = 0;
     solver.Run(p, rmse, 200, 1e-3, 10, VoAlgo::CNLSSolver::HitAndRun);

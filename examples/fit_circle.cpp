@@ -39,6 +39,7 @@ int main()
     circle.AddBounds(2, 5, 20);
     VoAlgo::CNLSSolver solver(circle, false, 0);
     solver.SetLogging(false);
+    solver.SetRefinement(true); // not to rest on a bound, or where outliers pull
     Vector p{0, 0, 8};
     double rmse = 0;
     solver.Run(p, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs);

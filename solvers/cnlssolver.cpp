@@ -73,7 +73,7 @@ CNLSSolver::EResult CNLSSolver::run(TVector<double>& params, double& rmse, int m
     while (iterations < maxIter) {
         ++iterations;
         const auto result = iterate(fit, iterations);
-        if (result == SmallStep && judgeByWeights(fit, tau)) continue;
+        if (refinement_ && result == SmallStep && judgeByWeights(fit, tau)) continue;
         if (result) return stopAt(*result);
     }
     return stopAt(MaxIterExceeded);
@@ -88,9 +88,8 @@ void CNLSSolver::setDamping(Fit& fit, double tau)
     fit.nu = 1; // deliberate: so the first rejection repeats the step, and only the second one raises mu
 }
 
-/// Steps are judged by the unweighted residuals at first. With weights their decrease and the predicted one differ in
-/// unit and minimum, so that the fit comes to rest early; then it goes on with steps that are judged by the weighted
-/// ones. False when it did already, or when both are the same.
+/// Goes on after a rest with steps that are judged by the weighted residuals. False when they were already, or when
+/// these are the same as the unweighted ones.
 bool CNLSSolver::judgeByWeights(Fit& fit, double tau)
 {
     if (fit.weighted || std::all_of(fit.w.begin(), fit.w.end(), [](double e) { return e == 1; })) return false;
@@ -145,9 +144,7 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
     TVector<double> full;
     if (!fit.system.Solve(fit.N, fit.mu, -fit.g, full)) return LSSolutionFailed;
     ETrial trial = tryStep(fit, fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full);
-    // The plain projection onto a row makes no descent where the full step is far from the gradient's direction, and a
-    // second row at hand stops it: that is no end of the fit.
-    if (fit.constrained && (trial == Rejected || trial == Small))
+    if (refinement_ && fit.constrained && (trial == Rejected || trial == Small))
         if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step);
     switch (trial) {
     case Small:
@@ -168,6 +165,7 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
     return std::nullopt;
 }
 
+/// What a step must lower.
 double CNLSSolver::sumOfSquares(const Fit& fit, const TVector<double>& r)
 {
     if (!fit.weighted) return r.Dot(r);

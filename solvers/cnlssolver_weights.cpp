@@ -23,6 +23,21 @@ double MAD(const TVector<double>& values, TVector<double>& work)
     return detail::Quantile(work, 0.5);
 }
 
+/// Median distance from 0: at least half of the residuals have a weight at this scale. `work` is overwritten.
+double MedianMagnitude(const TVector<double>& r, TVector<double>& work)
+{
+    work = r;
+    for (double& e : work) e = std::abs(e);
+    return detail::Quantile(work, 0.5);
+}
+
+/// How many residuals have a weight at a scale.
+std::size_t CountWithin(const TVector<double>& r, double scale)
+{
+    return static_cast<std::size_t>(
+        std::count_if(r.begin(), r.end(), [scale](double e) { return !(std::abs(e / scale) > TukeyConstant); }));
+}
+
 } // namespace
 
 double CNLSSolver::psiHuber(double u)
@@ -37,6 +52,7 @@ double CNLSSolver::psiTukey(double u)
     return std::abs(u) <= TukeyConstant ? u * (complement * complement) : 0;
 }
 
+/// 1/σ² for each residual, times the biweight of a robust fit. False when there are not m standard deviations.
 bool CNLSSolver::computeWeight(const TVector<double>& r, TVector<double>& w)
 {
     w = problem_.StdDev();
@@ -44,14 +60,9 @@ bool CNLSSolver::computeWeight(const TVector<double>& r, TVector<double>& w)
     for (double& e : w) e = 1 / (e * e);
     if (!robust_) return true;
     double scale = MAD(r, work_) / MADOfNormal;
-    const auto kept =
-        std::count_if(r.begin(), r.end(), [scale](double e) { return !(std::abs(e / scale) > TukeyConstant); });
-    if (kept < static_cast<std::ptrdiff_t>(problem_.GetFreeVariablesIndices().Size())) {
-        // The fit is far off: the residuals lie close together, but on one side, and hardly any keeps a weight. With
-        // their distance from 0 as the scale, at least half of them do.
-        for (std::size_t i = 0; i < r.Size(); ++i) work_.Data()[i] = std::abs(r.Data()[i]);
-        scale = detail::Quantile(work_, 0.5) / MADOfNormal;
-    }
+    // Far off, the residuals lie close together on one side of 0: hardly any has a weight, and no step is determined.
+    if (refinement_ && CountWithin(r, scale) < problem_.GetFreeVariablesIndices().Size())
+        scale = MedianMagnitude(r, work_) / MADOfNormal;
     for (std::size_t i = 0; i < w.Size(); ++i) {
         const double u = r.Data()[i] / scale;
         w.Data()[i] *= psiTukey(u) / u; // deliberate: not-a-number for a residual of exactly 0

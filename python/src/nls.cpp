@@ -145,7 +145,7 @@ struct Fit {
 
 Fit Solve(const py::object& residual, const py::object& start, const py::object& sigma, const py::object& jacobian,
           const py::object& bounds, const py::object& equalities, const py::object& inequalities, bool robust,
-          int maxIterations, double tau, int multistarts, const std::string& sampler)
+          bool refinement, int maxIterations, double tau, int multistarts, const std::string& sampler)
 {
     if (sampler != "gibbs" && sampler != "hit-and-run")
         throw py::value_error("sampler: must be gibbs or hit-and-run, is " + sampler);
@@ -156,6 +156,7 @@ Fit Solve(const py::object& residual, const py::object& start, const py::object&
     AddSystems(problem, equalities, inequalities);
     CNLSSolver solver(problem, robust, 0);
     solver.SetLogging(false);
+    solver.SetRefinement(refinement);
     double rmse = 0.0;
     const CNLSSolver::EResult result = solver.Run(params, rmse, maxIterations, tau, multistarts,
                                                   sampler == "gibbs" ? CNLSSolver::Gibbs : CNLSSolver::HitAndRun);
@@ -191,8 +192,9 @@ enter; rows and columns of parameters that are constant or not determined are 0.
         });
     m.def("nls_solve", &Solve, py::arg("residual"), py::arg("start"), py::kw_only(), py::arg("sigma") = py::none(),
           py::arg("jacobian") = py::none(), py::arg("bounds") = py::none(), py::arg("equalities") = py::none(),
-          py::arg("inequalities") = py::none(), py::arg("robust") = false, py::arg("max_iterations") = 100,
-          py::arg("tau") = 1e-3, py::arg("multistarts") = 0, py::arg("sampler") = "gibbs",
+          py::arg("inequalities") = py::none(), py::arg("robust") = false, py::arg("refinement") = true,
+          py::arg("max_iterations") = 100, py::arg("tau") = 1e-3, py::arg("multistarts") = 0,
+          py::arg("sampler") = "gibbs",
           R"(Nonlinear least squares under linear constraints (damped Gauss-Newton).
 
 Minimises the sum of (residual / sigma)^2. What `residual` and `jacobian` raise ends the fit.
@@ -216,6 +218,9 @@ inequalities : (A, b), optional
     A p <= b, A of shape (k, n).
 robust : bool, default False
     Weigh residuals by Tukey's biweight: outliers count little. Fit plainly first and robustly from there.
+refinement : bool, default True
+    Go on to the minimum where the plain iteration comes to rest beside it: on bounds and other inequalities, and with
+    weights. False: the plain iteration.
 max_iterations : int, default 100
     Of one fit.
 tau : float, default 1e-3

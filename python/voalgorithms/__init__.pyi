@@ -180,6 +180,7 @@ def nls_solve(
     equalities: Optional[tuple[ArrayLike, ArrayLike]] = None,
     inequalities: Optional[tuple[ArrayLike, ArrayLike]] = None,
     robust: bool = False,
+    refinement: bool = True,
     max_iterations: int = 100,
     tau: float = 1e-3,
     multistarts: int = 0,

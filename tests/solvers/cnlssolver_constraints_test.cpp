@@ -77,10 +77,11 @@ struct Outcome {
 };
 
 Outcome Fit(VoAlgo::CNLSObjectiveFunction& problem, Vector start, int multistarts = 0,
-            CNLSSolver::ESampler sampler = CNLSSolver::Gibbs, int maxIter = 500)
+            CNLSSolver::ESampler sampler = CNLSSolver::Gibbs, int maxIter = 500, bool refine = false)
 {
     const CerrCapture capture;
     CNLSSolver solver(problem, false, 0);
+    solver.SetRefinement(refine);
     Outcome outcome;
     outcome.params = std::move(start);
     outcome.result = solver.Run(outcome.params, outcome.rmse, maxIter, 1e-3, multistarts, sampler);
@@ -162,8 +163,8 @@ Vector Centre(const Watched& problem, std::size_t n)
     return Vector(n, problem.GetInequalitiesRHS().MaxAbs() > 500 ? 1000.0 : 0.3);
 }
 
-// Convex problems have one minimum, which enumeration finds. Catches stops at corners and on rows that the fit should
-// leave again, steps through rows, and drift.
+// Convex problems have one minimum, which enumeration finds and a refined fit reaches. Catches stops at corners and on
+// rows that the fit should leave again, steps through rows, and drift.
 TEST(CNLSSolverConstraints, FitsReachTheConstrainedMinimumAndStayInside)
 {
     std::mt19937 engine(6);
@@ -174,7 +175,7 @@ TEST(CNLSSolverConstraints, FitsReachTheConstrainedMinimumAndStayInside)
         Watched problem = RandomProblem(engine, n, trial % 6);
         Vector start = Centre(problem, n);
         if (trial % 4 == 0) start = problem.M.Row(0) * 100.0; // outside
-        const Outcome fit = Fit(problem, start);
+        const Outcome fit = Fit(problem, start, 0, CNLSSolver::Gibbs, 500, true);
         constructed += fit.log.find("constructed") != std::string::npos ? 1 : 0;
         const double minimum =
             ConstrainedMinimum(problem.M, problem.y, problem.GetInequalitiesLHS(), problem.GetInequalitiesRHS());
@@ -249,6 +250,16 @@ TEST(CNLSSolverConstraints, StepsAreCutBackAndSlide)
     for (const Vector& p : slanted.places) EXPECT_NEAR(p[0] + p[1], 1, 1e-15);
     EXPECT_NEAR(slid.params[0], 0, 1e-9);
     EXPECT_THAT(slid.log, Not(HasSubstr("warning")));
+
+    // A corner ends a plain fit, and rows at the start are never left; a refined fit goes on.
+    Watched corner(Matrix::Identity(2), {3, 4});
+    corner.AddLowerBound(0, 0);
+    corner.AddLowerBound(1, 0);
+    const Outcome rest = Fit(corner, {0, 0});
+    EXPECT_EQ(rest.result, CNLSSolver::SmallStep);
+    EXPECT_EQ(rest.params, (Vector{0, 0}));
+    EXPECT_LT((Fit(corner, {0.01, 0}).params - Vector{3, 0}).MaxAbs(), 1e-9);
+    EXPECT_LT((Fit(corner, {0.01, 0}, 0, CNLSSolver::Gibbs, 500, true).params - Vector{3, 4}).MaxAbs(), 1e-9);
 }
 
 TEST(CNLSSolverConstraints, InfeasibleStartsAreReplaced)

@@ -16,19 +16,26 @@ class CNLSObjectiveFunction;
 ///
 /// With residuals r, their derivatives J, weights W = diag(1/σᵢ²) and damping µ, a step h solves
 /// (JᵀWJ + µI)·h = −JᵀWr. It is accepted when it lowers ‖r‖²; µ then falls as the decrease that the linear model
-/// predicted comes true, otherwise µ rises. Weights other than 1 put the minimum elsewhere: once such a fit has come to
-/// rest it goes on, judging steps by rᵀWr.
+/// predicted comes true, otherwise µ rises.
 ///
-/// A step that would leave the polytope ends on the first row in its way; from a row the next step slides along.
-/// Where that leads nowhere, at corners and on rows that the fit should leave again, the best step along any of
-/// the rows there is taken instead. No iterate is outside by more than rounding, and bounds are met to the bit.
-/// (Derivatives by differences look a little beyond.) A start outside is replaced by a vertex of the polytope.
+/// A step that would leave the polytope ends on the first row in its way; from a row the next step slides along it, up
+/// to the next. No iterate is outside by more than rounding, and bounds are met to the bit. (Derivatives by differences
+/// look a little beyond.) A start outside is replaced by a vertex of the polytope.
 ///
 /// Robust: residuals weigh less the larger they are, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale, and
-/// nothing beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil (or
-/// the median of |r| ÷ 0.6745 while fewer residuals than free variables would keep a weight). Fit plainly first and
-/// robustly from there: far from the solution all residuals look like outliers. Deliberate: a residual of exactly 0 has
-/// no such weight (0 ÷ 0), and the fit ends with "LS solution failed".
+/// nothing beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil.
+/// Fit plainly first and robustly from there: far from the solution all residuals look like outliers. Deliberate: a
+/// residual of exactly 0 has no such weight (0 ÷ 0), and the fit ends with "LS solution failed".
+///
+/// These rules may come to rest ("small step size") beside the minimum of rᵀWr:
+/// - on rows: the slid step need not be a descent, a corner ends the fit, and a start on a bound never leaves it;
+/// - with weights other than 1, since steps must lower the unweighted residuals;
+/// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
+///
+/// `SetRefinement(true)` goes on there: in an iteration whose slid step is not accepted, the best step along any of the
+/// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; and while
+/// fewer residuals than free variables have a robust weight, the scale is the median of |r| ÷ 0.6745. Fits without
+/// inequalities and with weights of 1 are the same with and without.
 ///
 /// Bad input ends as a result, never as an exception (of ours; what `Error` throws passes through), and every call
 /// ends:
@@ -86,6 +93,8 @@ public:
     void SetLogging(bool logging) { logging_ = logging; }
     /// Overrides the constructor's choice.
     void SetRobustness(bool robust) { robust_ = robust; }
+    /// Whether fits go on to the minimum where the plain iteration comes to rest beside it, see above. Default: no.
+    void SetRefinement(bool refinement) { refinement_ = refinement; }
     /// Kept, but without influence: steps are always projected.
     void SetUseProjectionOfUpdates(bool use) { useProjectionOfUpdates_ = use; }
 
@@ -140,6 +149,7 @@ private:
     bool useProjectionOfUpdates_ = true;
     bool robust_;
     int samplingSweeps_;
+    bool refinement_ = false;
 };
 
 } // namespace VoAlgo
