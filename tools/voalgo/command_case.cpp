@@ -8,8 +8,10 @@
 #include "errors.h"
 #include "files.h"
 #include "output_directory.h"
+#include "report_page.h"
 #include "sampling.h"
 #include "settings_options.h"
+#include "stopwatch.h"
 
 #include <CLI/CLI.hpp>
 
@@ -34,6 +36,7 @@ struct Arguments {
     CloudOptions clouds;
     SettingsOptions settings;
     std::string directory;
+    std::string report; ///< file
     std::string pipe;
     bool json = false;
     bool quiet = false;
@@ -72,6 +75,8 @@ PreparedCloud CloudOf(const prereg::CFPFHPointSet& set, const std::string& name)
 
 int RunCase(const Arguments& a)
 {
+    const Stopwatch watch;
+    Times times;
     Console console(a.quiet  ? Console::Mode::Quiet
                     : a.json ? Console::Mode::WithoutProgress
                              : Console::Mode::Talkative);
@@ -84,8 +89,11 @@ int RunCase(const Arguments& a)
                         flt = CloudOf(fltSet, a.file + ": FltPointSet");
     const prereg::ConfigurationFPFH& config = stored.registration.GetMatchingConfig();
     RequireRanges(config, a.file);
+    times.reading = watch.Seconds();
     const Settings settings = SettingsWith(config, stored.notes.preset, fix.cloud, flt.cloud);
+    times.settings = watch.Seconds() - times.reading;
     if (!a.directory.empty()) PrepareOutput(a.directory);
+    if (!a.report.empty()) WriteText(a.report, ""); // before the search, not after it, is the time to fail
 
     const Registration registration =
         Register({&fixSet, [](const auto*) {}}, {&fltSet, [](const auto*) {}}, settings,
@@ -96,6 +104,7 @@ int RunCase(const Arguments& a)
     const Report report{fix, flt, settings, registration, clouds.unit, clouds.MmPerUnit(), stored.notes.preset};
     Print(report, a.json);
     if (!a.directory.empty()) WriteOutput(a.directory, report);
+    if (!a.report.empty()) WriteText(a.report, ReportPage(report, times));
     return registration.reason.empty() ? Done : NothingFound;
 }
 
@@ -137,6 +146,7 @@ Examples:
   voalgo case pack front.ply side.ply --out case.bson
   voalgo case show case.bson
   voalgo case run case.bson --out result
+  voalgo case run case.bson --report report.html     # a page to look at, as of voalgo register
   voalgo case receive --out case.bson                # waits; in another window or program:
   voalgo case send case.bson)";
 
@@ -178,6 +188,7 @@ void AddCase(CLI::App& tool, int& exitCode)
     CLI::App* run = add("run", "Register the scans of a case", RunCase);
     takesFile(run);
     run->add_option("--out", a->directory, "Directory for the results, as of voalgo register");
+    run->add_option("--report", a->report, "File for a page (HTML) that shows the outcome, as of voalgo register");
     run->add_flag("--json", a->json, "Print the results as JSON");
     isQuiet(run);
 

@@ -8,10 +8,10 @@
 #include "report.h"
 #include "report_page.h"
 #include "settings_options.h"
+#include "stopwatch.h"
 
 #include <CLI/CLI.hpp>
 
-#include <chrono>
 #include <memory>
 
 namespace voalgo {
@@ -28,17 +28,6 @@ struct Arguments {
     std::string report; ///< file
     bool json = false;
     bool quiet = false;
-};
-
-class Stopwatch {
-public:
-    [[nodiscard]] double Seconds() const
-    {
-        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-    }
-
-private:
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 int Run(const Arguments& a)
