@@ -157,6 +157,16 @@ TEST(ToolReport, HoldsTheRunAndLoadsNothing)
     json again = DataOf(place.Read("b.html"));
     for (json* d : {&data, &again}) d->erase("seconds");
     EXPECT_TRUE(data == again) << "the same inputs give the same page, save for the times";
+
+    ASSERT_EQ(place.Run("case run a/case.bson --quiet --report c.html").exitCode, 0);
+    json repeated = DataOf(place.Read("c.html"));
+    repeated.erase("seconds");
+    for (const char* scan : {"fix", "flt"}) {
+        EXPECT_EQ(repeated[scan]["file"], std::string("a/case.bson: F") + (scan + 1) + "PointSet");
+        EXPECT_TRUE(repeated[scan]["cloud"] == data[scan]["cloud"]) << scan;
+        for (json* d : {&data, &repeated}) d->erase(scan);
+    }
+    EXPECT_TRUE(data == repeated) << "a case gives the page of its registration";
 }
 
 /// Nothing found: the causes, the poses that came near, and the tests that they failed; also for a given pose, for
@@ -195,6 +205,48 @@ TEST(ToolReport, IsOfUseForRefusals)
     EXPECT_EQ(unwritable.exitCode, 3);
     EXPECT_THAT(unwritable.errors, HasSubstr("none/r.html"));
     EXPECT_EQ(unwritable.output, "") << "said before the search";
+}
+
+/// A limit on the overlap area holds for the pose of the search and for that of the verification, which lies a little
+/// beside it with so few samples; the table says which one failed and by how much.
+TEST(ToolReport, ShowsTheTestOfTheOverlapArea)
+{
+    const Workplace place;
+    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --quiet --out found").exitCode, 0);
+    const auto dataWith = [&](double minArea) {
+        place.Write("area.json",
+                    R"({"icpConfig": {"uiNumSamples": 40, "dMinOverlapArea": )" + std::to_string(minArea) + "}}");
+        const Outcome run =
+            place.Run("register " + Fix + ' ' + Flt +
+                      " --start found/pose.txt --config area.json --threads 1 --quiet --report area.html");
+        json data = DataOf(place.Read("area.html"));
+        EXPECT_EQ(run.exitCode, data["found"] ? 0 : 2) << run.errors;
+        return data;
+    };
+    const json free = dataWith(0.0)["poses"][0];
+    for (const json& test : free["tests"]) EXPECT_NE(test["setting"], "dMinOverlapArea") << "there is no limit";
+    const double verified = free["fStop_OverlapArea"], searched = dataWith(1e9)["poses"][0]["fStop_OverlapArea"];
+    ASSERT_GT(verified, 0.0);
+    ASSERT_GT(searched, verified + 0.1) << "the pair no longer shows the difference";
+
+    struct Row {
+        double limit, value;
+        const char *stage, *outcome;
+    };
+    for (const Row& row : {Row{0.9 * verified, verified, "both sides", "passed"},
+                           Row{0.5 * (verified + searched), verified, "both sides", "failed"},
+                           Row{1.1 * searched, searched, "search", "failed"}}) {
+        const json data = dataWith(row.limit), pose = data["poses"][0], test = pose["tests"].back();
+        EXPECT_EQ(data["reason"], row.outcome == std::string("passed") ? "" : "overlap too small");
+        EXPECT_EQ(pose["objection"], data["reason"]);
+        EXPECT_EQ(CountOutcome(pose, "passed"), pose["tests"].size() - (data["found"] ? 0 : 1)) << pose["tests"];
+        ExpectConsistent(pose);
+        EXPECT_NEAR(test["limit"], row.limit, 1e-6); // as many decimals as the configuration states
+        EXPECT_NEAR(test["value"], row.value, 1e-3);
+        const json expected = {{"name", "Overlap area"}, {"stage", row.stage}, {"setting", "dMinOverlapArea"},
+                               {"unit", "mm2"},          {"isAtMost", false},  {"outcome", row.outcome}};
+        for (const auto& [key, value] : expected.items()) EXPECT_EQ(test[key], value) << key;
+    }
 }
 
 /// A page of many points stays small: it holds at most 150,000 of each cloud, and all of a smaller one.

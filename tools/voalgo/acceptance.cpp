@@ -70,6 +70,7 @@ std::vector<AcceptanceTest> TestsOf(const prereg::ICPResult& r, const prereg::Co
     const double pairs = std::round(static_cast<double>(r.fStart_OverlapRatio) * config.uiNumSamples);
     const bool isIterated = r.resultType == 0 || r.resultType >= 6;
     const bool isGraded = isIterated && r.fStop_OverlapRatio >= 0.0F;
+    const bool isAreaTooSmall = r.resultType == 8 && r.fStop_OverlapArea >= 0.0F; // all others were passed
 
     std::vector<AcceptanceTest> tests;
     const auto add = [&](const AcceptanceTest& test, bool isReached) {
@@ -100,10 +101,20 @@ std::vector<AcceptanceTest> TestsOf(const prereg::ICPResult& r, const prereg::Co
         test.name = "Turn and movement from the start";
         test.setting = "dMaxRotationDistance, dMaxMovement";
         test.value = test.limit = Unknown;
-        test.outcome = r.resultType == 6 ? Outcome::Failed : r.resultType == 0 ? Outcome::Passed : Outcome::NotRun;
-        add(test, r.resultType == 6 || r.resultType == 0);
+        test.outcome = r.resultType == 6 ? Outcome::Failed : Outcome::Passed;
+        add(test, r.resultType == 6 || r.resultType == 0 || isAreaTooSmall);
     }
+    if (config.dMinOverlapArea > 0.0) tests.push_back(AreaTest(r, config, stage));
     return tests;
+}
+
+AcceptanceTest AreaTest(const prereg::ICPResult& r, const prereg::ConfigurationICP& config, const std::string& stage)
+{
+    const AcceptanceTest test = AtLeast("Overlap area", "dMinOverlapArea", "mm2",
+                                        static_cast<double>(r.fStop_OverlapArea), config.dMinOverlapArea);
+    AcceptanceTest reached = r.fStop_OverlapArea >= 0.0F ? test : NotReached(test);
+    reached.stage = stage;
+    return reached;
 }
 
 std::string CauseText(std::int32_t resultType)

@@ -32,6 +32,11 @@ AcceptanceTest AtLeast(std::string name, std::string setting, std::string unit, 
 std::vector<AcceptanceTest> TestsOf(const prereg::ICPResult& result, const prereg::ConfigurationICP& config,
                                     const std::string& stage, double minSmallBigRatio = 0.0);
 
+/// The driver's own test of the overlap area, which comes after those of a refinement; not reached while the area is
+/// -1.
+AcceptanceTest AreaTest(const prereg::ICPResult& result, const prereg::ConfigurationICP& config,
+                        const std::string& stage);
+
 /// What a result type of the refinement means, in words.
 std::string CauseText(std::int32_t resultType);
 

@@ -18,9 +18,21 @@ namespace {
 using prereg::CFPFHPointSet;
 using prereg::CFPFHPreRegistration;
 
+constexpr std::int32_t OverlapTooSmall = 8; // result type
+
 double Now()
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// The pose that the search found kept the limit on the area, if there is one; the verification has moved it since.
+void JudgeArea(JudgedTrafo& judged, const CFPFHPreRegistration& driver)
+{
+    const prereg::ConfigurationICP& icp = driver.GetMatchingConfig().icpConfig;
+    if (!judged.objection.empty() || !(icp.dMinOverlapArea > 0.0)) return;
+    judged.fStop_OverlapArea = driver.EstimateOverlapArea(judged.trafo);
+    judged.tests.push_back(AreaTest(judged, icp, "both sides"));
+    if (judged.tests.back().outcome == AcceptanceTest::Outcome::Failed) judged.objection = CauseText(OverlapTooSmall);
 }
 
 /// The driver's search in steps: until enough proposals agree on one pose that passes the verification.
@@ -91,6 +103,7 @@ private:
             if (std::find(refused_.begin(), refused_.end(), result.trafo) != refused_.end()) continue;
             JudgedTrafo judged = Verify(*fix_, *flt_, settings_.verification, result);
             judged.tests.insert(judged.tests.begin(), Agreed(result, minClusterSize));
+            JudgeArea(judged, driver_);
             if (judged.objection.empty()) {
                 const auto isSame = [&](const JudgedTrafo& other) { return IsSamePose(other.trafo, judged.trafo); };
                 if (std::none_of(confirmed.begin(), confirmed.end(), isSame)) confirmed.push_back(std::move(judged));
@@ -262,6 +275,7 @@ Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings
     JudgedTrafo judged(found, {});
     if (found.resultType == 0) {
         judged = Verify(*fixSet, *fltSet, settings.verification, found);
+        JudgeArea(judged, driver);
     } else {
         const bool isLean = fixSet->IsTooLean(settings.config) || fltSet->IsTooLean(settings.config);
         judged.objection = isLean ? "too few features" : CauseText(found.resultType);

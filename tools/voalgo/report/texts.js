@@ -9,7 +9,7 @@ export const CAUSES = {
     5: ["Too few pairs agreed while the pose was refined.", "As above."],
     6: ["The refined pose lies farther from its start than allowed.", "Raise dMaxRotationDistance or dMaxMovement, or start nearer."],
     7: ["Points lay near each other, but their surroundings differ or their normals disagree.", "Check the normals; clutter around the object counts too (dMinSmallBigRatio, dMaxErrorRatio)."],
-    8: ["Too small a part of FLT lies on FIX.", "If the scans share little, lower dMinOverlapRatio and search longer (--preset thorough)."],
+    8: ["Too small a part of FLT lies on FIX.", "If the scans share little, lower dMinOverlapRatio (or a dMinOverlapArea that was set) and search longer (--preset thorough)."],
     9: ["The surfaces lie on each other, but not closely enough.", "If the scans are noisier than their points tell, raise dMaxRMSE."],
 };
 
@@ -26,7 +26,7 @@ export const ADVICE = [
     [/too few proposals agree/, "Right poses are usually found several times. Search longer: --preset thorough, or a larger uiNumPolygons."],
     [/neighbourhoods of the scans differ/, "Where one scan has points the other should have them too. Clutter, another state of the object or a wrong pose break that."],
     [/RMSE/, "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise (raise dMaxRMSE), a pattern means a wrong pose or a bent object."],
-    [/overlap/, "The scans may share too little. Lower dMinOverlapRatio and search longer (--preset thorough)."],
+    [/overlap/, "The scans may share too little. Lower dMinOverlapRatio, or a dMinOverlapArea that was set, and search longer (--preset thorough)."],
     [/mismatch/, "Normals disagree where the surfaces meet, or points lack a partner though others lie near: the tests below tell which. Check that both scans' normals point outwards (--viewpoint)."],
     [/different poses/, "Seen from FIX and from FLT the refinement ends in different places: the shape does not decide between them."],
     [/no proposed pose passed/, "Look at the causes below: if most lack overlap, check the units and whether the scans share a part at all; then search longer (--preset thorough)."],
