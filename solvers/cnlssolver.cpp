@@ -143,9 +143,10 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
     if (fit.g.MaxAbs() <= detail::SmallChange || fit.r.MaxAbs() <= detail::SmallChange) return SmallGradient;
     TVector<double> full;
     if (!fit.system.Solve(fit.N, fit.mu, -fit.g, full)) return LSSolutionFailed;
-    ETrial trial = tryStep(fit, fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full);
+    const TVector<double> h = fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full;
+    ETrial trial = tryStep(fit, h, !(h == full));
     if (refinement_ && fit.constrained && (trial == Rejected || trial == Small))
-        if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step);
+        if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step, true);
     switch (trial) {
     case Small:
         return SmallStep;
@@ -174,13 +175,13 @@ double CNLSSolver::sumOfSquares(const Fit& fit, const TVector<double>& r)
     return sum;
 }
 
-/// Evaluates the objective at z + h and, when that is better, goes there.
-CNLSSolver::ETrial CNLSSolver::tryStep(Fit& fit, const TVector<double>& h)
+/// Evaluates the objective at z + h and, when that is better, goes there. A cut step ends on rows.
+CNLSSolver::ETrial CNLSSolver::tryStep(Fit& fit, const TVector<double>& h, bool cut)
 {
     fit.zNew = fit.z;
     fit.zNew += h;
     if (fit.constrained) {
-        settle(fit.A, fit.b, fit.zNew);
+        if (cut || !checkConstraints(fit.A, fit.b, fit.zNew)) settle(fit.A, fit.b, fit.zNew);
         if (!checkConstraints(fit.A, fit.b, fit.zNew))
             log("(NLS) warning: intermediate solution violates constraints\n");
     }

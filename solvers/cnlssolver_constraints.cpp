@@ -63,11 +63,16 @@ bool CNLSSolver::checkConstraints(const TMatrix<double>& A, const TVector<double
     return true;
 }
 
-/// Moves every half-space inward by a distance.
+/// Moves every half-space inward by a distance; by four roundings of its own where those are more, so that it does
+/// move.
 void CNLSSolver::shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon)
 {
-    for (std::size_t i = 0; i < b.Size(); ++i)
-        if (const double norm = detail::RowNorm(A, i); norm > 0) b[i] = (b[i] / norm - epsilon) * norm;
+    for (std::size_t i = 0; i < b.Size(); ++i) {
+        const double norm = detail::RowNorm(A, i);
+        if (norm == 0 || !std::isfinite(b[i])) continue;
+        const double distance = b[i] / norm;
+        b[i] = (distance - std::max(epsilon, 4 * MachineEpsilon * std::abs(distance))) * norm;
+    }
 }
 
 /// Replaces a start outside of the constraints by a vertex of a slightly smaller polytope.
@@ -88,7 +93,7 @@ bool CNLSSolver::makeFeasible(Fit& fit)
     }
     log("(NLS) constructed initial feasible solution\n");
     fit.z = lp.GetSolution(nullptr);
-    settle(fit.A, fit.b, fit.z);
+    if (!checkConstraints(fit.A, fit.b, fit.z)) settle(fit.A, fit.b, fit.z);
     PrintVector(fit.z);
     return true;
 }
@@ -118,9 +123,9 @@ void CNLSSolver::settle(const TMatrix<double>& A, const TVector<double>& b, TVec
 /// The step h from z, cut back where it meets the nearest row ahead. When z is on that row already, the step is
 /// projected onto it, and cut back where it meets the next one.
 ///
-/// In exact arithmetic a row at slack 0 is met at distance 0, and one parallel to the step never. Rounding must not
-/// decide about either: a z that a step has put on a row may be a few roundings on either side of it, and beyond it the
-/// row would lie behind.
+/// In exact arithmetic a row at slack 0 is met at distance 0, also by steps that lead inward, and one parallel to the
+/// step never. Rounding must not decide about either: a z that a step has put on a row may be a few roundings on either
+/// side of it, and beyond it the row would lie behind.
 TVector<double> CNLSSolver::cutBack(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
                                     const TVector<double>& h, bool projected)
 {
@@ -133,7 +138,8 @@ TVector<double> CNLSSolver::cutBack(const TMatrix<double>& A, const TVector<doub
         const double rate = detail::RowDot(A, i, d);
         const double slack = b[i] - detail::RowDot(A, i, z);
         if (std::abs(rate) <= detail::Rounding(A.Cols(), detail::RowNorm(A, i))) continue;
-        const bool onRow = std::abs(slack) <= detail::SlackRounding(A, b, i, z) || (slack < 0 && rate > 0);
+        const double rounding = detail::SlackRounding(A, b, i, z);
+        const bool onRow = rate > 0 ? slack <= rounding : slack <= 0 && slack >= -rounding;
         const double ahead = onRow ? 0 : slack / rate;
         if (!(ahead >= 0 && ahead < distance)) continue;
         distance = ahead;
@@ -147,18 +153,23 @@ TVector<double> CNLSSolver::cutBack(const TMatrix<double>& A, const TVector<doub
     return length > distance ? d * distance : h;
 }
 
-/// The chord of the polytope through p along d is [p − lo·d, p + hi·d]; infinite where there is no bound. For a p
-/// outside, one of the two is negative, or their sum is: the line misses the polytope.
+/// The chord of the polytope through p along d is [p − lo·d, p + hi·d]; infinite where there is no bound. That is so
+/// for a p inside. On a row or beyond, crossings are sorted by the side on which they lie, which is not always that of
+/// the row; a refined fit sorts by the direction in which the row bounds. For a p outside, one of the two is then
+/// negative, or their sum is: the line misses the polytope.
 void CNLSSolver::distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
-                                       const TVector<double>& d, double& lo, double& hi)
+                                       const TVector<double>& d, double& lo, double& hi) const
 {
     lo = Infinity;
     hi = Infinity;
     for (std::size_t i = 0; i < b.Size(); ++i) {
         const double rate = detail::RowDot(A, i, d);
+        if (rate == 0) continue;
         const double distance = (b[i] - detail::RowDot(A, i, p)) / rate;
-        if (rate > 0) hi = std::min(hi, distance);
-        if (rate < 0) lo = std::min(lo, -distance);
+        if (refinement_ ? rate > 0 : distance > 0)
+            hi = std::min(hi, distance);
+        else
+            lo = std::min(lo, -distance);
     }
 }
 

@@ -92,19 +92,21 @@ bool CNLSSolver::warmUp(const TVector<double>& start, TVector<double>& point, ES
     return false;
 }
 
-/// Moves p along d by a uniform draw from its chord; not at all when that is empty or a side of it has no bound.
+/// Moves p along d by a uniform draw from its chord. In a refined fit not at all when that is empty or a side of it has
+/// no bound; a plain one draws from what it is, and the walk ends outside or at infinity.
 void CNLSSolver::moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d,
-                           TVector<double>& p, Random& random)
+                           TVector<double>& p, Random& random) const
 {
     double lo = 0;
     double hi = 0;
     distanceToConstraints(A, b, p, d, lo, hi);
-    if (!(lo + hi >= 0) || !std::isfinite(lo + hi)) return;
+    if (refinement_ && (!(lo + hi >= 0) || !std::isfinite(lo + hi))) return;
     const double step = random.uniform(-lo, hi);
     for (std::size_t i = 0; i < p.Size(); ++i) p[i] += step * d[i];
 }
 
-void CNLSSolver::sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random)
+void CNLSSolver::sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p,
+                             Random& random) const
 {
     TVector<double> axis(p.Size());
     for (std::size_t j = 0; j < p.Size(); ++j) {
@@ -114,7 +116,8 @@ void CNLSSolver::sampleGibbs(const TMatrix<double>& A, const TVector<double>& b,
     }
 }
 
-void CNLSSolver::sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random)
+void CNLSSolver::sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p,
+                                 Random& random) const
 {
     std::normal_distribution<double> normal;
     TVector<double> direction(p.Size());

@@ -272,6 +272,13 @@ TEST(CNLSSolverConstraints, InfeasibleStartsAreReplaced)
     EXPECT_THAT(fit.log, HasSubstr(",\t-2;\n(NLS) iter. 0"));
     EXPECT_NEAR(fit.params[0], 0, 1e-12);
     EXPECT_NEAR(Fit(problem, {5, 5}).params[1], 0.25, 1e-9);
+    for (const double scale : {1e2, 1e5}) { // the constructed start lies off its rows, whatever the magnitude
+        Watched far(Matrix{{scale, 0}, {0, scale}}, {2.5, 2.25});
+        for (int j : {0, 1}) far.AddBounds(j, 2 / scale, 3 / scale);
+        Watched large(Matrix{{1, 0}, {0, 1}}, {2.5 * scale, 2.25 * scale});
+        for (int j : {0, 1}) large.AddBounds(j, 2 * scale, 3 * scale);
+        for (Watched* p : {&far, &large}) EXPECT_LT(Fit(*p, {1, 1}).rmse, 1e-9 * scale);
+    }
 
     // Ten entries are shown.
     Watched longer(Matrix::Identity(12), Vector(12));
@@ -305,6 +312,10 @@ TEST(CNLSSolverConstraints, MultistartTellsWhatItDoes)
     exact.AddBounds(0, -10, 10);
     EXPECT_THAT(Fit(exact, {5}, 3).log,
                 HasSubstr("(NLS) obtained the best possible residual - omitting further multistart runs\n"));
+
+    // From an upper bound a plain walk has no chord; a refined one has.
+    EXPECT_THAT(Fit(problem, {10}, 1).log, HasSubstr("RUN 1 OF 1 (try #1)\n(NLS) warmup failed.\n"));
+    EXPECT_THAT(Fit(problem, {10}, 1, CNLSSolver::Gibbs, 500, true).log, Not(HasSubstr("warmup failed")));
 
     // No feasible point: every walk fails, but counts.
     Watched infeasible(Matrix{{1}}, {2});

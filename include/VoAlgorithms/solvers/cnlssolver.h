@@ -31,11 +31,12 @@ class CNLSObjectiveFunction;
 /// - on rows: the slid step need not be a descent, a corner ends the fit, and a start on a bound never leaves it;
 /// - with weights other than 1, since steps must lower the unweighted residuals;
 /// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
+/// And a random start needs bounds on both sides, and a start inside of them.
 ///
 /// `SetRefinement(true)` goes on there: in an iteration whose slid step is not accepted, the best step along any of the
-/// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; and while
-/// fewer residuals than free variables have a robust weight, the scale is the median of |r| ÷ 0.6745. Fits without
-/// inequalities and with weights of 1 are the same with and without.
+/// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; while fewer
+/// residuals than free variables have a robust weight, the scale is the median of |r| ÷ 0.6745; and random walks leave
+/// bounds and stay where there is none. Fits without inequalities and with weights of 1 are the same with and without.
 ///
 /// Bad input ends as a result, never as an exception (of ours; what `Error` throws passes through), and every call
 /// ends:
@@ -83,9 +84,10 @@ public:
     /// @param tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a
     ///               start believed good, 1e-3 or 1 otherwise.
     /// @param multistarts   number of additional fits from random starts; needs inequalities, which should bound every
-    ///               parameter: a random walk does not go where there is no bound. The best fit is returned, never one
-    ///               worse than that from `params`. The series ends early at a residual of zero, or after five
-    ///               failures in a row.
+    ///               parameter on both sides, and a start inside of them (refined: or on them): a plain random walk
+    ///               from elsewhere ends at infinity, a refined one does not go where there is no bound. The best fit
+    ///               is returned, never one worse than that from `params`. The series ends early at a residual of zero,
+    ///               or after five failures in a row.
     /// @param sampler       how random starts are drawn.
     EResult Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
 
@@ -121,7 +123,7 @@ private:
     static bool judgeByWeights(Fit& fit, double tau);
     static double sumOfSquares(const Fit& fit, const TVector<double>& r);
     std::optional<EResult> iterate(Fit& fit, int iteration);
-    ETrial tryStep(Fit& fit, const TVector<double>& h);
+    ETrial tryStep(Fit& fit, const TVector<double>& h, bool cut);
     static std::optional<TVector<double>> faceStep(Fit& fit, const TVector<double>& full);
     bool evaluate(Fit& fit);
     bool computeWeight(const TVector<double>& r, TVector<double>& w);
@@ -132,14 +134,14 @@ private:
     static void settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z);
     static bool checkConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z);
     static void shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon);
-    static void distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
-                                      const TVector<double>& d, double& lo, double& hi);
+    void distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
+                               const TVector<double>& d, double& lo, double& hi) const;
 
     bool warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const;
-    static void moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d,
-                          TVector<double>& p, Random& random);
-    static void sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random);
-    static void sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random);
+    void moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d, TVector<double>& p,
+                   Random& random) const;
+    void sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
+    void sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
 
     void log(const char* format, ...) const;
 
