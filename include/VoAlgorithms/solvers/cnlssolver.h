@@ -31,7 +31,8 @@ class CNLSObjectiveFunction;
 /// - on rows: the slid step need not be a descent, a corner ends the fit, and a start on a bound never leaves it;
 /// - with weights other than 1, since steps must lower the unweighted residuals;
 /// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
-/// And a random start needs bounds on both sides, and a start inside of them.
+///
+/// And random starts need bounds on both sides of every parameter, and a first start inside of them.
 ///
 /// `SetRefinement(true)` goes on there: in an iteration whose slid step is not accepted, the best step along any of the
 /// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; while fewer
