@@ -324,12 +324,13 @@ bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x,
     }
 
     // The routine overwrites the right-hand sides with the solutions, so there must be room for the longer of the two.
-    TMatrix<T> bx(std::max(rows, cols), b.cols);
+    // One column at least: without any the routine would read one that is not there.
+    TMatrix<T> bx(std::max(rows, cols), std::max(1U, b.cols));
     for (std::size_t c = 0; c < b.cols; ++c) std::copy_n(b.data + c * rows, rows, bx.Data() + c * bx.Rows());
     TVector<T> s(std::min(rows, cols));
     const auto m = static_cast<int>(rows);
     const auto n = static_cast<int>(cols);
-    const auto problems = static_cast<int>(b.cols);
+    const auto problems = static_cast<int>(bx.Cols());
     const auto ldb = static_cast<int>(bx.Rows());
     const T machinePrecision = -1;
     int rank = 0;

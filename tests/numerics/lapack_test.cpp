@@ -221,6 +221,10 @@ TEST(LeastSquares, RefusesWhatDoesNotFitAndLeavesOutputsAlone)
     x = {7, 7};
     EXPECT_TRUE(lapack::lssolve(nothing, Vector(), x, &cond));
     EXPECT_THAT(x, ElementsAre(0, 0));
+    copy = {{3, 0}, {0, 6}};
+    xs.Reset(2, 0);
+    EXPECT_TRUE(lapack::lssolve(copy, Matrix(2, 0), xs, &cond)); // no right-hand sides
+    EXPECT_EQ(cond, 2);
 }
 
 TEST(PivotedQr, FactorsMultiplyBack)
