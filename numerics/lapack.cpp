@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <numeric>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -419,113 +418,6 @@ bool qrp(TMatrix<double>& a, TMatrix<double>& q, TMatrix<double>& r, CPMatrix& p
     r = std::move(newR);
     p = std::move(newP);
     return true;
-}
-
-// Linear equations in general
-
-namespace {
-
-/// Scales every equation by a power of two, which rounds nothing, so that its largest coefficient lies in [1/2, 1).
-void ScaleEquations(TMatrix<double>& a, TVector<double>& b)
-{
-    for (std::size_t i = 0; i < a.Rows(); ++i) {
-        const double largest = a.Row(i).MaxAbs();
-        if (largest == 0) continue;
-        int exponent = 0;
-        std::frexp(largest, &exponent);
-        for (std::size_t j = 0; j < a.Cols(); ++j) a(i, j) = std::ldexp(a(i, j), -exponent);
-        b[i] = std::ldexp(b[i], -exponent);
-    }
-}
-
-std::size_t Rank(const TMatrix<double>& r)
-{
-    const std::size_t diagonal = std::min(r.Rows(), r.Cols());
-    if (diagonal == 0) return 0;
-    const double smallest =
-        4 * std::max(r.Rows(), r.Cols()) * std::numeric_limits<double>::epsilon() * std::abs(r(0, 0));
-    std::size_t rank = 0;
-    while (rank < diagonal && std::abs(r(rank, rank)) > smallest) ++rank;
-    return rank;
-}
-
-/// Solves the leading triangle of r for y, in place.
-void BackSubstitute(const TMatrix<double>& r, std::size_t rank, TVector<double>& y)
-{
-    for (std::size_t i = rank; i-- > 0;) {
-        for (std::size_t j = i + 1; j < rank; ++j) y[i] -= r(i, j) * y[j];
-        y[i] /= r(i, i);
-    }
-}
-
-/// An equation in a single unknown fixes it, without the roundings of the factorisation.
-void FixSingleUnknowns(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& x, TMatrix<double>& kernel)
-{
-    for (std::size_t i = 0; i < a.Rows(); ++i) {
-        const TVector<double> row = a.Row(i);
-        if (std::count(row.begin(), row.end(), 0.0) + 1 != row.Size()) continue;
-        const auto unknown = std::find_if(row.begin(), row.end(), [](double e) { return e != 0; }) - row.begin();
-        x[unknown] = b[i] / row[unknown];
-        for (std::size_t k = 0; k < kernel.Cols(); ++k) kernel(unknown, k) = 0;
-    }
-}
-
-bool Satisfies(const TMatrix<double>& a, const TVector<double>& x, const TVector<double>& b)
-{
-    constexpr double tolerance = 1e-12; // some thousand roundings
-    for (std::size_t i = 0; i < a.Rows(); ++i) {
-        double missed = -b[i];
-        double magnitude = std::abs(b[i]);
-        for (std::size_t j = 0; j < a.Cols(); ++j) {
-            missed += a(i, j) * x[j];
-            magnitude += std::abs(a(i, j) * x[j]);
-        }
-        if (!(std::abs(missed) <= tolerance * magnitude)) return false;
-    }
-    return true;
-}
-
-} // namespace
-
-TMatrix<double> qrp_kernel(TMatrix<double>& a, TVector<double>& b, CPMatrix& p)
-{
-    TVector<double> rhs = b.Empty() ? TVector<double>(a.Rows()) : b;
-    if (rhs.Size() != a.Rows() || !IsUsable(a) || !IsFinite(rhs.Data(), rhs.Size())) return {};
-    ScaleEquations(a, rhs);
-    const TMatrix<double> equations = a;
-    const std::size_t unknowns = a.Cols();
-    TMatrix<double> q(a.Rows(), a.Rows());
-    TMatrix<double> r(a.Rows(), a.Cols());
-    CPMatrix pivots(unknowns);
-    if (!qrp(a, q, r, pivots)) return {};
-    const std::size_t rank = Rank(r);
-
-    // The kernel's columns in ascending order of the free unknowns: pairs (unknown, column of r).
-    std::vector<std::pair<int, std::size_t>> free;
-    for (std::size_t j = rank; j < unknowns; ++j) free.emplace_back(pivots[j], j);
-    std::sort(free.begin(), free.end());
-
-    TMatrix<double> kernel(unknowns, free.size());
-    TVector<double> y(rank);
-    for (std::size_t k = 0; k < free.size(); ++k) {
-        for (std::size_t i = 0; i < rank; ++i) y[i] = -r(i, free[k].second);
-        BackSubstitute(r, rank, y);
-        for (std::size_t i = 0; i < rank; ++i) kernel(pivots[i], k) = y[i];
-        kernel(free[k].first, k) = 1;
-        pivots[rank + k] = free[k].first;
-    }
-
-    TVector<double> x(unknowns);
-    TVector<double> qtb;
-    MultiplyTransposed(q, rhs, qtb);
-    std::copy_n(qtb.begin(), rank, y.begin());
-    BackSubstitute(r, rank, y);
-    for (std::size_t i = 0; i < rank; ++i) x[pivots[i]] = y[i];
-    FixSingleUnknowns(equations, rhs, x, kernel);
-
-    b = Satisfies(equations, x, rhs) ? std::move(x) : TVector<double>();
-    p = std::move(pivots);
-    return kernel;
 }
 
 } // namespace lapack

@@ -282,6 +282,52 @@ TEST(Kernel, DescribesAllSolutionsOfRandomEquations)
     }
 }
 
+/// The largest residual of a·x = b, each equation in relation to its own terms.
+double Missed(const Matrix& a, const Vector& x, const Vector& b)
+{
+    double worst = 0;
+    for (unsigned i = 0; i < a.Rows(); ++i) {
+        double missed = -b[i];
+        double magnitude = std::abs(b[i]);
+        for (unsigned j = 0; j < a.Cols(); ++j) {
+            missed += a(i, j) * x[j];
+            magnitude += std::abs(a(i, j) * x[j]);
+        }
+        if (magnitude > 0) worst = std::max(worst, std::abs(missed) / magnitude);
+    }
+    return worst;
+}
+
+// Millimetres beside radians: every equation holds to the rounding of its own terms, not of the largest unknown's.
+TEST(Kernel, UnknownsOfUnlikeSize)
+{
+    std::mt19937 twister(6);
+    std::uniform_int_distribution<int> whole(-3, 3);
+    std::uniform_int_distribution<int> exponent(-6, 6);
+    int ofFullRank = 0;
+    for (int trial = 0; trial < 500; ++trial) {
+        const auto cols = static_cast<unsigned>(2 + twister() % 5);
+        const auto rows = static_cast<unsigned>(1 + twister() % cols);
+        Vector solution(RandomMatrix(twister, cols, 1).Column(0));
+        for (double& e : solution) e *= std::pow(10.0, exponent(twister));
+        Matrix a(rows, cols);
+        for (unsigned c = 0; c < cols; ++c)
+            for (double& e : a.Column(c)) e = whole(twister);
+        const Vector rhs = a * solution;
+        Vector x = rhs;
+        CPMatrix p;
+        Matrix destroyed = a;
+        const Matrix kernel = lapack::qrp_kernel(destroyed, x, p);
+        if (kernel.Cols() != cols - rows) continue; // the rounded rhs may contradict itself
+        ++ofFullRank;
+        ASSERT_EQ(x.Size(), cols) << a << rhs;
+        EXPECT_LE(Missed(a, x, rhs), 1e-14) << a << rhs;
+        for (unsigned k = 0; k < kernel.Cols(); ++k)
+            EXPECT_LE(Missed(a, Vector(kernel.Column(k)), Vector(rows)), 1e-14) << a << kernel;
+    }
+    EXPECT_GT(ofFullRank, 300);
+}
+
 TEST(Kernel, FixedUnknownsComeOutExactly)
 {
     Matrix a{{0, 0, 0, 4, 0}, {0, 1, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0.1, 0, 0.3, 0.7}, {0, 1, 0, 0, 0}};

@@ -75,6 +75,7 @@ namespace lapack {
 ///        one unknown alone is met exactly.
 /// @param p   out: n entries; first the unknowns that depend on the others, then the free ones, ascending.
 ///
+/// Every equation holds to the rounding of its own terms, in x₀ and K, however unlike the unknowns are in size.
 /// The rank is the number of |r(i, i)| above 4·max(m, n)·ε·|r(0, 0)|, after every equation has been scaled by a power
 /// of two that brings its largest coefficient to between 1/2 and 1. When the equations contradict each other (some row
 /// is missed by more than 1e-12·(Σ|aᵢⱼ·xⱼ| + |bᵢ|)), `b` comes back empty, while K and p still describe a's null space.
