@@ -187,6 +187,7 @@ bool CNLSObjectiveFunction::IsVariable(int index) const
 
 void CNLSObjectiveFunction::AddInequality(const TVector<double>& row, double rhs)
 {
+    if (row.Size() != kernel_.Rows()) throw std::invalid_argument("sizes do not fit");
     inequalitiesLHS_.AppendRow(row);
     inequalitiesRHS_.Append(rhs);
 }

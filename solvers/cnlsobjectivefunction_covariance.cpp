@@ -67,7 +67,8 @@ bool Factor(TMatrix<double> J, ScaledFactor& factor)
         std::copy_n(triangle.Column(order[j]).begin(), k, factor.R.Column(j).begin());
     factor.order = std::move(order);
 
-    const double smallest = static_cast<double>(std::max(rows, k)) * std::numeric_limits<double>::epsilon();
+    // Of JᵀWJ, by which a fit steps, less than this is lost to rounding; differences leave less noise in J.
+    const double smallest = std::sqrt(std::numeric_limits<double>::epsilon());
     while (factor.rank < k &&
            std::abs(factor.R(factor.rank, factor.rank)) > smallest * std::abs(factor.R(std::size_t{0}, std::size_t{0})))
         ++factor.rank;

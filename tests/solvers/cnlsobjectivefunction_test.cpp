@@ -167,6 +167,7 @@ TEST(CNLSObjectiveFunction, BoundsAndInequalities)
     EXPECT_TRUE(problem.IsBounded(2)) << "infeasible";
 
     EXPECT_THROW(problem.AddInequality(Vector(2), 0), std::invalid_argument);
+    EXPECT_THROW(Linear(Matrix(1, 0), {1}).AddInequality(Vector(2), 0), std::invalid_argument);
     EXPECT_THROW(problem.AddLowerBound(3, 0), std::invalid_argument);
     EXPECT_THROW(problem.SetInequalities(Matrix(2, 2), Vector(2)), std::invalid_argument);
     EXPECT_THROW(problem.SetInequalities(Matrix(2, 3), Vector(1)), std::invalid_argument);
@@ -269,6 +270,36 @@ TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
         }
 }
 
+/// A line p0·p1·x + p2: only the product counts, for derivatives by differences up to their roundings.
+struct Product : VoAlgo::CNLSObjectiveFunction {
+    Product() : CNLSObjectiveFunction(3, 20) {}
+    Vector Error(const Vector& p) override
+    {
+        Vector r(20);
+        for (int i = 0; i < 20; ++i) r[i] = p[0] * p[1] * (0.1 * i) + p[2] - 1;
+        return r;
+    }
+};
+
+TEST(CNLSObjectiveFunction, NumericalDerivativesDoNotHideWhatIsNotDetermined)
+{
+    std::mt19937 engine(5);
+    for (int trial = 0; trial < 100; ++trial) {
+        Product problem;
+        const Vector p = RandomVector(engine, 3) * std::pow(10.0, trial % 4 - 1);
+        EXPECT_EQ(problem.GetDCriterionValue(p), 0);
+        const Matrix covariance = problem.GetCovariance(p, 1);
+        EXPECT_NE(covariance(0, 0) == 0, covariance(1, 1) == 0) << "one of the two counts as known" << p;
+        ASSERT_TRUE(problem.AddEquality(1, p[1]));
+        EXPECT_GT(problem.GetDCriterionValue(p), 0);
+    }
+    // Nearly dependent, but told apart by exact derivatives.
+    VoAlgo::TVector<int> determined;
+    const Matrix close = Powers::getCovariance({{1, 1}, {1, 1 + 1e-6}}, determined, 1);
+    EXPECT_EQ(determined, (VoAlgo::TVector<int>{0, 1}));
+    EXPECT_NEAR(close(0, 0) * 1e-12, 2, 1e-5);
+}
+
 TEST(CNLSObjectiveFunction, CovarianceLeavesOutWhatIsNotDetermined)
 {
     // Only p0 + 1e6·p2 and p1 are measured.
@@ -289,6 +320,7 @@ TEST(CNLSObjectiveFunction, CovarianceLeavesOutWhatIsNotDetermined)
     }
     problem.deviations[2] = 0;
     EXPECT_TRUE(std::isnan(problem.GetCovariance({1, 2, 3}, 1)(1, 1)));
+    EXPECT_TRUE(std::isnan(problem.GetCorrelation({1, 2, 3}, 1)(1, 1)));
     problem.SetNumMeasurements(0);
     EXPECT_EQ(problem.GetCovariance({1, 2, 3}, 1), Matrix(3, 3, Inf));
 }

@@ -8,8 +8,9 @@
 /// @file
 /// Factorisations and solves through LAPACK. Numerical failure is the result false and never an exception: shapes that
 /// do not fit, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and what the routine
-/// itself reports. The outputs are then left alone; a matrix that is named as destroyed may have changed.
-/// Work arrays live on the heap for the duration of a call. A call may run on any thread.
+/// itself reports. The outputs are then left alone; a matrix that is named as destroyed may have changed. What
+/// overflows on the way from finite input is no failure: it shows as infinities and not-a-numbers in the outputs. Work
+/// arrays live on the heap for the duration of a call. A call may run on any thread.
 namespace VoAlgo {
 
 ///@{

@@ -215,9 +215,9 @@ private:
 
 ///@{
 /// product = a·b and product = aᵀ·b, through BLAS for float and double. `product` takes the fitting shape, without an
-/// allocation when it has room, and must be neither of the factors. Int products are plain sums, which must not
-/// overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do not
-/// fit") for wrong shapes, and std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
+/// allocation when it has room; it may be one of the factors, which costs one. Int products are plain sums, which must
+/// not overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do
+/// not fit") for wrong shapes, and std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
 VOALGO_API void Multiply(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product);
 VOALGO_API void Multiply(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product);
 VOALGO_API void Multiply(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product);

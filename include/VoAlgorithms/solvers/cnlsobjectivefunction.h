@@ -111,10 +111,13 @@ public:
     ///
     /// Rows and columns of constant parameters are 0. Free variables that the measurements do not determine are left
     /// out: they count as known, rows and columns 0, and the other entries hold for that case. (So a variable parameter
-    /// with the variance 0 is undetermined.) All +∞ without measurements; all not-a-number when params has not n
-    /// entries or the weighted derivatives are not m×k finite numbers.
+    /// with the variance 0 is undetermined.) That is told from derivatives in which, units apart, a direction counts
+    /// less than 1.5e-8 of another; numerical ones may hide it when parameters are beyond some hundreds. All +∞ without
+    /// measurements; all not-a-number when params has not n entries or the weighted derivatives are not m×k finite
+    /// numbers.
     [[nodiscard]] TMatrix<double> GetCovariance(const TVector<double>& params, double sigma);
-    /// The same, divided by the standard deviations of row and column: 1 on the diagonal; 0 where a variance is 0.
+    /// The same, divided by the standard deviations of row and column: 1 on the diagonal; 0 where a variance is 0; all
+    /// not-a-number without measurements.
     [[nodiscard]] TMatrix<double> GetCorrelation(const TVector<double>& params, double sigma);
     /// det(JᵀWJ) of the free variables: the larger, the smaller the volume of the confidence ellipsoid (D-optimality).
     /// 0 when a free variable is undetermined; not-a-number as above.
@@ -128,12 +131,12 @@ protected:
     /// @param sigma         as in GetCovariance.
     /// @param rankIndices   out: the free variables that the measurements determine, ascending; the rest has rows and
     ///               columns of 0. They are found by a QR factorisation with column pivoting, of columns scaled to like
-    ///               lengths so that units do not matter: |r(i, i)| > max(m, k)·ε·|r(0, 0)|.
+    ///               lengths so that units do not matter: |r(i, i)| > √ε·|r(0, 0)|, √ε = 1.5e-8.
     ///
     /// Not-a-number, and no indices, when J is not finite.
     static TMatrix<double> getCovariance(TMatrix<double> J, TVector<int>& rankIndices, double sigma);
     /// Derivative of `Error` by one parameter through differences of the given order of accuracy, 1 to 5, in steps of
-    /// h. params is varied meanwhile and comes back as it was. Empty when `Error` answers with different lengths.
+    /// h. params stays as it is. Empty when `Error` answers with different lengths.
     /// Throws std::invalid_argument for another order.
     TVector<double> errorFDDerivatives(TVector<double>& params, int index, double h, int order);
 
