@@ -127,7 +127,7 @@ bool CFPFHPreRegistration::Compute()
         VOALGO_LOG(Log(), Warn, function, L"too few features in point set 'flt'");
         return false;
     }
-    if (config_.dMaxPolygonDiameter < 0.0) clusters_ = CFPFHClusterAnalysis(*flt_, config_);
+    if (config_.dMaxPolygonDiameter < 0.0) clusterFeatures();
 
     bool hasClustered = false;
     for (std::uint32_t i = 0; i < config_.uiNumPolygons; ++i) {
@@ -151,6 +151,15 @@ bool CFPFHPreRegistration::Compute()
     }
     if (!hasClustered) clusterTransformations();
     return !results_.empty();
+}
+
+/// A search in several calls clusters the features once, unless what the clusters depend on changes.
+void CFPFHPreRegistration::clusterFeatures()
+{
+    const ClusteredWith now{config_.dFeatureClusteringBandwidth, config_.uiNumPolygonVertices, flt_->SizeFeatures()};
+    if (clusteredWith_ == now) return;
+    clusters_ = CFPFHClusterAnalysis(*flt_, config_);
+    clusteredWith_ = now;
 }
 
 /// Outcome of a proposal; each distinct one is refined once.

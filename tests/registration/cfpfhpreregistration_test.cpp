@@ -89,6 +89,26 @@ TEST(PreRegistration, FindsThePoseOfTwoScans)
     }
 }
 
+// A host that looks up between steps gets what one long search gives.
+TEST(PreRegistration, GoesOnWhereItStopped)
+{
+    const ScanPair pair(2);
+    for (const double diameter : {15.0, -1.0}) {
+        ConfigurationFPFH config = BodyConfig();
+        config.dMaxPolygonDiameter = diameter;
+        config.uiTrafoClusteringQuorum = 0;
+        config.uiNumPolygons = 300;
+        CFPFHPreRegistration whole(pair.fix, pair.flt, config, false);
+        config.uiNumPolygons = 50;
+        CFPFHPreRegistration steps(pair.fix, pair.flt, config, false);
+        for (int i = 0; i < 6; ++i) (void)steps.Compute();
+        ASSERT_TRUE(whole.Compute());
+        EXPECT_EQ(steps.GetStatistics().uiNumProposals, whole.GetStatistics().uiNumProposals);
+        EXPECT_EQ(steps.PeekBestResult().trafo, whole.PeekBestResult().trafo);
+        EXPECT_EQ(steps.GetBestClusterSize(), whole.GetBestClusterSize());
+    }
+}
+
 ConfigurationFPFH SampleScanConfig()
 {
     ConfigurationFPFH config = BodyConfig();

@@ -43,9 +43,7 @@ public:
         : settings_(settings), progress_(progress), fix_(std::move(fix)), flt_(std::move(flt)),
           driver_(fix_, flt_, settings.config)
     {
-        // With vertices from clusters every step would cluster anew: one step does it all.
-        if (settings.config.dMaxPolygonDiameter < 0.0) batchSize_ = std::max(1U, settings.config.uiNumPolygons);
-        driver_.GetMatchingConfig().uiNumPolygons = batchSize_;
+        driver_.GetMatchingConfig().uiNumPolygons = BatchSize;
     }
 
     void Run(Registration& registration)
@@ -57,7 +55,7 @@ public:
         while (done < numPolygons) {
             progress_("search", static_cast<double>(done) / numPolygons);
             driver_.Compute();
-            done += batchSize_;
+            done += BatchSize;
             if (quorum == 0 || driver_.GetBestClusterSize() < quorum) continue;
             driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // what comes first may not be right: search on
             if (driver_.GetBestClusterSize() < Agreement && done < ManyPolygons) continue;
@@ -77,6 +75,7 @@ public:
 private:
     using VerifiedTrafo = CFPFHPreRegistration::VerifiedTrafo;
 
+    static constexpr std::uint32_t BatchSize = 50; // polygons a step
     static constexpr std::uint32_t ManyPolygons = 500;
     // An object that looks alike when turned has shown its other poses, too, once so many proposals agree on one.
     static constexpr std::uint32_t Agreement = 8;
@@ -203,7 +202,6 @@ private:
     std::shared_ptr<const CFPFHPointSet> fix_;
     std::shared_ptr<const CFPFHPointSet> flt_;
     CFPFHPreRegistration driver_;
-    std::uint32_t batchSize_ = 50; // polygons a step
     static constexpr const char* TooFewAgree = "too few proposals agree on the pose";
     std::vector<VoAlgo::CTrafo> refused_; // by the verification, as the search found them
     std::vector<JudgedTrafo> objectedTo_; // the same, as the verification left them
@@ -261,23 +259,31 @@ Registration Register(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<
 
 Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings, const VoAlgo::CTrafo& start)
 {
-    Registration registration;
     const double begin = Now();
-    const auto fixSet = ComputeFeatures(fix, settings);
-    const auto fltSet = ComputeFeatures(flt, settings);
-    const double fromStart = Now();
-    registration.featureSeconds = fromStart - begin;
-    registration.fix = fixSet;
-    registration.flt = fltSet;
-    CFPFHPreRegistration driver(fixSet, fltSet, settings.config);
+    auto fixSet = ComputeFeatures(fix, settings);
+    auto fltSet = ComputeFeatures(flt, settings);
+    const double featureSeconds = Now() - begin;
+    Registration registration = Refine(std::move(fixSet), std::move(fltSet), settings, start);
+    registration.featureSeconds = featureSeconds;
+    return registration;
+}
+
+Registration Refine(std::shared_ptr<const CFPFHPointSet> fix, std::shared_ptr<const CFPFHPointSet> flt,
+                    const Settings& settings, const VoAlgo::CTrafo& start)
+{
+    const double begin = Now();
+    Registration registration;
+    registration.fix = fix;
+    registration.flt = flt;
+    CFPFHPreRegistration driver(fix, flt, settings.config);
     const CFPFHPreRegistration::VerifiedTrafo found(driver.InjectTrafo(start), 1);
     registration.statistics = driver.GetStatistics();
     JudgedTrafo judged(found, {});
     if (found.resultType == 0) {
-        judged = Verify(*fixSet, *fltSet, settings.verification, found);
+        judged = Verify(*fix, *flt, settings.verification, found);
         JudgeArea(judged, driver);
     } else {
-        const bool isLean = fixSet->IsTooLean(settings.config) || fltSet->IsTooLean(settings.config);
+        const bool isLean = fix->IsTooLean(settings.config) || flt->IsTooLean(settings.config);
         judged.objection = isLean ? "too few features" : CauseText(found.resultType);
         judged.tests = TestsOf(found, settings.config.icpConfig, "search");
         if (found.resultType <= 2) judged.trafo = start;
@@ -285,7 +291,7 @@ Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings
     if (judged.objection.empty()) judged.fStop_OverlapArea = driver.EstimateOverlapArea(judged.trafo);
     registration.reason = judged.objection;
     (judged.objection.empty() ? registration.results : registration.refused).push_back(judged);
-    registration.searchSeconds = Now() - fromStart;
+    registration.searchSeconds = Now() - begin;
     return registration;
 }
 

@@ -56,5 +56,8 @@ Registration Register(std::shared_ptr<const prereg::CFPFHPointSet> fix,
                       const Progress& progress);
 /// Refines and verifies one given pose (maps flt into fix).
 Registration Refine(const Cloud& fix, const Cloud& flt, const Settings& settings, const VoAlgo::CTrafo& start);
+/// The same with the point sets of both clouds at hand.
+Registration Refine(std::shared_ptr<const prereg::CFPFHPointSet> fix, std::shared_ptr<const prereg::CFPFHPointSet> flt,
+                    const Settings& settings, const VoAlgo::CTrafo& start);
 
 } // namespace voalgo

@@ -8,8 +8,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -138,7 +140,10 @@ private:
 
     using Group = std::vector<std::size_t>; // accepted poses that are taken for one
 
+    using ClusteredWith = std::tuple<double, std::uint32_t, std::size_t>; // bandwidth, vertices, number of features
+
     [[nodiscard]] bool isTooLean() const;
+    void clusterFeatures();
     const ICPResult& verify(const VoAlgo::CTrafo& proposal);
     ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
     void fillOverlapArea(ICPResult& result) const;
@@ -155,6 +160,7 @@ private:
     std::vector<VerifiedTrafo> results_; // heap, the best at the front
     std::unordered_map<VoAlgo::CTrafo, ICPResult, TrafoHash, TrafoEqual> verified_;
     CFPFHClusterAnalysis clusters_;
+    std::optional<ClusteredWith> clusteredWith_;
     std::size_t numExamined_ = 0;     // proposals whose outcome was looked at
     std::vector<ICPResult> accepted_; // their successes, in proposal order
 };
