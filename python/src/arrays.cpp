@@ -1,5 +1,7 @@
 #include "arrays.h"
 
+#include "scalars.h"
+
 #include <cmath>
 #include <string>
 
@@ -10,6 +12,16 @@ namespace {
 std::string ShapeOf(const py::array& array)
 {
     return py::str(array.attr("shape")).cast<std::string>();
+}
+
+bool IsWhole(const py::array& array)
+{
+    return array.dtype().kind() == 'i' || array.dtype().kind() == 'u';
+}
+
+bool IsNoNumber(const py::array& array)
+{
+    return array.dtype().kind() == 'O' || array.dtype().kind() == 'U' || array.dtype().kind() == 'S';
 }
 
 template <class T>
@@ -42,13 +54,33 @@ void RequireRigid(const Doubles& matrix, const std::string& name)
     if (determinant < 0.0) throw py::value_error(name + ": the upper left 3x3 is a reflection, no rotation");
 }
 
+Doubles ReadMatrix(const py::object& argument, const char* name)
+{
+    Doubles matrix = ReadDoubles(argument, name, 4);
+    if (matrix.shape(0) != 4)
+        throw py::value_error(std::string(name) + ": shape must be (4, 4), is " + ShapeOf(matrix));
+    return matrix;
+}
+
+VoAlgo::CTrafo PoseOf(const Doubles& matrix)
+{
+    const auto m = matrix.unchecked<2>();
+    const auto column = [&](py::ssize_t c) { return [&m, c](py::ssize_t r) { return static_cast<float>(m(r, c)); }; };
+    const auto x = column(0), y = column(1), z = column(2), t = column(3);
+    return {{x(0), y(0), z(0)}, {x(1), y(1), z(1)}, {x(2), y(2), z(2)}, {t(0), t(1), t(2)}};
+}
+
 } // namespace
 
 py::array ReadNumbers(const py::object& argument, const char* name, py::ssize_t columns)
 {
     const std::string argumentName = name;
-    const py::array array = py::array::ensure(argument);
-    if (!array) throw py::type_error(argumentName + ": must be an array of float32 or float64");
+    py::array array = py::array::ensure(argument);
+    const bool isArray = py::hasattr(argument, "dtype");
+    if (!array || (!isArray && IsNoNumber(array)))
+        throw py::type_error(argumentName + ": must be an array of float32 or float64, is " + TypeOf(argument));
+    // Numbers in a list have no width: whole ones are as good as others.
+    if (!isArray && IsWhole(array)) array = array.attr("astype")("float64");
     if (!py::isinstance<py::array_t<float, 0>>(array) && !py::isinstance<py::array_t<double, 0>>(array))
         throw py::type_error(argumentName + ": dtype must be float32 or float64, is " +
                              py::str(array.dtype()).cast<std::string>());
@@ -79,15 +111,31 @@ std::vector<Vec3> ReadVectors(const py::object& argument, const char* name)
 
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
 {
-    if (py::isinstance<VoAlgo::CTrafo>(argument)) return argument.cast<VoAlgo::CTrafo>();
-    const Doubles matrix = ReadDoubles(argument, name, 4);
-    if (matrix.shape(0) != 4)
-        throw py::value_error(std::string(name) + ": shape must be (4, 4), is " + ShapeOf(matrix));
-    RequireRigid(matrix, name);
-    const auto m = matrix.unchecked<2>();
-    const auto column = [&](py::ssize_t c) { return [&m, c](py::ssize_t r) { return static_cast<float>(m(r, c)); }; };
-    const auto x = column(0), y = column(1), z = column(2), t = column(3);
-    return {{x(0), y(0), z(0)}, {x(1), y(1), z(1)}, {x(2), y(2), z(2)}, {t(0), t(1), t(2)}};
+    VoAlgo::CTrafo pose;
+    if (py::isinstance<VoAlgo::CTrafo>(argument)) {
+        pose = argument.cast<VoAlgo::CTrafo>();
+    } else {
+        const Doubles matrix = ReadMatrix(argument, name);
+        RequireRigid(matrix, name);
+        pose = PoseOf(matrix);
+    }
+    if (!pose) throw py::value_error(std::string(name) + ": is not finite");
+    return pose;
+}
+
+VoAlgo::CTrafo ReadStoredPose(const py::object& matrix)
+{
+    return PoseOf(ReadMatrix(matrix, "pose"));
+}
+
+Vec3 ReadVector(const py::object& argument, const char* name)
+{
+    const Doubles v = ReadDoubles(argument, name, 0);
+    if (v.shape(0) != 3)
+        throw py::value_error(std::string(name) + ": needs 3 values, has " + std::to_string(v.shape(0)));
+    const Vec3 vector(static_cast<float>(v.at(0)), static_cast<float>(v.at(1)), static_cast<float>(v.at(2)));
+    if (!vector.IsValid()) throw py::value_error(std::string(name) + ": must be finite");
+    return vector;
 }
 
 void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB)

@@ -17,16 +17,20 @@ using Vec3 = kdtree::Vector<3>;
 using Doubles = py::array_t<double, py::array::c_style>;
 using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
 
-/// An array of float32 or float64 in native byte order, of any strides. `columns` 0: one-dimensional; negative: n×d for
-/// any d > 0; else n×columns.
+/// An array of float32 or float64 in native byte order, of any strides; or a list of numbers. `columns` 0:
+/// one-dimensional; negative: n×d for any d > 0; else n×columns.
 py::array ReadNumbers(const py::object& argument, const char* name, py::ssize_t columns);
 /// The same as doubles or floats; not copied when it is that already.
 Doubles ReadDoubles(const py::object& argument, const char* name, py::ssize_t columns);
 Floats ReadFloats(const py::object& argument, const char* name, py::ssize_t columns);
 /// n×3 numbers as the library's vectors, read in one pass.
 std::vector<Vec3> ReadVectors(const py::object& argument, const char* name);
-/// A Trafo, or a 4×4 array of a rigid pose.
+/// Three finite numbers.
+Vec3 ReadVector(const py::object& argument, const char* name);
+/// A Trafo, or a 4×4 array of a rigid pose; finite.
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name);
+/// The pose that `MatrixOf` stored, whatever its numbers.
+VoAlgo::CTrafo ReadStoredPose(const py::object& matrix);
 /// Throws unless both have the same number of rows.
 void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB);
 

@@ -44,9 +44,7 @@ std::vector<Vec3> ReadNormals(const py::object& normals, const char* name, std::
 std::optional<Vec3> ReadViewpoint(const py::object& viewpoint)
 {
     if (viewpoint.is_none()) return std::nullopt;
-    const Doubles v = ReadDoubles(viewpoint, "viewpoint", 0);
-    if (v.shape(0) != 3) throw py::value_error("viewpoint: needs 3 values");
-    return Vec3(static_cast<float>(v.at(0)), static_cast<float>(v.at(1)), static_cast<float>(v.at(2)));
+    return ReadVector(viewpoint, "viewpoint");
 }
 
 PreparedCloud ReadCloud(const py::object& argument, const char* name, const std::optional<Vec3>& viewpoint)

@@ -4,6 +4,7 @@
 #include "VoAlgorithms/colour/hsv.h"
 #include "arrays.h"
 #include "module.h"
+#include "scalars.h"
 
 #include <cmath>
 #include <cstdint>
@@ -87,8 +88,9 @@ Doubles ReadColours(const py::object& argument, const char* name)
     return ReadDoubles(array.attr("astype")("float64"), name, 3);
 }
 
-py::array_t<double> Convert(const py::object& colours, const std::string& source, const std::string& target)
+py::array_t<double> Convert(const py::object& colours, const Text& sourceArgument, const Text& targetArgument)
 {
+    const std::string source = ReadText(sourceArgument, "source"), target = ReadText(targetArgument, "target");
     static_assert(sizeof(RGB) == 3 * sizeof(double) && sizeof(Lab) == 3 * sizeof(double));
     const Pixel pixel = Find(source, target);
     const Doubles from = ReadColours(colours, "colours");
@@ -104,8 +106,9 @@ py::array_t<double> Convert(const py::object& colours, const std::string& source
     return to;
 }
 
-py::array_t<double> Difference(const py::object& a, const py::object& b, const std::string& formula)
+py::array_t<double> Difference(const py::object& a, const py::object& b, const Text& formulaArgument)
 {
+    const std::string formula = ReadText(formulaArgument, "formula");
     const bool isCie = formula == "CIEDE2000";
     if (!isCie && formula != "DIN99o") throw py::value_error("formula: must be CIEDE2000 or DIN99o, is " + formula);
     const Doubles first = ReadDoubles(a, "a", 3), second = ReadDoubles(b, "b", 3);

@@ -1,11 +1,12 @@
 #include "configuration.h"
 
 #include "config_fields.h"
+#include "scalars.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,6 @@ namespace py = pybind11;
 
 namespace {
 
-std::string TypeOf(const py::handle& value)
-{
-    return py::str(py::type::handle_of(value).attr("__name__")).cast<std::string>();
-}
-
 /// Reads the values of one dict.
 class Reader {
 public:
@@ -28,25 +24,14 @@ public:
 
     void operator()(const char* key, std::uint32_t& field)
     {
-        const py::object value = Find(key);
-        if (!value) return;
-        if (!PyIndex_Check(value.ptr()) || PyBool_Check(value.ptr()))
-            throw py::type_error(inside_ + key + ": must be a whole number, is " + TypeOf(value));
-        constexpr std::uint32_t Largest = std::numeric_limits<std::uint32_t>::max();
-        const auto number = py::reinterpret_steal<py::int_>(PyNumber_Index(value.ptr()));
-        if (number < py::int_(0) || number > py::int_(Largest))
-            throw py::value_error(inside_ + key + ": must lie between 0 and " + std::to_string(Largest) + ", is " +
-                                  py::repr(number).cast<std::string>());
-        field = number.cast<std::uint32_t>();
+        if (const py::object value = Find(key)) field = ReadCount(value, inside_ + key);
     }
     void operator()(const char* key, double& field)
     {
         const py::object value = Find(key);
         if (!value) return;
-        field = PyBool_Check(value.ptr()) ? -1.0 : PyFloat_AsDouble(value.ptr());
-        if (PyErr_Occurred() == nullptr && !PyBool_Check(value.ptr())) return;
-        PyErr_Clear();
-        throw py::type_error(inside_ + key + ": must be a number, is " + TypeOf(value));
+        field = ReadReal(value, inside_ + key);
+        if (std::isnan(field)) throw py::value_error(inside_ + key + ": must not be NaN");
     }
 
     /// The value of a key, null when it is not stated.

@@ -1,5 +1,6 @@
 #include "VoAlgorithms/bson/element.h"
 #include "VoAlgorithms/bson/registration.h"
+#include "bytes.h"
 #include "configuration.h"
 #include "module.h"
 
@@ -31,18 +32,49 @@ public:
 };
 
 /// Text that is not UTF-8 keeps its bytes as lone surrogates.
-py::object Text(const std::string& text)
+py::object TextOf(const std::string& text)
 {
     return py::reinterpret_steal<py::object>(
         PyUnicode_DecodeUTF8(text.data(), static_cast<py::ssize_t>(text.size()), "surrogateescape"));
 }
 
-py::object DateOf(std::chrono::milliseconds since1970)
+std::string BytesOf(const py::handle& text)
+{
+    const auto bytes =
+        py::reinterpret_steal<py::bytes>(PyUnicode_AsEncodedString(text.ptr(), "utf-8", "surrogateescape"));
+    if (!bytes) throw py::error_already_set();
+    return std::string(bytes);
+}
+
+py::object Milliseconds(std::int64_t count)
+{
+    return py::module_::import("datetime").attr("timedelta")(py::arg("milliseconds") = count);
+}
+
+py::object Epoch()
 {
     const py::module_ datetime = py::module_::import("datetime");
-    const py::object epoch =
-        datetime.attr("datetime")(1970, 1, 1, py::arg("tzinfo") = datetime.attr("timezone").attr("utc"));
-    return epoch + datetime.attr("timedelta")(py::arg("milliseconds") = since1970.count());
+    return datetime.attr("datetime")(1970, 1, 1, py::arg("tzinfo") = datetime.attr("timezone").attr("utc"));
+}
+
+py::object DateOf(std::chrono::milliseconds since1970)
+{
+    return Epoch() + Milliseconds(since1970.count());
+}
+
+/// A date without a time zone could be any of 26 hours.
+element Date(const std::string& name, const py::object& date)
+{
+    if (date.attr("tzinfo").is_none()) throw py::value_error(name + ": a datetime needs a time zone");
+    const py::object whole = (date - Epoch()).attr("__floordiv__")(Milliseconds(1));
+    return element::make_datetime(name, std::chrono::milliseconds(whole.cast<std::int64_t>()));
+}
+
+bool IsRegex(const py::object& value)
+{
+    if (!py::isinstance<py::tuple>(value) || py::len(value) != 2) return false;
+    const auto pair = value.cast<py::tuple>();
+    return py::isinstance<py::str>(pair[0]) && py::isinstance<py::str>(pair[1]);
 }
 
 py::dict ToDict(const Object& document);
@@ -55,7 +87,7 @@ py::object ValueOf(const element& e)
     case element::Float:
         return py::float_(static_cast<double>(e.as_float()));
     case element::String:
-        return Text(e.as_string());
+        return TextOf(e.as_string());
     case element::Object:
         return ToDict(e.as_object());
     case element::Binary: {
@@ -68,7 +100,7 @@ py::object ValueOf(const element& e)
         return DateOf(e.as_datetime());
     case element::Regex: {
         const auto [pattern, options] = e.as_regex();
-        return py::make_tuple(Text(pattern), Text(options));
+        return py::make_tuple(TextOf(pattern), TextOf(options));
     }
     case element::Int8:
         return py::int_(e.as_int8());
@@ -94,7 +126,7 @@ py::object ValueOf(const element& e)
 py::list Items(const Object& document)
 {
     py::list items;
-    for (const element& e : document) items.append(py::make_tuple(Text(e.name()), ValueOf(e)));
+    for (const element& e : document) items.append(py::make_tuple(TextOf(e.name()), ValueOf(e)));
     return items;
 }
 
@@ -103,7 +135,7 @@ py::dict ToDict(const Object& document)
     const Descent descent;
     py::dict dict;
     for (const element& e : document) {
-        const py::object name = Text(e.name());
+        const py::object name = TextOf(e.name());
         if (dict.contains(name))
             throw py::value_error("the name " + py::repr(name).cast<std::string>() +
                                   " repeats, which no dict can hold; use items()");
@@ -157,24 +189,23 @@ element FromValue(const std::string& name, const py::object& value)
 {
     if (value.is_none()) return element::make_null(name);
     if (py::isinstance<py::bool_>(value)) return element::make_boolean(name, value.cast<bool>());
-    if (py::isinstance(value, py::module_::import("numpy").attr("generic"))) return Scalar(name, value);
-    if (py::isinstance<py::int_>(value)) return Whole(name, value);
-    if (py::isinstance<py::float_>(value)) return element::make_double(name, value.cast<double>());
-    if (py::isinstance<py::str>(value)) {
-        const auto text =
-            py::reinterpret_steal<py::bytes>(PyUnicode_AsEncodedString(value.ptr(), "utf-8", "surrogateescape"));
-        if (!text) throw py::error_already_set();
-        return element::make_string(name, std::string(text));
-    }
+    if (py::isinstance<py::str>(value)) return element::make_string(name, BytesOf(value));
     if (py::isinstance<py::bytes>(value)) {
         const std::string bytes = value.cast<std::string>();
         if (bytes.size() > UINT32_MAX) throw py::value_error(name + ": longer than a document can hold");
         return element::make_binary(name, bytes.data(), static_cast<unsigned>(bytes.size()));
     }
+    if (py::isinstance(value, py::module_::import("numpy").attr("generic"))) return Scalar(name, value);
+    if (py::isinstance<py::int_>(value)) return Whole(name, value);
+    if (py::isinstance<py::float_>(value)) return element::make_double(name, value.cast<double>());
     if (py::isinstance<py::dict>(value)) return element::make_object(name, FromDict(value.cast<py::dict>()));
+    if (py::isinstance(value, py::module_::import("datetime").attr("datetime"))) return Date(name, value);
+    if (IsRegex(value)) {
+        const auto pair = value.cast<py::tuple>();
+        return element::make_regex(name, BytesOf(pair[0]), BytesOf(pair[1]));
+    }
     if (py::isinstance<Object>(value)) return element::make_object(name, value.cast<const Object&>());
-    throw py::type_error(name + ": a " + py::str(py::type::of(value).attr("__name__")).cast<std::string>() +
-                         " has no form in a document");
+    throw py::type_error(name + ": a " + TypeOf(value) + " has no form in a document");
 }
 
 Object FromDict(const py::dict& dict)
@@ -182,8 +213,9 @@ Object FromDict(const py::dict& dict)
     const Descent descent;
     Object document;
     for (const auto& [key, value] : dict) {
-        if (!py::isinstance<py::str>(key)) throw py::type_error("names in a document are strings");
-        document.append(FromValue(key.cast<std::string>(), py::reinterpret_borrow<py::object>(value)));
+        if (!py::isinstance<py::str>(key))
+            throw py::type_error("values: the names in a document are str, not " + TypeOf(key));
+        document.append(FromValue(BytesOf(key), py::reinterpret_borrow<py::object>(value)));
     }
     return document;
 }
@@ -194,10 +226,10 @@ py::bytes Freeze(const Object& document)
     return {reinterpret_cast<const char*>(bytes.get()), static_cast<std::size_t>(size)};
 }
 
-Object Unfreeze(const py::bytes& data)
+Object Unfreeze(const Buffer& data)
 {
-    const auto bytes = static_cast<std::string_view>(data);
-    return Object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    const Bytes bytes(data);
+    return Object::unfreeze(bytes.Data(), bytes.Size());
 }
 
 } // namespace
@@ -209,15 +241,16 @@ void DefineDocument(py::module_& m)
 Parameters
 ----------
 values : dict, optional
-    None, bool, int (stored as int32, int64 or uint64, the first that holds it), float (as double), str, bytes, dict
-    and Document; numpy's scalars keep their width.)")
+    None, bool, int (stored as int32, int64 or uint64, the first that holds it), float (as double), str, bytes,
+    datetime with a time zone (to the millisecond), (pattern, options) of a regular expression, dict and Document;
+    numpy's scalars keep their width.)")
         .def(py::init<>())
         .def(py::init(&FromDict), py::arg("values"))
         .def_static("from_bytes", &Unfreeze, py::arg("data"), R"(Reads the binary form.
 
 Parameters
 ----------
-data : bytes
+data : bytes or another buffer, C order without gaps
     What follows the document is not looked at; fewer than four bytes give the empty document.
 
 Raises
@@ -242,11 +275,14 @@ RecursionError
     When documents are nested deeper than Python's limit.)")
         .def("items", &Items, "list of (name, value): as `to_dict`, but the names at this level may repeat.")
         .def(
-            "to_json", [](const Object& document) { return Text(document.to_json()); },
+            "to_json", [](const Object& document) { return TextOf(document.to_json()); },
             "JSON text (RFC 8259), without spaces.")
         .def("__len__", [](const Object& document) { return document.end() - document.begin(); })
-        .def("__eq__",
-             [](const Object& a, const Object& b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); })
+        .def(
+            "__eq__",
+            [](const Object& a, const Object& b) { return std::equal(a.begin(), a.end(), b.begin(), b.end()); },
+            py::is_operator())
+        .def(py::pickle(&Freeze, [](const py::bytes& data) { return Unfreeze(Buffer(data)); }))
         .def("__repr__",
              [](const Object& document) {
                  return "<Document: " + std::to_string(document.end() - document.begin()) + " values, " +

@@ -10,6 +10,7 @@ namespace py = pybind11;
 PYBIND11_MODULE(_core, m)
 {
     m.doc() = "The compiled part of voalgorithms.";
+    m.attr("__name__") = "voalgorithms"; // where users find the classes, also in signatures and pickles
     m.attr("__version__") = VOALGO_VERSION;
     py::register_exception_translator([](std::exception_ptr error) {
         try {
@@ -27,4 +28,5 @@ PYBIND11_MODULE(_core, m)
     DefineNls(m);
     DefineColour(m);
     DefineRunLength(m);
+    m.attr("__name__") = "voalgorithms._core";
 }

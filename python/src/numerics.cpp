@@ -3,6 +3,7 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "arrays.h"
 #include "module.h"
+#include "scalars.h"
 
 #include <algorithm>
 #include <array>
@@ -50,11 +51,19 @@ void RequireFinite(bool succeeded)
     if (!succeeded) throw py::value_error("points: must be finite");
 }
 
-Clusters MeanShift(const py::object& points, float bandwidth)
+/// At least one point; in three dimensions when columns is 3.
+Floats ReadPoints(const py::object& points, py::ssize_t columns)
 {
-    const Floats data = ReadFloats(points, "points", -1);
+    Floats data = ReadFloats(points, "points", columns);
+    if (data.shape(0) == 0) throw py::value_error("points: needs at least one");
+    return data;
+}
+
+Clusters MeanShift(const py::object& points, const Real& bandwidth)
+{
+    const Floats data = ReadPoints(points, -1);
     const auto n = static_cast<std::size_t>(data.shape(0)), d = static_cast<std::size_t>(data.shape(1));
-    CMeanShiftClusterer clusterer(data.data(), n, d, bandwidth);
+    CMeanShiftClusterer clusterer(data.data(), n, d, static_cast<float>(ReadPositive(bandwidth, "bandwidth")));
     bool succeeded = false;
     float dunnIndex = 0.0F;
     {
@@ -66,11 +75,11 @@ Clusters MeanShift(const py::object& points, float bandwidth)
     return CopyClusters(clusterer, n, d, dunnIndex);
 }
 
-Clusters MeanShift3D(const py::object& points, float bandwidth)
+Clusters MeanShift3D(const py::object& points, const Real& bandwidth)
 {
-    const Floats data = ReadFloats(points, "points", 3);
+    const Floats data = ReadPoints(points, 3);
     const auto n = static_cast<std::size_t>(data.shape(0));
-    CMeanShiftClusterer3D clusterer(data.data(), n, bandwidth);
+    CMeanShiftClusterer3D clusterer(data.data(), n, static_cast<float>(ReadPositive(bandwidth, "bandwidth")));
     bool succeeded = false;
     float dunnIndex = 0.0F;
     {
@@ -115,9 +124,13 @@ py::array_t<double> Procrustes(const py::object& a, const py::object& b, const p
     const std::optional<Doubles> w = ReadWeights(weights, n, "a");
     if (n < 3) throw py::value_error("a: needs at least 3 points, has " + std::to_string(n));
     double quaternion[4], rotation[3][3], translation[3];
-    if (!VoAlgo::symsolvers::Procrustes(from.data(), to.data(), w ? w->data() : nullptr, quaternion, rotation,
-                                        translation, n))
-        throw py::value_error("a, b: do not tell one rotation: not finite, identical or on one line");
+    const double* each = w ? w->data() : nullptr;
+    bool isOne = false;
+    {
+        const py::gil_scoped_release release;
+        isOne = VoAlgo::symsolvers::Procrustes(from.data(), to.data(), each, quaternion, rotation, translation, n);
+    }
+    if (!isOne) throw py::value_error("a, b: do not tell one rotation: not finite, identical or on one line");
     return Homogeneous(rotation, translation);
 }
 
@@ -131,8 +144,14 @@ py::array_t<double> PointToPlane(const py::object& src, const py::object& dst, c
     RequireSameLength(n, "src", static_cast<std::size_t>(at.shape(0)), "normals");
     const std::optional<Doubles> w = ReadWeights(weights, n, "src");
     double angles[3], translation[3];
-    if (!VoAlgo::symsolvers::PointToPlaneUpdate(from.data(), to.data(), at.data(), w ? w->data() : nullptr, angles,
-                                                translation, static_cast<int>(n)))
+    const double* each = w ? w->data() : nullptr;
+    bool isOne = false;
+    {
+        const py::gil_scoped_release release;
+        isOne = VoAlgo::symsolvers::PointToPlaneUpdate(from.data(), to.data(), at.data(), each, angles, translation,
+                                                       static_cast<int>(n));
+    }
+    if (!isOne)
         throw py::value_error("src, dst, normals: do not tell one pose: not finite, too few, or a shape that slides");
     const VoAlgo::Quaternion q(angles[0], angles[1], angles[2]);
     double rotation[3][3];
@@ -155,6 +174,11 @@ void DefineNumerics(py::module_& m)
                       R"(float: smallest distance between points of different clusters / largest within one; higher is
 better, infinite when either does not exist.)")
         .def("__len__", [](const Clusters& c) { return c.sizes.size(); })
+        .def(py::pickle([](const Clusters& c) { return py::make_tuple(c.labels, c.centres, c.sizes, c.dunnIndex); },
+                        [](const py::tuple& s) {
+                            return Clusters{s[0].cast<py::array_t<int>>(), s[1].cast<py::array_t<float>>(),
+                                            s[2].cast<py::array_t<unsigned>>(), s[3].cast<float>()};
+                        }))
         .def("__repr__", [](const Clusters& c) { return "<Clusters: " + std::to_string(c.sizes.size()) + ">"; });
     m.def("mean_shift", &MeanShift, py::arg("points"), py::arg("bandwidth"),
           R"(Mean shift with a flat kernel over points of any dimension, by Euclidean distance.

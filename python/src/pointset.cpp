@@ -5,8 +5,10 @@
 #include "module.h"
 #include "normals.h"
 #include "registration.h"
+#include "scalars.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <string>
 
@@ -44,40 +46,40 @@ PointSetPtr MakePointSet(const py::object& points, const py::object& normals, co
     return set;
 }
 
-py::array_t<float> EstimatedNormals(const py::object& points, const py::object& viewpoint, unsigned neighbours)
+py::array_t<float> EstimatedNormals(const py::object& points, const py::object& viewpoint, const Whole& neighbours)
 {
+    const unsigned count = ReadCount(neighbours, "neighbours", 3);
     const std::vector<Vec3> vectors = ReadVectors(points, "points");
     const std::optional<Vec3> from = ReadViewpoint(viewpoint);
-    if (neighbours < 3) throw py::value_error("neighbours: must be at least 3");
     for (const Vec3& p : vectors)
         if (!p.IsValid()) throw py::value_error("points: must be finite");
     std::vector<Vec3> normals;
     {
         const py::gil_scoped_release release;
-        normals = EstimateNormals(vectors, from, neighbours);
+        normals = EstimateNormals(vectors, from, count);
     }
     return CopyVectors(normals);
 }
 
-PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, const py::object& radius,
-                       unsigned minCurvatureQuality, const py::object& workingSpacing, unsigned threads)
+PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, const Real& radius,
+                       const Whole& minCurvatureQuality, const Real& workingSpacing, const Whole& threads)
 {
     Cloud cloud{ReadVectors(points, "points"), {}};
     cloud.normals = ReadNormals(normals, "normals", cloud.points.size());
     Settings settings;
-    if (!workingSpacing.is_none()) settings.workingSpacing = workingSpacing.cast<double>();
-    if (!radius.is_none()) {
-        settings.config.dFeatureRadius = radius.cast<double>();
-        if (!(settings.config.dFeatureRadius > 0.0)) throw py::value_error("dFeatureRadius: must be greater than 0");
+    if (!workingSpacing.is_none()) {
+        settings.workingSpacing = ReadReal(workingSpacing, "working_spacing");
+        if (!(settings.workingSpacing >= 0.0)) throw py::value_error("working_spacing: must not be less than 0");
     }
-    if (minCurvatureQuality > 100) throw py::value_error("uiMinCurvatureQuality: must be at most 100");
+    if (!radius.is_none()) settings.config.dFeatureRadius = ReadPositive(radius, "dFeatureRadius");
+    settings.config.uiMinCurvatureQuality =
+        static_cast<std::uint32_t>(ReadWhole(minCurvatureQuality, "uiMinCurvatureQuality", 0, 100));
+    settings.threads = ReadCount(threads, "threads");
     const py::gil_scoped_release release;
     const PreparedCloud prepared = PrepareCloud(std::move(cloud), "points", 1.0, std::nullopt);
     const Settings derived = DeriveSettings(prepared.cloud, prepared.cloud, Preset::Automatic);
     if (workingSpacing.is_none()) settings.workingSpacing = derived.workingSpacing;
     if (radius.is_none()) settings.config.dFeatureRadius = derived.config.dFeatureRadius;
-    settings.config.uiMinCurvatureQuality = minCurvatureQuality;
-    settings.threads = threads;
     auto set = std::const_pointer_cast<PointSet>(ComputeFeatures(prepared.cloud, settings));
     if (set->Empty())
         throw InputError("points: none becomes a feature; a lower uiMinCurvatureQuality or a larger dFeatureRadius "
@@ -93,6 +95,13 @@ py::array FeatureView(const py::object& self)
                             features.empty() ? nullptr : features[0].bins, self);
     view.attr("setflags")(py::arg("write") = false);
     return view;
+}
+
+PointSetPtr SetOf(const VoAlgo::bson::element::object& document)
+{
+    auto set = std::make_shared<PointSet>(VoAlgo::bson::from_object<PointSet>(document));
+    if (set->Empty()) throw py::value_error("document: holds no points");
+    return set;
 }
 
 /// A property that shows one of the set's arrays.
@@ -150,11 +159,13 @@ features : (m, 33) array
             py::arg("pose"), "The set moved by a pose (Trafo or 4x4 array); histograms are kept.")
         .def(
             "overlap_area",
-            [](const PointSet& set, const PointSet& flt, const py::object& pose, float searchRadius, float areaRadius) {
+            [](const PointSet& set, const PointSet& flt, const py::object& pose, const Real& searchRadius,
+               const Real& areaRadius) {
                 const VoAlgo::CTrafo trafo = ReadTrafo(pose, "pose");
+                const auto near = static_cast<float>(ReadPositive(searchRadius, "search_radius"));
+                const auto around = static_cast<float>(ReadPositive(areaRadius, "area_radius"));
                 const py::gil_scoped_release release;
-                return set.EstimateOverlapArea(flt, trafo, searchRadius, areaRadius,
-                                               std::numeric_limits<float>::infinity());
+                return set.EstimateOverlapArea(flt, trafo, near, around, std::numeric_limits<float>::infinity());
             },
             py::arg("flt"), py::arg("pose"), py::arg("search_radius"), py::arg("area_radius"),
             R"(Area of this set that another one covers, square millimetres.
@@ -171,12 +182,13 @@ area_radius : float
         .def(
             "to_document", [](const PointSet& set) { return VoAlgo::bson::to_object(set); },
             "All arrays as a Document.")
-        .def_static(
-            "from_document",
-            [](const VoAlgo::bson::element::object& document) {
-                return std::make_shared<PointSet>(VoAlgo::bson::from_object<PointSet>(document));
-            },
-            py::arg("document"), "The set that `to_document` stored.")
+        .def_static("from_document", &SetOf, py::arg("document"), R"(The set that `to_document` stored.
+
+Raises
+------
+ValueError
+    When the document holds no points.)")
+        .def(py::pickle([](const PointSet& set) { return VoAlgo::bson::to_object(set); }, &SetOf))
         .def("__repr__", [](const PointSet& s) {
             return "<PointSet: " + std::to_string(s.Size()) + " points, " + std::to_string(s.SizeFeatures()) +
                    " features>";

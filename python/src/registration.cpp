@@ -5,6 +5,7 @@
 #include "configuration.h"
 #include "module.h"
 #include "registration_dicts.h"
+#include "scalars.h"
 
 #include <pybind11/stl.h>
 
@@ -17,14 +18,16 @@ namespace voalgo::python {
 
 namespace {
 
-/// A registration with the settings that led to it.
+/// A registration with its statistics and the settings that led to it.
 struct Outcome {
     Registration registration;
-    Settings settings;
+    py::dict statistics;
+    py::dict settings;
 };
 
-Preset PresetOf(const std::string& name)
+Preset PresetOf(const Text& preset)
 {
+    const std::string name = ReadText(preset, "preset");
     if (name == "auto") return Preset::Automatic;
     if (name == "dense") return Preset::Dense;
     if (name == "scan") return Preset::Scan;
@@ -78,36 +81,38 @@ Progress Reporting(const py::object& progress)
     };
 }
 
-Outcome RegisterClouds(const py::object& fix, const py::object& flt, const std::string& preset,
-                       const py::object& config, const py::object& start, const py::object& viewpoint, unsigned threads,
+Outcome RegisterClouds(const py::object& fix, const py::object& flt, const Text& preset, const py::object& config,
+                       const py::object& start, const py::object& viewpoint, const Whole& threads,
                        const py::object& progress, const py::kwargs& keywords)
 {
     const Preset kind = PresetOf(preset);
-    const Scans scans(fix, flt, viewpoint);
-    Outcome outcome{{}, scans.SettingsFor(kind, config, keywords)};
-    outcome.settings.threads = threads;
+    const unsigned numThreads = ReadCount(threads, "threads");
+    if (!progress.is_none() && PyCallable_Check(progress.ptr()) == 0)
+        throw py::type_error("progress: must be callable, is " + TypeOf(progress));
     const std::optional<VoAlgo::CTrafo> from =
         start.is_none() ? std::nullopt : std::make_optional(ReadTrafo(start, "start"));
+    const Scans scans(fix, flt, viewpoint);
+    Settings settings = scans.SettingsFor(kind, config, keywords);
+    settings.threads = numThreads;
     std::shared_ptr<const PointSet> fixSet = GivenFeatures(fix), fltSet = GivenFeatures(flt);
     const Progress report = Reporting(progress);
 
-    const py::gil_scoped_release release;
-    if (from) {
-        outcome.registration = Refine(scans.fix.cloud, scans.flt.cloud, outcome.settings, *from);
-        return outcome;
+    Registration registration;
+    {
+        const py::gil_scoped_release release;
+        const auto begin = std::chrono::steady_clock::now();
+        report("features", 0.0);
+        if (!fixSet) fixSet = ComputeFeatures(scans.fix.cloud, settings);
+        report("features", 0.5);
+        if (!fltSet) fltSet = ComputeFeatures(scans.flt.cloud, settings);
+        const std::chrono::duration<double> featureTime = std::chrono::steady_clock::now() - begin;
+        registration = from ? Refine(fixSet, fltSet, settings, *from) : Register(fixSet, fltSet, settings, report);
+        registration.featureSeconds = featureTime.count();
     }
-    const auto begin = std::chrono::steady_clock::now();
-    report("features", 0.0);
-    if (!fixSet) fixSet = ComputeFeatures(scans.fix.cloud, outcome.settings);
-    report("features", 0.5);
-    if (!fltSet) fltSet = ComputeFeatures(scans.flt.cloud, outcome.settings);
-    const std::chrono::duration<double> featureTime = std::chrono::steady_clock::now() - begin;
-    outcome.registration = Register(fixSet, fltSet, outcome.settings, report);
-    outcome.registration.featureSeconds = featureTime.count();
-    return outcome;
+    return {registration, ToDict(registration.statistics), ToDict(settings)};
 }
 
-py::dict DerivedSettings(const py::object& fix, const py::object& flt, const std::string& preset)
+py::dict DerivedSettings(const py::object& fix, const py::object& flt, const Text& preset)
 {
     const Preset kind = PresetOf(preset);
     return ToDict(Scans(fix, flt, py::none()).SettingsFor(kind, py::none(), py::dict()));
@@ -179,12 +184,33 @@ or too small a small/big ratio at the end, 8 overlap too small, 9 RMSE too large
             },
             "(4, 3) array of float32: flt's ellipsoid moved by the pose, millimetres; zero unless resultType is 0.")
         .def(
-            "to_dict", [](const JudgedTrafo& r) { return ToDict(r); }, "All of it as plain values.")
+            "to_dict", [](const JudgedTrafo& r) { return ToDict(r); },
+            "All of it as plain values, as JSON takes them; the pose as four rows of four numbers under \"pose\".")
         .def("__bool__", [](const JudgedTrafo& r) { return r.objection.empty(); })
+        .def(
+            "__eq__", [](const JudgedTrafo& a, const JudgedTrafo& b) { return ToDict(a).equal(ToDict(b)); },
+            py::is_operator())
+        .def(py::pickle([](const JudgedTrafo& r) { return ToDict(r); }, &ResultOf))
         .def("__str__", [](const JudgedTrafo& r) { return r.ToString(false); })
         .def("__repr__", [](const JudgedTrafo& r) {
             return "<Result: " + (r.objection.empty() ? r.ToString(true) : "refused: " + r.objection) + ">";
         });
+}
+
+py::tuple StateOf(const Outcome& o)
+{
+    const Registration& r = o.registration;
+    return py::make_tuple(ToDict(r, o.statistics, o.settings), std::const_pointer_cast<PointSet>(r.fix),
+                          std::const_pointer_cast<PointSet>(r.flt));
+}
+
+Outcome OutcomeOf(const py::tuple& state)
+{
+    const auto figures = state[0].cast<py::dict>();
+    Outcome o{RegistrationOf(figures), figures["statistics"], figures["settings"]};
+    o.registration.fix = state[1].cast<PointSetPtr>();
+    o.registration.flt = state[2].cast<PointSetPtr>();
+    return o;
 }
 
 void DefineOutcome(py::module_& m)
@@ -211,10 +237,10 @@ void DefineOutcome(py::module_& m)
             "refused", [](const Outcome& o) { return o.registration.refused; },
             "list of Result: accepted by the search, but not by the verification.")
         .def_property_readonly(
-            "statistics", [](const Outcome& o) { return ToDict(o.registration.statistics); },
+            "statistics", [](const Outcome& o) { return o.statistics; },
             "dict: polygons, proposals, accepted and refused ones, and the causes.")
         .def_property_readonly(
-            "settings", [](const Outcome& o) { return ToDict(o.settings); },
+            "settings", [](const Outcome& o) { return o.settings; },
             "dict: all settings that were used, see `derive_settings`.")
         .def_property_readonly(
             "fix", [](const Outcome& o) { return std::const_pointer_cast<PointSet>(o.registration.fix); },
@@ -229,8 +255,9 @@ void DefineOutcome(py::module_& m)
             "search_seconds", [](const Outcome& o) { return o.registration.searchSeconds; },
             "float: time of the search.")
         .def(
-            "to_dict", [](const Outcome& o) { return ToDict(o.registration, ToDict(o.settings)); },
-            "All of it as plain values.")
+            "to_dict", [](const Outcome& o) { return ToDict(o.registration, o.statistics, o.settings); },
+            "All of it but the point sets as plain values, as JSON takes them.")
+        .def(py::pickle(&StateOf, &OutcomeOf))
         .def("__bool__", [](const Outcome& o) { return o.registration.reason.empty(); })
         .def("__repr__", [](const Outcome& o) {
             const Registration& r = o.registration;
@@ -285,8 +312,8 @@ ValueError
 TypeError
     For a setting that does not exist, with the nearest known name.
 KeyboardInterrupt
-    Within 50 polygons of the search. The computation of the features of one scan, and a search with vertices from
-    feature clusters (``dMaxPolygonDiameter < 0``), are not interrupted.)");
+    Within 50 polygons of the search. The computation of the features of one scan, and their clustering
+    (``dMaxPolygonDiameter < 0``), are not interrupted.)");
     m.def("icp", &RefineByIcp, py::arg("fix"), py::arg("flt"), py::arg("start") = py::none(), py::kw_only(),
           py::arg("reference") = py::none(), py::arg("config") = py::none(),
           R"(Refines a pose by iterative closest points and grades the outcome, without the verification of `register`.

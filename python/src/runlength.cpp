@@ -1,7 +1,10 @@
 #include "VoAlgorithms/runtime/rle.h"
+#include "bytes.h"
 #include "module.h"
+#include "scalars.h"
 
 #include <algorithm>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -12,33 +15,14 @@ namespace RLE = VoAlgo::RLE;
 
 namespace {
 
-/// The bytes of an object with the buffer protocol, where they lie.
-class Bytes {
-public:
-    explicit Bytes(const py::object& data)
-    {
-        if (PyObject_GetBuffer(data.ptr(), &view_, PyBUF_SIMPLE) == 0) return;
-        PyErr_Clear();
-        throw py::type_error("data: must be bytes or another buffer without gaps");
-    }
-    Bytes(const Bytes&) = delete;
-    Bytes& operator=(const Bytes&) = delete;
-    ~Bytes() { PyBuffer_Release(&view_); }
-
-    [[nodiscard]] const unsigned char* Data() const { return static_cast<const unsigned char*>(view_.buf); }
-    [[nodiscard]] std::size_t Size() const { return static_cast<std::size_t>(view_.len); }
-
-private:
-    Py_buffer view_{};
-};
-
 py::bytes ToBytes(const std::vector<unsigned char>& buffer, std::size_t size)
 {
     return {reinterpret_cast<const char*>(buffer.data()), size};
 }
 
-py::bytes Compress(const py::object& data, int escape, bool moveToFront)
+py::bytes Compress(const Buffer& data, const Whole& escapeByte, bool moveToFront)
 {
+    const int escape = static_cast<int>(ReadWhole(escapeByte, "escape", -1, 255));
     const Bytes in(data);
     std::vector<unsigned char> out;
     std::size_t size = 0;
@@ -51,8 +35,10 @@ py::bytes Compress(const py::object& data, int escape, bool moveToFront)
     return ToBytes(out, size);
 }
 
-py::bytes Uncompress(const py::object& data, std::size_t maxSize, bool moveToFront)
+py::bytes Uncompress(const Buffer& data, const Whole& largest, bool moveToFront)
 {
+    const auto maxSize =
+        static_cast<std::size_t>(ReadWhole(largest, "max_size", 0, std::numeric_limits<std::ptrdiff_t>::max()));
     const Bytes in(data);
     std::vector<unsigned char> out;
     RLE::DecodeResult result{};
@@ -81,7 +67,7 @@ void DefineRunLength(py::module_& m)
 
 Parameters
 ----------
-data : bytes or buffer without gaps
+data : bytes or another buffer, C order without gaps
     Read where it lies.
 escape : int, default -1
     Escape byte, 0 to 255; -1 takes the rarest one. Of no effect with `move_to_front`.
@@ -92,12 +78,12 @@ Returns
 -------
 bytes
     At most 1 + 2 n.)");
-    m.def("rle_uncompress", &Uncompress, py::arg("data"), py::kw_only(), py::arg("max_size") = std::size_t{1} << 30,
+    m.def("rle_uncompress", &Uncompress, py::arg("data"), py::kw_only(), py::arg("max_size") = std::int64_t{1} << 30,
           py::arg("move_to_front") = false, R"(Decodes what `rle_compress` wrote; safe for bytes of unknown origin.
 
 Parameters
 ----------
-data : bytes or buffer without gaps
+data : bytes or another buffer, C order without gaps
 max_size : int, default 2**30
     Largest accepted decoded size, bytes.
 move_to_front : bool, default False

@@ -18,12 +18,11 @@ std::vector<Vec3> Applied(const CTrafo& pose, std::vector<Vec3> vectors, bool ro
 
 CTrafo FromQuaternion(const py::object& quaternion, const py::object& translation)
 {
-    const Doubles q = ReadDoubles(quaternion, "quaternion", 0), t = ReadDoubles(translation, "translation", 0);
+    const Doubles q = ReadDoubles(quaternion, "quaternion", 0);
     if (q.shape(0) != 4) throw py::value_error("quaternion: needs 4 values w x y z");
-    if (t.shape(0) != 3) throw py::value_error("translation: needs 3 values");
     const VoAlgo::Quaternion unit = VoAlgo::Quaternion(q.at(0), q.at(1), q.at(2), q.at(3)).GetNormalized();
     if (!unit) throw py::value_error("quaternion: has no direction");
-    return {unit, {static_cast<float>(t.at(0)), static_cast<float>(t.at(1)), static_cast<float>(t.at(2))}};
+    return {unit, ReadVector(translation, "translation")};
 }
 
 std::string Represent(const CTrafo& pose)
@@ -48,7 +47,7 @@ matrix : (4, 4) array of float32 or float64, optional
 Raises
 ------
 ValueError
-    When the upper left 3x3 is no rotation (within 1e-3) or the last row is another one.)")
+    When the upper left 3x3 is no rotation (within 1e-3), the last row is another one or a number is not finite.)")
         .def(py::init<>())
         .def(py::init([](const py::object& matrix) { return ReadTrafo(matrix, "matrix"); }), py::arg("matrix"))
         .def_static("from_quaternion", &FromQuaternion, py::arg("quaternion"), py::arg("translation"),
@@ -108,7 +107,8 @@ Returns
         .def(
             "__matmul__", [](const CTrafo& pose, const py::object& other) { return pose * ReadTrafo(other, "other"); },
             "The pose that applies `other` first, then this one.")
-        .def("__eq__", [](const CTrafo& a, const CTrafo& b) { return a == b; })
+        .def(
+            "__eq__", [](const CTrafo& a, const CTrafo& b) { return a == b; }, py::is_operator())
         .def(
             "__bool__", [](const CTrafo& pose) { return static_cast<bool>(pose); },
             "False when a component is not finite.")
@@ -118,6 +118,7 @@ Returns
                 return dtype.is_none() ? py::object(MatrixOf(pose)) : MatrixOf(pose).attr("astype")(dtype);
             },
             py::arg("dtype") = py::none())
+        .def(py::pickle([](const CTrafo& pose) -> py::object { return MatrixOf(pose); }, &ReadStoredPose))
         .def("__repr__", &Represent)
         .attr("__hash__") = py::none();
 }
