@@ -20,6 +20,7 @@ PYBIND11_MODULE(_core, m)
         }
     });
     using namespace voalgo::python;
+    DefineLog(m);
     DefineTrafo(m);
     DefineDocument(m);
     DefinePointSet(m);

@@ -5,6 +5,7 @@
 namespace voalgo::python {
 
 // Each adds one subject to the module.
+void DefineLog(pybind11::module_& m);
 void DefineTrafo(pybind11::module_& m);
 void DefinePointSet(pybind11::module_& m);
 void DefineRegistration(pybind11::module_& m);

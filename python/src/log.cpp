@@ -1,0 +1,37 @@
+#include "VoAlgorithms/platform/logging.h"
+#include "module.h"
+
+#include <string>
+
+namespace voalgo::python {
+
+namespace py = pybind11;
+
+namespace {
+
+/// Hands a message to Python's logging, from whatever thread it comes. What a handler raises cannot pass through the
+/// library: it is told as unraisable.
+void Hand(const Logging::Message& message)
+{
+    const py::gil_scoped_acquire acquire;
+    try {
+        const py::object logger =
+            py::module_::import("logging").attr("getLogger")(std::string("voalgorithms.") + message.channel);
+        logger.attr(message.level == Logging::ELogLevel::Error ? "error" : "warning")("%s: %s", message.function,
+                                                                                      message.text);
+    } catch (py::error_already_set& error) {
+        if (error.matches(PyExc_KeyboardInterrupt)) PyErr_SetInterrupt(); // so that it is not lost
+        error.discard_as_unraisable("voalgorithms' log");
+    }
+}
+
+} // namespace
+
+void DefineLog(py::module_& /*m*/)
+{
+    Logging::SetSink(&Hand);
+    // While the interpreter ends it takes no messages any more.
+    py::module_::import("atexit").attr("register")(py::cpp_function([] { Logging::SetSink({}); }));
+}
+
+} // namespace voalgo::python
