@@ -27,6 +27,7 @@ PYBIND11_MODULE(_core, m)
     DefineRegistration(m);
     DefineNumerics(m);
     DefineNls(m);
+    DefineSolvers(m);
     DefineColour(m);
     DefineRunLength(m);
     m.attr("__name__") = "voalgorithms._core";

@@ -11,6 +11,7 @@ void DefinePointSet(pybind11::module_& m);
 void DefineRegistration(pybind11::module_& m);
 void DefineNumerics(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
+void DefineSolvers(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);
 void DefineDocument(pybind11::module_& m);
