@@ -57,9 +57,11 @@ PreparedCloud ReadCloud(const py::object& argument, const char* name, const std:
         prepared = PrepareCloud(std::move(raw), name, 1.0, viewpoint);
         remarks = Describe(prepared);
     }
-    for (const std::string& warning : remarks.warnings)
-        if (PyErr_WarnEx(PyExc_UserWarning, (std::string(name) + ": " + warning).c_str(), 1) != 0)
+    for (const std::string& warning : remarks.warnings) {
+        const std::string text = warning.substr(0, warning.find(" (--unit)")); // an option of the tool alone
+        if (PyErr_WarnEx(PyExc_UserWarning, (std::string(name) + ": " + text).c_str(), 1) != 0)
             throw py::error_already_set();
+    }
     return prepared;
 }
 

@@ -224,6 +224,8 @@ def test_doubtful_scans_warn():
         vo.derive_settings(points, cube())
     with pytest.warns(UserWarning, match="flt: its normals are no normals"):
         vo.derive_settings(cube(), (cube(), np.zeros_like(cube())))
+    with pytest.warns(UserWarning, match=r"fix: its largest extent is 0.01 mm; is the unit right\?$"):
+        vo.icp(cube() / 1000, cube())
 
 
 def test_arrays_in_the_right_layout_are_not_copied():

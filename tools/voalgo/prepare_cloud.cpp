@@ -133,7 +133,7 @@ Remarks Describe(const PreparedCloud& p)
     if (p.zeroNormals > 0) r.notes.push_back(Format("%zu points have no normal (zero length)", p.zeroNormals));
     const double extent = p.Extent();
     if (extent < SmallestExtent || extent > LargestExtent)
-        r.warnings.push_back(Format("its largest extent is %.4g mm; is the unit right?", extent));
+        r.warnings.push_back(Format("its largest extent is %.4g mm; is the unit right? (--unit)", extent));
     double farthest = 0.0;
     for (unsigned k = 0; k < 3; ++k)
         farthest = std::max({farthest, std::abs(double{p.low[k]}), std::abs(double{p.high[k]})});
