@@ -15,30 +15,10 @@
 
 namespace VoAlgo {
 
-namespace {
-
-/// Empty when the sizes of what the problem answers do not fit.
-TMatrix<double> WeightedJacobian(CNLSObjectiveFunction& problem, const TVector<double>& params)
-{
-    const TVector<int>& free = problem.GetFreeVariablesIndices();
-    const auto m = static_cast<std::uint32_t>(problem.GetNumMeasurements());
-    if (params.Size() != static_cast<std::uint32_t>(problem.GetNumParams())) return {};
-    TVector<double> z(free.Size());
-    for (std::size_t j = 0; j < free.Size(); ++j) z[j] = params[free[j]];
-    TMatrix<double> J = problem.Jacobian(z);
-    const TVector<double> sigma = problem.StdDev();
-    if (J.Rows() != m || J.Cols() != free.Size() || sigma.Size() != m) return {};
-    for (std::size_t j = 0; j < J.Cols(); ++j)
-        for (std::size_t i = 0; i < m; ++i) J(i, j) /= sigma[i];
-    return J;
-}
-
-} // namespace
-
 CDOptimalDesign::CDOptimalDesign(TMatrix<double> candidates) : candidates_(std::move(candidates)) {}
 
 CDOptimalDesign::CDOptimalDesign(CNLSObjectiveFunction& problem, const TVector<double>& params)
-    : CDOptimalDesign(WeightedJacobian(problem, params))
+    : CDOptimalDesign(problem.weightedJacobian(params))
 {
 }
 

@@ -141,6 +141,8 @@ protected:
     TVector<double> errorFDDerivatives(TVector<double>& params, int index, double h, int order);
 
 private:
+    friend class CDOptimalDesign; // takes weightedJacobian
+
     TVector<double> errorDerivative(const TVector<double>& params, const TVector<double>& direction, double h,
                                     int order);
     TVector<double> freeFromParams(const TVector<double>& params) const;
