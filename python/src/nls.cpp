@@ -185,6 +185,12 @@ void DefineNls(py::module_& m)
 
 With `sigma` it takes that as absolute; else the residuals tell the scale. Inequalities and robust weights do not
 enter; rows and columns of parameters that are constant or not determined are 0.)")
+        .def(py::pickle(
+            [](const Fit& f) { return py::make_tuple(f.parameters, f.rmse, static_cast<int>(f.result), f.covariance); },
+            [](const py::tuple& s) {
+                return Fit{s[0].cast<py::array_t<double>>(), s[1].cast<double>(),
+                           static_cast<CNLSSolver::EResult>(s[2].cast<int>()), s[3].cast<py::array_t<double>>()};
+            }))
         .def("__bool__", [](const Fit& f) { return f.result <= CNLSSolver::SmallStep; })
         .def("__repr__", [](const Fit& f) {
             return std::string("<Fit: ") + CNLSSolver::ResultText(f.result) + ", rmse " +
