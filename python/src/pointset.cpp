@@ -178,7 +178,11 @@ pose : Trafo or (4, 4) array
 search_radius : float
     A point is covered when a moved point of `flt` lies within it, millimetres.
 area_radius : float
-    Neighbourhood of the local area estimate, millimetres.)")
+    Neighbourhood of the local area estimate, millimetres.
+
+Returns
+-------
+float)")
         .def(
             "to_document", [](const PointSet& set) { return VoAlgo::bson::to_object(set); },
             "All arrays as a Document.")
@@ -243,7 +247,12 @@ threads : int, default 0
 
 Returns
 -------
-PointSet)");
+PointSet
+
+Raises
+------
+ValueError
+    When no point becomes a feature.)");
 }
 
 } // namespace voalgo::python

@@ -334,10 +334,23 @@ config : dict, optional
 Returns
 -------
 Result
-    True when all tests passed; else `objection` names the one that did not.)");
+    True when all tests passed; else `objection` names the one that did not.
+
+Raises
+------
+ValueError
+    For scans without finite points, a setting out of range.
+TypeError
+    For a setting that does not exist, with the nearest known name.)");
     m.def("derive_settings", &DerivedSettings, py::arg("fix"), py::arg("flt"), py::kw_only(),
           py::arg("preset") = "auto",
           R"(The settings that `register` derives from the spacing and the roughness of both scans.
+
+Parameters
+----------
+fix, flt : (n, 3) array, (n, 6) array, (points, normals) or PointSet
+    As for `register`.
+preset : {"auto", "dense", "scan", "thorough"}, default "auto"
 
 Returns
 -------
