@@ -241,6 +241,8 @@ struct ScalarF8 {
     }
     /// ((v0 + v4) + (v2 + v6)) + ((v1 + v5) + (v3 + v7)), the pairwise reduction of the processor's halves.
     [[nodiscard]] float Sum() const { return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7])); }
+    /// ((v0 + v1) + (v2 + v3)) + ((v4 + v5) + (v6 + v7)), neighbours in pairs; slower.
+    [[nodiscard]] float SumOfPairs() const { return ((v[0] + v[1]) + (v[2] + v[3])) + ((v[4] + v[5]) + (v[6] + v[7])); }
 };
 
 /// For every mask the positions of its set bits, then anything.
@@ -329,6 +331,12 @@ struct AvxF8 {
         const __m128 a = _mm_add_ps(_mm256_castps256_ps128(v), _mm256_extractf128_ps(v, 1)); // v0+v4 .. v3+v7
         const __m128 b = _mm_add_ps(a, _mm_movehl_ps(a, a));                                 // even, odd sums
         return _mm_cvtss_f32(_mm_add_ss(b, _mm_shuffle_ps(b, b, 1)));
+    }
+    [[nodiscard]] float SumOfPairs() const
+    {
+        const __m256 pairs = _mm256_hadd_ps(v, v);
+        const __m256 fours = _mm256_hadd_ps(pairs, pairs);
+        return _mm_cvtss_f32(_mm_add_ss(_mm256_castps256_ps128(fours), _mm256_extractf128_ps(fours, 1)));
     }
 
 private:

@@ -26,7 +26,7 @@ CFPFHPointSet::CFPFHPointSet(const std::vector<Vec3>& points, const std::vector<
     : CPointSet(points, normals), featurePoints_(featurePoints), featureNormals_(featureNormals), features_(features)
 {
     const bool hasPoints = !featurePoints.empty(); // histograms without positions are invalid, not a wrong call
-    if ((hasPoints && featurePoints.size() != features.size()) || featureNormals.size() != featurePoints.size())
+    if (hasPoints && (featurePoints.size() != features.size() || featureNormals.size() != features.size()))
         throw std::invalid_argument("feature points, normals and histograms differ in number");
     rebuildFeatureKdTree();
 }

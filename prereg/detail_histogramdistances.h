@@ -7,15 +7,15 @@
 
 namespace prereg::detail {
 
-/// Sums term(a, b) over the 33 bins: eight lanes in four passes, their pairwise reduction, bin 32 last. `scalarTerm` is
-/// the same term for one bin.
+/// Sums term(a, b) over the 33 bins: eight lanes in four passes, neighbouring lanes in pairs, bin 32 last. `scalarTerm`
+/// is the same term for one bin.
 template <class Pack, class PackTerm, class ScalarTerm>
 float SumOverBins(const float* a, const float* b, PackTerm packTerm, ScalarTerm scalarTerm)
 {
     Pack sum = Pack::Set(0.0F);
     for (std::size_t i = 0; i < 32; i += VoAlgo::simd::Lanes)
         sum = sum + packTerm(Pack::Load(a + i), Pack::Load(b + i));
-    return sum.Sum() + scalarTerm(a[32], b[32]);
+    return sum.SumOfPairs() + scalarTerm(a[32], b[32]);
 }
 
 template <class Pack>

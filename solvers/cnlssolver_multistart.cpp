@@ -34,7 +34,7 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
     double best = std::isnan(rmse) ? std::numeric_limits<double>::infinity() : rmse;
     const double perfect = start.Size() * std::numeric_limits<double>::epsilon() * 10;
     Random random;
-    TVector<double> point = start;
+    TVector<double> point = params; // the first walk starts from the fit, the others from the start
     int shown = 1;
     int completed = 0;
     int errors = 0;
@@ -72,7 +72,8 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
     return result;
 }
 
-/// Moves the point, the start, to a random place of the polytope. False after five walks that ended outside.
+/// Moves the point to a random place of the polytope. False after five walks that ended outside, all but the first of
+/// them from the start.
 bool CNLSSolver::warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const
 {
     constexpr int attempts = 5;

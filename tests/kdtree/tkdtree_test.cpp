@@ -219,7 +219,7 @@ TEST(TKdTree, OddQueriesAndStrides)
         EXPECT_TRUE(within.empty());
     }
     Points<3> largest = Uniform<3>(60, 22, 3e38F); // squares overflow, half-extents must not
-    const kdtree::TKdTree<3, 48> wide3(largest[0].data(), largest.size(), 3);
+    const kdtree::TKdTree<3, 48> wide3(largest.data(), largest.size());
     EXPECT_EQ(wide3.Nearest(largest[5].data(), 1.0F), 5);
     EXPECT_GE(tree.GetMemUsage(), 200 * 4 * sizeof(float));
     EXPECT_EQ((kdtree::TKdTree<3, 48>().GetMemUsage()), 0U);

@@ -81,6 +81,7 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     bits.push_back(Pack::MaskLess(x, y));
     bits.push_back(Pack::MaskLessEqual(x, y));
     bits.push_back(Bits(x.Sum()));
+    bits.push_back(Bits(x.SumOfPairs()));
     float compressed[Lanes] = {};
     Pack::Compress(x, mask, compressed);
     std::uint32_t numbers[Lanes] = {}, codes[Lanes], counts[3 * 11];

@@ -99,8 +99,10 @@ TEST(CFPFHPointSet, BadFeaturesAreReportedAndEmptyTheSet)
         ElementsAre(Channel + "E|Inf/NaN in feature point data resulted in empty kD-tree; invalidating point set"));
 
     parts = good;
-    parts.featurePoints = {};
+    parts.featurePoints.points = {};
     ExpectEmpty(parts.Make()); // deliberately without a message
+    parts.featurePoints.normals = {};
+    ExpectEmpty(parts.Make());
     EXPECT_THAT(log.Take(), IsEmpty());
     parts.features.clear();
     ExpectEmpty(parts.Make());

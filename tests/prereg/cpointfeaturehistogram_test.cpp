@@ -163,10 +163,10 @@ TEST(CPointFeatureHistogram, Distances)
         EXPECT_EQ(a.SoerensenDistance(b), detail::SumOfSquaredDifferences<ScalarF8>(a.bins, b.bins));
         EXPECT_EQ(a.SquaredEuclideanDistance(b), detail::Dissimilarity<ScalarF8>(a.bins, b.bins));
         EXPECT_EQ(a.SquaredChi2Distance(b), detail::Chi2<ScalarF8>(a.bins, b.bins));
-        float lanes[8] = {}; // four passes over eight lanes, halves folded, bin 32 last
+        float lanes[8] = {}; // four passes over eight lanes, neighbours in pairs, bin 32 last
         for (std::size_t i = 0; i < 32; ++i) lanes[i % 8] += (a[i] - b[i]) * (a[i] - b[i]);
         const float folded =
-            ((lanes[0] + lanes[4]) + (lanes[2] + lanes[6])) + ((lanes[1] + lanes[5]) + (lanes[3] + lanes[7]));
+            ((lanes[0] + lanes[1]) + (lanes[2] + lanes[3])) + ((lanes[4] + lanes[5]) + (lanes[6] + lanes[7]));
         EXPECT_EQ(a.SoerensenDistance(b), folded + (a[32] - b[32]) * (a[32] - b[32]));
         EXPECT_EQ(a.SoerensenDistance(a), 0.0F);
         EXPECT_EQ(a.SquaredEuclideanDistance(a), 0.0F);

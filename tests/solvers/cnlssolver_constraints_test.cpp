@@ -317,6 +317,10 @@ TEST(CNLSSolverConstraints, MultistartTellsWhatItDoes)
     EXPECT_THAT(Fit(problem, {10}, 1).log, HasSubstr("RUN 1 OF 1 (try #1)\n(NLS) warmup failed.\n"));
     EXPECT_THAT(Fit(problem, {10}, 1, CNLSSolver::Gibbs, 500, true).log, Not(HasSubstr("warmup failed")));
 
+    // The first walk begins at the fit, which is inside; the second at the start, which is not.
+    EXPECT_THAT(Fit(problem, {50}, 2).log, testing::AllOf(HasSubstr("RUN 1 OF 2 (try #1)\n(NLS) iter. 0"),
+                                                          HasSubstr("RUN 2 OF 2 (try #1)\n(NLS) warmup failed.\n")));
+
     // No feasible point: every walk fails, but counts.
     Watched infeasible(Matrix{{1}}, {2});
     infeasible.AddBounds(0, 1, -1);

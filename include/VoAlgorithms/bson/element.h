@@ -157,51 +157,48 @@ public:
     ///@{
     /// The typed readers accept their own type alone, without any widening, and throw bad_cast for every other.
     /// Any boolean byte but 0 is true; objects copy the bytes of each child.
-    [[nodiscard]] std::int8_t as_int8() const;
-    [[nodiscard]] std::uint8_t as_uint8() const;
-    [[nodiscard]] std::int16_t as_int16() const;
-    [[nodiscard]] std::uint16_t as_uint16() const;
-    [[nodiscard]] std::int32_t as_int32() const;
-    [[nodiscard]] std::uint32_t as_uint32() const;
-    [[nodiscard]] std::int64_t as_int64() const;
-    [[nodiscard]] std::uint64_t as_uint64() const;
-    [[nodiscard]] float as_float() const;
-    [[nodiscard]] double as_double() const;
-    [[nodiscard]] bool as_boolean() const; // any byte but 0 is true
-    [[nodiscard]] std::chrono::milliseconds as_datetime() const;
-    [[nodiscard]] std::string as_string() const;
-    [[nodiscard]] std::wstring as_string_utf16() const;
-    [[nodiscard]] object as_object() const; // copies the bytes of each child
+    std::int8_t as_int8() const;
+    std::uint8_t as_uint8() const;
+    std::int16_t as_int16() const;
+    std::uint16_t as_uint16() const;
+    std::int32_t as_int32() const;
+    std::uint32_t as_uint32() const;
+    std::int64_t as_int64() const;
+    std::uint64_t as_uint64() const;
+    float as_float() const;
+    double as_double() const;
+    bool as_boolean() const; // any byte but 0 is true
+    std::chrono::milliseconds as_datetime() const;
+    std::string as_string() const;
+    std::wstring as_string_utf16() const;
+    object as_object() const; // copies the bytes of each child
     ///@}
     /// Pattern and options, borrowed.
-    [[nodiscard]] std::pair<const char*, const char*> as_regex() const;
+    std::pair<const char*, const char*> as_regex() const;
     /// Bytes (borrowed, not aligned), their number, subtype.
-    [[nodiscard]] std::tuple<const unsigned char*, unsigned, BinaryType> as_binary() const;
+    std::tuple<const unsigned char*, unsigned, BinaryType> as_binary() const;
 
     /// The elements of an object element; as_object by another name.
-    [[nodiscard]] object children() const;
+    object children() const;
     /// Copy of the first child of that name; the empty element when there is none or this is no object.
-    [[nodiscard]] element child(std::string_view name) const;
+    element child(std::string_view name) const;
     /// The same for the first name that matches as a whole. Names of more than 1,024 bytes never match: the standard
     /// library's matcher uses stack for every character.
-    [[nodiscard]] element child(const std::regex& pattern) const;
+    element child(const std::regex& pattern) const;
     ///@{
     /// Copy of the element at a path below this one, names between slashes; empty names do not count, and the path
     /// without names leads to this element. At every step the first child of that name is taken; the empty element when
     /// one is missing. Children are passed over, not copied.
     template <std::convertible_to<std::string_view> Path>
-    [[nodiscard]] element query(const Path& path) const
+    element query(const Path& path) const
     {
         return query(split_path(path));
     }
-    [[nodiscard]] element query(const std::list<std::string>& path) const;
+    element query(const std::list<std::string>& path) const;
     ///@}
 
     /// All bytes (borrowed) and their number.
-    [[nodiscard]] std::pair<const unsigned char*, std::uint64_t> freeze() const noexcept
-    {
-        return {buffer_.get(), total_};
-    }
+    std::pair<const unsigned char*, std::uint64_t> freeze() const noexcept { return {buffer_.get(), total_}; }
     /// Writes them; true exactly when the stream's position advanced by their number (never for a stream without one).
     bool freeze(std::ostream& stream) const; // NOLINT(modernize-use-nodiscard)
 
@@ -209,9 +206,9 @@ public:
     /// is not a whole element of a known type throws std::invalid_argument "parse error". The counts of objects are not
     /// relied upon but put right. Memory grows with what the input
     /// holds, never with what its counts claim.
-    [[nodiscard]] static element unfreeze(std::istream& stream);
+    static element unfreeze(std::istream& stream);
     /// The same from memory (borrowed); what follows the element is not looked at.
-    [[nodiscard]] static element unfreeze(const unsigned char* data, std::size_t size);
+    static element unfreeze(const unsigned char* data, std::size_t size);
 
     /// The value as JSON; see object::to_json.
     [[nodiscard]] std::string to_json(std::size_t longestBinary = SIZE_MAX) const;
@@ -261,34 +258,34 @@ public:
 
     ///@{
     /// The first element of that name (see element::child); a static empty element when there is none.
-    [[nodiscard]] const element& child(std::string_view name) const& noexcept;
-    [[nodiscard]] const element& child(const std::regex& pattern) const&;
-    [[nodiscard]] element child(std::string_view name) &&;
-    [[nodiscard]] element child(const std::regex& pattern) &&;
+    const element& child(std::string_view name) const& noexcept;
+    const element& child(const std::regex& pattern) const&;
+    element child(std::string_view name) &&;
+    element child(const std::regex& pattern) &&;
     ///@}
     ///@{
     /// As element::query; the path without names leads nowhere.
     template <std::convertible_to<std::string_view> Path>
-    [[nodiscard]] element query(const Path& path) const
+    element query(const Path& path) const
     {
         return query(split_path(path));
     }
-    [[nodiscard]] element query(const std::list<std::string>& path) const;
+    element query(const std::list<std::string>& path) const;
     ///@}
 
     /// The frozen bytes and their number. Throws std::length_error when S exceeds 32 bits.
-    [[nodiscard]] std::pair<std::unique_ptr<unsigned char[]>, std::uint64_t> freeze() const;
+    std::pair<std::unique_ptr<unsigned char[]>, std::uint64_t> freeze() const;
     /// Writes them without an intermediate copy; true exactly when the stream's position advanced by their number.
     bool freeze(std::ostream& stream) const; // NOLINT(modernize-use-nodiscard)
 
     ///@{
     /// Reads elements up to the terminating zero byte; the count is not relied upon. Fewer than four bytes give the
     /// empty object. Errors as element::unfreeze; a missing terminator is one.
-    [[nodiscard]] static object unfreeze(std::istream& stream);
-    [[nodiscard]] static object unfreeze(const unsigned char* data, std::size_t size);
+    static object unfreeze(std::istream& stream);
+    static object unfreeze(const unsigned char* data, std::size_t size);
     ///@}
     /// For bytes that are known to hold a whole object: only its terminator ends the reading.
-    [[nodiscard]] static object unfreeze(const unsigned char* data);
+    static object unfreeze(const unsigned char* data);
 
     /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order; names that repeat are repeated. Numbers
     /// are the shortest text that reads back exactly; NaN and infinities are the strings "NaN", "Infinity",

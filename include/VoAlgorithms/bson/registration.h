@@ -54,25 +54,25 @@ namespace VoAlgo::bson {
 ///
 /// A CFPFHPreRegistration owns its point sets; its results are those of "Transforms", each with cluster size 1.
 template <class T>
-[[nodiscard]] T from_object(const element::object& object);
+T from_object(const element::object& object);
 
 template <>
-[[nodiscard]] VOALGO_API CTrafo from_object<CTrafo>(const element::object& object);
+VOALGO_API CTrafo from_object<CTrafo>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API CbMatrix4Rd from_object<CbMatrix4Rd>(const element::object& object);
+VOALGO_API CbMatrix4Rd from_object<CbMatrix4Rd>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API CbMatrix4Rf from_object<CbMatrix4Rf>(const element::object& object);
+VOALGO_API CbMatrix4Rf from_object<CbMatrix4Rf>(const element::object& object);
 template <>
 [[nodiscard]] VOALGO_API prereg::ConfigurationFPFH
 from_object<prereg::ConfigurationFPFH>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API prereg::ConfigurationICP from_object<prereg::ConfigurationICP>(const element::object& object);
+VOALGO_API prereg::ConfigurationICP from_object<prereg::ConfigurationICP>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API prereg::Ellipsoid from_object<prereg::Ellipsoid>(const element::object& object);
+VOALGO_API prereg::Ellipsoid from_object<prereg::Ellipsoid>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API prereg::ICPResult from_object<prereg::ICPResult>(const element::object& object);
+VOALGO_API prereg::ICPResult from_object<prereg::ICPResult>(const element::object& object);
 template <>
-[[nodiscard]] VOALGO_API prereg::CFPFHPointSet from_object<prereg::CFPFHPointSet>(const element::object& object);
+VOALGO_API prereg::CFPFHPointSet from_object<prereg::CFPFHPointSet>(const element::object& object);
 template <>
 [[nodiscard]] VOALGO_API prereg::CFPFHPreRegistration
 from_object<prereg::CFPFHPreRegistration>(const element::object& object);

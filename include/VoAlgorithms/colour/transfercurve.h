@@ -73,8 +73,8 @@ public:
 
     ///@{
     /// The curve of a channel, in the order of the class's components. Throws std::out_of_range for an index above 2.
-    [[nodiscard]] CChannelTransferCurve& Channel(std::size_t channel) { return channels_.at(channel); }
-    [[nodiscard]] const CChannelTransferCurve& Channel(std::size_t channel) const { return channels_.at(channel); }
+    CChannelTransferCurve& Channel(std::size_t channel) { return channels_.at(channel); }
+    const CChannelTransferCurve& Channel(std::size_t channel) const { return channels_.at(channel); }
     ///@}
 
     /// The colour with each component replaced by its curve's value.

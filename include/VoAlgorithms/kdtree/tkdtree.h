@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,14 @@ public:
     TKdTree() = default;
     /// Over n points, D floats each, `stride` floats apart (borrowed). O(n log n).
     TKdTree(const float* points, std::size_t n, std::size_t stride);
+    /// Over n points, each an object that begins with its D floats, such as Vector<D> (borrowed). O(n log n).
+    template <class Point>
+    TKdTree(const Point* points, std::size_t n)
+        : TKdTree(reinterpret_cast<const float*>(points), n, sizeof(Point) / sizeof(float))
+    {
+        static_assert(std::is_standard_layout_v<Point> && sizeof(Point) >= D * sizeof(float) &&
+                      sizeof(Point) % sizeof(float) == 0);
+    }
 
     /// Number of points held.
     [[nodiscard]] std::uint32_t Size() const { return count_; }

@@ -16,20 +16,15 @@ struct ConfigurationFPFH;
 /// index that the clustering gave them; the members of a cluster are feature indices, ascending. Deterministic.
 class VOALGO_API CFPFHClusterAnalysis {
 public:
-    /// The feature indices of one cluster; valid as long as the analysis.
-    class ClusterIterator {
-    public:
-        /// Over the indices from begin up to, but without, end.
-        ClusterIterator(const unsigned* begin, const unsigned* end) : begin_(begin), end_(end) {}
+    /// The feature indices of one cluster, from the first pointer up to, but without, the second; valid as long as the
+    /// analysis.
+    struct ClusterIterator : std::pair<const unsigned*, const unsigned*> {
+        using pair::pair;
         ///@{
         /// The range, for range-based loops.
-        [[nodiscard]] const unsigned* begin() const { return begin_; }
-        [[nodiscard]] const unsigned* end() const { return end_; }
+        [[nodiscard]] const unsigned* begin() const { return first; }
+        [[nodiscard]] const unsigned* end() const { return second; }
         ///@}
-
-    private:
-        const unsigned* begin_;
-        const unsigned* end_;
     };
 
     /// No clusters.

@@ -33,6 +33,8 @@ private:
 /// computed incrementally or from scratch.
 class VOALGO_API CFPFHDataSource {
 public:
+    /// The GPU that a data source may work on.
+    using GPUContext = prereg::GPUContext;
     /// Points (mm) and unit normals.
     using Vec3 = kdtree::Vector<3>;
 

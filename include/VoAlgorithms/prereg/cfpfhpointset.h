@@ -70,7 +70,7 @@ public:
     ///@}
 
     /// Mask of feature i; 0 when there are no masks. Throws std::out_of_range "invalid vector<T> subscript".
-    [[nodiscard]] std::uint32_t GetFeatureBitMask(std::size_t i) const;
+    std::uint32_t GetFeatureBitMask(std::size_t i) const;
     /// Throws std::out_of_range "invalid vector<T> subscript", also when there are no masks.
     void SetFeatureBitMask(std::size_t i, std::uint32_t mask);
     /// A copy of all masks; empty when there are none.

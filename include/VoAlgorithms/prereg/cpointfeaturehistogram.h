@@ -34,7 +34,7 @@ struct VOALGO_API CPointFeatureHistogram {
     /// Scales all bins by the reciprocal sum of the first block; an empty histogram becomes non-finite.
     void Normalize();
     /// Number of bins that are not 0. Throws std::exception "invalid popcnt!" when one of bins 0 to 31 is NaN.
-    [[nodiscard]] unsigned PopCount() const;
+    unsigned PopCount() const;
     /// Squared Euclidean distance. The names of this and the next operation are crossed; callers rely on the values.
     [[nodiscard]] float SoerensenDistance(const CPointFeatureHistogram& other) const;
     /// Soerensen (Bray-Curtis) dissimilarity, Σ|a − b| ÷ Σ(a + b); NaN for two empty histograms.

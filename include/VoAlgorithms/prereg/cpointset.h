@@ -51,7 +51,7 @@ public:
     /// The covariance ellipsoid of the points.
     [[nodiscard]] const Ellipsoid& GetEllipsoid() const { return ellipsoid_; }
     /// Mask of point i; 0 when there are no masks. Throws std::out_of_range "invalid vector<T> subscript".
-    [[nodiscard]] std::uint32_t GetBitMask(std::size_t i) const;
+    std::uint32_t GetBitMask(std::size_t i) const;
     /// Throws std::out_of_range "invalid vector<T> subscript", also when there are no masks.
     void SetBitMask(std::size_t i, std::uint32_t mask);
 
@@ -88,11 +88,6 @@ public:
     /// factor for all components leaves normals as they are.
     [[nodiscard]] Surfels scaleSurfels(const Vec3& scale) const;
 
-    /// Indices of the points with A·p ≤ b for all n rows.
-    [[nodiscard]] static std::vector<std::size_t> identifyMatchingIndices(const std::vector<Vec3>& points,
-                                                                          const float* A, const float* b, unsigned n);
-
-protected:
     /// One correspondence of the ICP.
     struct PairWithError {
         std::uint32_t fixIndex; ///< reference point
@@ -101,6 +96,11 @@ protected:
         float error;            ///< larger of the squared distances to the two tangent planes, mm²
     };
 
+    /// Indices of the points with A·p ≤ b for all n rows.
+    [[nodiscard]] static std::vector<std::size_t> identifyMatchingIndices(const std::vector<Vec3>& points,
+                                                                          const float* A, const float* b, unsigned n);
+
+protected:
     /// Empty.
     CPointSet() = default;
     /// Copies both (same length; throws std::invalid_argument otherwise), builds the tree, then the ellipsoid.

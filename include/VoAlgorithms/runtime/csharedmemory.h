@@ -22,7 +22,7 @@ public:
     /// Creates a block of `size` bytes for reading and writing, all zero. Tests false when the system refuses.
     [[nodiscard]] static CSharedMemory Create(const std::wstring& name, std::size_t size);
     /// Opens an existing block. Tests false, at once, when there is none of that name.
-    [[nodiscard]] static CSharedMemory Open(const std::wstring& name);
+    static CSharedMemory Open(const std::wstring& name);
 
     ///@{
     /// The block goes over; the old owner tests false.

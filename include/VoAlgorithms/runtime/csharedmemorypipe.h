@@ -41,7 +41,7 @@ public:
     [[nodiscard]] static CSharedMemoryPipe Create(const std::wstring& name, std::size_t size);
     /// Opens a pipe; `size` must be the creator's. Throws std::runtime_error ("VoAlgo::CSharedMemoryPipe::Open", then
     /// the system's text) at once when there is no such pipe, std::invalid_argument when its block is smaller.
-    [[nodiscard]] static CSharedMemoryPipe Open(const std::wstring& name, std::size_t size);
+    static CSharedMemoryPipe Open(const std::wstring& name, std::size_t size);
 
     ///@{
     /// Sends one message; an empty one sends nothing. Returns when the last chunk is in the block, which may be before
@@ -60,7 +60,7 @@ public:
     ///@{
     /// Receives one message in place of what the vector holds. Throws as above.
     void Receive(std::vector<unsigned char>& buffer);
-    [[nodiscard]] std::vector<unsigned char> Receive();
+    std::vector<unsigned char> Receive();
     ///@}
 
 private:

@@ -32,7 +32,8 @@ class CNLSObjectiveFunction;
 /// - with weights other than 1, since steps must lower the unweighted residuals;
 /// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
 ///
-/// And random starts need bounds on both sides of every parameter, and a first start inside of them.
+/// And random starts need bounds on both sides of every parameter. The first is walked to from the fit, the others from
+/// the start, which has to lie inside.
 ///
 /// `SetRefinement(true)` goes on there: in an iteration whose slid step is not accepted, the best step along any of the
 /// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; while fewer
@@ -85,10 +86,10 @@ public:
     /// @param tau           damping at the start, relative to the largest diagonal element of JᵀWJ; ≥ 0. 1e-6 for a
     ///               start believed good, 1e-3 or 1 otherwise.
     /// @param multistarts   number of additional fits from random starts; needs inequalities, which should bound every
-    ///               parameter on both sides, and a start inside of them (refined: or on them): a plain random walk
-    ///               from elsewhere ends at infinity, a refined one does not go where there is no bound. The best fit
-    ///               is returned, never one worse than that from `params`. The series ends early at a residual of zero,
-    ///               or after five failures in a row.
+    ///               parameter on both sides. The first random walk begins at the fit, the others at the start. A plain
+    ///               one from an upper bound or from outside ends at infinity and is left out; a refined one does not
+    ///               go where there is no bound. The best fit is returned, never one worse than that from `params`. The
+    ///               series ends early at a residual of zero, or after five failures in a row.
     /// @param sampler       how random starts are drawn.
     EResult Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
 
