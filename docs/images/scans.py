@@ -181,6 +181,7 @@ POSE, CONFIG = FOUND.best.trafo, FOUND.settings["config"]
 S = FOUND.settings["workingSpacing"] / 2  # the point spacing; features are computed at twice of it
 PLACED = FLT.moved(POSE)
 
-draw_features()
-draw_polygons()
-draw_pairs()
+if __name__ == "__main__":
+    draw_features()
+    draw_polygons()
+    draw_pairs()
