@@ -70,8 +70,8 @@ public:
     CFPFHPreRegistration& operator=(CFPFHPreRegistration&&) = default;
     ~CFPFHPreRegistration() override = default;
 
-    /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications
-    /// and the random engine go on.
+    /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications,
+    /// feature clusters and the random engine go on, so the sets must not change in between.
     bool Compute() override;
     /// Whether a result waits.
     [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
