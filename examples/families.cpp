@@ -116,7 +116,7 @@ void Solvers()
     Decay decay;
     VoAlgo::CNLSSolver solver(decay, false, 0);
     solver.SetLogging(false);
-    solver.SetRefinement(true); // not to rest on a bound
+    solver.SetRefinement(true);              // not to rest on a bound
     VoAlgo::TVector<double> params = {1, 1}; // the start
     double rmse = 0;
     solver.Run(params, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs); // a = 8, b = ln 2
