@@ -144,7 +144,7 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
     TVector<double> full;
     if (!fit.system.Solve(fit.N, fit.mu, -fit.g, full)) return LSSolutionFailed;
     const TVector<double> h = fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full;
-    ETrial trial = tryStep(fit, h, !(h == full));
+    ETrial trial = tryStep(fit, h, h != full);
     if (refinement_ && fit.constrained && (trial == Rejected || trial == Small))
         if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step, true);
     switch (trial) {

@@ -27,7 +27,7 @@ class CNLSObjectiveFunction;
 /// Fit plainly first and robustly from there: far from the solution all residuals look like outliers. Deliberate: a
 /// residual of exactly 0 has no such weight (0 ÷ 0), and the fit ends with "LS solution failed".
 ///
-/// These rules may come to rest ("small step size") beside the minimum of rᵀWr:
+/// These rules may come to rest ("small step size", the last of the cases "small gradient") beside the minimum of rᵀWr:
 /// - on rows: the slid step need not be a descent, a corner ends the fit, and a start on a bound never leaves it;
 /// - with weights other than 1, since steps must lower the unweighted residuals;
 /// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
