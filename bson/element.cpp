@@ -1,7 +1,7 @@
 #include "VoAlgorithms/bson/element.h"
 
 #include "bson/detail_utf8.h"
-#include "bson/detail_view.h"
+#include "bson/view.h"
 
 #include <cstring>
 #include <limits>

@@ -1,6 +1,6 @@
 #include "VoAlgorithms/kdtree/tkdtree.h"
 
-#include "kdtree/detail_unique.h"
+#include "kdtree/unique.h"
 #include "platform/simd.h"
 
 #include <algorithm>

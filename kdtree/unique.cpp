@@ -1,4 +1,4 @@
-#include "kdtree/detail_unique.h"
+#include "kdtree/unique.h"
 
 #include <bit>
 #include <cmath>

@@ -1,7 +1,7 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 
 #include "numerics/detail_rotation.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/detail_namedobjects.h"
+#include "platform/namedobjects.h"
 
 #include <algorithm>
 #include <cerrno>

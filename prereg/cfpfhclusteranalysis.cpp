@@ -3,8 +3,8 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/prereg/configurationfpfh.h"
-#include "platform/detail_clock.h"
-#include "platform/detail_log.h"
+#include "platform/clock.h"
+#include "platform/log.h"
 #include "prereg/detail_histogramdistances.h"
 #include "prereg/detail_kmeans.h"
 

@@ -2,13 +2,13 @@
 
 #include "VoAlgorithms/platform/gpgpu.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
-#include "kdtree/detail_unique.h"
-#include "platform/detail_clock.h"
-#include "platform/detail_log.h"
-#include "platform/detail_tasks.h"
+#include "kdtree/unique.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/tasks.h"
+#include "prereg/detail_curvature.h"
 #include "prereg/detail_neighbours.h"
 #include "prereg/detail_simplehistograms.h"
-#include "prereg/detail_surface.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,7 @@
 #include "VoAlgorithms/clustering/thashmap.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
 #include "platform/simd.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
 #include "prereg/detail_savesurfels.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
+#include "prereg/cfpfhpolygon.h"
 #include "VoAlgorithms/clustering/cdigraph.h"
 #include "VoAlgorithms/numerics/symsolvers.h"
-#include "platform/detail_log.h"
-#include "prereg/detail_cfpfhpolygon.h"
+#include "platform/log.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,10 +2,10 @@
 
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
+#include "platform/randomseed.h"
 #include "platform/simd.h"
-#include "prereg/detail_cfpfhpolygon.h"
-#include "prereg/detail_random.h"
+#include "prereg/cfpfhpolygon.h"
 
 #include <algorithm>
 #include <array>
@@ -98,7 +98,7 @@ CFPFHPreRegistration::CFPFHPreRegistration(const CFPFHPointSet& fix, const CFPFH
 
 CFPFHPreRegistration::CFPFHPreRegistration(std::shared_ptr<const CFPFHPointSet> fix,
                                            std::shared_ptr<const CFPFHPointSet> flt, const ConfigurationFPFH& config)
-    : fix_(std::move(fix)), flt_(std::move(flt)), config_(config), engine_(detail::RandomSeed)
+    : fix_(std::move(fix)), flt_(std::move(flt)), config_(config), engine_(VoAlgo::RandomSeed)
 {
 }
 

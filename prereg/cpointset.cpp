@@ -1,6 +1,6 @@
 #include "VoAlgorithms/prereg/cpointset.h"
 
-#include "platform/detail_log.h"
+#include "platform/log.h"
 #include "prereg/detail_savesurfels.h"
 
 #include <algorithm>

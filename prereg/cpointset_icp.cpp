@@ -1,6 +1,6 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "VoAlgorithms/prereg/cpointset.h"
-#include "prereg/detail_random.h"
+#include "platform/randomseed.h"
 
 #include <algorithm>
 #include <cmath>
@@ -65,7 +65,7 @@ public:
           minPairs_(std::max(static_cast<std::size_t>(config.uiNumSamples * MinPairShare), std::size_t{MinPairs}))
     {
         const int last = static_cast<int>(std::max<std::size_t>(flt.Size(), 1)) - 1;
-        randomIndex_ = [engine = std::mt19937(detail::RandomSeed),
+        randomIndex_ = [engine = std::mt19937(VoAlgo::RandomSeed),
                         distribution = std::uniform_int_distribution<int>(0, last)]() mutable {
             return distribution(engine);
         };

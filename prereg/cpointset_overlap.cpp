@@ -1,5 +1,5 @@
 #include "VoAlgorithms/prereg/cpointset.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
 #include "prereg/detail_bloomfilter.h"
 
 #include <algorithm>

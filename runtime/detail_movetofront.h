@@ -6,7 +6,7 @@
 // same bytes.
 
 #include "platform/simd.h"
-#include "runtime/detail_words.h"
+#include "runtime/detail_wordparallel.h"
 
 #include <bit>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/detail_namedobjects.h"
+#include "platform/namedobjects.h"
 
 #include <cstdio>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 #include "VoAlgorithms/runtime/rle.h"
 
 #include "runtime/detail_movetofront.h"
-#include "runtime/detail_words.h"
+#include "runtime/detail_wordparallel.h"
 
 #include <algorithm>
 #include <cstdint>

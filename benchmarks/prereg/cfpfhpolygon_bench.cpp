@@ -1,6 +1,6 @@
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "bench_data.h"
-#include "prereg/detail_cfpfhpolygon.h"
+#include "prereg/cfpfhpolygon.h"
 
 namespace {
 

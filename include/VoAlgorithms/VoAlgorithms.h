@@ -48,6 +48,8 @@
 #include "VoAlgorithms/prereg/ipointset.h"
 #include "VoAlgorithms/prereg/ipreregistration.h"
 
+#include "VoAlgorithms/documents/records.h"
+
 #include "VoAlgorithms/colour/channelrange.h"
 #include "VoAlgorithms/colour/converttolab.h"
 #include "VoAlgorithms/colour/din99o.h"

@@ -1,5 +1,5 @@
 #include "VoAlgorithms/bson/element.h"
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "bytes.h"
 #include "configuration.h"
 #include "module.h"

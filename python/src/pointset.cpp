@@ -1,4 +1,4 @@
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "cloud_argument.h"
 #include "errors.h"

@@ -1,6 +1,6 @@
 // A document is read as a point set, as a case and as records: it gives a value that writes and reads back to the same
 // bytes, or a documented exception.
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "VoAlgorithms/platform/logging.h"
 #include "tests/bson/bson_support.h"
 #include "tests/fuzz/detail_require.h"

@@ -1,5 +1,5 @@
 #include "VoAlgorithms/platform/logging.h"
-#include "platform/detail_log.h"
+#include "platform/log.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "platform/detail_tasks.h"
+#include "platform/tasks.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "prereg/detail_cfpfhpolygon.h"
+#include "prereg/cfpfhpolygon.h"
 
 #include "support/clouds.h"
 #include "support/log_capture.h"

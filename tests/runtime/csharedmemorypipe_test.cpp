@@ -1,7 +1,7 @@
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 
 #include "VoAlgorithms/runtime/csharedmemory.h"
-#include "platform/detail_namedobjects.h"
+#include "platform/namedobjects.h"
 #include "runtime/detail_systemerror.h"
 #include "runtime/peer_process.h"
 #include "runtime/pipe_message.h"

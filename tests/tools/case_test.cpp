@@ -1,4 +1,4 @@
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "runtime/peer_process.h"
 #include "tools/tool_runner.h"
 

@@ -1,6 +1,6 @@
 #include "case_file.h"
 
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "VoAlgorithms/version.h"
 #include "errors.h"
 

@@ -1,6 +1,6 @@
 // The hand-over of cases between processes, in a file of its own: the rest of the registration knows neither documents
 // nor pipes.
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 

@@ -1,5 +1,5 @@
 // A case with two clouds of 500,000 points and 150,000 features each, through a stream in memory and back.
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "support/clouds.h"
 
 #include <benchmark/benchmark.h>

@@ -1,4 +1,4 @@
-#include "bson/detail_view.h"
+#include "bson/view.h"
 
 #include <algorithm>
 #include <istream>

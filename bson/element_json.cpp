@@ -1,5 +1,5 @@
 #include "bson/detail_utf8.h"
-#include "bson/detail_view.h"
+#include "bson/view.h"
 
 #include <charconv>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 #include "bson/bson_support.h"
 #include "support/clouds.h"
 #include "support/log_capture.h"

@@ -1,6 +1,6 @@
-#include "VoAlgorithms/bson/registration.h"
+#include "VoAlgorithms/documents/records.h"
 
-#include "bson/detail_view.h"
+#include "bson/view.h"
 
 #include <cstring>
 #include <limits>
