@@ -1,7 +1,7 @@
 # cmake -DINPUT=page.html -DOUTPUT=source.cpp -P EmbedReport.cmake
 file(READ "${INPUT}" bytes HEX)
 string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${bytes}")
-file(WRITE "${OUTPUT}" "#include \"report_template.h\"
+file(WRITE "${OUTPUT}" "#include \"exchange/report/page_template.h\"
 
 namespace {
 constexpr unsigned char Bytes[] = {${bytes}};

@@ -1,5 +1,6 @@
 #include "VoAlgorithms/documents/records.h"
 
+#include "VoAlgorithms/prereg/fields.h"
 #include "bson/view.h"
 
 #include <cstring>
@@ -73,17 +74,16 @@ struct Mapping<Ellipsoid> {
 
 // The keys of every record in their order; `visit` gets each with its field.
 
-template <class R, class T>
-concept RecordOf = std::same_as<std::remove_const_t<R>, T>;
+using prereg::RecordOf;
 
-void VisitFields(RecordOf<Vec3> auto& r, auto visit)
+void VisitKeys(RecordOf<Vec3> auto& r, auto visit)
 {
     visit("x", r.x);
     visit("y", r.y);
     visit("z", r.z);
 }
 
-void VisitFields(RecordOf<RotationRecord> auto& r, auto visit)
+void VisitKeys(RecordOf<RotationRecord> auto& r, auto visit)
 {
     visit("w", r.w);
     visit("x", r.x);
@@ -91,83 +91,54 @@ void VisitFields(RecordOf<RotationRecord> auto& r, auto visit)
     visit("z", r.z);
 }
 
-void VisitFields(RecordOf<PoseRecord> auto& r, auto visit)
+void VisitKeys(RecordOf<PoseRecord> auto& r, auto visit)
 {
     visit("Rotation", r.rotation);
     visit("Translation", r.translation);
 }
 
-void VisitFields(RecordOf<ExtremePointsRecord> auto& r, auto visit)
+void VisitKeys(RecordOf<ExtremePointsRecord> auto& r, auto visit)
 {
     visit("pt1", r.points[0]);
     visit("pt2", r.points[1]);
     visit("pt3", r.points[2]);
 }
 
-void VisitFields(RecordOf<EllipsoidRecord> auto& r, auto visit)
+void VisitKeys(RecordOf<EllipsoidRecord> auto& r, auto visit)
 {
     visit("COG", r.center);
     visit("ExtremePts", r.extremes);
 }
 
-void VisitFields(RecordOf<ConfigurationICP> auto& r, auto visit)
+/// The fields of a record that is listed elsewhere by its own keys.
+template <class Record, class Visit>
+void VisitListed(Record& r, Visit visit)
 {
-    visit("uiMaxNumIterations", r.uiMaxNumIterations);
-    visit("dMinQueryRadius", r.dMinQueryRadius);
-    visit("dInitialQueryRadiusScaling", r.dInitialQueryRadiusScaling);
-    visit("uiNumSamples", r.uiNumSamples);
-    visit("dPositionTolerance", r.dPositionTolerance);
-    visit("dNormalAngleTolerance", r.dNormalAngleTolerance);
-    visit("dMaxErrorRatio", r.dMaxErrorRatio);
-    visit("dMaxRotationDistance", r.dMaxRotationDistance);
-    visit("dMaxMovement", r.dMaxMovement);
-    visit("dMinOverlapRatio", r.dMinOverlapRatio);
-    visit("dMaxRMSE", r.dMaxRMSE);
-    visit("dMinOverlapArea", r.dMinOverlapArea);
-    visit("dMinSmallBigRatio", r.dMinSmallBigRatio);
-    visit("dSmallBigQueryRadiusScaling", r.dSmallBigQueryRadiusScaling);
-    visit("dInlierScaling", r.dInlierScaling);
+    prereg::VisitFields(r, [&](const prereg::FieldInfo& info, auto& field) { visit(info.key, field); });
 }
 
-void VisitFields(RecordOf<ConfigurationFPFH> auto& r, auto visit)
+void VisitKeys(RecordOf<ConfigurationICP> auto& r, auto visit)
 {
-    visit("uiNumPolygons", r.uiNumPolygons);
-    visit("uiNumPolygonVertices", r.uiNumPolygonVertices);
-    visit("uiNumNeighbors", r.uiNumNeighbors);
-    visit("dMaxPolygonDiameter", r.dMaxPolygonDiameter);
-    visit("dMaxPolygonVertexError", r.dMaxPolygonVertexError);
-    visit("uiMinCurvatureQuality", r.uiMinCurvatureQuality);
-    visit("dFeatureRadius", r.dFeatureRadius);
-    visit("dFeatureClusteringBandwidth", r.dFeatureClusteringBandwidth);
-    visit("dTrafoClusteringBandwidth", r.dTrafoClusteringBandwidth);
-    visit("dOrientationClusteringBandwidth", r.dOrientationClusteringBandwidth);
-    visit("uiTrafoClusteringQuorum", r.uiTrafoClusteringQuorum);
-    visit("icpConfig", r.icpConfig);
+    VisitListed(r, visit);
 }
 
-/// Deliberate: written from the stop ratio, read into the start ratio, as documents are read everywhere.
-const float& StopOverlapRatioField(const ICPResult& written)
+void VisitKeys(RecordOf<ConfigurationFPFH> auto& r, auto visit)
 {
-    return written.fStop_OverlapRatio;
-}
-float& StopOverlapRatioField(ICPResult& read)
-{
-    return read.fStart_OverlapRatio;
+    VisitListed(r, visit);
+    visit(prereg::IcpKey, r.icpConfig);
 }
 
-void VisitFields(RecordOf<ICPResult> auto& r, auto visit)
+/// Deliberate: the stop ratio is written as such, but read into the start ratio, as documents are read everywhere.
+void VisitKeys(RecordOf<ICPResult> auto& r, auto visit)
 {
-    visit("fStart_OverlapRatio", r.fStart_OverlapRatio);
-    visit("iStart_NumberOfInliers", r.iStart_NumberOfInliers);
-    visit("fStart_RMSE", r.fStart_RMSE);
-    visit("fStart_MismatchesPerMatchRatio", r.fStart_MismatchesPerMatchRatio);
-    visit("fStop_OverlapRatio", StopOverlapRatioField(r));
-    visit("fStop_OverlapArea", r.fStop_OverlapArea);
-    visit("iStop_NumberOfInliers", r.iStop_NumberOfInliers);
-    visit("fStop_RMSE", r.fStop_RMSE);
-    visit("fStop_MismatchesPerMatchRatio", r.fStop_MismatchesPerMatchRatio);
-    visit("iStop_Iterations", r.iStop_Iterations);
-    visit("fStop_SmallBigRatio", r.fStop_SmallBigRatio);
+    constexpr bool IsRead = !std::is_const_v<std::remove_reference_t<decltype(r)>>;
+    VisitListed(r, [&](const char* key, auto& field) {
+        if constexpr (IsRead && std::same_as<std::remove_cvref_t<decltype(field)>, float>) {
+            visit(key, &field == &r.fStop_OverlapRatio ? r.fStart_OverlapRatio : field);
+        } else {
+            visit(key, field);
+        }
+    });
     visit("trafo", r.trafo);
     visit("ellipsoid", r.ellipsoid);
 }
@@ -191,8 +162,8 @@ template <class T>
 element::object WriteRecord(const T& value)
 {
     element::object result;
-    VisitFields(static_cast<const typename Mapping<T>::Record&>(typename Mapping<T>::Record(value)),
-                [&](const char* key, const auto& field) { result.append(WriteValue(key, field)); });
+    VisitKeys(static_cast<const typename Mapping<T>::Record&>(typename Mapping<T>::Record(value)),
+              [&](const char* key, const auto& field) { result.append(WriteValue(key, field)); });
     return result;
 }
 
@@ -225,7 +196,7 @@ T ReadRecord(const auto& elements)
     typename Mapping<T>::Record record;
     for (const auto& e : elements) {
         const View view = AsView(e);
-        VisitFields(record, [&](const char* key, auto& field) {
+        VisitKeys(record, [&](const char* key, auto& field) {
             if (std::strcmp(key, view.Name()) == 0) field = ReadValue<std::remove_reference_t<decltype(field)>>(view);
         });
     }

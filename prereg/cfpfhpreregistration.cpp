@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
+#include "VoAlgorithms/prereg/eicpresulttype.h"
 #include "platform/log.h"
 #include "platform/randomseed.h"
 #include "platform/simd.h"
@@ -21,7 +22,6 @@ namespace {
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
-constexpr std::int32_t OverlapTooSmall = 8;
 // The local area estimate looks this many position tolerances around a point.
 constexpr double AreaRadiusScaling = 2.0;
 
@@ -57,32 +57,6 @@ float SquaredRotationAngle(std::size_t /*d*/, const float* a, const float* b)
     const float normSqB = b[0] * b[0] + b[1] * b[1] + b[2] * b[2] + b[3] * b[3];
     const float angle = 2.0F * std::acos(std::min(1.0F, std::fabs(dot) / std::sqrt(normSqA * normSqB)));
     return angle * angle;
-}
-
-const char* CauseLabel(std::uint32_t type)
-{
-    switch (type) {
-    case 1:
-        return "strt/overlap";
-    case 2:
-        return "strt/inliers";
-    case 3:
-        return "iter/mismatches";
-    case 4:
-        return "iter/overlap";
-    case 5:
-        return "iter/inliers";
-    case 6:
-        return "stop/change";
-    case 7:
-        return "stop/conflicts";
-    case 8:
-        return "stop/overlap";
-    case 9:
-        return "stop/RMSE";
-    default:
-        return "*unknown*";
-    }
 }
 
 } // namespace
@@ -177,7 +151,7 @@ ICPResult CFPFHPreRegistration::refine(const CTrafo& start, const CTrafo* refere
     if (result.resultType != 0 || !(config_.icpConfig.dMinOverlapArea > 0.0)) return result;
     result.fStop_OverlapArea = EstimateOverlapArea(result.trafo);
     if (static_cast<double>(result.fStop_OverlapArea) < config_.icpConfig.dMinOverlapArea)
-        result.resultType = OverlapTooSmall;
+        result.resultType = static_cast<std::int32_t>(EICPResultType::OverlapTooSmall);
     return result;
 }
 
@@ -392,7 +366,7 @@ std::string CFPFHPreRegistration::Statistics::ToString() const
     result += " failure causes:";
     for (const auto& [type, count] : failures) {
         if (count == 0) break;
-        result += std::string(" ") + CauseLabel(type) + ":" + std::to_string(count) + "x";
+        result += std::string(" ") + LabelOf(static_cast<EICPResultType>(type)) + ":" + std::to_string(count) + "x";
     }
     return result;
 }

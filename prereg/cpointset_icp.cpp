@@ -1,6 +1,8 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "VoAlgorithms/prereg/cpointset.h"
+#include "VoAlgorithms/prereg/eicpresulttype.h"
 #include "platform/randomseed.h"
+#include "prereg/icplimits.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,26 +18,10 @@ using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
 constexpr double RadiansPerDegree = 0.0174532925199433;
-constexpr double MinPairShare = 0.01; // of the samples; fewer pairs are no overlap
-constexpr unsigned MinPairs = 5;
-constexpr std::size_t MinInliers = 5;
 constexpr double IterationMismatchFactor = 100.0; // deliberate: the final test uses the ratio unscaled
 constexpr float DivergenceFactor = 16.0F;
 constexpr double MadToSigma = 1.4826;
 constexpr float MinInlierError = 0.001F; // mm²
-
-enum ResultType : std::int32_t {
-    Success = 0,
-    InitialOverlapTooSmall = 1,
-    TooFewInliersInitially = 2,
-    TooManyMismatchesIterating = 3,
-    OverlapTooSmallIterating = 4,
-    TooFewInliersIterating = 5,
-    TooFarAway = 6,
-    TooManyMismatches = 7,
-    OverlapTooSmall = 8,
-    RmseTooLarge = 9,
-};
 
 float Squared(double length)
 {
@@ -61,8 +47,7 @@ public:
     CIcpRun(const ConfigurationICP& config, const CPointSet& fix, const CPointSet& flt, const CTrafo& start,
             const CTrafo& reference)
         : config_(config), fix_(fix), flt_(flt), start_(start), reference_(reference), current_(start), best_(start),
-          minRadiusSq_(Squared(config.dMinQueryRadius)),
-          minPairs_(std::max(static_cast<std::size_t>(config.uiNumSamples * MinPairShare), std::size_t{MinPairs}))
+          minRadiusSq_(Squared(config.dMinQueryRadius)), minPairs_(MinPairs(config.uiNumSamples))
     {
         const int last = static_cast<int>(std::max<std::size_t>(flt.Size(), 1)) - 1;
         randomIndex_ = [engine = std::mt19937(VoAlgo::RandomSeed),
@@ -91,11 +76,11 @@ private:
         const float radiusSq = Squared(config_.dInitialQueryRadiusScaling * config_.dPositionTolerance);
         Pair(radiusSq);
         result_.fStart_OverlapRatio = static_cast<float>(pairs_.size()) / static_cast<float>(config_.uiNumSamples);
-        if (pairs_.size() < minPairs_) return Fail(InitialOverlapTooSmall);
+        if (pairs_.size() < minPairs_) return Fail(EICPResultType::InitialOverlapTooSmall);
         CutOutliers();
         result_.iStart_NumberOfInliers = static_cast<std::int32_t>(inliers_);
         result_.fStart_RMSE = rmse_;
-        if (inliers_ < MinInliers) return Fail(TooFewInliersInitially);
+        if (inliers_ < MinInliers) return Fail(EICPResultType::TooFewInliersInitially);
         result_.fStart_MismatchesPerMatchRatio = static_cast<float>(MismatchesPerPair());
         result_.trafo = start_;
         bestRmse_ = rmse_;
@@ -113,7 +98,7 @@ private:
         if (movementSq > DivergenceFactor * previousMovementSq_) return Step::Diverged;
         const double mismatchLimit = config_.dMaxErrorRatio > 0.0 ? IterationMismatchFactor * config_.dMaxErrorRatio
                                                                   : std::numeric_limits<double>::max();
-        if (MismatchesPerPair() > mismatchLimit) return FailIteration(TooManyMismatchesIterating, i);
+        if (MismatchesPerPair() > mismatchLimit) return FailIteration(EICPResultType::TooManyMismatchesIterating, i);
         if (bestRmse_ > rmse_) { // the pose that the last pass's pairs produced
             best_ = current_;
             bestRmse_ = rmse_;
@@ -121,9 +106,9 @@ private:
             bestIteration_ = i;
         }
         Pair(std::max(minRadiusSq_, LargestInlierDistanceSq()));
-        if (pairs_.size() < minPairs_) return FailIteration(OverlapTooSmallIterating, i);
+        if (pairs_.size() < minPairs_) return FailIteration(EICPResultType::OverlapTooSmallIterating, i);
         CutOutliers();
-        if (inliers_ < MinInliers) return FailIteration(TooFewInliersIterating, i);
+        if (inliers_ < MinInliers) return FailIteration(EICPResultType::TooFewInliersIterating, i);
         previousMovementSq_ = movementSq;
         return Step::Continue;
     }
@@ -138,23 +123,24 @@ private:
         if (config_.dMinSmallBigRatio > 0.0) {
             EvaluateSmallBig();
             if (config_.dMinSmallBigRatio > static_cast<double>(result_.fStop_SmallBigRatio))
-                return Fail(TooManyMismatches);
+                return Fail(EICPResultType::TooManyMismatches);
         }
         EvaluateOverlap();
-        if (static_cast<double>(result_.fStop_RMSE) > config_.dMaxRMSE) return Fail(RmseTooLarge);
-        if (config_.dMinOverlapRatio > static_cast<double>(result_.fStop_OverlapRatio)) return Fail(OverlapTooSmall);
+        if (static_cast<double>(result_.fStop_RMSE) > config_.dMaxRMSE) return Fail(EICPResultType::RmseTooLarge);
+        if (config_.dMinOverlapRatio > static_cast<double>(result_.fStop_OverlapRatio))
+            return Fail(EICPResultType::OverlapTooSmall);
         if (config_.dMaxErrorRatio > 0.0 &&
             static_cast<double>(result_.fStop_MismatchesPerMatchRatio) > config_.dMaxErrorRatio)
-            return Fail(TooManyMismatches);
+            return Fail(EICPResultType::TooManyMismatches);
         if (config_.dMaxRotationDistance > 0.0 &&
             static_cast<double>(reference_.GetRotationDistance(best_)) > config_.dMaxRotationDistance)
-            return Fail(TooFarAway);
+            return Fail(EICPResultType::TooFarAway);
         if (config_.dMaxMovement > 0.0) {
             const Ellipsoid before = fix_.GetEllipsoid().Transformed(reference_);
             if (std::sqrt(static_cast<double>(before.DistanceSq(before.Transformed(best_)))) > config_.dMaxMovement)
-                return Fail(TooFarAway);
+                return Fail(EICPResultType::TooFarAway);
         }
-        result_.resultType = Success;
+        result_.resultType = static_cast<std::int32_t>(EICPResultType::Success);
         result_.ellipsoid = flt_.GetEllipsoid().Transformed(best_);
         return true;
     }
@@ -231,13 +217,13 @@ private:
         return largest;
     }
 
-    bool Fail(ResultType type)
+    bool Fail(EICPResultType type)
     {
-        result_.resultType = type;
+        result_.resultType = static_cast<std::int32_t>(type);
         return false;
     }
 
-    Step FailIteration(ResultType type, std::uint32_t i)
+    Step FailIteration(EICPResultType type, std::uint32_t i)
     {
         result_.iStop_Iterations = static_cast<std::int32_t>(i);
         Fail(type);

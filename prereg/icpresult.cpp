@@ -1,5 +1,7 @@
 #include "VoAlgorithms/prereg/icpresult.h"
 
+#include "VoAlgorithms/prereg/eicpresulttype.h"
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -28,35 +30,6 @@ int CompareOutsideBands(const ICPResult& a, const ICPResult& b)
     const std::int64_t inliers = std::int64_t{a.iStop_NumberOfInliers} - b.iStop_NumberOfInliers;
     if (std::abs(inliers) < InlierBand) return 0;
     return inliers > 0 ? 1 : -1;
-}
-
-const char* TypeText(std::int32_t type)
-{
-    switch (type) {
-    case -1:
-        return "undefined ICP result";
-    case 0:
-        return "success";
-    case 1:
-        return "initial overlap of point sets is too small";
-    case 2:
-        return "too few inliers, initially";
-    case 3:
-        return "too many mismatches during iteration";
-    case 4:
-        return "overlap too small during iteration";
-    // Deliberate: 5, too few inliers during the iteration, has no text of its own.
-    case 6:
-        return "final pose too far away from original pose";
-    case 7:
-        return "too many mismatches at final pose";
-    case 8:
-        return "overlap too small";
-    case 9:
-        return "RMSE too large";
-    default:
-        return "unknown result type";
-    }
 }
 
 } // namespace
@@ -91,7 +64,7 @@ std::string ICPResult::ToString(bool shortForm) const
                       static_cast<double>(fStop_MismatchesPerMatchRatio), static_cast<double>(fStop_SmallBigRatio),
                       iStop_NumberOfInliers, iStop_Iterations);
     }
-    return std::string(TypeText(resultType)) + figures;
+    return std::string(TextOf(static_cast<EICPResultType>(resultType))) + figures;
 }
 
 std::wstring ICPResult::ToWString(bool shortForm) const

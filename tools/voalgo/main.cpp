@@ -1,6 +1,6 @@
 #include "VoAlgorithms/version.h"
-#include "commands.h"
-#include "errors.h"
+#include "commands/commands.h"
+#include "terminal/exit_code.h"
 
 #include <CLI/CLI.hpp>
 

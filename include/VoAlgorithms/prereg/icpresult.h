@@ -12,10 +12,7 @@ namespace prereg {
 
 /// Outcome of one ICP registration. Lengths in millimetres.
 struct VOALGO_API ICPResult {
-    /// −1 undefined, 0 success, 1 initial overlap too small, 2 too few inliers initially, 3 too many mismatches during
-    /// the iteration, 4 overlap too small during it, 5 too few inliers during it, 6 final pose too far away, 7 too many
-    /// mismatches or too small a small/big ratio at the end, 8 overlap (ratio or area) too small, 9 RMSE too large.
-    std::int32_t resultType = -1;
+    std::int32_t resultType = -1;                                                  ///< an EICPResultType
     float fStart_OverlapRatio = -1.0F;                                             ///< pairs ÷ samples, first pass
     std::int32_t iStart_NumberOfInliers = -1;                                      ///< first pass
     float fStart_RMSE = std::numeric_limits<float>::infinity();                    ///< of the inliers, first pass

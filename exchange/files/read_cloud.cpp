@@ -1,0 +1,72 @@
+#include "exchange/files/read_cloud.h"
+
+#include "VoAlgorithms/verdict/sameplace.h"
+#include "exchange/files/files.h"
+#include "exchange/files/input_error.h"
+#include "exchange/files/read_model.h"
+#include "exchange/files/read_xyz.h"
+
+#include <algorithm>
+
+namespace voalgo {
+
+namespace {
+
+bool IsOneOf(const std::string& ending, std::initializer_list<const char*> known)
+{
+    return std::find(known.begin(), known.end(), ending) != known.end();
+}
+
+/// Twice the area of each triangle, along its normal, summed at its corners.
+std::vector<kdtree::Vector<3>> NormalsOfTriangles(const Mesh& mesh)
+{
+    std::vector<kdtree::Vector<3>> normals(mesh.vertices.size());
+    for (const auto& [a, b, c] : mesh.triangles) {
+        const auto normal = (mesh.vertices[b] - mesh.vertices[a]).Cross(mesh.vertices[c] - mesh.vertices[a]);
+        for (const auto corner : {a, b, c}) normals[corner] += normal;
+    }
+    return normals;
+}
+
+/// Formats without shared vertices, and those that split a vertex whose normals differ, name one place several times.
+prereg::Scan VerticesOf(const Mesh& mesh, const std::vector<kdtree::Vector<3>>& normals)
+{
+    const std::vector<std::size_t> first = prereg::FirstAtSamePlace(mesh.vertices);
+    std::vector<kdtree::Vector<3>> sums(mesh.vertices.size());
+    for (std::size_t i = 0; i < sums.size(); ++i) sums[first[i]] += normals[i];
+    prereg::Scan cloud;
+    for (std::size_t i = 0; i < sums.size(); ++i) {
+        if (first[i] != i) continue;
+        const float length = sums[i].Norm();
+        cloud.points.push_back(mesh.vertices[i]);
+        cloud.normals.push_back(length > 0.0F ? sums[i] / length : kdtree::Vector<3>());
+    }
+    return cloud;
+}
+
+prereg::Scan CloudOf(Model model, bool facetNormals)
+{
+    if (model.mesh.triangles.empty()) return {std::move(model.mesh.vertices), std::move(model.normals)};
+    const bool given = !model.normals.empty() && !facetNormals;
+    return VerticesOf(model.mesh, given ? model.normals : NormalsOfTriangles(model.mesh));
+}
+
+} // namespace
+
+prereg::Scan ReadCloud(const std::string& path)
+{
+    RequireFile(path);
+    const std::string ending = Ending(path);
+    prereg::Scan cloud;
+    if (IsOneOf(ending, {".ply", ".obj", ".stl"}))
+        cloud = CloudOf(ReadModel(path), ending == ".stl");
+    else if (IsOneOf(ending, {".xyz", ".xyzn", ".txt", ".asc", ".csv"}))
+        cloud = ReadXyz(path);
+    else
+        throw InputError(
+            path + ": unknown kind of file; known are .ply, .obj, .stl and text as .xyz, .xyzn, .txt, .asc or .csv");
+    if (cloud.points.empty()) throw InputError(path + ": holds no points");
+    return cloud;
+}
+
+} // namespace voalgo

@@ -1,0 +1,80 @@
+#include "exchange/files/read_xyz.h"
+
+#include "exchange/files/files.h"
+#include "exchange/files/input_error.h"
+#include "platform/format.h"
+
+#include <charconv>
+#include <string_view>
+
+namespace voalgo {
+
+namespace {
+
+constexpr std::string_view Separators = " \t,;\r";
+
+[[noreturn]] void Fail(const std::string& path, std::size_t line, const std::string& what)
+{
+    throw InputError(path + VoAlgo::Format(":%zu: ", line) + what);
+}
+
+/// Cuts the first word off `rest`; empty at the end of the line.
+std::string_view NextWord(std::string_view& rest)
+{
+    const std::size_t begin = rest.find_first_not_of(Separators);
+    if (begin == std::string_view::npos) return {};
+    rest.remove_prefix(begin);
+    const std::string_view word = rest.substr(0, rest.find_first_of(Separators));
+    rest.remove_prefix(word.size());
+    return word;
+}
+
+/// The first six columns of a line.
+struct Row {
+    float value[6];
+    unsigned columns; // all of the line's
+};
+
+Row ReadRow(std::string_view text, const std::string& path, std::size_t line)
+{
+    Row row{};
+    for (std::string_view word = NextWord(text); !word.empty(); word = NextWord(text)) {
+        if (row.columns < 6) {
+            const std::string_view digits = word.front() == '+' ? word.substr(1) : word;
+            double value = 0.0;
+            const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+            if (error != std::errc{} || end != digits.data() + digits.size())
+                Fail(path, line, "not a number: \"" + std::string(word.substr(0, 40)) + "\"");
+            row.value[row.columns] = static_cast<float>(value);
+        }
+        ++row.columns;
+    }
+    if (row.columns == 1 || row.columns == 2) Fail(path, line, "fewer than three columns");
+    return row;
+}
+
+} // namespace
+
+prereg::Scan ReadXyz(const std::string& path)
+{
+    const std::string text = ReadText(path);
+    std::string_view rest = text;
+    prereg::Scan cloud;
+    bool withNormals = false;
+    for (std::size_t line = 1; !rest.empty(); ++line) {
+        const std::string_view whole = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), whole.size() + 1));
+        const Row row = ReadRow(whole.substr(0, whole.find('#')), path, line);
+        if (row.columns == 0) continue;
+        const auto& v = row.value;
+        if (cloud.points.empty()) withNormals = row.columns >= 6;
+        if (withNormals != (row.columns >= 6))
+            Fail(path, line,
+                 withNormals ? "no normal, but the lines before have one" : "a normal, but the lines before have none");
+        cloud.points.emplace_back(v[0], v[1], v[2]);
+        if (withNormals) cloud.normals.emplace_back(v[3], v[4], v[5]);
+    }
+    return cloud;
+}
+
+} // namespace voalgo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "VoAlgorithms/verdict/scan.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace voalgo {
+
+using Colour = std::array<std::uint8_t, 3>;
+
+/// A cloud with one colour.
+struct ColouredCloud {
+    const prereg::Scan* cloud; ///< borrowed
+    Colour colour;
+};
+
+/// Writes binary little-endian PLY with normals; throws InputError when the file cannot be written.
+void WritePly(const std::string& path, const prereg::Scan& cloud);
+/// The same for several clouds in one file, with the colour of each.
+void WritePly(const std::string& path, const std::vector<ColouredCloud>& clouds);
+
+} // namespace voalgo

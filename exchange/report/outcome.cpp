@@ -1,0 +1,108 @@
+#include "exchange/report/outcome.h"
+
+#include "VoAlgorithms/prereg/eicpresulttype.h"
+#include "VoAlgorithms/version.h"
+#include "exchange/report/config_json.h"
+#include "exchange/report/number.h"
+
+#include <type_traits>
+
+namespace voalgo {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using prereg::EICPResultType;
+
+Json ToJson(const prereg::CFPFHPreRegistration::Statistics& s)
+{
+    Json causes = Json::array();
+    for (const auto& [value, count] : s.failures) {
+        const auto type = static_cast<EICPResultType>(value);
+        causes.push_back({{"resultType", value}, {"code", CodeOf(type)}, {"count", count}, {"cause", CauseOf(type)}});
+    }
+    return {{"uiNumPolygons", s.uiNumPolygons},
+            {"uiNumProposals", s.uiNumProposals},
+            {"uiNumSuccessful", s.uiNumSuccessful},
+            {"uiNumFailed", s.uiNumFailed},
+            {"failures", causes}};
+}
+
+} // namespace
+
+PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit)
+{
+    PoseMatrix matrix{};
+    for (unsigned r = 0; r < 3; ++r) {
+        for (unsigned c = 0; c < 3; ++c) matrix[r][c] = ShortNumber(pose(r, c));
+        matrix[r][3] = ShortNumber(pose(r, 3), mmPerUnit);
+    }
+    matrix[3][3] = 1.0;
+    return matrix;
+}
+
+Json ToJson(const prereg::CFPFHPreRegistration::VerifiedTrafo& r, double mmPerUnit)
+{
+    Json json = {{"pose", InUnit(r.trafo, mmPerUnit)},
+                 {"resultType", r.resultType},
+                 {"resultCode", CodeOf(static_cast<EICPResultType>(r.resultType))},
+                 {"clusterSize", r.clusterSize}};
+    prereg::VisitFields(static_cast<const prereg::ICPResult&>(r),
+                        [&](const prereg::FieldInfo& info, const auto& field) {
+                            if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
+                                json[info.key] = ShortNumber(field);
+                            } else {
+                                json[info.key] = field;
+                            }
+                        });
+    return json;
+}
+
+Json ToJson(const prereg::AcceptanceTest& t)
+{
+    const prereg::TestInfo& info = InfoOf(t.test);
+    return {{"code", info.code},      {"name", info.name},         {"stage", NameOf(t.stage)},
+            {"setting", t.Setting()}, {"unit", info.unit},         {"value", t.value},
+            {"limit", t.limit},       {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+}
+
+Json ToJson(const prereg::PreparedScan& p)
+{
+    return {{"file", p.scan.name},
+            {"pointsRead", p.read},
+            {"points", p.scan.points.size()},
+            {"droppedNotFinite", p.notFinite},
+            {"droppedDuplicates", p.duplicates},
+            {"normalsEstimated", p.estimatedNormals},
+            {"normalsScaled", p.scaledNormals},
+            {"normalsZero", p.zeroNormals},
+            {"spacing", ShortNumber(static_cast<float>(p.spacing))},
+            {"extent", ShortNumber(static_cast<float>(p.Extent()))}};
+}
+
+Json ToJson(const Outcome& outcome)
+{
+    const prereg::Registration& registration = outcome.registration;
+    Json results = Json::array();
+    for (const prereg::JudgedTrafo& r : registration.results) {
+        results.push_back(ToJson(r, outcome.mmPerUnit));
+        results.back()["tests"] = Json::array();
+        for (const prereg::AcceptanceTest& test : r.tests) results.back()["tests"].push_back(ToJson(test));
+    }
+    return {{"voalgo", VOALGO_VERSION},
+            {"fix", ToJson(outcome.fix)},
+            {"flt", ToJson(outcome.flt)},
+            {"unit", outcome.unit},
+            {"found", static_cast<bool>(registration)},
+            {"reason", registration.Reason()},
+            {"reasonCode", CodeOf(registration.refusal.code)},
+            {"results", results},
+            {"statistics", ToJson(registration.statistics)},
+            {"settings",
+             {{"preset", outcome.preset},
+              {"workingSpacing", registration.settings.workingSpacing},
+              {"config", ToJson(registration.settings.config)},
+              {"verification", ToJson(registration.settings.verification)}}}};
+}
+
+} // namespace voalgo

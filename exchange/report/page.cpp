@@ -1,0 +1,128 @@
+#include "exchange/report/page.h"
+
+#include "exchange/report/number.h"
+#include "exchange/report/packed_cloud.h"
+#include "exchange/report/page_template.h"
+#include "platform/clock.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace voalgo {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t MostPoints = 150000; // of a cloud on the page
+constexpr std::size_t MostPoses = 5;       // results, and refused ones, on the page: it stays below 10 MB
+
+/// Meaning and unit of every setting on the page.
+Json FieldsOf(const prereg::RegistrationSettings& settings)
+{
+    Json fields;
+    const auto add = [&](const prereg::FieldInfo& info, const auto&) {
+        fields[info.key] = {{"unit", info.unit}, {"meaning", info.meaning}, {"off", info.off}};
+    };
+    prereg::VisitFields(settings.config, add);
+    prereg::VisitFields(settings.config.icpConfig, add);
+    prereg::VisitFields(settings.verification, add);
+    add({"workingSpacing", "mm", "scans are thinned to this spacing for the features", "not thinned"}, 0.0);
+    return fields;
+}
+
+/// The page's view of one scan.
+Json ScanOf(const prereg::PreparedScan& prepared, const std::vector<std::uint32_t>& shown)
+{
+    Json scan = ToJson(prepared);
+    const prereg::Remarks remarks = Describe(prepared);
+    scan["notes"] = remarks.notes;
+    scan["warnings"] = remarks.warnings;
+    scan["shown"] = shown.size();
+    scan["cloud"] = PackCloud(prepared.scan, shown);
+    return scan;
+}
+
+class Page {
+public:
+    explicit Page(const Outcome& outcome)
+        : outcome_(outcome), settings_(outcome.registration.settings),
+          fix_(ShownPoints(outcome.fix.scan.points.size(), MostPoints)),
+          flt_(ShownPoints(outcome.flt.scan.points.size(), MostPoints))
+    {
+    }
+
+    [[nodiscard]] Json Data() const
+    {
+        const prereg::Registration& registration = outcome_.registration;
+        Json data = ToJson(outcome_);
+        data["fix"] = ScanOf(outcome_.fix, fix_);
+        data["flt"] = ScanOf(outcome_.flt, flt_);
+        data.erase("results"); // they are among the poses
+        data["fields"] = FieldsOf(settings_);
+        data["mmPerUnit"] = outcome_.mmPerUnit;
+        data["isRefinement"] = registration.isRefinement;
+        data["pairRadius"] = PairRadius();
+        data["pairAngle"] = PairAngle();
+        data["poses"] = Json::array();
+        data["refusedCount"] = registration.refused.size();
+        data["resultCount"] = registration.results.size();
+        AddPoses(data["poses"], registration.results);
+        AddPoses(data["poses"], registration.refused);
+        return data;
+    }
+
+private:
+    /// Twice the tolerance of the search shows what just misses it too.
+    [[nodiscard]] double PairRadius() const { return 2.0 * settings_.verification.icp.dPositionTolerance; }
+    [[nodiscard]] double PairAngle() const { return settings_.verification.icp.dNormalAngleTolerance; }
+
+    void AddPoses(Json& poses, const std::vector<prereg::JudgedTrafo>& judged) const
+    {
+        for (std::size_t i = 0; i < std::min(judged.size(), MostPoses); ++i) {
+            const prereg::JudgedTrafo& j = judged[i];
+            Json tests = Json::array();
+            for (const prereg::AcceptanceTest& test : j.tests) tests.push_back(ToJson(test));
+            Json pose = ToJson(j, 1.0);
+            pose["objection"] = j.objection.text;
+            pose["objectionCode"] = CodeOf(j.objection.code);
+            pose["tests"] = tests;
+            pose["distances"] = PackDistances(
+                SignedDistances({PairRadius(), PairAngle(), outcome_.fix.scan, outcome_.flt.scan}, flt_, j.trafo),
+                PairRadius());
+            poses.push_back(pose);
+        }
+    }
+
+    const Outcome& outcome_;
+    const prereg::RegistrationSettings& settings_;
+    std::vector<std::uint32_t> fix_; // shown points
+    std::vector<std::uint32_t> flt_;
+};
+
+/// JSON that may stand in a script element, whatever names the files have.
+std::string ForScript(const Json& data)
+{
+    std::string text = data.dump(-1, ' ', true, Json::error_handler_t::replace);
+    for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) text.replace(at, 1, "\\u003c");
+    return text;
+}
+
+} // namespace
+
+std::string ReportPage(const Outcome& outcome)
+{
+    const VoAlgo::CStopwatch packing;
+    Json data = Page(outcome).Data();
+    const prereg::Registration::Seconds& seconds = outcome.registration.seconds;
+    data["seconds"] = {{"reading", outcome.readingSeconds},
+                       {"settings", seconds.settings},
+                       {"features", seconds.features},
+                       {"search", seconds.search},
+                       {"report", packing.Seconds()}};
+    std::string page(ReportTemplate());
+    constexpr std::string_view Mark = "@VOALGO_REPORT_DATA@";
+    return page.replace(page.find(Mark), Mark.size(), ForScript(data));
+}
+
+} // namespace voalgo

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/prereg/configurationicp.h"
+#include "VoAlgorithms/prereg/icpresult.h"
+
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// The tests that a pose must pass, in the order in which a reader meets them.
+enum class ETest {
+    AgreeingProposals,
+    PairsAtStart,
+    InliersAtStart,
+    MismatchesIterating,
+    PairsIterating,
+    InliersIterating,
+    SmallBigRatio,
+    Rmse,
+    OverlapRatio,
+    MismatchRatio,
+    MovementFromStart,
+    OverlapArea,
+    RotationBetweenSides,
+    Stability,
+    RunnerUp,
+};
+
+/// Where in a registration a test is made.
+enum class EStage { Search, FltOnFix, FixOnFlt, BothSides, AllResults, Refinement };
+
+/// How a test came out.
+enum class EOutcome { NotRun, Passed, Failed };
+
+/// What a test compares.
+struct TestInfo {
+    const char* code;    ///< stable identifier for programs
+    const char* name;    ///< for people
+    const char* setting; ///< the setting that states the limit; empty: the limit is fixed
+    const char* unit;    ///< of value and limit: "mm", "mm2", "rad", or empty for a ratio or a count
+    bool isAtMost;       ///< the limit is an upper one
+};
+/// The same for all poses.
+[[nodiscard]] VOALGO_API const TestInfo& InfoOf(ETest test);
+///@{
+/// Words for results: "search", "FLT on FIX", …; "not run", "passed", "failed".
+[[nodiscard]] VOALGO_API const char* NameOf(EStage stage);
+[[nodiscard]] VOALGO_API const char* NameOf(EOutcome outcome);
+///@}
+
+/// One acceptance test of one pose.
+struct VOALGO_API AcceptanceTest {
+    ETest test = ETest::AgreeingProposals;
+    EStage stage = EStage::Search;
+    double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or no figure tells
+    double limit = std::numeric_limits<double>::quiet_NaN(); ///< NaN: the test is no comparison
+    EOutcome outcome = EOutcome::NotRun;
+    bool isLimitRaised = false; ///< the limit is stricter than its setting
+
+    /// The setting that states the limit, with ", raised" where it is stricter than that.
+    [[nodiscard]] std::string Setting() const;
+};
+
+/// Compares a value with its limit as a refinement does: equality passes, and so does a value that is NaN.
+[[nodiscard]] VOALGO_API AcceptanceTest Compared(ETest test, EStage stage, double value, double limit);
+
+/// The tests of one refinement with these settings, in their order, without those that are off. `minSmallBigRatio`: the
+/// limit in force where it is stricter than the setting.
+[[nodiscard]] VOALGO_API std::vector<AcceptanceTest> TestsOf(const ICPResult& result, const ConfigurationICP& config,
+                                                             EStage stage, double minSmallBigRatio = 0.0);
+
+/// The driver's own test, which follows those of a refinement; not run while the result has no area.
+[[nodiscard]] VOALGO_API AcceptanceTest AreaTest(const ICPResult& result, const ConfigurationICP& config, EStage stage);
+
+} // namespace prereg

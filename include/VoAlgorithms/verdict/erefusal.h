@@ -1,0 +1,79 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/prereg/eicpresulttype.h"
+
+#include <string>
+#include <utility>
+
+namespace prereg {
+
+/// Why a pose, or a pair of scans, is refused.
+enum class ERefusal : std::int32_t {
+    None = 0,
+
+    // A refinement failed: the values of EICPResultType.
+    InitialOverlapTooSmall = 1,
+    TooFewInliersInitially = 2,
+    TooManyMismatchesIterating = 3,
+    OverlapTooSmallIterating = 4,
+    TooFewInliersIterating = 5,
+    TooFarAway = 6,
+    TooManyMismatches = 7,
+    OverlapTooSmall = 8,
+    RmseTooLarge = 9,
+
+    // The verification of a pose.
+    TooFewProposalsAgree = 20, ///< too few proposals led to the pose
+    NeighbourhoodsDiffer,      ///< the small/big ratio is too small for this RMSE and overlap
+    SidesDisagree,             ///< refined from fix's side and from flt's the poses differ
+    NotStable,                 ///< the overlap's shape lets the scans slide or turn against each other
+
+    // The search.
+    TooFewFeaturesInFix = 40,
+    TooFewFeaturesInFlt,
+    NoPoseAccepted, ///< no proposed pose passed the acceptance tests
+    Ambiguous,      ///< different poses fit about equally well
+    Cancelled,      ///< the host's progress function asked for it
+
+    // The scans: nothing was searched.
+    NoFinitePoints = 60,
+    TooFewPoints,
+    PointsCoincide,
+    ImplausibleExtent,
+    PointsCollinear,
+    PointsCoplanar,
+    UnitsDiffer,
+};
+
+/// A refusal in words.
+struct VOALGO_API Refusal {
+    ERefusal code = ERefusal::None;
+    std::string text; ///< empty: nothing is refused
+
+    Refusal() = default;
+    /// With the code's own text.
+    explicit Refusal(ERefusal code_);
+    /// With words of its own.
+    Refusal(ERefusal code_, std::string text_) : code(code_), text(std::move(text_)) {}
+
+    /// Whether something is refused.
+    explicit operator bool() const { return code != ERefusal::None; }
+};
+
+/// The failure of a refinement as a refusal.
+[[nodiscard]] inline ERefusal RefusalOf(std::int32_t icpResultType)
+{
+    return static_cast<ERefusal>(icpResultType);
+}
+/// Whether the scans themselves are at fault, not their registration.
+[[nodiscard]] inline bool IsFaultOfScans(ERefusal code)
+{
+    return code >= ERefusal::NoFinitePoints;
+}
+/// A stable identifier for programs, such as "rmse_too_large"; empty for None.
+[[nodiscard]] VOALGO_API const char* CodeOf(ERefusal code);
+/// In words, without figures; empty for None.
+[[nodiscard]] VOALGO_API const char* TextOf(ERefusal code);
+
+} // namespace prereg

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/verdict/scan.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// A scan ready to be registered, and what was found and done on the way.
+struct VOALGO_API PreparedScan {
+    Scan scan;                       ///< points finite and distinct, normals of unit length or zero
+    std::size_t read = 0;            ///< points of the scan as it came
+    std::size_t notFinite = 0;       ///< points dropped
+    std::size_t duplicates = 0;      ///< points dropped
+    std::size_t scaledNormals = 0;   ///< normals whose length was not 1
+    std::size_t zeroNormals = 0;     ///< points kept without a direction
+    bool implausibleNormals = false; ///< what was given as normals cannot be normals and was ignored
+    bool estimatedNormals = false;   ///< the normals were estimated from the points
+    kdtree::Vector<3> low;           ///< corner of the bounding box, mm
+    kdtree::Vector<3> high;          ///< the opposite corner, mm
+    double spacing = 0.0;            ///< mean distance of a point to its nearest neighbour, mm
+
+    /// The largest side of the bounding box, mm.
+    [[nodiscard]] double Extent() const;
+};
+
+/// Brings a scan into the form above: drops points that are not finite or coincide with an earlier one, scales normals
+/// to unit length, or estimates them where they are missing or implausible. When no point is finite none is left.
+/// Throws std::invalid_argument when points and normals differ in number.
+[[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan);
+
+/// What the user should know about a prepared scan, in words, without its name.
+struct Remarks {
+    std::vector<std::string> notes;    ///< what was done
+    std::vector<std::string> warnings; ///< what is probably wrong
+};
+/// The remarks on a scan that has points.
+[[nodiscard]] VOALGO_API Remarks Describe(const PreparedScan& prepared);
+
+} // namespace prereg

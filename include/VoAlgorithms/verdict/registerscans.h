@@ -1,0 +1,50 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/verdict/preparedscan.h"
+#include "VoAlgorithms/verdict/registration.h"
+#include "VoAlgorithms/verdict/registrationsettings.h"
+#include "VoAlgorithms/verdict/scan.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace prereg {
+
+/// What a host may ask for; by default everything follows from the scans.
+struct RegistrationOptions {
+    EPreset preset = EPreset::Automatic;
+    /// Changes the settings that follow from the scans, e.g. [](auto& c) { c.icpConfig.dMaxRMSE = 0.2; }.
+    std::function<void(ConfigurationFPFH&)> adjust = {};
+    /// Threads of the feature computation; 0: as many as the machine has. Results do not depend on it.
+    unsigned threads = 0;
+    /// A pose (maps flt into fix) to be refined and verified; nothing is searched then.
+    std::optional<VoAlgo::CTrafo> start = {};
+    /// Called between steps, on the caller's thread, with the stage and the share of it that is done, 0 to 1. Returns
+    /// whether to go on; what it throws leaves the registration.
+    std::function<bool(const char* stage, double share)> progress = {};
+};
+
+/// Registers two scans of one object that overlap somewhere, without a starting pose, and says whether the answer can
+/// be trusted: settings are derived from the scans, poses searched, each candidate verified from both sides, and rivals
+/// considered. Bad scans are a refusal, not an exception. The same input gives the same bits, whatever the number of
+/// threads. Throws std::invalid_argument when points and normals differ in number or adjusted settings have no meaning.
+[[nodiscard]] VOALGO_API Registration RegisterScans(const Scan& fix, const Scan& flt,
+                                                    const RegistrationOptions& options = {});
+/// The same for scans that were prepared before.
+[[nodiscard]] VOALGO_API Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt,
+                                                    const RegistrationOptions& options = {});
+
+/// The point set, with features, that a registration makes of a scan.
+[[nodiscard]] VOALGO_API std::shared_ptr<const CFPFHPointSet>
+ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads = 0);
+/// Registers two point sets with settings at hand; preset, adjust and threads of the options are not read.
+[[nodiscard]] VOALGO_API Registration RegisterPointSets(std::shared_ptr<const CFPFHPointSet> fix,
+                                                        std::shared_ptr<const CFPFHPointSet> flt,
+                                                        const RegistrationSettings& settings,
+                                                        const RegistrationOptions& options = {});
+
+} // namespace prereg

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/numerics/cbmatrix4.h"
+#include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "VoAlgorithms/verdict/erefusal.h"
+#include "VoAlgorithms/verdict/registrationsettings.h"
+#include "VoAlgorithms/verdict/verification.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// What a registration found out. True when there is a pose that may be trusted.
+struct VOALGO_API Registration {
+    /// Poses that passed the verification; first the one that explains most of flt (small/big ratio × overlap).
+    std::vector<JudgedTrafo> results;
+    /// Poses that the search accepted, but not the verification; first the one that came nearest to being a result.
+    std::vector<JudgedTrafo> refused;
+    /// Why no pose is to be trusted, also when there are results; nothing when the first result is.
+    Refusal refusal;
+    CFPFHPreRegistration::Statistics statistics;   ///< of the search
+    RegistrationSettings settings;                 ///< that were used
+    std::shared_ptr<const CFPFHPointSet> fix = {}; ///< what was registered; null when a scan was at fault
+    std::shared_ptr<const CFPFHPointSet> flt = {}; ///< the same, in its own frame
+    bool isRefinement = false;                     ///< of a starting pose; nothing was searched
+
+    /// How long the stages took.
+    struct Seconds {
+        double settings = 0.0; ///< measuring the scans to derive the settings
+        double features = 0.0; ///< computing the features
+        double search = 0.0;   ///< search, refinement and verification
+    } seconds;
+
+    /// Whether the first result may be trusted.
+    explicit operator bool() const { return !refusal; }
+    /// The pose that may be trusted, with its figures and tests. Throws std::logic_error, with the reason, when there
+    /// is none.
+    [[nodiscard]] const JudgedTrafo& Best() const;
+    /// Its homogeneous matrix; maps flt coordinates into fix, mm. Throws as Best.
+    [[nodiscard]] VoAlgo::CbMatrix4Rd Pose() const;
+    /// The refusal in words; empty when there is a pose to be trusted.
+    [[nodiscard]] const std::string& Reason() const { return refusal.text; }
+};
+
+} // namespace prereg

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "VoAlgorithms/export.h"
+#include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "VoAlgorithms/verdict/scan.h"
+#include "VoAlgorithms/verdict/verification.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace prereg {
+
+/// Kinds of settings.
+enum class EPreset {
+    Automatic, ///< as Scan
+    Dense,     ///< fine detail, little noise
+    Scan,      ///< ordinary scans
+    Thorough,  ///< small overlaps, much clutter; takes longer
+};
+/// "auto", "dense", "scan", "thorough".
+[[nodiscard]] VOALGO_API const std::vector<std::string>& PresetNames();
+/// The preset of that name; nothing for an unknown one.
+[[nodiscard]] VOALGO_API std::optional<EPreset> PresetOf(const std::string& name);
+
+/// All that steers a registration. Lengths in millimetres.
+struct RegistrationSettings {
+    ConfigurationFPFH config;    ///< of the search
+    Verification verification;   ///< of what the search found
+    double workingSpacing = 0.0; ///< features are computed on scans thinned to this spacing; 0: not thinned
+};
+
+/// The settings that follow from the spacing and the roughness of two scans with normals.
+[[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
+                                                             EPreset preset = EPreset::Automatic);
+/// The same after `adjust` has changed what it wants to; limits of the search that it changed hold for the
+/// verification, too. Throws std::invalid_argument, naming the setting, when it leaves one without a meaning.
+[[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset preset,
+                                                             const std::function<void(ConfigurationFPFH&)>& adjust);
+
+} // namespace prereg

@@ -1,0 +1,213 @@
+#include "VoAlgorithms/runtime/csharedmemorypipe.h"
+#include "VoAlgorithms/verdict/registerscans.h"
+#include "VoAlgorithms/verdict/sampling.h"
+#include "VoAlgorithms/verdict/scanfault.h"
+#include "commands/commands.h"
+#include "exchange/files/files.h"
+#include "exchange/files/input_error.h"
+#include "input/case_file.h"
+#include "input/cloud_options.h"
+#include "input/settings_options.h"
+#include "output/indented_json.h"
+#include "output/result_options.h"
+#include "platform/clock.h"
+#include "terminal/console.h"
+#include "terminal/exit_code.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace voalgo {
+
+namespace {
+
+using prereg::CFPFHPreRegistration;
+
+struct Arguments {
+    std::string file; ///< of the case
+    std::string fix;
+    std::string flt;
+    CloudOptions clouds;
+    SettingsOptions settings;
+    ResultOptions results;
+    std::string pipe;
+    bool quiet = false;
+};
+
+void Pack(const Arguments& a)
+{
+    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
+    if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
+    const prereg::RegistrationSettings settings = a.settings.For(fix.scan, flt.scan);
+    for (const prereg::PreparedScan* scan : {&fix, &flt})
+        if (const prereg::Refusal fault = FindTooFewPoints(*scan, settings.config.icpConfig.uiNumSamples))
+            throw InputError(fault.text);
+    WriteText(a.file, CaseBytes(*ComputePointSet(fix.scan, settings, a.settings.threads),
+                                *ComputePointSet(flt.scan, settings, a.settings.threads), settings.config, {},
+                                {a.settings.preset, a.clouds.unit}));
+}
+
+void Show(const Arguments& a)
+{
+    constexpr unsigned LongestBinary = 32, Depth = 3;
+    std::puts(Indented(ParseDocument(ReadText(a.file), a.file).to_json(LongestBinary), Depth).c_str());
+}
+
+/// A point set of a case as the scan that it was made of.
+prereg::PreparedScan ScanOf(const prereg::CFPFHPointSet& set, const std::string& name)
+{
+    prereg::PreparedScan prepared;
+    prepared.scan.points = set.GetPoints();
+    prepared.scan.normals = set.GetNormals();
+    prepared.scan.name = name;
+    prepared.read = prepared.scan.points.size();
+    std::tie(prepared.low, prepared.high) = set.GetAABB();
+    prepared.spacing = MeasureSampling(prepared.scan).spacing;
+    return prepared;
+}
+
+/// The settings of a case: the limits of its configuration hold for the verification, too.
+prereg::RegistrationSettings SettingsOf(const Case& stored, const prereg::PreparedScan& fix,
+                                        const prereg::PreparedScan& flt, const std::string& file)
+{
+    try {
+        return DeriveSettings(fix.scan, flt.scan, prereg::PresetOf(stored.notes.preset).value(),
+                              [&](auto& config) { config = stored.registration.GetMatchingConfig(); });
+    } catch (const std::invalid_argument& error) {
+        throw InputError(file + ": " + error.what());
+    }
+}
+
+int RunCase(const Arguments& a)
+{
+    const VoAlgo::CStopwatch watch;
+    Console console(a.quiet          ? Console::Mode::Quiet
+                    : a.results.json ? Console::Mode::WithoutProgress
+                                     : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    console.Progress("reading", 0.0);
+    const Case stored = ParseCase(ReadText(a.file), a.file);
+    const auto& fixSet = stored.registration.GetFixPointSet();
+    const auto& fltSet = stored.registration.GetFltPointSet();
+    const prereg::PreparedScan fix = ScanOf(fixSet, a.file + ": FixPointSet"),
+                               flt = ScanOf(fltSet, a.file + ": FltPointSet");
+    const double readingSeconds = watch.Seconds();
+    const VoAlgo::CStopwatch settingsWatch;
+    const prereg::RegistrationSettings settings = SettingsOf(stored, fix, flt, a.file);
+    const double settingsSeconds = settingsWatch.Seconds();
+    a.results.RequireWritable();
+
+    prereg::RegistrationOptions options;
+    options.progress = console.ProgressFunction();
+    prereg::Registration registration =
+        RegisterPointSets({&fixSet, [](const auto*) {}}, {&fltSet, [](const auto*) {}}, settings, options);
+    registration.seconds.settings = settingsSeconds;
+    console.ClearProgress();
+    CloudOptions clouds;
+    clouds.unit = stored.notes.unit;
+    return a.results.Write(
+        {fix, flt, registration, stored.notes.preset, clouds.unit, clouds.MmPerUnit(), readingSeconds});
+}
+
+std::wstring PipeName(const Arguments& a)
+{
+    return a.pipe.empty() ? CFPFHPreRegistration::CasePipe : std::filesystem::path(a.pipe).wstring();
+}
+
+/// Sends the file as it is: what the library does not know of goes along.
+void Send(const Arguments& a)
+{
+    Console console(Console::Mode::Talkative);
+    const LogToConsole log(console);
+    const std::string bytes = ReadText(a.file);
+    (void)ParseCase(bytes, a.file);
+    try {
+        VoAlgo::CSharedMemoryPipe::Open(PipeName(a), CFPFHPreRegistration::CasePipeBlock).Send(bytes);
+    } catch (const std::runtime_error& error) {
+        throw InputError(std::string("nobody waits for a case: ") + error.what());
+    }
+}
+
+void Receive(const Arguments& a)
+{
+    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    auto pipe = VoAlgo::CSharedMemoryPipe::Create(PipeName(a), CFPFHPreRegistration::CasePipeBlock);
+    console.Note("waiting for a case");
+    const std::vector<unsigned char> message = pipe.Receive();
+    const std::string bytes(message.begin(), message.end());
+    (void)ParseCase(bytes, "what was sent");
+    WriteText(a.file, bytes);
+}
+
+constexpr const char* Help =
+    R"(A case is one file with all that a registration needs and found: both scans with their features, the settings, the
+results. It repeats a registration elsewhere, to the last bit.
+Examples:
+  voalgo case pack front.ply side.ply --out case.bson
+  voalgo case show case.bson
+  voalgo case run case.bson --out result
+  voalgo case run case.bson --report report.html     # a page to look at, as of voalgo register
+  voalgo case receive --out case.bson                # waits; in another window or program:
+  voalgo case send case.bson)";
+
+} // namespace
+
+void AddCase(CLI::App& tool, int& exitCode)
+{
+    CLI::App* command = tool.add_subcommand("case", "Keep a registration in one file, repeat it, hand it over");
+    command->require_subcommand(1);
+    command->footer(Help);
+    auto a = std::make_shared<Arguments>();
+    const auto add = [&](const char* name, const char* what, auto run) {
+        CLI::App* added = command->add_subcommand(name, what);
+        added->callback([a, &exitCode, run] { exitCode = run(*a); });
+        return added;
+    };
+    const auto withDone = [](auto run) {
+        return [run](const Arguments& arguments) {
+            run(arguments);
+            return static_cast<int>(Done);
+        };
+    };
+    const auto takesFile = [&](CLI::App* added) { added->add_option("FILE", a->file, "The case")->required(); };
+    const auto takesPipe = [&](CLI::App* added) {
+        added->add_option("--pipe", a->pipe, "Name of the pipe, the same on both sides; default: PreRegistrationFPFH");
+    };
+    const auto isQuiet = [&](CLI::App* added) { added->add_flag("--quiet", a->quiet, "No notes"); };
+
+    CLI::App* pack = add("pack", "Make a case of two scans", withDone(Pack));
+    pack->add_option("FIX", a->fix, "The scan that stays")->required();
+    pack->add_option("FLT", a->flt, "The scan that is moved")->required();
+    pack->add_option("--out", a->file, "File for the case")->required();
+    a->clouds.AddTo(*pack);
+    a->settings.AddTo(*pack);
+    isQuiet(pack);
+
+    takesFile(add("show", "Print a case as JSON; of longer binaries the size", withDone(Show)));
+
+    CLI::App* run = add("run", "Register the scans of a case", RunCase);
+    takesFile(run);
+    a->results.AddTo(*run);
+    isQuiet(run);
+
+    CLI::App* send = add("send", "Hand a case to the process that waits for one", withDone(Send));
+    takesFile(send);
+    takesPipe(send);
+
+    CLI::App* receive = add("receive", "Wait for a case from another process", withDone(Receive));
+    receive->add_option("--out", a->file, "File for the case")->required();
+    takesPipe(receive);
+    isQuiet(receive);
+}
+
+} // namespace voalgo

@@ -1,0 +1,89 @@
+#include "VoAlgorithms/verdict/scanfault.h"
+#include "commands/commands.h"
+#include "exchange/files/input_error.h"
+#include "input/cloud_options.h"
+#include "input/settings_options.h"
+#include "terminal/exit_code.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <memory>
+
+namespace voalgo {
+
+namespace {
+
+struct Arguments {
+    std::string file;
+    std::string out;
+    CloudOptions clouds;
+    SettingsOptions settings;
+    bool quiet = false;
+};
+
+/// Number of features when only the curvature quality's limit is changed.
+std::size_t CountFrom(const prereg::Scan& scan, prereg::RegistrationSettings settings, unsigned minQuality)
+{
+    settings.config.uiMinCurvatureQuality = minQuality;
+    return ComputePointSet(scan, settings)->SizeFeatures();
+}
+
+void PrintHistogram(const prereg::Scan& scan, const prereg::RegistrationSettings& settings)
+{
+    constexpr unsigned Step = 10;
+    constexpr int Width = 50;
+    std::vector<std::size_t> atLeast;
+    for (unsigned quality = 0; quality < 100; quality += Step) atLeast.push_back(CountFrom(scan, settings, quality));
+    atLeast.push_back(0);
+    std::size_t largest = 1;
+    for (std::size_t i = 0; i + 1 < atLeast.size(); ++i) largest = std::max(largest, atLeast[i] - atLeast[i + 1]);
+    std::printf("quality    points\n");
+    for (std::size_t i = 0; i + 1 < atLeast.size(); ++i) {
+        const std::size_t count = atLeast[i] - atLeast[i + 1];
+        const auto length = static_cast<std::size_t>(Width * static_cast<double>(count) / static_cast<double>(largest));
+        std::printf("%3zu to %3zu %7zu %s\n", i * Step, (i + 1) * Step, count, std::string(length, '#').c_str());
+    }
+}
+
+void Run(const Arguments& a)
+{
+    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    const prereg::PreparedScan prepared = a.clouds.Load(a.file, console);
+    if (const prereg::Refusal fault = FindFault(prepared)) throw InputError(a.file + ": " + fault.text);
+    const prereg::RegistrationSettings settings = a.settings.For(prepared.scan, prepared.scan);
+    const auto set = ComputePointSet(prepared.scan, settings, a.settings.threads);
+    std::printf("%zu feature points of %zu points; radius %.4g mm, quality at least %u\n", set->SizeFeatures(),
+                prepared.scan.points.size(), settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality);
+    PrintHistogram(prepared.scan, settings);
+    if (a.out.empty()) return;
+    try {
+        set->SaveFeaturePointsXYZN(a.out, 0xFFFFFFFFU);
+    } catch (const std::exception&) {
+        throw InputError("cannot write " + a.out);
+    }
+}
+
+} // namespace
+
+void AddFeatures(CLI::App& tool, int& exitCode)
+{
+    CLI::App* command =
+        tool.add_subcommand("features", "Show how many feature points a scan has, and how good they are");
+    auto a = std::make_shared<Arguments>();
+    command->add_option("FILE", a->file, "The scan")->required();
+    a->clouds.AddTo(*command);
+    a->settings.AddTo(*command);
+    command->add_option("--out", a->out, "Text file for the feature points, x y z nx ny nz a line, mm");
+    command->add_flag("--quiet", a->quiet, "No notes");
+    command->footer(
+        "The quality of a point is 100 for a surface that bends on the feature radius or less, 0 for a plane.\n"
+        "Example: voalgo features front.ply --out features.xyzn");
+    command->callback([a, &exitCode] {
+        Run(*a);
+        exitCode = Done;
+    });
+}
+
+} // namespace voalgo

@@ -1,0 +1,80 @@
+#include "VoAlgorithms/verdict/registerscans.h"
+#include "VoAlgorithms/verdict/scanfault.h"
+#include "commands/commands.h"
+#include "exchange/files/input_error.h"
+#include "input/cloud_options.h"
+#include "input/pose_file.h"
+#include "input/settings_options.h"
+#include "output/result_options.h"
+#include "platform/clock.h"
+#include "terminal/console.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace voalgo {
+
+namespace {
+
+struct Arguments {
+    std::string fix;
+    std::string flt;
+    CloudOptions clouds;
+    SettingsOptions settings;
+    std::string start;
+    ResultOptions results;
+    bool quiet = false;
+};
+
+int Run(const Arguments& a)
+{
+    const VoAlgo::CStopwatch watch;
+    Console console(a.quiet          ? Console::Mode::Quiet
+                    : a.results.json ? Console::Mode::WithoutProgress
+                                     : Console::Mode::Talkative);
+    const LogToConsole log(console);
+    console.Progress("reading", 0.0);
+    const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
+    const double readingSeconds = watch.Seconds();
+    prereg::RegistrationOptions options = a.settings.Options();
+    options.progress = console.ProgressFunction();
+    if (!a.start.empty()) options.start = ReadPose(a.start, a.clouds.MmPerUnit());
+    if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
+    a.results.RequireWritable();
+    const prereg::Registration registration = RegisterScans(fix, flt, options);
+    console.ClearProgress();
+    if (IsFaultOfScans(registration.refusal.code)) throw InputError(registration.Reason());
+    return a.results.Write(
+        {fix, flt, registration, a.settings.preset, a.clouds.unit, a.clouds.MmPerUnit(), readingSeconds});
+}
+
+constexpr const char* Help = R"(Examples:
+  voalgo register front.ply side.ply --out result
+  voalgo register front.ply side.ply --report report.html   # a page to look at; opens in any browser, offline
+  voalgo register front.xyz side.xyz --unit m --viewpoint 0,0,0 --json
+  voalgo register front.ply side.ply --start pose.txt       # refines a pose that is nearly right
+  voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
+Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] a line. Settings come from the spacing of the points unless a
+configuration states them. DIR receives result.json, pose.txt (four rows of four numbers, maps FLT into FIX, in the
+files' unit), registered.ply (both scans), registered.png and case.bson (see voalgo case).
+Exit codes: 0 done, 2 no registration found, 3 bad input, 64 wrong usage.)";
+
+} // namespace
+
+void AddRegister(CLI::App& tool, int& exitCode)
+{
+    CLI::App* command = tool.add_subcommand("register", "Find the pose that brings one scan onto another");
+    auto a = std::make_shared<Arguments>();
+    command->add_option("FIX", a->fix, "The scan that stays")->required();
+    command->add_option("FLT", a->flt, "The scan that is moved")->required();
+    a->clouds.AddTo(*command);
+    a->settings.AddTo(*command);
+    command->add_option("--start", a->start, "File with a 4x4 pose that maps FLT into FIX: refine it, do not search");
+    a->results.AddTo(*command);
+    command->add_flag("--quiet", a->quiet, "No notes and no progress bar");
+    command->footer(Help);
+    command->callback([a, &exitCode] { exitCode = Run(*a); });
+}
+
+} // namespace voalgo

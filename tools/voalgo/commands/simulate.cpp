@@ -1,0 +1,106 @@
+#include "simulation/simulate.h"
+#include "commands/commands.h"
+#include "exchange/files/files.h"
+#include "exchange/files/read_model.h"
+#include "exchange/files/write_ply.h"
+#include "platform/format.h"
+#include "simulation/free_form.h"
+#include "terminal/console.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <memory>
+
+namespace voalgo {
+
+namespace {
+
+struct Arguments {
+    SimulationSettings settings;
+    std::string directory;
+    std::string meshFile;
+    double size = 0.0;
+    double noise = -1.0;
+};
+
+Mesh Object(const Arguments& arguments)
+{
+    if (arguments.meshFile.empty())
+        return FreeFormObject(arguments.settings.seed, arguments.size > 0.0 ? arguments.size : 100.0,
+                              std::max<std::size_t>(200000, std::size_t{12} * arguments.settings.points));
+    Mesh mesh = ReadModel(arguments.meshFile).mesh;
+    CentreAndScale(mesh, arguments.size);
+    return mesh;
+}
+
+double LargestExtent(const Mesh& mesh)
+{
+    float extent = 0.0F;
+    for (const auto& v : mesh.vertices)
+        for (unsigned i = 0; i < 3; ++i) extent = std::max(extent, 2.0F * std::abs(v[i]));
+    return extent;
+}
+
+std::string PoseText(const Frame& pose)
+{
+    std::string text;
+    for (unsigned row = 0; row < 3; ++row)
+        text += VoAlgo::Format("%.9g %.9g %.9g %.9g\n", pose.axis[0][row], pose.axis[1][row], pose.axis[2][row],
+                               pose.origin[row]);
+    return text + "0 0 0 1\n";
+}
+
+void Run(Arguments arguments)
+{
+    const Mesh object = Object(arguments);
+    arguments.settings.noise = arguments.noise >= 0.0 ? arguments.noise : LargestExtent(object) / 2000.0;
+    MakeDirectory(arguments.directory);
+    const Simulation s = Simulate(object, arguments.settings);
+    WritePly(InDirectory(arguments.directory, "fix.ply"), s.fix);
+    WritePly(InDirectory(arguments.directory, "flt.ply"), s.flt);
+    WriteText(InDirectory(arguments.directory, "truth.txt"), PoseText(s.truth));
+    std::printf("fix.ply    %zu points, %.3f of them in the overlap\n", s.fix.points.size(), s.overlapFix);
+    std::printf("flt.ply    %zu points, %.3f of them in the overlap\n", s.flt.points.size(), s.overlapFlt);
+    std::printf("truth.txt  maps flt into fix; views %.1f degrees apart, spacing %.3f mm, noise %.3f mm\n", s.angle,
+                s.spacing, arguments.settings.noise);
+    const double reached = std::min(s.overlapFix, s.overlapFlt) / (1.0 - arguments.settings.clutter);
+    if (std::abs(reached - arguments.settings.overlap) > 0.05)
+        Console(Console::Mode::Quiet)
+            .Warn(VoAlgo::Format("overlap %.2f without the clutter, wanted %.2f: no angle between the views gives it",
+                                 reached, arguments.settings.overlap));
+}
+
+} // namespace
+
+void AddSimulate(CLI::App& tool, int& exitCode)
+{
+    CLI::App* command = tool.add_subcommand("simulate", "Make two virtual scans of an object, with their true pose");
+    auto a = std::make_shared<Arguments>();
+    command->add_option("--out", a->directory, "Directory for fix.ply, flt.ply (mm) and truth.txt")->required();
+    command->add_option("--mesh", a->meshFile,
+                        "Triangle mesh to scan (PLY, OBJ, STL; mm); default: a free-form object");
+    command->add_option("--size", a->size, "Largest extent of the object, mm; default: 100, or as the mesh is")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--points", a->settings.points, "Points of a scan, about")
+        ->check(CLI::Range(100, 5000000))
+        ->capture_default_str();
+    command
+        ->add_option("--overlap", a->settings.overlap,
+                     "Share of a scan's points that the other one sees too, the smaller of both; clutter not counted")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str();
+    command->add_option("--noise", a->noise, "Standard deviation of the range, mm; default: size / 2000")
+        ->check(CLI::NonNegativeNumber);
+    command->add_option("--clutter", a->settings.clutter, "Share of a scan's points that are stray or another object's")
+        ->check(CLI::Range(0.0, 0.9))
+        ->capture_default_str();
+    command->add_option("--seed", a->settings.seed, "Choice of object, views and pose")->capture_default_str();
+    command->footer("Example: voalgo simulate --out scans --overlap 0.4 --seed 7");
+    command->callback([a, &exitCode] {
+        Run(*a);
+        exitCode = 0;
+    });
+}
+
+} // namespace voalgo

@@ -1,0 +1,77 @@
+#include "input/case_file.h"
+
+#include "VoAlgorithms/documents/records.h"
+#include "VoAlgorithms/version.h"
+#include "exchange/files/input_error.h"
+
+#include <algorithm>
+#include <exception>
+#include <initializer_list>
+#include <stdexcept>
+#include <utility>
+
+namespace voalgo {
+
+namespace {
+
+using VoAlgo::bson::element;
+
+constexpr const char* NotesKey = "Tool";
+
+element ToElement(const CaseNotes& notes)
+{
+    return {NotesKey,
+            (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit))};
+}
+
+CaseNotes ReadNotes(const element& stored)
+{
+    CaseNotes notes;
+    for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
+        if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
+    const auto isOneOf = [](const std::string& word, std::initializer_list<const char*> known) {
+        return std::find(known.begin(), known.end(), word) != known.end();
+    };
+    if (!isOneOf(notes.preset, {"auto", "dense", "scan", "thorough"}) || !isOneOf(notes.unit, {"mm", "cm", "m"}))
+        throw std::invalid_argument("unknown preset or unit");
+    return notes;
+}
+
+} // namespace
+
+std::string CaseBytes(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
+                      const prereg::ConfigurationFPFH& config, const std::vector<prereg::ICPResult>& results,
+                      const CaseNotes& notes)
+{
+    prereg::CFPFHPreRegistration registration(fix, flt, config, false);
+    for (const auto& result : results) registration.InjectICPResult(result);
+    element::object document = VoAlgo::bson::to_object(registration);
+    document.append(ToElement(notes));
+    const auto [bytes, size] = document.freeze();
+    return {reinterpret_cast<const char*>(bytes.get()), static_cast<std::size_t>(size)};
+}
+
+element::object ParseDocument(const std::string& bytes, const std::string& origin)
+{
+    try {
+        auto document = element::object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+        if (document.size() == bytes.size()) return document;
+    } catch (const std::invalid_argument&) { // has no more to say
+    }
+    throw InputError(origin + ": no whole document");
+}
+
+Case ParseCase(const std::string& bytes, const std::string& origin)
+{
+    const element::object document = ParseDocument(bytes, origin);
+    for (const char* key : {"FixPointSet", "FltPointSet"})
+        if (document.child(key).type() != element::Object)
+            throw InputError(origin + ": no case: \"" + key + "\" is missing");
+    try {
+        return {VoAlgo::bson::from_object<prereg::CFPFHPreRegistration>(document), ReadNotes(document.child(NotesKey))};
+    } catch (const std::exception& error) {
+        throw InputError(origin + ": a broken case: " + error.what());
+    }
+}
+
+} // namespace voalgo

@@ -1,0 +1,55 @@
+#include "input/cloud_options.h"
+
+#include "VoAlgorithms/verdict/scanfault.h"
+#include "exchange/files/input_error.h"
+#include "exchange/files/read_cloud.h"
+
+#include <CLI/CLI.hpp>
+
+namespace voalgo {
+
+void CloudOptions::AddTo(CLI::App& command)
+{
+    command.add_option("--unit", unit, "Unit of the files' coordinates")
+        ->check(CLI::IsMember({"mm", "cm", "m"}))
+        ->capture_default_str();
+    command
+        .add_option("--viewpoint", viewpoint,
+                    "Where the scanner stood, x,y,z in the files' unit: estimated normals "
+                    "point towards it; default: outwards")
+        ->expected(3)
+        ->delimiter(',');
+}
+
+double CloudOptions::MmPerUnit() const
+{
+    if (unit == "m") return 1000.0;
+    return unit == "cm" ? 10.0 : 1.0;
+}
+
+prereg::PreparedScan CloudOptions::Load(const std::string& path) const
+{
+    const double scale = MmPerUnit();
+    prereg::Scan scan = ReadCloud(path);
+    scan.name = path;
+    if (scale != 1.0)
+        for (kdtree::Vector<3>& p : scan.points) p *= static_cast<float>(scale);
+    if (!viewpoint.empty())
+        scan.viewpoint.emplace(static_cast<float>(viewpoint[0] * scale), static_cast<float>(viewpoint[1] * scale),
+                               static_cast<float>(viewpoint[2] * scale));
+    prereg::PreparedScan prepared = prereg::PrepareScan(std::move(scan));
+    if (prepared.scan.points.empty()) throw InputError(path + ": " + FindFault(prepared).text);
+    return prepared;
+}
+
+prereg::PreparedScan CloudOptions::Load(const std::string& path, Console& console) const
+{
+    prereg::PreparedScan prepared = Load(path);
+    const prereg::Remarks remarks = Describe(prepared);
+    const std::string about = path + ": ";
+    for (const std::string& note : remarks.notes) console.Note(about + note);
+    for (const std::string& warning : remarks.warnings) console.Warn(about + warning);
+    return prepared;
+}
+
+} // namespace voalgo

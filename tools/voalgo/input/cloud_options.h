@@ -1,0 +1,29 @@
+#pragma once
+
+#include "VoAlgorithms/verdict/preparedscan.h"
+#include "terminal/console.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace voalgo {
+
+/// How clouds are read; the options that all commands share.
+struct CloudOptions {
+    std::string unit = "mm";
+    std::vector<double> viewpoint; ///< x y z in the file's unit; empty: none
+
+    void AddTo(CLI::App& command);
+    [[nodiscard]] double MmPerUnit() const;
+    /// Reads and prepares a cloud. Throws InputError.
+    [[nodiscard]] prereg::PreparedScan Load(const std::string& path) const;
+    /// The same, and tells the console what was found and done.
+    [[nodiscard]] prereg::PreparedScan Load(const std::string& path, Console& console) const;
+};
+
+} // namespace voalgo

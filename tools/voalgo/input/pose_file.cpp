@@ -1,0 +1,85 @@
+#include "input/pose_file.h"
+
+#include "exchange/files/files.h"
+#include "exchange/files/input_error.h"
+#include "platform/format.h"
+
+#include <charconv>
+#include <cmath>
+#include <vector>
+
+namespace voalgo {
+
+namespace {
+
+std::vector<double> ReadNumbers(const std::string& path)
+{
+    const std::string text = ReadText(path);
+    std::vector<double> numbers;
+    for (std::size_t i = 0; i < text.size();) {
+        i = text.find_first_not_of(" \t\r\n,;", i);
+        if (i == std::string::npos) break;
+        if (text[i] == '#') {
+            i = std::min(text.find('\n', i), text.size());
+            continue;
+        }
+        const std::size_t end = std::min(text.find_first_of(" \t\r\n,;#", i), text.size());
+        const char* first = text.data() + i + (text[i] == '+' ? 1 : 0);
+        double value = 0.0;
+        const auto [stop, error] = std::from_chars(first, text.data() + end, value);
+        if (error != std::errc{} || stop != text.data() + end)
+            throw InputError(path + ": not a number: \"" + text.substr(i, std::min<std::size_t>(end - i, 40)) + "\"");
+        numbers.push_back(value);
+        i = end;
+    }
+    return numbers;
+}
+
+/// Largest deviation of R·Rᵀ from the identity.
+double RotationError(const VoAlgo::CTrafo& pose)
+{
+    double error = 0.0;
+    for (unsigned r = 0; r < 3; ++r)
+        for (unsigned c = 0; c < 3; ++c)
+            error = std::max(error, std::abs(double{pose.GetRow(r).Dot(pose.GetRow(c))} - (r == c ? 1.0 : 0.0)));
+    return error;
+}
+
+/// The shortest decimal number that reads back as the same double.
+std::string Shortest(double value)
+{
+    char digits[32];
+    const auto result = std::to_chars(digits, digits + sizeof(digits), value);
+    return {digits, result.ptr};
+}
+
+} // namespace
+
+std::string PoseText(const PoseMatrix& pose)
+{
+    std::string text;
+    for (const auto& row : pose)
+        text += Shortest(row[0]) + ' ' + Shortest(row[1]) + ' ' + Shortest(row[2]) + ' ' + Shortest(row[3]) + '\n';
+    return text;
+}
+
+VoAlgo::CTrafo ReadPose(const std::string& path, double mmPerUnit)
+{
+    const std::vector<double> m = ReadNumbers(path);
+    if (m.size() != 16) throw InputError(path + VoAlgo::Format(": a pose has 16 numbers, this file has %zu", m.size()));
+    if (m[12] != 0.0 || m[13] != 0.0 || m[14] != 0.0 || m[15] != 1.0)
+        throw InputError(path + ": the last row of a pose is 0 0 0 1");
+    const auto row = [&](std::size_t r) {
+        return kdtree::Vector<3>(static_cast<float>(m[4 * r]), static_cast<float>(m[4 * r + 1]),
+                                 static_cast<float>(m[4 * r + 2]));
+    };
+    const kdtree::Vector<3> translation(static_cast<float>(m[3] * mmPerUnit), static_cast<float>(m[7] * mmPerUnit),
+                                        static_cast<float>(m[11] * mmPerUnit));
+    const VoAlgo::CTrafo pose(row(0), row(1), row(2), translation);
+    if (!pose) throw InputError(path + ": the pose is not finite");
+    if (RotationError(pose) > 1e-3 || row(0).Cross(row(1)).Dot(row(2)) < 0.0F)
+        throw InputError(path + ": the upper left 3x3 is not a rotation");
+    return pose;
+}
+
+} // namespace voalgo

@@ -1,0 +1,36 @@
+#include "input/settings_options.h"
+
+#include "exchange/report/config_json.h"
+
+#include <CLI/CLI.hpp>
+
+namespace voalgo {
+
+void SettingsOptions::AddTo(CLI::App& command)
+{
+    command.add_option("--preset", preset, "Kind of settings")
+        ->check(CLI::IsMember(prereg::PresetNames()))
+        ->capture_default_str();
+    command.add_option(
+        "--config", config,
+        "JSON file with settings that override the others, also as limits of the verification; lengths in mm");
+    command.add_option("--threads", threads, "Threads of the feature computation, 0: all; results do not depend on it")
+        ->capture_default_str();
+}
+
+prereg::RegistrationOptions SettingsOptions::Options() const
+{
+    prereg::RegistrationOptions options;
+    options.preset = prereg::PresetOf(preset).value();
+    options.threads = threads;
+    if (!config.empty()) options.adjust = [path = config](auto& settings) { ApplyConfigFile(settings, path); };
+    return options;
+}
+
+prereg::RegistrationSettings SettingsOptions::For(const prereg::Scan& fix, const prereg::Scan& flt) const
+{
+    const prereg::RegistrationOptions options = Options();
+    return DeriveSettings(fix, flt, options.preset, options.adjust);
+}
+
+} // namespace voalgo

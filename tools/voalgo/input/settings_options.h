@@ -1,0 +1,26 @@
+#pragma once
+
+#include "VoAlgorithms/verdict/registerscans.h"
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace voalgo {
+
+/// Where the settings come from; the options that the commands with settings share.
+struct SettingsOptions {
+    std::string preset = "auto";
+    std::string config; ///< file; empty: none
+    unsigned threads = 0;
+
+    void AddTo(CLI::App& command);
+    /// The same as the library takes them. A faulty configuration file throws InputError when the settings are derived.
+    [[nodiscard]] prereg::RegistrationOptions Options() const;
+    /// The settings for two scans. Throws InputError when the configuration file is faulty.
+    [[nodiscard]] prereg::RegistrationSettings For(const prereg::Scan& fix, const prereg::Scan& flt) const;
+};
+
+} // namespace voalgo

@@ -1,0 +1,149 @@
+#include "VoAlgorithms/verdict/preparedscan.h"
+
+#include "VoAlgorithms/verdict/estimatenormals.h"
+#include "VoAlgorithms/verdict/sameplace.h"
+#include "VoAlgorithms/verdict/sampling.h"
+#include "platform/format.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+namespace prereg {
+namespace {
+
+using Vec3 = kdtree::Vector<3>;
+
+constexpr double SmallestExtent = 1.0;    // mm
+constexpr double LargestExtent = 20000.0; // mm
+constexpr float LengthTolerance = 1e-3F;  // of a unit normal
+
+/// Drops points that are not finite or lie where another one lies.
+void KeepUsablePoints(PreparedScan& p)
+{
+    const std::vector<std::size_t> first = FirstAtSamePlace(p.scan.points);
+    const bool withNormals = !p.scan.normals.empty();
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        if (!p.scan.points[i].IsValid()) {
+            ++p.notFinite;
+        } else if (first[i] != i) {
+            ++p.duplicates;
+        } else {
+            p.scan.points[kept] = p.scan.points[i];
+            if (withNormals) p.scan.normals[kept] = p.scan.normals[i];
+            ++kept;
+        }
+    }
+    p.scan.points.resize(kept);
+    if (withNormals) p.scan.normals.resize(kept);
+}
+
+/// Length in double precision, so that no finite normal overflows or vanishes; 0 for one that is not finite.
+double LengthOf(const Vec3& n)
+{
+    return n.IsValid() ? std::hypot(double{n.x}, double{n.y}, double{n.z}) : 0.0;
+}
+
+/// Normals have one length (1, as a rule); colours or other columns that were taken for normals have all lengths.
+bool LookLikeNormals(const std::vector<Vec3>& normals)
+{
+    std::vector<double> lengths;
+    for (const Vec3& n : normals)
+        if (const double length = LengthOf(n); length > 0.0) lengths.push_back(length);
+    if (lengths.empty()) return false;
+    const auto middle = lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2);
+    std::nth_element(lengths.begin(), middle, lengths.end());
+    const double usual = *middle;
+    const auto near = std::count_if(lengths.begin(), lengths.end(),
+                                    [&](double length) { return std::abs(length - usual) <= 0.1 * usual; });
+    return static_cast<double>(near) >= 0.8 * static_cast<double>(lengths.size());
+}
+
+void NormaliseNormals(PreparedScan& p)
+{
+    for (Vec3& n : p.scan.normals) {
+        const double length = LengthOf(n);
+        if (length == 0.0) {
+            n = {};
+            continue;
+        }
+        if (std::abs(length - 1.0) <= LengthTolerance) continue;
+        n = Vec3(static_cast<float>(n.x / length), static_cast<float>(n.y / length), static_cast<float>(n.z / length));
+        ++p.scaledNormals;
+    }
+}
+
+void Measure(PreparedScan& p)
+{
+    p.low = p.high = p.scan.points.front();
+    for (const Vec3& q : p.scan.points)
+        for (unsigned k = 0; k < 3; ++k) {
+            p.low[k] = std::min(p.low[k], q[k]);
+            p.high[k] = std::max(p.high[k], q[k]);
+        }
+    p.spacing = MeasureSampling(p.scan).spacing;
+}
+
+} // namespace
+
+double PreparedScan::Extent() const
+{
+    double extent = 0.0;
+    for (unsigned k = 0; k < 3; ++k) extent = std::max(extent, double{high[k]} - double{low[k]});
+    return extent;
+}
+
+PreparedScan PrepareScan(Scan scan)
+{
+    if (!scan.normals.empty() && scan.normals.size() != scan.points.size())
+        throw std::invalid_argument(
+            (scan.name.empty() ? "scan" : scan.name) +
+            VoAlgo::Format(": %zu normals for %zu points", scan.normals.size(), scan.points.size()));
+    PreparedScan p;
+    p.scan = std::move(scan);
+    p.read = p.scan.points.size();
+    KeepUsablePoints(p);
+    if (p.scan.points.empty()) return p;
+
+    p.implausibleNormals = !p.scan.normals.empty() && !LookLikeNormals(p.scan.normals);
+    p.estimatedNormals = p.scan.normals.empty() || p.implausibleNormals;
+    if (p.estimatedNormals)
+        p.scan.normals = EstimateNormals(p.scan.points, p.scan.viewpoint);
+    else
+        NormaliseNormals(p);
+    p.zeroNormals = static_cast<std::size_t>(
+        std::count_if(p.scan.normals.begin(), p.scan.normals.end(), [](const Vec3& n) { return n == Vec3(); }));
+    Measure(p);
+    return p;
+}
+
+Remarks Describe(const PreparedScan& p)
+{
+    Remarks r;
+    if (p.notFinite > 0)
+        r.warnings.push_back(VoAlgo::Format("dropped %zu of %zu points whose coordinates are not finite (NaN, Inf)",
+                                            p.notFinite, p.read));
+    if (p.duplicates > 0)
+        r.notes.push_back(VoAlgo::Format("dropped %zu points that lie exactly where another one lies", p.duplicates));
+    if (p.implausibleNormals)
+        r.warnings.push_back("ignored its normals, which cannot be normals (all zero, or of many lengths)");
+    if (p.estimatedNormals) r.notes.push_back("estimated the normals from neighbouring points");
+    if (p.scaledNormals > 0) r.notes.push_back(VoAlgo::Format("brought %zu normals to unit length", p.scaledNormals));
+    if (p.zeroNormals > 0) r.notes.push_back(VoAlgo::Format("%zu points have no normal (zero length)", p.zeroNormals));
+    const double extent = p.Extent();
+    if (extent < SmallestExtent || extent > LargestExtent)
+        r.warnings.push_back(VoAlgo::Format("its largest extent is %.4g mm; is the unit right? (--unit)", extent));
+    double farthest = 0.0;
+    for (unsigned k = 0; k < 3; ++k)
+        farthest = std::max({farthest, std::abs(double{p.low[k]}), std::abs(double{p.high[k]})});
+    const double resolution = farthest * 6e-8;
+    if (resolution > 0.02 * p.spacing && p.spacing > 0.0)
+        r.warnings.push_back(
+            VoAlgo::Format("lies so far from the origin (%.3g mm) that single precision resolves only %.2g mm; "
+                           "move it nearer before export",
+                           farthest, resolution));
+    return r;
+}
+
+} // namespace prereg

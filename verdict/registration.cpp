@@ -1,0 +1,18 @@
+#include "VoAlgorithms/verdict/registration.h"
+
+#include <stdexcept>
+
+namespace prereg {
+
+const JudgedTrafo& Registration::Best() const
+{
+    if (refusal || results.empty()) throw std::logic_error("no pose to be trusted: " + refusal.text);
+    return results.front();
+}
+
+VoAlgo::CbMatrix4Rd Registration::Pose() const
+{
+    return Best().trafo;
+}
+
+} // namespace prereg
