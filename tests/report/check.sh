@@ -7,9 +7,9 @@ cd "$(dirname "$0")/../.."
 ./run packages chromium fonts-dejavu-core
 command -v npm >/dev/null || ./run packages nodejs npm
 
-(cd tools/voalgo/report && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
-git diff --exit-code --stat -- tools/voalgo/report/dist || {
-    echo "tools/voalgo/report/dist is not what its sources make: run 'npm ci && npm run build' there and commit it"
+(cd exchange/report/web && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
+git diff --exit-code --stat -- exchange/report/web/dist || {
+    echo "exchange/report/web/dist is not what its sources make: run 'npm ci && npm run build' there and commit it"
     exit 1
 }
 

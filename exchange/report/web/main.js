@@ -1,10 +1,10 @@
-// Fills the page from the data of the run.
+// Fills the page with the data of a registration.
 import { Matrix4 } from "three";
 import { bars, byHowMuch, histogram, legend, margin, stacked } from "./charts.js";
 import { breakable, capital, count, figure, fileName, make, percent, quantity, round, seconds } from "./format.js";
 import * as pack from "./pack.js";
 import { niceCeil } from "./scale.js";
-import { ADVICE, ADVICE_ON_START, CAUSES, SETTINGS, STAGES, TIMES } from "./texts.js";
+import { ADVICE, ADVICE_ON_START, CAUSES, STAGES, TIMES } from "./texts.js";
 import { Viewer } from "./viewer.js";
 
 const data = JSON.parse(document.getElementById("data").textContent);
@@ -18,7 +18,7 @@ let viewer = null;
 
 const shareOf = (ratio) => ratio < 0 ? "\u2013" : percent(ratio); // below 0: not reached
 const isFit = (pose) => pose.objection === "";
-const limitOf = (pose, name) => pose.tests.find((t) => t.name.startsWith(name) && t.stage !== "FIX on FLT")?.limit ?? null;
+const limitOf = (pose, code) => pose.tests.find((t) => t.code === code && t.stage !== "FIX on FLT")?.limit ?? null;
 
 /* The verdict. */
 
@@ -29,8 +29,8 @@ function turnAndShift(matrix) {
     return [Math.acos(Math.min(1, Math.max(-1, (trace - 1) / 2))), Math.hypot(...moved.map((v, k) => v - middle[k]))];
 }
 
-function adviceOn({ isRefinement, poses, reason }) {
-    return (isRefinement && ADVICE_ON_START[poses[0].resultType]) || ADVICE.find(([words]) => words.test(reason))?.[1];
+function adviceOn({ isRefinement, reasonCode }) {
+    return (isRefinement && ADVICE_ON_START[reasonCode]) || ADVICE[reasonCode];
 }
 
 function showVerdict() {
@@ -61,14 +61,14 @@ function showFigures() {
     const pose = data.poses[state.pose];
     if (data.found || data.isRefinement) {
         const [turn, shift] = turnAndShift(pose.pose);
-        const limit = (name, sign, unit) => { const l = limitOf(pose, name); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
-        put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("RMSE", "\u2264", "mm")),
-            tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("Overlap", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
-            tile("Small/big ratio", pose.fStop_SmallBigRatio < 0 ? "\u2013" : figure(pose.fStop_SmallBigRatio), limit("Small/big", "\u2265", "")),
+        const limit = (code, sign, unit) => { const l = limitOf(pose, code); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
+        put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("rmse", "\u2264", "mm")),
+            tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("overlap_ratio", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
+            tile("Small/big ratio", pose.fStop_SmallBigRatio < 0 ? "\u2013" : figure(pose.fStop_SmallBigRatio), limit("small_big_ratio", "\u2265", "")),
             pose.fStop_OverlapArea >= 0 ? tile("Overlap area", quantity(pose.fStop_OverlapArea, "mm2"), "of FIX covered by FLT")
                 : tile("Agreeing proposals", count(pose.clusterSize), data.isRefinement ? "the given pose" : "led to this pose"),
-            tile("Turn", quantity(turn, "rad"), "of FLT by the pose"),
-            tile("Shift", quantity(shift, "mm"), "of FLT\u2019s middle"), time);
+            tile("Rotation", quantity(turn, "rad"), "of FLT by the pose"),
+            tile("Translation", quantity(shift, "mm"), "of FLT\u2019s centre"), time);
     } else {
         put("figures", tile("Polygons", count(s.uiNumPolygons), "allowed"), tile("Proposed poses", count(s.uiNumProposals), "refined, each once"),
             tile("Accepted", count(s.uiNumSuccessful), "by the search"), tile("Refused", count(s.uiNumFailed), "by the search"),
@@ -80,7 +80,7 @@ function showFigures() {
 
 function showPoses() {
     if (data.poses.length === 0) {
-        put("poses", make("p", { class: "empty" }, "No proposed pose got as far as the verification, so there is none to show. The view has both scans as their files have them."));
+        put("poses", make("p", { class: "empty" }, "No proposed pose reached the verification, so there is none to show. The view has both scans as they lie in their files."));
         return;
     }
     const button = (pose, i) => make("button", { type: "button", role: "radio", "aria-checked": i === state.pose, class: "pose", onclick: () => { choosePose(i); if (state.view === "before") setView("after", true); } },
@@ -114,7 +114,7 @@ function choosePose(i) {
 function showDistances() {
     const pose = data.poses[state.pose];
     const { figures } = pose;
-    const limit = limitOf(pose, "RMSE"), rmse = pose.fStop_RMSE;
+    const limit = limitOf(pose, "rmse"), rmse = pose.fStop_RMSE;
     const row = (name, value) => [make("dt", {}, name), make("dd", {}, value)];
     put("histogram", histogram(figures, state.range, rmse, limit),
         make("p", { class: "keys" }, make("span", {}, make("i", { class: "line rmse" }), "\u00b1 RMSE"), make("span", {}, make("i", { class: "line limit" }), "\u00b1 its limit"), make("span", {}, "height: % of partners")),
@@ -130,7 +130,7 @@ function refreshRange() {
     const ticks = document.querySelectorAll("#legend .ramp span");
     [1, 0.5, 0, -0.5, -1].forEach((t, i) => { ticks[i].textContent = (t > 0 ? "+" : "") + round(t * state.range); });
     const pose = data.poses[state.pose];
-    $("histogram").firstChild.replaceWith(histogram(pose.figures, state.range, pose.fStop_RMSE, limitOf(pose, "RMSE")));
+    $("histogram").firstChild.replaceWith(histogram(pose.figures, state.range, pose.fStop_RMSE, limitOf(pose, "rmse")));
     viewer?.setByDistance(state.view === "distance", state.range);
 }
 
@@ -166,7 +166,7 @@ function showTests() {
 function showMatrix() {
     const pose = data.poses[state.pose];
     const rows = pose.pose.map((row, r) => row.map((v, c) => c === 3 && r < 3 ? v / data.mmPerUnit : v));
-    put("poseLead", `Maps FLT into FIX: rotation and shift, in ${data.unit}` + (isFit(pose) && data.found ? "." : ". Not to be used: this pose was refused."));
+    put("poseLead", `Maps FLT into FIX: rotation and translation, in ${data.unit}` + (isFit(pose) && data.found ? "." : ". Do not use it: this pose was refused."));
     put("matrix", ...rows.flat().map((v) => make("span", {}, v.toFixed(6).replace("-", "\u2212"))));
     $("copy").onclick = async () => {
         const text = rows.map((row) => row.map((v) => Number(v.toPrecision(9))).join(" ")).join("\n");
@@ -184,7 +184,7 @@ function showCauses() {
     const rows = s.uiNumSuccessful + s.uiNumFailed === 0 ? [] : [{ label: "Accepted by the search", value: s.uiNumSuccessful, text: count(s.uiNumSuccessful), kind: "good",
         remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of those did not pass the verification.` : "Similar poses count as one; each was then verified from both sides." }];
     for (const f of s.failures) {
-        const [meaning, change] = CAUSES[f.resultType] ?? ["", ""];
+        const [meaning, change] = CAUSES[f.code] ?? ["", ""];
         rows.push({ label: capital(f.cause), value: f.count, text: `${count(f.count)}  (${percent(f.count / (s.uiNumFailed + s.uiNumSuccessful), 2)})`, remark: data.found || change === "As above." ? meaning : `${meaning} ${change}` });
     }
     put("causes", rows.length ? bars(rows) : make("p", { class: "empty" }, `Nothing was refined. ${adviceOn(data) ?? ""}`));
@@ -204,12 +204,12 @@ function showScans() {
 
 function showSettings() {
     const text = (key, value) => {
-        const [unit, , off] = SETTINGS[key] ?? ["", ""];
+        const { unit, off } = data.fields[key];
         return off && value <= 0 ? off : Number.isInteger(value) && !unit ? count(value) : quantity(value, unit, 4);
     };
     const table = (caption, heads, rows) => make("div", { class: "scroll" }, make("table", { class: "plain settings" }, make("caption", {}, caption),
         make("thead", {}, make("tr", {}, ...heads.map((h) => make("th", { scope: "col" }, h)))),
-        make("tbody", {}, ...rows.map(([key, ...values]) => make("tr", {}, make("th", { scope: "row" }, make("code", {}, key)), ...values.map((v) => make("td", { class: "number" }, text(key, v))), make("td", { class: "meaning" }, SETTINGS[key]?.[1] ?? ""))))));
+        make("tbody", {}, ...rows.map(([key, ...values]) => make("tr", {}, make("th", { scope: "row" }, make("code", {}, key)), ...values.map((v) => make("td", { class: "number" }, text(key, v))), make("td", { class: "meaning" }, capital(data.fields[key].meaning)))))));
     const { config, verification, workingSpacing, preset } = data.settings;
     const plain = (object) => Object.entries(object).filter(([, v]) => typeof v === "number");
     put("settings", make("p", { class: "lead" }, `Preset ${preset}. What no configuration stated was scaled from the spacing and the roughness of the points.`),

@@ -52,9 +52,6 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     std::vector<std::string> files;
     const auto path = [&](const char* name) { return files.emplace_back(InDirectory(directory, name)); };
     WriteText(path("result.json"), ToJson(outcome).dump(2) + "\n");
-    WriteText(path("case.bson"),
-              CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
-                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit}));
     std::optional<prereg::Scan> moved;
     if (registration) {
         const VoAlgo::CTrafo& best = registration.Best().trafo;
@@ -64,6 +61,9 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     }
     WritePicture(path(moved ? "registered.png" : "unregistered.png"), outcome.fix.scan, outcome.flt.scan, moved,
                  std::max(outcome.fix.spacing, outcome.flt.spacing));
+    WriteText(path("case.bson"),
+              CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
+                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit}));
     RemoveStale(directory, files);
     return files;
 }
