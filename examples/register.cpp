@@ -11,7 +11,7 @@ try {
     if (argc != 3) throw std::invalid_argument("usage: register FIX.ply FLT.ply");
     const prereg::Scan fix = ReadSample(argv[1]), flt = ReadSample(argv[2]);
     // [register]
-    const prereg::Registration r = prereg::RegisterScans(fix, flt); // points, and normals where they are known
+    const prereg::Registration r = prereg::RegisterScans(fix, flt); // normals are estimated where a scan has none
     if (!r) {
         std::printf("refused: %s\n", r.Reason().c_str());
         return 2;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Reads the sample scans: binary little-endian PLY, six floats (x y z nx ny nz) a vertex.
+// Reads the sample scans: binary little-endian PLY, six floats (x y z nx ny nz) per vertex.
 #include <VoAlgorithms/verdict/scan.h>
 
 #include <fstream>
