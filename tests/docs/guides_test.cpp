@@ -37,7 +37,7 @@ std::string Guide(const std::string& name)
 /// Replaces the table with the same columns.
 std::string WithTable(const std::string& guide, const std::string& table)
 {
-    const std::size_t begin = guide.find(table.substr(0, table.find('\n')));
+    const std::size_t begin = guide.find(table.substr(0, table.find('\n') + 1));
     const std::size_t end = guide.find("\n\n", begin);
     if (begin == std::string::npos || end == std::string::npos) return guide + table;
     return guide.substr(0, begin) + table + guide.substr(end + 1);
