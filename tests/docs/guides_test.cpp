@@ -59,8 +59,8 @@ std::string Table(const std::vector<std::string>& columns)
 RegistrationSettings SettingsFor(float spacing, float tilt, EPreset preset)
 {
     prereg::Scan scan;
-    for (int i = 0; i < 400; ++i)
-        scan.points.emplace_back(spacing * static_cast<float>(i % 20), spacing * static_cast<float>(i / 20), 0.0F);
+    for (float x = 0.0F; x < 20.0F; ++x)
+        for (float y = 0.0F; y < 20.0F; ++y) scan.points.emplace_back(spacing * x, spacing * y, 0.0F);
     scan.normals.assign(scan.points.size(), {std::sin(tilt), 0.0F, std::cos(tilt)});
     return DeriveSettings(scan, scan, preset);
 }
