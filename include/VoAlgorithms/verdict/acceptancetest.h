@@ -53,12 +53,12 @@ struct TestInfo {
 
 /// One acceptance test of one pose.
 struct VOALGO_API AcceptanceTest {
-    ETest test = ETest::AgreeingProposals;
-    EStage stage = EStage::Search;
-    double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or not measured
+    ETest test = ETest::AgreeingProposals;                   ///< what is tested
+    EStage stage = EStage::Search;                           ///< where it is tested
+    double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or not known
     double limit = std::numeric_limits<double>::quiet_NaN(); ///< NaN: the test compares no figures
-    EOutcome outcome = EOutcome::NotRun;
-    bool isLimitRaised = false; ///< the limit is stricter than its setting
+    EOutcome outcome = EOutcome::NotRun;                     ///< passed, failed or not run
+    bool isLimitRaised = false;                              ///< the limit is stricter than its setting
 
     /// The setting that holds the limit, followed by ", raised" where the limit is stricter than it.
     [[nodiscard]] std::string Setting() const;

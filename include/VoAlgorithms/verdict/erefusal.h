@@ -48,8 +48,8 @@ enum class ERefusal : std::int32_t {
 
 /// A refusal in words.
 struct VOALGO_API Refusal {
-    ERefusal code = ERefusal::None;
-    std::string text; ///< empty when nothing is refused
+    ERefusal code = ERefusal::None; ///< None: nothing is refused
+    std::string text;               ///< in words, with figures where they help; empty for None
 
     Refusal() = default;
     /// With the text of the code.

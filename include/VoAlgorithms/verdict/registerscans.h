@@ -16,7 +16,7 @@ namespace prereg {
 
 /// What a host may choose; by default everything follows from the scans.
 struct RegistrationOptions {
-    EPreset preset = EPreset::Automatic;
+    EPreset preset = EPreset::Automatic; ///< kind of settings to derive
     /// Changes the settings derived from the scans, e.g. [](auto& c) { c.icpConfig.dMaxRMSE = 0.2; }.
     std::function<void(ConfigurationFPFH&)> adjust = {};
     /// Threads of the feature computation; 0: as many as the machine has. Results do not depend on it.

@@ -32,7 +32,7 @@ struct VOALGO_API Registration {
         double settings = 0.0; ///< measuring the scans to derive the settings
         double features = 0.0; ///< computing the features
         double search = 0.0;   ///< search, refinement and verification
-    } seconds;
+    } seconds;                 ///< wall time
 
     /// Whether the first result may be trusted.
     explicit operator bool() const { return !refusal; }

@@ -36,11 +36,10 @@ void VisitFields(RecordOf<Verification> auto& v, auto&& visit)
     visit(FieldInfo{"minClusterSize", "", "proposals that must agree on a pose"}, v.minClusterSize);
 }
 
-/// A pose that was judged, with its figures and the tests up to the first that failed. It may be handed out when there
-/// is no objection.
+/// A judged pose with its figures and tests. It may be handed out when there is no objection.
 struct VOALGO_API JudgedTrafo : CFPFHPreRegistration::VerifiedTrafo {
-    Refusal objection;
-    std::vector<AcceptanceTest> tests;
+    Refusal objection;                 ///< why the pose is refused; nothing when it is accepted
+    std::vector<AcceptanceTest> tests; ///< in their order, up to the stage that refused it
 
     JudgedTrafo() = default;
     /// A result that has not been judged yet, or one with an objection.
