@@ -15,7 +15,7 @@ Scan VoxelDown(const Scan& scan, double edge)
         kdtree::Vector<3> normal;
         const kdtree::Vector<3> first = grid.Point(begin);
         for (std::uint32_t i = begin; i < end; ++i) {
-            point += grid.Point(i) - first; // relative to the first point: no digits are lost
+            point += grid.Point(i) - first; // small numbers keep their digits
             normal += scan.normals[grid.Order()[i]];
         }
         const float length = normal.Norm();
