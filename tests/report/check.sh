@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The report's page is what its sources make, and reports of a found, a refused and a large pair work in a browser that
-# has no network. Needs the release build and the demo's files.
+# The committed page is the one that its sources make, and reports of a found, a refused and a large pair work in a browser
+# without a network. Needs the release build and the files of ./run demo.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -9,7 +9,7 @@ command -v npm >/dev/null || ./run packages nodejs npm
 
 (cd exchange/report/web && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
 git diff --exit-code --stat -- exchange/report/web/dist || {
-    echo "exchange/report/web/dist is not what its sources make: run 'npm ci && npm run build' there and commit it"
+    echo "exchange/report/web/dist differs from what its sources make: run 'npm ci && npm run build' there and commit it"
     exit 1
 }
 
