@@ -13,9 +13,14 @@
 #include <cstring>
 #include <utility>
 
+// What the target can do, in one place, since compilers name it differently: MSVC defines __AVX2__ (with /arch:AVX2), but
+// none of the __SSE…__, __BMI2__ and __FMA__. Every processor with AVX2 has SSE4.2 and BMI2.
 #if defined(__SSE2__) || defined(_M_X64)
 #define VOALGO_SIMD_SSE2 1
 #include <immintrin.h>
+#endif
+#if defined(__SSE4_2__) || defined(__AVX2__)
+#define VOALGO_SIMD_SSE42 1
 #endif
 #if defined(__AVX2__)
 #define VOALGO_SIMD_AVX2 1
@@ -68,7 +73,7 @@ std::uint32_t Crc32cScalar(std::uint32_t crc, Integer data)
 
 inline std::uint32_t Crc32c(std::uint32_t crc, std::uint64_t data)
 {
-#if defined(__SSE4_2__)
+#if defined(VOALGO_SIMD_SSE42)
     return static_cast<std::uint32_t>(_mm_crc32_u64(crc, data));
 #else
     return Crc32cScalar(crc, data);
@@ -77,7 +82,7 @@ inline std::uint32_t Crc32c(std::uint32_t crc, std::uint64_t data)
 
 inline std::uint32_t Crc32c(std::uint32_t crc, std::uint32_t data)
 {
-#if defined(__SSE4_2__)
+#if defined(VOALGO_SIMD_SSE42)
     return _mm_crc32_u32(crc, data);
 #else
     return Crc32cScalar(crc, data);

@@ -17,6 +17,7 @@ struct Entry {
     ELogLevel level;
     std::string function;
     int line;
+    std::string file;
     std::wstring text;
 };
 
@@ -32,7 +33,7 @@ protected:
     {
         Logging::SetLevel(level);
         Logging::SetSink([this](const Logging::Message& m) {
-            entries_.push_back({m.channel, m.level, m.function, m.line, m.text});
+            entries_.push_back({m.channel, m.level, m.function, m.line, m.file, m.text});
         });
     }
 
@@ -52,6 +53,7 @@ TEST_F(LoggingTest, SinkGetsEveryPartOfAMessage)
     EXPECT_EQ(entries_[0].level, ELogLevel::Warn);
     EXPECT_EQ(entries_[0].function, "CClass::Function");
     EXPECT_EQ(entries_[0].line, line);
+    EXPECT_EQ(entries_[0].file, "tests/platform/logging_test.cpp"); // without the folder that it was built in
     EXPECT_EQ(entries_[0].text, L"12 points, 0.250 s, wide é, narrow");
 }
 
