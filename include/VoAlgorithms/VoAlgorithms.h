@@ -73,9 +73,11 @@
 #include "VoAlgorithms/colour/hsv.h"
 #include "VoAlgorithms/colour/lab.h"
 #include "VoAlgorithms/colour/rgb.h"
+#include "VoAlgorithms/colour/tcolor.h"
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 #include "VoAlgorithms/runtime/rle.h"
