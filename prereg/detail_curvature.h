@@ -3,7 +3,9 @@
 #include "prereg/detail_neighbours.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <limits>
 
 namespace prereg::detail {
 
