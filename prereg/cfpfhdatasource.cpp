@@ -28,9 +28,8 @@ using VoAlgo::simd::Lanes;
 
 constexpr std::uint32_t None = 0xFFFFFFFFU;
 constexpr float CutOffSurface = -1.0F;
-// Where the principal axes of the tangential scatter differ by more than this in length, a border of the scan cuts the
-// neighbourhood off; as a ratio of eigenvalues.
-constexpr float MaxScatterRatio = 1.1236F * 1.1236F;
+// The scatter of an intact neighbourhood is about as wide as long: its eigenvalues differ by no more than this factor.
+constexpr float MaxScatterRatio = 1.1236F; // 1.06²
 // Fewer feature points than this share of the points, and a registration has little to work with.
 constexpr double LeanShare = 0.01;
 
