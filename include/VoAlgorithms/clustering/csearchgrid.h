@@ -74,8 +74,8 @@ public:
     void AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs) const;
 
 private:
-    void SortByCell(const std::vector<kdtree::Vector<3>>& points);
-    void FindNeighbourhoods();
+    void sortByCell(const std::vector<kdtree::Vector<3>>& points);
+    void findNeighbourhoods();
 
     float radius_ = 0.0F;
     double inverseEdge_ = 0.0;
