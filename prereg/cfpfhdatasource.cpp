@@ -3,8 +3,8 @@
 #include "VoAlgorithms/platform/gpgpu.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "kdtree/unique.h"
+#include "platform/channels.h"
 #include "platform/clock.h"
-#include "platform/log.h"
 #include "platform/tasks.h"
 #include "prereg/detail_curvature.h"
 #include "prereg/detail_neighbours.h"
@@ -21,6 +21,7 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CSearchGrid;
 using VoAlgo::simd::F8;
@@ -33,12 +34,6 @@ constexpr float CutOffSurface = -1.0F;
 constexpr float MaxScatterRatio = 1.1236F * 1.1236F;
 // Fewer feature points than this share of the points, and a registration has little to work with.
 constexpr double LeanShare = 0.01;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 bool SameBits(float a, float b)
 {
@@ -59,7 +54,7 @@ unsigned CappedThreads(unsigned threads)
 
 GPUContext::GPUContext() : accessor_(GPGPU::CGPGPUFactory::TechnologyAccess()) {}
 
-/// A scan under examination.
+/// The scan being processed.
 struct CFPFHDataSource::Scan {
     const std::vector<Vec3>& points;
     const std::vector<Vec3>& normals;
@@ -95,7 +90,7 @@ CFPFHDataSource::CFPFHDataSource(const std::shared_ptr<GPUContext>& gpu, double 
     gpu_ = gpu;
 }
 
-/// What of the previous scan is still there.
+/// Which points of the previous scan are still there.
 struct CFPFHDataSource::Match {
     std::vector<std::uint32_t> origin;  // per position of the new scan: position in the previous one, or None
     std::vector<std::uint32_t> arrived; // positions of new points
@@ -377,11 +372,13 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     const auto finite = static_cast<std::size_t>(
         std::count_if(points.begin(), points.end(), [](const Vec3& p) { return p.IsValid(); }));
     if (finite == 0 && !points.empty()) {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(channels::Features(), Error, function,
+                   L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }
     const auto reject = [] {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(channels::Features(), Error, function,
+                   L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
         return false;
     };
     if (finite != points.size()) return reject();
@@ -393,7 +390,9 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     if (!isFromScratch) match = matchWithPrevious(scan);
     if (match.HasDuplicates(scan.grid)) return reject();
     if (gpu_ && *gpu_ && updateUsingGPU(scan)) {
-        VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (GPU) took %.3f s", stopwatch.Seconds());
+        forgetScan(); // the next update starts from scratch
+        VOALGO_LOG(channels::Features(), Info, function, L"Update of FPFH point set (GPU) took %.3f s",
+                   stopwatch.Seconds());
         return true;
     }
     if (incremental_) {
@@ -406,15 +405,17 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         Clear();
         throw;
     }
-    VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s", threads_,
-               stopwatch.Seconds());
+    VOALGO_LOG(channels::Features(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s",
+               threads_, stopwatch.Seconds());
     if (static_cast<double>(featureSlots_.size()) < LeanShare * static_cast<double>(points_.size()))
-        VOALGO_LOG(Log(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, function,
                    L"only %zu of %zu points are feature points (curvature quality >= %g, radius %g mm)",
                    featureSlots_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
     return true;
 }
 
+/// There are no kernels for any GPU yet: nothing is computed or stored, and the CPU does the work. An implementation
+/// stores the whole result, with the bits of the CPU path, before it answers true, and leaves no state for increments.
 bool CFPFHDataSource::updateUsingGPU(const Scan& /*scan*/)
 {
     return false;

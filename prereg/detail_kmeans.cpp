@@ -1,5 +1,6 @@
 #include "prereg/detail_kmeans.h"
 
+#include "platform/randomseed.h"
 #include "prereg/detail_histogramdistances.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 namespace prereg::detail {
 namespace {
 
-constexpr unsigned Seed = 47110815U;
 constexpr int MaxIterations = 1000;
 constexpr float ErrorTolerance = 1e-6F;
 constexpr float MaxErrorGrowth = 1.25F;
@@ -28,7 +28,7 @@ using Histograms = std::vector<CPointFeatureHistogram>;
 /// the nearest centre so far. Stops early when every histogram lies on a centre.
 Histograms SeedCentres(const Histograms& features, std::size_t k)
 {
-    std::mt19937 engine(Seed);
+    std::mt19937 engine(VoAlgo::RandomSeed);
     std::uniform_int_distribution<std::size_t> anyFeature(0, features.size() - 1);
     std::uniform_real_distribution<double> uniform(0.0, 1.0);
     Histograms centres{features[anyFeature(engine)]};

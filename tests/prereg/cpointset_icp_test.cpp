@@ -84,7 +84,6 @@ public:
             float radiusSq = rMin * rMin;
             for (std::size_t p = 0; p < k; ++p) radiusSq = std::max(radiusSq, pass.pairs[p].distanceSq);
             pass = Sample(radiusSq, current, nullptr, true);
-            r.iStop_Iterations = static_cast<int>(i);
             if (pass.pairs.size() < m) return Typed(r, 4);
             std::tie(k, rmse) = Inliers(pass.pairs);
             if (k < 5) return Typed(r, 5);

@@ -57,7 +57,7 @@ public:
                 const std::vector<unsigned>* candidates = nullptr);
     /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what
     /// falls into one cell becomes one point, its position, normal and histogram the (normalised) means. Returns false
-    /// for a cell size that is not positive and finite, or when nothing finite remains.
+    /// for a cell size that is not positive, finite and normal, or when nothing finite remains.
     bool Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets, double cellSize);
 
     ///@{
