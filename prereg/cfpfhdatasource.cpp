@@ -180,24 +180,24 @@ public:
 
     void Run()
     {
-        AssignSlots();
-        FindStaleHistograms();
-        ComputeSimpleHistograms();
-        FindStaleFeatures();
+        assignSlots();
+        findStaleHistograms();
+        computeSimpleHistograms();
+        findStaleFeatures();
         ChooseFeaturePoints();
-        ComputeFeatures();
-        Store();
+        computeFeatures();
+        store();
     }
 
 private:
     /// New points take the slots of those that went, then further ones.
-    void AssignSlots()
+    void assignSlots()
     {
         slotOf_.resize(size_);
         if (match_.IsFromScratch()) {
             std::iota(slotOf_.begin(), slotOf_.end(), 0U);
             source_.states_.clear();
-            Resize(size_);
+            resize(size_);
             return;
         }
         std::vector<std::uint8_t> isTaken(source_.states_.size());
@@ -213,10 +213,10 @@ private:
             slotOf_[i] = slot++;
             if (slot <= isTaken.size()) source_.states_[slotOf_[i]] = Unknown;
         }
-        Resize(std::max<std::size_t>(slot, isTaken.size()));
+        resize(std::max<std::size_t>(slot, isTaken.size()));
     }
 
-    void Resize(std::size_t slots)
+    void resize(std::size_t slots)
     {
         source_.states_.resize(slots, Unknown);
         source_.simple_.resize(slots);
@@ -225,7 +225,7 @@ private:
     }
 
     /// A simple histogram depends on the points within the radius.
-    void FindStaleHistograms()
+    void findStaleHistograms()
     {
         CSearchGrid::Cell cell{};
         CSearchGrid::Run runs[CSearchGrid::NumRuns];
@@ -241,7 +241,7 @@ private:
         }
     }
 
-    void ComputeSimpleHistograms()
+    void computeSimpleHistograms()
     {
         isChanged_.resize(todo_.size());
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
@@ -276,7 +276,7 @@ private:
     }
 
     /// A feature changes with the set of its neighbours, which made its own simple histogram stale, and with theirs.
-    void FindStaleFeatures()
+    void findStaleFeatures()
     {
         if (match_.IsFromScratch()) return;
         for (std::size_t t = 0; t < todo_.size(); ++t) {
@@ -317,7 +317,7 @@ private:
         }
     }
 
-    void ComputeFeatures()
+    void computeFeatures()
     {
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
             detail::NeighbourList neighbours;
@@ -332,7 +332,7 @@ private:
         });
     }
 
-    void Store()
+    void store()
     {
         source_.points_ = scan_.points;
         source_.normals_ = scan_.normals;
@@ -362,7 +362,7 @@ private:
 bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                              const std::vector<unsigned>* candidates)
 {
-    constexpr const char* function = "prereg::CFPFHDataSource::Update";
+    constexpr const char* Function = "prereg::CFPFHDataSource::Update";
     const VoAlgo::CStopwatch stopwatch;
     if (points.size() != normals.size()) throw std::invalid_argument("points and normals differ in number");
     if (candidates != nullptr)
@@ -372,12 +372,12 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     const auto finite = static_cast<std::size_t>(
         std::count_if(points.begin(), points.end(), [](const Vec3& p) { return p.IsValid(); }));
     if (finite == 0 && !points.empty()) {
-        VOALGO_LOG(channels::Features(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }
     const auto reject = [] {
-        VOALGO_LOG(channels::Features(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
         return false;
     };
@@ -391,7 +391,7 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     if (match.HasDuplicates(scan.grid)) return reject();
     if (gpu_ && *gpu_ && updateUsingGPU(scan)) {
         forgetScan(); // the next update starts from scratch
-        VOALGO_LOG(channels::Features(), Info, function, L"Update of FPFH point set (GPU) took %.3f s",
+        VOALGO_LOG(channels::Features(), Info, Function, L"Update of FPFH point set (GPU) took %.3f s",
                    stopwatch.Seconds());
         return true;
     }
@@ -405,10 +405,10 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         Clear();
         throw;
     }
-    VOALGO_LOG(channels::Features(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s",
+    VOALGO_LOG(channels::Features(), Info, Function, L"Update of FPFH point set (CPU, %u threads) took %.3f s",
                threads_, stopwatch.Seconds());
     if (static_cast<double>(featureSlots_.size()) < LeanShare * static_cast<double>(points_.size()))
-        VOALGO_LOG(channels::Features(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"only %zu of %zu points are feature points (curvature quality >= %g, radius %g mm)",
                    featureSlots_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
     return true;

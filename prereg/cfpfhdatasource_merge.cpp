@@ -81,14 +81,14 @@ public:
     Cell& At(const Vec3& p)
     {
         const std::size_t before = cells_.Size();
-        Cell& cell = cells_[{Coordinate(p.x), Coordinate(p.y), Coordinate(p.z)}];
+        Cell& cell = cells_[{coordinate(p.x), coordinate(p.y), coordinate(p.z)}];
         if (cells_.Size() != before) order_.push_back(&cell); // elements of the map do not move
         return cell;
     }
     [[nodiscard]] const std::vector<Cell*>& Order() const { return order_; }
 
 private:
-    [[nodiscard]] std::int32_t Coordinate(float position) const
+    [[nodiscard]] std::int32_t coordinate(float position) const
     {
         constexpr double Farthest = 2147483647.0; // what lies beyond shares the last cell
         return static_cast<std::int32_t>(
@@ -105,10 +105,10 @@ private:
 bool CFPFHDataSource::Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets,
                              double cellSize)
 {
-    constexpr const char* function = "prereg::CFPFHDataSource::Update";
+    constexpr const char* Function = "prereg::CFPFHDataSource::Update";
     forgetScan();                                       // resets the dirty map
     if (!(cellSize > 0.0 && std::isnormal(cellSize))) { // the reciprocal of a subnormal one is infinite
-        VOALGO_LOG(channels::Features(), Error, function, L"rejecting update: invalid cell size %g", cellSize);
+        VOALGO_LOG(channels::Features(), Error, Function, L"rejecting update: invalid cell size %g", cellSize);
         return false;
     }
     Grid<GridCell> surface(cellSize);
@@ -130,7 +130,7 @@ bool CFPFHDataSource::Update(const std::vector<std::pair<const CFPFHPointSet*, V
         }
     }
     if (surface.Order().empty()) {
-        VOALGO_LOG(channels::Features(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }

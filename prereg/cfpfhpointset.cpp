@@ -68,21 +68,21 @@ void CFPFHPointSet::SetFeatureBitMask(std::size_t i, std::uint32_t mask)
 
 void CFPFHPointSet::rebuildFeatureKdTree()
 {
-    constexpr const char* function = "prereg::CFPFHPointSet::rebuildFeatureKdTree";
+    constexpr const char* Function = "prereg::CFPFHPointSet::rebuildFeatureKdTree";
     if (features_.empty()) {
-        VOALGO_LOG(channels::Features(), Warn, function, L"point set has no features");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"point set has no features");
         *this = CFPFHPointSet();
         return;
     }
     featureTree_ = FeatureTree(features_[0].bins, features_.size(), CPointFeatureHistogram::NumBins);
     if (featureTree_.Empty()) {
-        VOALGO_LOG(channels::Features(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
         *this = CFPFHPointSet();
         return;
     }
     if (featureTree_.Size() < features_.size())
-        VOALGO_LOG(channels::Features(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"kD-Tree reduced the number of FPFH features (Inf/NaN/duplicates) from %zu to %u (performance "
                    L"warning)",
                    features_.size(), featureTree_.Size());
@@ -92,7 +92,7 @@ void CFPFHPointSet::rebuildFeatureKdTree()
     }
     featurePointTree_ = PointTree(&featurePoints_[0].x, featurePoints_.size(), sizeof(Vec3) / sizeof(float));
     if (featurePointTree_.Empty()) {
-        VOALGO_LOG(channels::Features(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"Inf/NaN in feature point data resulted in empty kD-tree; invalidating point set");
         *this = CFPFHPointSet();
     }

@@ -127,6 +127,15 @@ private:
     std::vector<unsigned> firstNode_; // of every layer
 };
 
+/// Candidates per vertex: as many as wanted, but the n·k² edges of the graph are never more than the histograms of
+/// 'fix' have bins, so that no setting lets the matching outgrow the data.
+unsigned LimitCandidates(unsigned wanted, std::size_t vertices, const CFPFHPointSet& fix)
+{
+    const auto bins = static_cast<double>(CPointFeatureHistogram::NumBins * fix.SizeFeatures());
+    const double most = std::sqrt(bins / static_cast<double>(vertices));
+    return static_cast<double>(wanted) <= most ? wanted : static_cast<unsigned>(most);
+}
+
 std::vector<Vertex> LookUpCandidates(const std::vector<CPointFeatureHistogram>& histograms,
                                      const std::vector<std::int32_t>& indices, const CFPFHPointSet& fix,
                                      const CFPFHPointSet& flt, unsigned numNeighbours)
@@ -136,11 +145,12 @@ std::vector<Vertex> LookUpCandidates(const std::vector<CPointFeatureHistogram>& 
                                                                                   const IdxAndDist& b) {
         return a.distance != b.distance ? a.distance < b.distance : a.index < b.index;
     };
+    const unsigned numCandidates = LimitCandidates(numNeighbours, indices.size(), fix);
     std::vector<Vertex> vertices(indices.size());
     std::vector<std::pair<int, float>> similar;
     for (std::size_t i = 0; i < vertices.size(); ++i) {
         vertices[i].fltPosition = flt.GetFeaturePoint(static_cast<std::size_t>(indices[i]));
-        fix.LookupSimilarFeatures(similar, histograms[i], numNeighbours, MaxHistogramDistance);
+        fix.LookupSimilarFeatures(similar, histograms[i], numCandidates, MaxHistogramDistance);
         for (const auto& [index, distance] : similar) vertices[i].candidates.push_back({index, distance});
         std::sort(vertices[i].candidates.begin(), vertices[i].candidates.end(), isBefore);
     }
@@ -219,10 +229,10 @@ void CFPFHPolygon::seedFromClusters(std::mt19937& engine, const CFPFHClusterAnal
 /// True when there is nothing left to try: vertices were found, or there are too few features to draw centres from.
 bool CFPFHPolygon::seedWithinDiameter(std::mt19937& engine, const CFPFHPointSet& flt, std::size_t n, double diameter)
 {
-    constexpr const char* function = "prereg::CFPFHPolygon::seedWithinDiameter";
+    constexpr const char* Function = "prereg::CFPFHPolygon::seedWithinDiameter";
     const std::vector<std::size_t> centres = DrawDistinct(engine, NumCentres, flt.SizeFeatures());
     if (centres.empty()) {
-        VOALGO_LOG(channels::Features(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"failed to create a random permutation (too few points for seeding?)");
         return true;
     }
@@ -235,19 +245,19 @@ bool CFPFHPolygon::seedWithinDiameter(std::mt19937& engine, const CFPFHPointSet&
             for (const std::size_t k : DrawDistinct(engine, n, within.size())) indices_.push_back(within[k]);
             return true;
         }
-        VOALGO_LOG(channels::Features(), Trace, function, L"failed to create a polygon; %i tries left ...",
+        VOALGO_LOG(channels::Features(), Trace, Function, L"failed to create a polygon; %i tries left ...",
                    static_cast<int>(centres.size() - tried));
     }
-    VOALGO_LOG(channels::Features(), Warn, function, L"failed to create a polygon; removing diameter restriction");
+    VOALGO_LOG(channels::Features(), Warn, Function, L"failed to create a polygon; removing diameter restriction");
     return false;
 }
 
 void CFPFHPolygon::seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, std::size_t n, double samplingDistance)
 {
-    constexpr const char* function = "prereg::CFPFHPolygon::seedAnywhere";
+    constexpr const char* Function = "prereg::CFPFHPolygon::seedAnywhere";
     const std::vector<std::size_t> drawn = DrawDistinct(engine, n, flt.SizeFeatures());
     if (drawn.empty()) {
-        VOALGO_LOG(channels::Features(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"failed to create a random permutation (too few points for seeding?)");
         return;
     }
@@ -255,7 +265,7 @@ void CFPFHPolygon::seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, 
         const std::int32_t index =
             samplingDistance > 0.0 ? drawApart(engine, flt, samplingDistance) : static_cast<std::int32_t>(first);
         if (index < 0) {
-            VOALGO_LOG(channels::Features(), Warn, function, L"seeding failed");
+            VOALGO_LOG(channels::Features(), Warn, Function, L"seeding failed");
             indices_.clear();
             return;
         }

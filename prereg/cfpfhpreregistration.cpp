@@ -121,13 +121,13 @@ bool CFPFHPreRegistration::isTooLean() const
 
 bool CFPFHPreRegistration::Compute()
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::Compute";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::Compute";
     if (!fix_ || fix_->IsTooLean(config_)) {
-        VOALGO_LOG(channels::Features(), Warn, function, L"too few features in point set 'fix'");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"too few features in point set 'fix'");
         return false;
     }
     if (!flt_ || flt_->IsTooLean(config_)) {
-        VOALGO_LOG(channels::Features(), Warn, function, L"too few features in point set 'flt'");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"too few features in point set 'flt'");
         return false;
     }
     if (config_.dMaxPolygonDiameter < 0.0) clusters_ = CFPFHClusterAnalysis(*flt_, config_);
@@ -136,7 +136,7 @@ bool CFPFHPreRegistration::Compute()
     for (std::uint32_t i = 0; i < config_.uiNumPolygons; ++i) {
         const CFPFHPolygon polygon(engine_, *flt_, clusters_, config_, -1.0);
         if (!polygon.IsSeeded()) {
-            VOALGO_LOG(channels::Features(), Warn, function,
+            VOALGO_LOG(channels::Features(), Warn, Function,
                        L"seeding of polygon in 'flt' failed (probably too sparse)");
             continue;
         }
@@ -148,7 +148,7 @@ bool CFPFHPreRegistration::Compute()
         clusterTransformations();
         hasClustered = true;
         if (results_.empty() || results_.front().clusterSize < quorum) continue;
-        VOALGO_LOG(channels::Features(), Trace, function,
+        VOALGO_LOG(channels::Features(), Trace, Function,
                    L"aborting search: top cluster size (%u) reached quorum (%u) after looking at %u polygons",
                    results_.front().clusterSize, quorum, i + 1);
         break;
@@ -239,7 +239,7 @@ void CFPFHPreRegistration::clusterTransformations()
 /// their searches for a mode did not end, because of a tiny bandwidth or of the rounding far from the origin.
 std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(bool& failed) const
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::clusterTransformations";
     const auto [low, high] = flt_->GetAABB();
     const Vec3 centre = (low + high) * 0.5F;
     std::vector<std::array<float, 3>> centres;
@@ -255,11 +255,11 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(b
     failed = !clusterer.Run();
     if (failed) return groups;
 
-    VOALGO_LOG(channels::Features(), Trace, function, L"clustering: found %u position-clusters among %zi trafos",
+    VOALGO_LOG(channels::Features(), Trace, Function, L"clustering: found %u position-clusters among %zi trafos",
                clusterer.GetNumClusters(), accepted_.size());
     groups.resize(clusterer.GetNumClusters());
     for (unsigned k = 0; k < groups.size(); ++k) {
-        VOALGO_LOG(channels::Features(), Trace, function, L"  #%u: cluster size %u", k, clusterer.GetClusterSize(k));
+        VOALGO_LOG(channels::Features(), Trace, Function, L"  #%u: cluster size %u", k, clusterer.GetClusterSize(k));
         for (auto member = clusterer.GetClusterIterator(k); member; ++member) groups[k].push_back(member.GetIndex());
     }
     std::erase_if(groups, [](const Group& group) { return group.empty(); });
@@ -272,7 +272,7 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(b
 std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientation(std::size_t cluster,
                                                                                   const Group& members) const
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::clusterTransformations";
     const auto bandwidth = static_cast<float>(config_.dOrientationClusteringBandwidth);
     if (members.size() == 1 || !(bandwidth > 0.0F)) return {members};
     std::vector<float> quaternions;
@@ -284,14 +284,14 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientatio
     }
     VoAlgo::CMeanShiftClusterer clusterer(quaternions.data(), members.size(), 4, bandwidth);
     if (!clusterer.Run(SquaredRotationAngle)) {
-        VOALGO_LOG(channels::Features(), Warn, function, L"(rotation) clustering failed!");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"(rotation) clustering failed!");
         return {members};
     }
-    VOALGO_LOG(channels::Features(), Trace, function, L"cluster #%u (size %u) consists of %u orientation clusters:",
+    VOALGO_LOG(channels::Features(), Trace, Function, L"cluster #%u (size %u) consists of %u orientation clusters:",
                static_cast<unsigned>(cluster), static_cast<unsigned>(members.size()), clusterer.GetNumClusters());
     std::vector<Group> groups(clusterer.GetNumClusters());
     for (unsigned k = 0; k < groups.size(); ++k)
-        VOALGO_LOG(channels::Features(), Trace, function, L"  orientation cluster #%u: (size %u)", k,
+        VOALGO_LOG(channels::Features(), Trace, Function, L"  orientation cluster #%u: (size %u)", k,
                    clusterer.GetClusterSize(k));
     for (std::size_t i = 0; i < members.size(); ++i)
         groups[clusterer.GetCluster(static_cast<unsigned>(i))].push_back(members[i]);
@@ -337,18 +337,18 @@ std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetVerifi
 
 ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* reference)
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::InjectTrafo";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::InjectTrafo";
     if (isTooLean()) return {};
     const bool isTraced = channels::Features().IsLogLevelEnabled(Logging::ELogLevel::Trace);
     const ICPResult before = isTraced ? evaluate(trafo) : ICPResult();
     ICPResult result = refine(trafo, reference);
     if (result.resultType != 0) {
-        VOALGO_LOG(channels::Features(), Warn, function, L"InjectTrafo: refinement failed (%ls)",
+        VOALGO_LOG(channels::Features(), Warn, Function, L"InjectTrafo: refinement failed (%ls)",
                    result.ToWString(true).c_str());
         return result;
     }
     fillOverlapArea(result);
-    VOALGO_LOG(channels::Features(), Trace, function,
+    VOALGO_LOG(channels::Features(), Trace, Function,
                L"InjectTrafo: overlap ratio of refined trafo: %.1fp (before: %.1fp), RMSE: %.3fmm (before: %.3fmm)",
                static_cast<double>(result.fStop_OverlapRatio) * 100.0,
                static_cast<double>(before.fStop_OverlapRatio) * 100.0, static_cast<double>(result.fStop_RMSE),

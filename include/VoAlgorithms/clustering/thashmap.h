@@ -73,9 +73,9 @@ private:
     void addBlock()
     {
         // A block starts with the link to the block before it.
-        constexpr std::size_t most = (std::numeric_limits<std::size_t>::max() - Alignment) / BlockElements;
+        constexpr std::size_t Most = (std::numeric_limits<std::size_t>::max() - Alignment) / BlockElements;
         void* memory =
-            elementSize_ == 0 || elementSize_ > most
+            elementSize_ == 0 || elementSize_ > Most
                 ? nullptr
                 : ::operator new (Alignment + BlockElements * elementSize_, std::align_val_t{Alignment}, std::nothrow);
         if (memory == nullptr) throw CbException("CbPlexManager: memory allocation failed");
