@@ -38,7 +38,7 @@ struct THash3D_GridCmp {
     }
 };
 
-/// What fell into one cell: sums in double, so that many sets merge without drift.
+/// The points of one cell, as sums in double so that many sets merge without drift.
 struct GridCell {
     double count = 0.0;
     double position[3] = {};

@@ -10,7 +10,7 @@
 
 namespace VoAlgo {
 
-/// Uniform grid over points in space for the question "which points lie within the radius", one radius for all. Points
+/// Uniform grid over points in space that finds the points within one fixed radius of a place. Points
 /// are kept sorted by cell (z, then y, then x of the cell; in a cell in the caller's order) as coordinate planes, so
 /// that the 27 cells around a point are nine contiguous runs. Read-only after construction; may be shared by threads.
 class VOALGO_API CSearchGrid {

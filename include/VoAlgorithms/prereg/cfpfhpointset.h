@@ -34,7 +34,7 @@ public:
     CFPFHPointSet(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                   const std::vector<Vec3>& featurePoints, const std::vector<Vec3>& featureNormals,
                   const std::vector<CPointFeatureHistogram>& features);
-    /// A copy of what the last successful update of the source left.
+    /// Copies the result of the source's last successful update.
     explicit CFPFHPointSet(const CFPFHDataSource& source);
     CFPFHPointSet(const CFPFHPointSet&) = default;
     CFPFHPointSet(CFPFHPointSet&&) = default;
