@@ -325,7 +325,7 @@ element::object to_object(const CFPFHPointSet& set)
 element::object to_object(const CFPFHPreRegistration& registration)
 {
     element::object transforms;
-    for (const ICPResult& result : registration.GetAllResults()) // with their overlap areas
+    for (const ICPResult& result : registration.GetVerifiedTrafos()) // areas as far as known
         transforms.append({std::to_string(transforms.end() - transforms.begin()), to_object(result)});
     element::object result;
     result.append({"FixPointSet", to_object(registration.GetFixPointSet())});
