@@ -48,11 +48,11 @@ public:
     [[nodiscard]] TVector<double> GetSolution(bool* valid = nullptr) const;
 
 private:
-    [[nodiscard]] EStatus Solve();
+    [[nodiscard]] EStatus solve();
 
-    TMatrix<double> A_;
-    TVector<double> b_;
-    TVector<double> c_;
+    TMatrix<double> lhs_;
+    TVector<double> rhs_;
+    TVector<double> cost_;
     TVector<double> solution_;
     int status_ = NotRun;
 };

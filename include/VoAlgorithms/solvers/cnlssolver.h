@@ -9,6 +9,9 @@
 namespace VoAlgo {
 
 class CNLSObjectiveFunction;
+namespace detail {
+class Halfspaces;
+}
 
 /// Nonlinear least squares under linear constraints: a damped Gauss-Newton iteration (Levenberg-Marquardt) in the
 /// variables that the equalities leave free, inside the polytope of the inequalities, optionally robust and from many
@@ -122,7 +125,7 @@ private:
     bool makeFeasible(Fit& fit);
     bool linearise(Fit& fit);
     static void setDamping(Fit& fit, double tau);
-    static bool judgeByWeights(Fit& fit, double tau);
+    static bool nextStage(Fit& fit, double tau);
     static double sumOfSquares(const Fit& fit, const TVector<double>& r);
     std::optional<EResult> iterate(Fit& fit, int iteration);
     ETrial tryStep(Fit& fit, const TVector<double>& h, bool cut);
@@ -131,19 +134,20 @@ private:
     bool computeWeight(const TVector<double>& r, TVector<double>& w);
     [[nodiscard]] double residualRMSE(const TVector<double>& r) const;
 
-    static TVector<double> cutBack(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
+    static TVector<double> cutBack(const detail::Halfspaces& polytope, const TVector<double>& z,
                                    const TVector<double>& h, bool projected);
-    static void settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z);
-    static bool checkConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z);
-    static void shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon);
-    void distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
-                               const TVector<double>& d, double& lo, double& hi) const;
+    static void settle(const detail::Halfspaces& polytope, TVector<double>& z);
+    static bool checkConstraints(const detail::Halfspaces& polytope, const TVector<double>& z);
+    static void shrinkConstraints(const detail::Halfspaces& polytope, TVector<double>& b, double epsilon);
+    void distanceToConstraints(const detail::Halfspaces& polytope, const TVector<double>& p, const TVector<double>& d,
+                               double& lo, double& hi) const;
 
-    bool warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const;
-    void moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d, TVector<double>& p,
+    bool warmUp(const detail::Halfspaces& polytope, const TVector<double>& start, TVector<double>& point,
+                ESampler sampler, Random& random) const;
+    void moveAlong(const detail::Halfspaces& polytope, const TVector<double>& d, TVector<double>& p,
                    Random& random) const;
-    void sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
-    void sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
+    void sampleGibbs(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const;
+    void sampleHitAndRun(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const;
 
     void log(const char* format, ...) const;
 
