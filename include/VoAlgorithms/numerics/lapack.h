@@ -8,11 +8,11 @@
 #include <type_traits>
 
 /// @file
-/// Factorisations and solves through LAPACK. Numerical failure is the result false and never an exception: shapes that
-/// do not fit, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and what the routine
-/// itself reports. The outputs are then left alone; a matrix that is named as destroyed may have changed. What
-/// overflows on the way from finite input is no failure: it shows as infinities and not-a-numbers in the outputs. Work
-/// arrays live on the heap for the duration of a call. A call may run on any thread.
+/// Factorisations and solves through LAPACK. Failure is reported as false, never as an exception: shapes that do not
+/// match, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and failures of the routine
+/// itself. The outputs are then unchanged; a matrix documented as destroyed may have changed. Overflow from finite
+/// input is not a failure: the outputs contain infinities and not-a-numbers. Work arrays are on the heap for the
+/// duration of a call. All functions are thread-safe.
 namespace VoAlgo {
 
 ///@{
