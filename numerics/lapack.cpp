@@ -378,8 +378,8 @@ VOALGO_PRODUCTS(int)
 
 #define VOALGO_SOLVES(T)                                                                                               \
     template VOALGO_API bool lapack::svd(TMatrix<T>&, TMatrix<T>&, TVector<T>&, TMatrix<T>&);                          \
-    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TVector<T>&, TVector<T>&, T*);                         \
-    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TMatrix<T>&, TMatrix<T>&, T*);
+    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TVector<T>&, TVector<T>&, std::add_pointer_t<T>);      \
+    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TMatrix<T>&, TMatrix<T>&, std::add_pointer_t<T>);
 VOALGO_SOLVES(double)
 VOALGO_SOLVES(float)
 
