@@ -1,6 +1,6 @@
-// Calibrates a temperature probe from its answer to a step: it nears the end value with a fast and a slow time
-// constant, whose shares add up to 1. Some readings are faulty, and a poor start may end in a poor fit: many starts are
-// tried.
+// Calibrates a temperature probe from its step response: it approaches the end value with a fast and a slow time
+// constant, whose shares add up to 1. Some readings are faulty, and a poor start may lead to a poor fit, so many starts
+// are tried.
 #include <VoAlgorithms/VoAlgorithms.h>
 
 #include <cmath>
@@ -43,7 +43,7 @@ int main()
     for (int i = 0; i < 5; ++i) probe.AddBounds(i, lower[i], upper[i]);
     VoAlgo::CNLSSolver solver(probe, false, 0);
     solver.SetLogging(false);
-    solver.SetRefinement(true); // not to rest on a bound, or where outliers pull
+    solver.SetRefinement(true); // do not stop short of the minimum
     Vector p{20, 0.5, 0.5, 1, 50};
     double rmse = 0;
     solver.Run(p, rmse, 200, 1e-3, 10, VoAlgo::CNLSSolver::HitAndRun);

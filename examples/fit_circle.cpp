@@ -1,5 +1,5 @@
-// Fits a circle to points of an arc, some of which do not belong to it: the centre is known to lie on the line y = 2·x,
-// the radius within limits. Prints centre, radius and their standard deviations.
+// Fits a circle to points of an arc with outliers; the centre is known to lie on the line y = 2·x, the radius has
+// bounds. Prints centre, radius and their standard deviations.
 #include <VoAlgorithms/VoAlgorithms.h>
 
 #include <cmath>
@@ -39,13 +39,13 @@ int main()
     circle.AddBounds(2, 5, 20);
     VoAlgo::CNLSSolver solver(circle, false, 0);
     solver.SetLogging(false);
-    solver.SetRefinement(true); // not to rest on a bound, or where outliers pull
+    solver.SetRefinement(true); // do not stop short of the minimum
     Vector p{0, 0, 8};
     double rmse = 0;
     solver.Run(p, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs);
-    solver.SetRobustness(true); // from a start near the solution: every fifth point lies outside
+    solver.SetRobustness(true); // start near the solution: every fifth point is an outlier
     const auto result = solver.Run(p, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs);
-    const auto covariance = circle.GetCovariance(p, 0.02); // of points with 0.02 mm
+    const auto covariance = circle.GetCovariance(p, 0.02); // standard deviation of a point, mm
     std::printf("%s\n", VoAlgo::CNLSSolver::ResultText(result));
     for (unsigned i = 0; i < 3; ++i)
         std::printf("%-8s %8.3f +- %.3f mm\n", i == 2 ? "radius" : "centre", p[i], std::sqrt(covariance(i, i)));

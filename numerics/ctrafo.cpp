@@ -77,8 +77,8 @@ CTrafo::CTrafo(const CbMatrix4Rf& m) : CTrafo(FromMatrix(m)) {}
 
 CTrafo CTrafo::Invalid()
 {
-    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-    const Vector3 row(nan, nan, nan);
+    constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+    const Vector3 row(NaN, NaN, NaN);
     return {row, row, row, row};
 }
 

@@ -11,11 +11,11 @@ namespace VoAlgo::detail {
 template <int N>
 bool CholeskyFactor(double (&a)[N][N])
 {
-    constexpr double smallestPivot = 1e-12; // relative to the diagonal element
+    constexpr double SmallestPivot = 1e-12; // relative to the diagonal element
     for (int j = 0; j < N; ++j) {
         double pivot = a[j][j];
         for (int k = 0; k < j; ++k) pivot -= a[j][k] * a[j][k];
-        if (!(pivot > smallestPivot * a[j][j]) || !std::isfinite(pivot)) return false;
+        if (!(pivot > SmallestPivot * a[j][j]) || !std::isfinite(pivot)) return false;
         a[j][j] = std::sqrt(pivot);
         for (int i = j + 1; i < N; ++i) {
             double sum = a[i][j];

@@ -1,10 +1,13 @@
 #include "VoAlgorithms/numerics/lapack.h"
 
+#include "platform/finite.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -64,17 +67,17 @@ namespace {
 
 // One name for both precisions.
 template <class T>
-constexpr auto* gemm = dgemm_;
+constexpr auto* Gemm = dgemm_;
 template <>
-constexpr auto* gemm<float> = sgemm_;
+constexpr auto* Gemm<float> = sgemm_;
 template <class T>
-constexpr auto* gesvd = dgesvd_;
+constexpr auto* Gesvd = dgesvd_;
 template <>
-constexpr auto* gesvd<float> = sgesvd_;
+constexpr auto* Gesvd<float> = sgesvd_;
 template <class T>
-constexpr auto* gelss = dgelss_;
+constexpr auto* Gelss = dgelss_;
 template <>
-constexpr auto* gelss<float> = sgelss_;
+constexpr auto* Gelss<float> = sgelss_;
 
 bool IsLapackSize(std::uint32_t dimension)
 {
@@ -82,15 +85,9 @@ bool IsLapackSize(std::uint32_t dimension)
 }
 
 template <class T>
-bool IsFinite(const T* elements, std::size_t count)
-{
-    return std::all_of(elements, elements + count, [](T e) { return std::isfinite(e); });
-}
-
-template <class T>
 bool IsUsable(const TMatrix<T>& a)
 {
-    return IsLapackSize(a.Rows()) && IsLapackSize(a.Cols()) && IsFinite(a.Data(), std::size_t{a.Rows()} * a.Cols());
+    return IsLapackSize(a.Rows()) && IsLapackSize(a.Cols()) && AllFinite(a.Data(), std::size_t{a.Rows()} * a.Cols());
 }
 
 /// A square matrix whose upper triangle, all that Cholesky's routines read, can be used.
@@ -98,7 +95,7 @@ bool IsUsableTriangle(const TMatrix<double>& a)
 {
     if (a.Rows() != a.Cols() || !IsLapackSize(a.Rows())) return false;
     for (std::size_t c = 0; c < a.Cols(); ++c)
-        if (!IsFinite(a.Column(c).data(), c + 1)) return false;
+        if (!AllFinite(a.Column(c).data(), c + 1)) return false;
     return true;
 }
 
@@ -159,7 +156,7 @@ void ProductInto(bool transposed, const TMatrix<T>& a, const Columns<const T>& b
         const int ldc = Leading(product.rows);
         const T one = 1;
         const T zero = 0;
-        gemm<T>(transposed ? "T" : "N", "N", &m, &n, &k, &one, a.Data(), &lda, b.data, &ldb, &zero, product.data, &ldc,
+        Gemm<T>(transposed ? "T" : "N", "N", &m, &n, &k, &one, a.Data(), &lda, b.data, &ldb, &zero, product.data, &ldc,
                 1, 1);
     }
 }
@@ -194,51 +191,23 @@ void Product(bool transposed, const TMatrix<T>& a, const TVector<T>& b, TVector<
 
 } // namespace
 
-void Multiply(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product)
+template <class T>
+void Multiply(const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product)
 {
     Product(false, a, b, product);
 }
-void Multiply(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product)
+template <class T>
+void Multiply(const TMatrix<T>& a, const TVector<T>& b, TVector<T>& product)
 {
     Product(false, a, b, product);
 }
-void Multiply(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product)
-{
-    Product(false, a, b, product);
-}
-void Multiply(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product)
-{
-    Product(false, a, b, product);
-}
-void Multiply(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product)
-{
-    Product(false, a, b, product);
-}
-void Multiply(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product)
-{
-    Product(false, a, b, product);
-}
-void MultiplyTransposed(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product)
+template <class T>
+void MultiplyTransposed(const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product)
 {
     Product(true, a, b, product);
 }
-void MultiplyTransposed(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product)
-{
-    Product(true, a, b, product);
-}
-void MultiplyTransposed(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product)
-{
-    Product(true, a, b, product);
-}
-void MultiplyTransposed(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product)
-{
-    Product(true, a, b, product);
-}
-void MultiplyTransposed(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product)
-{
-    Product(true, a, b, product);
-}
-void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product)
+template <class T>
+void MultiplyTransposed(const TMatrix<T>& a, const TVector<T>& b, TVector<T>& product)
 {
     Product(true, a, b, product);
 }
@@ -281,10 +250,8 @@ namespace lapack {
 
 // Singular values
 
-namespace {
-
 template <class T>
-bool Svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt)
+bool svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt)
 {
     if (!IsUsable(a)) return false;
     const std::uint32_t rows = a.Rows();
@@ -296,7 +263,7 @@ bool Svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt)
         const auto m = static_cast<int>(rows);
         const auto n = static_cast<int>(cols);
         const bool done = WithWorkspace<T>([&](T* work, const int* lwork, int* info) {
-            gesvd<T>("A", "A", &m, &n, a.Data(), &m, newS.Data(), newU.Data(), &m, newVt.Data(), &n, work, lwork, info,
+            Gesvd<T>("A", "A", &m, &n, a.Data(), &m, newS.Data(), newU.Data(), &m, newVt.Data(), &n, work, lwork, info,
                      1, 1);
         });
         if (!done) return false;
@@ -307,6 +274,8 @@ bool Svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt)
     return true;
 }
 
+namespace {
+
 /// Solves for all columns of the right-hand side.
 template <class T>
 bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x, T* cond)
@@ -314,7 +283,7 @@ bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x,
     const std::uint32_t rows = a.Rows();
     const std::uint32_t cols = a.Cols();
     if (b.rows != rows || x.rows != cols || x.cols != b.cols || !IsUsable(a) || !IsLapackSize(b.cols) ||
-        !IsFinite(b.data, std::size_t{b.rows} * b.cols))
+        !AllFinite(b.data, std::size_t{b.rows} * b.cols))
         return false;
     if (a.Empty()) {
         std::fill_n(x.data, std::size_t{x.rows} * x.cols, T{0});
@@ -334,7 +303,7 @@ bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x,
     const T machinePrecision = -1;
     int rank = 0;
     const bool done = WithWorkspace<T>([&](T* work, const int* lwork, int* info) {
-        gelss<T>(&m, &n, &problems, a.Data(), &m, bx.Data(), &ldb, s.Data(), &machinePrecision, &rank, work, lwork,
+        Gelss<T>(&m, &n, &problems, a.Data(), &m, bx.Data(), &ldb, s.Data(), &machinePrecision, &rank, work, lwork,
                  info);
     });
     if (!done) return false;
@@ -343,44 +312,18 @@ bool LeastSquares(TMatrix<T>& a, const Columns<const T>& b, const Columns<T>& x,
     return true;
 }
 
+} // namespace
+
 template <class T>
-bool LeastSquares(TMatrix<T>& a, const TVector<T>& b, TVector<T>& x, T* cond)
+bool lssolve(TMatrix<T>& a, const TVector<T>& b, TVector<T>& x, std::type_identity_t<T>* cond)
 {
     return LeastSquares<T>(a, {b.Data(), b.Size(), 1}, {x.Data(), x.Size(), 1}, cond);
 }
 
 template <class T>
-bool LeastSquares(TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& x, T* cond)
+bool lssolve(TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& x, std::type_identity_t<T>* cond)
 {
     return LeastSquares<T>(a, {b.Data(), b.Rows(), b.Cols()}, {x.Data(), x.Rows(), x.Cols()}, cond);
-}
-
-} // namespace
-
-bool svd(TMatrix<double>& a, TMatrix<double>& u, TVector<double>& s, TMatrix<double>& vt)
-{
-    return Svd(a, u, s, vt);
-}
-bool svd(TMatrix<float>& a, TMatrix<float>& u, TVector<float>& s, TMatrix<float>& vt)
-{
-    return Svd(a, u, s, vt);
-}
-
-bool lssolve(TMatrix<double>& a, const TVector<double>& b, TVector<double>& x, double* cond)
-{
-    return LeastSquares(a, b, x, cond);
-}
-bool lssolve(TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& x, double* cond)
-{
-    return LeastSquares(a, b, x, cond);
-}
-bool lssolve(TMatrix<float>& a, const TVector<float>& b, TVector<float>& x, float* cond)
-{
-    return LeastSquares(a, b, x, cond);
-}
-bool lssolve(TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& x, float* cond)
-{
-    return LeastSquares(a, b, x, cond);
 }
 
 // Pivoted QR
@@ -421,4 +364,23 @@ bool qrp(TMatrix<double>& a, TMatrix<double>& q, TMatrix<double>& r, CPMatrix& p
 }
 
 } // namespace lapack
+
+// The types that exist
+
+#define VOALGO_PRODUCTS(T)                                                                                             \
+    template VOALGO_API void Multiply(const TMatrix<T>&, const TMatrix<T>&, TMatrix<T>&);                              \
+    template VOALGO_API void Multiply(const TMatrix<T>&, const TVector<T>&, TVector<T>&);                              \
+    template VOALGO_API void MultiplyTransposed(const TMatrix<T>&, const TMatrix<T>&, TMatrix<T>&);                    \
+    template VOALGO_API void MultiplyTransposed(const TMatrix<T>&, const TVector<T>&, TVector<T>&);
+VOALGO_PRODUCTS(double)
+VOALGO_PRODUCTS(float)
+VOALGO_PRODUCTS(int)
+
+#define VOALGO_SOLVES(T)                                                                                               \
+    template VOALGO_API bool lapack::svd(TMatrix<T>&, TMatrix<T>&, TVector<T>&, TMatrix<T>&);                          \
+    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TVector<T>&, TVector<T>&, std::add_pointer_t<T>);      \
+    template VOALGO_API bool lapack::lssolve(TMatrix<T>&, const TMatrix<T>&, TMatrix<T>&, std::add_pointer_t<T>);
+VOALGO_SOLVES(double)
+VOALGO_SOLVES(float)
+
 } // namespace VoAlgo

@@ -51,9 +51,9 @@ void BackSubstitute(const TMatrix<double>& r, std::size_t rank, std::span<double
 void SolveForDependent(const TMatrix<double>& equations, const TMatrix<double>& q, const TMatrix<double>& r,
                        const CPMatrix& p, std::size_t rank, const TMatrix<double>& rhs, TMatrix<double>& solutions)
 {
-    constexpr int passes = 3;
+    constexpr int Passes = 3;
     TMatrix<double> correction;
-    for (int pass = 0; pass < passes; ++pass) {
+    for (int pass = 0; pass < Passes; ++pass) {
         MultiplyTransposed(q, rhs - equations * solutions, correction);
         for (std::size_t c = 0; c < solutions.Cols(); ++c) {
             const auto y = correction.Column(c);
@@ -76,7 +76,7 @@ void FixSingleUnknowns(const TMatrix<double>& equations, const TMatrix<double>& 
 
 bool Satisfies(const TMatrix<double>& a, const TVector<double>& x, const TVector<double>& b)
 {
-    constexpr double tolerance = 1e-12; // some thousand roundings
+    constexpr double Tolerance = 1e-12; // some thousand roundings
     for (std::size_t i = 0; i < a.Rows(); ++i) {
         double missed = -b[i];
         double magnitude = std::abs(b[i]);
@@ -84,7 +84,7 @@ bool Satisfies(const TMatrix<double>& a, const TVector<double>& x, const TVector
             missed += a(i, j) * x[j];
             magnitude += std::abs(a(i, j) * x[j]);
         }
-        if (!(std::abs(missed) <= tolerance * magnitude)) return false;
+        if (!(std::abs(missed) <= Tolerance * magnitude)) return false;
     }
     return true;
 }

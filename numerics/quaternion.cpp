@@ -83,8 +83,8 @@ Quaternion Quaternion::FromAxisAngle(const std::array<double, 3>& axis, double a
 
 Quaternion Quaternion::Invalid()
 {
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    return {nan, nan, nan, nan};
+    constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+    return {NaN, NaN, NaN, NaN};
 }
 
 Quaternion::operator bool() const

@@ -1,12 +1,23 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 
 #include "numerics/detail_rotation.h"
+#include "numerics/twofoldsum.h"
+#include "platform/finite.h"
 #include "platform/log.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <utility>
+
+// Procrustes, after B. K. P. Horn, J. Opt. Soc. Am. A 4 (1987) 629–642:
+// 1. weighted centroids cA and cB; cross-covariance S of the points about them, unweighted;
+// 2. the symmetric 4×4 matrix N(S), whose eigenvector of the largest eigenvalue is the quaternion of the best rotation;
+// 3. Jacobi iteration on N, scaled by a power of two where its entries are very small or very large;
+// 4. eigenvalues corrected to the last bit, so that a tie (collinear or identical points) shows as one;
+// 5. quaternion with w ≥ 0, rotation matrix, t = cB − R·cA.
+// JacobiIteration: H. Rutishauser, Numer. Math. 9 (1966) 1–10.
 
 namespace VoAlgo::symsolvers {
 
@@ -56,28 +67,38 @@ void QuaternionMatrix(const double (&S)[3][3], double (&N)[4][4])
     N[2][3] = N[3][2] = S[1][2] + S[2][1];
 }
 
-bool AllFinite(const double* values, int n)
+/// Brings N to where the stop test of JacobiIteration works, and returns the exponent of the power of two by which N
+/// was multiplied. That test is absolute: entries of 1e-14 pass it before the first rotation, and the squares of
+/// entries above 1e154 overflow. Within the band in which it works, nothing changes.
+int ScaleForIteration(double (&N)[4][4])
 {
-    return std::all_of(values, values + n, [](double v) { return std::isfinite(v); });
+    constexpr int UnderflowExponent = -1000; // below, the products in S have lost digits: as good as identical points
+    constexpr int LowestExponent = -20; // the iteration then stops at off-diagonal elements below 2e-8 of the largest
+    constexpr int HighestExponent = 500;
+    constexpr int TargetExponent = 10; // below 2e-17 of the largest
+    double largest = 0;
+    for (const auto& row : N)
+        for (const double e : row) largest = std::max(largest, std::abs(e));
+    const int exponent = largest == 0 ? INT_MIN : std::ilogb(largest);
+    if (exponent >= LowestExponent && exponent < HighestExponent) return 0;
+    const int shift = exponent < UnderflowExponent ? 0 : TargetExponent - exponent;
+    for (auto& row : N)
+        for (double& e : row) e = exponent < UnderflowExponent ? 0.0 : std::ldexp(e, shift);
+    return shift;
 }
 
 /// Row · v − λ·v[i] in about twice the working precision; v is column k of vectors.
 double Residual(const double (&row)[4], const double (&vectors)[4][4], int k, double lambda, int i)
 {
-    double high = 0, low = 0;
-    const auto add = [&](double a, double b) {
-        const double product = a * b, productError = std::fma(a, b, -product);
-        const double sum = high + product, shift = sum - high;
-        low += ((high - (sum - shift)) + (product - shift)) + productError;
-        high = sum;
-    };
-    for (int j = 0; j < 4; ++j) add(row[j], vectors[j][k]);
-    add(-lambda, vectors[i][k]);
-    return high + low;
+    TwofoldSum sum(0);
+    for (int j = 0; j < 4; ++j) sum.Add(row[j], vectors[j][k]);
+    sum.Add(-lambda, vectors[i][k]);
+    return sum.Value();
 }
 
-/// Replaces λ by the Rayleigh quotient λ + vᵀ·(N·v − λ·v), right to the last bit for vectors right to half the digits:
-/// what is a tie on paper is then a tie here. Jacobi's own values differ in the last bits for most lines in space.
+/// Replaces λ by the Rayleigh quotient λ + vᵀ·(N·v − λ·v), which is exact to the last bit when v is accurate to half
+/// the digits: eigenvalues that are equal on paper then compare equal. Those of the iteration differ in the last bits
+/// for most lines in space.
 void PolishEigenvalues(const double (&N)[4][4], const double (&vectors)[4][4], double (&lambda)[4])
 {
     for (int k = 0; k < 4; ++k) {
@@ -87,8 +108,8 @@ void PolishEigenvalues(const double (&N)[4][4], const double (&vectors)[4][4], d
     }
 }
 
-/// Turns rows and columns p < q of the matrix so that the element (p, q) vanishes. `diagonal` holds the current
-/// diagonal, `change` its changes within the sweep.
+/// Rotates rows and columns p < q of the matrix so that the element (p, q) vanishes. `diagonal` holds the current
+/// diagonal, `change` accumulates its changes within the sweep.
 void Rotate(double* matrix, double* diagonal, double* eigenvectors, double* change, int n, int p, int q)
 {
     double& apq = matrix[p * n + q];
@@ -145,6 +166,7 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
         return false;
     }
 
+    const int exponent = ScaleForIteration(N);
     double destroyed[4][4], lambda[4], vectors[4][4], work[4];
     std::copy(&N[0][0], &N[0][0] + 16, &destroyed[0][0]);
     JacobiIteration(&destroyed[0][0], lambda, &vectors[0][0], 4, 20, work);
@@ -154,7 +176,8 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
     if (!unique) {
         VOALGO_LOG(Log(), Trace, "VoAlgo::symsolvers::Procrustes",
                    L"Ambiguous Procrustes result; M=%u, lambda = [%g,%g,%g,%g]; duplicate or degenerate points", n,
-                   lambda[0], lambda[1], lambda[2], lambda[3]);
+                   std::ldexp(lambda[0], -exponent), std::ldexp(lambda[1], -exponent), std::ldexp(lambda[2], -exponent),
+                   std::ldexp(lambda[3], -exponent));
     }
 
     const double w = vectors[0][best], x = vectors[1][best], y = vectors[2][best], z = vectors[3][best];
@@ -170,8 +193,8 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
 
 void JacobiIteration(double* matrix, double* eigenvalues, double* eigenvectors, int n, int maxSweeps, double* work)
 {
-    // Threshold Jacobi after H. Rutishauser, Numer. Math. 9 (1966) 1–10. The diagonal of `matrix` keeps the values from
-    // the start of a sweep; the changes of the sweep are summed on their own before they are added.
+    // The diagonal of `matrix` keeps its values from the start of a sweep; the changes of the sweep are summed
+    // separately and added at its end.
     double* change = work;
     std::fill(eigenvectors, eigenvectors + std::ptrdiff_t{n} * n, 0.0);
     for (int p = 0; p < n; ++p) {
@@ -209,14 +232,14 @@ void SortEigenV(double* eigenvalues, double* eigenvectors, int n, bool descendin
 
 bool Orthonormalize(double (*m)[3])
 {
-    constexpr double basis[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    constexpr double Basis[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     double rows[9];
     for (int r = 0; r < 3; ++r) {
         const double norm = std::sqrt(m[r][0] * m[r][0] + m[r][1] * m[r][1] + m[r][2] * m[r][2]);
         for (int c = 0; c < 3; ++c) rows[3 * r + c] = m[r][c] / norm;
     }
     double quaternion[4], translation[3];
-    return Procrustes(basis, rows, nullptr, quaternion, m, translation, 3);
+    return Procrustes(Basis, rows, nullptr, quaternion, m, translation, 3);
 }
 
 } // namespace VoAlgo::symsolvers

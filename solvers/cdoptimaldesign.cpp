@@ -2,6 +2,8 @@
 
 #include "VoAlgorithms/numerics/lapack.h"
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "platform/finite.h"
+#include "platform/randomseed.h"
 
 #include <algorithm>
 #include <cmath>
@@ -33,7 +35,7 @@ double Dot(std::span<const double> a, std::span<const double> b)
     return sum;
 }
 
-/// Candidates as columns, parameters in units that make their coefficients about 1: powers of two, which round nothing.
+/// Candidates as columns, with parameters scaled by powers of two, which round nothing, to coefficients of about 1.
 class Candidates {
 public:
     explicit Candidates(const TMatrix<double>& rows) : x_(rows.Transposed())
@@ -70,7 +72,7 @@ private:
     int exponents_ = 0; // of the parameters' units, summed up
 };
 
-/// The square root of a determinant, mantissa·2^exponent: products of many factors leave the range of double.
+/// The square root of a determinant as mantissa·2^exponent: a product of many factors may leave the range of double.
 struct Root {
     int exponent = std::numeric_limits<int>::min();
     double mantissa = 0; // from 1/2 to 1, or 0 with the smallest exponent
@@ -106,36 +108,36 @@ public:
         inverseTimesX_ = inverse * candidates.Columns();
     }
     [[nodiscard]] const Indices& Chosen() const { return chosen_; }
-    /// Whether M is positive definite; nothing below may be asked otherwise.
+    /// Whether M is positive definite; otherwise the functions below must not be called.
     [[nodiscard]] bool IsRegular() const { return root_.mantissa > 0; }
     /// √det M
     [[nodiscard]] const Root& RootOfDeterminant() const { return root_; }
 
-    /// The choice with the candidate outside that adds most to the determinant.
+    /// The choice plus the candidate that raises the determinant most.
     [[nodiscard]] Choice WithBest() const
     {
-        const Indices others = Others();
-        std::size_t best = others.front();
-        for (const std::size_t i : others)
-            if (D(i, i) > D(best, best)) best = i;
+        const Indices outside = others();
+        std::size_t best = outside.front();
+        for (const std::size_t i : outside)
+            if (product(i, i) > product(best, best)) best = i;
         Indices more = chosen_;
         more.push_back(best);
         return {*candidates_, std::move(more)};
     }
 
-    /// The choice after the best exchange of one inside for one outside; false when none raises the determinant. It
-    /// grows by the factor (1 + D(in, in))·(1 − D(out, out)) + D(in, out)² (Fedorov).
+    /// Makes the exchange of a chosen candidate for another that raises the determinant most; false when none does. It
+    /// grows by the factor (1 + product(in, in))·(1 − product(out, out)) + product(in, out)² (Fedorov).
     bool Exchange()
     {
-        constexpr double rounding = 1e-10;
-        double largest = 1 + rounding;
+        constexpr double Rounding = 1e-10;
+        double largest = 1 + Rounding;
         std::pair<std::size_t, std::size_t> best; // position in chosen_, candidate
         std::vector<double> loss;
-        for (const std::size_t out : chosen_) loss.push_back(1 - D(out, out));
-        for (const std::size_t in : Others()) {
-            const double gain = 1 + D(in, in);
+        for (const std::size_t out : chosen_) loss.push_back(1 - product(out, out));
+        for (const std::size_t in : others()) {
+            const double gain = 1 + product(in, in);
             for (std::size_t k = 0; k < chosen_.size(); ++k) {
-                const double cross = D(in, chosen_[k]);
+                const double cross = product(in, chosen_[k]);
                 const double factor = gain * loss[k] + cross * cross;
                 if (factor > largest) {
                     largest = factor;
@@ -143,27 +145,27 @@ public:
                 }
             }
         }
-        if (largest == 1 + rounding) return false;
+        if (largest == 1 + Rounding) return false;
         Indices exchanged = chosen_;
         exchanged[best.first] = best.second;
         Choice next(*candidates_, std::move(exchanged));
-        if (!(next.root_ > root_)) return false; // else rounding could lead in circles
+        if (!(next.root_ > root_)) return false; // otherwise rounding could lead in circles
         *this = std::move(next);
         return true;
     }
 
 private:
     /// aᵀ·M⁻¹·b of two candidates
-    [[nodiscard]] double D(std::size_t a, std::size_t b) const
+    [[nodiscard]] double product(std::size_t a, std::size_t b) const
     {
         return Dot(inverseTimesX_.Column(a), (*candidates_)[b]);
     }
-    [[nodiscard]] Indices Others() const
+    [[nodiscard]] Indices others() const
     {
-        Indices others;
+        Indices outside;
         for (std::size_t i = 0; i < candidates_->Count(); ++i)
-            if (!std::binary_search(chosen_.begin(), chosen_.end(), i)) others.push_back(i);
-        return others;
+            if (!std::binary_search(chosen_.begin(), chosen_.end(), i)) outside.push_back(i);
+        return outside;
     }
 
     const Candidates* candidates_;
@@ -172,11 +174,11 @@ private:
     Root root_;
 };
 
-/// As many independent candidates as there are parameters, or fewer if there are no more: each the one that reaches
-/// farthest out of the span of those before (Gram–Schmidt with pivoting).
+/// Independent candidates, one for each parameter or fewer if there are no more: each is the one farthest from the span
+/// of those before it (Gram–Schmidt with pivoting).
 Indices Independent(const Candidates& candidates)
 {
-    constexpr double dependent = 1e-7; // squared it must be more than rounding
+    constexpr double Dependent = 1e-7; // its square must exceed rounding errors
     TMatrix<double> rest = candidates.Columns();
     Indices chosen;
     while (chosen.size() < candidates.Parameters()) {
@@ -184,7 +186,7 @@ Indices Independent(const Candidates& candidates)
         double largestSq = 0;
         for (std::size_t i = 0; i < candidates.Count(); ++i) {
             const double lengthSq = Dot(rest.Column(i), rest.Column(i));
-            if (lengthSq > largestSq && lengthSq > dependent * dependent * Dot(candidates[i], candidates[i])) {
+            if (lengthSq > largestSq && lengthSq > Dependent * Dependent * Dot(candidates[i], candidates[i])) {
                 farthest = i;
                 largestSq = lengthSq;
             }
@@ -200,7 +202,7 @@ Indices Independent(const Candidates& candidates)
     return chosen;
 }
 
-/// A good choice of the given size, taken one by one; empty when the candidates do not determine the parameters.
+/// A good choice of the given size, built one by one; empty when the candidates do not determine the parameters.
 Indices Start(const Candidates& candidates, std::size_t size)
 {
     Indices independent = Independent(candidates);
@@ -214,8 +216,7 @@ bool IsPossible(const TMatrix<double>& candidates, int size)
 {
     return size > 0 && candidates.Cols() > 0 && static_cast<std::uint32_t>(size) >= candidates.Cols() &&
            static_cast<std::uint32_t>(size) <= candidates.Rows() &&
-           std::all_of(candidates.Data(), candidates.Data() + std::size_t{candidates.Rows()} * candidates.Cols(),
-                       [](double e) { return std::isfinite(e); });
+           AllFinite(candidates.Data(), std::size_t{candidates.Rows()} * candidates.Cols());
 }
 
 } // namespace
@@ -225,7 +226,7 @@ bool CDOptimalDesign::Run(int size, TVector<int>& chosen, int starts)
     determinant_ = 0;
     if (!IsPossible(candidates_, size)) return false;
     const Candidates candidates(candidates_);
-    std::mt19937_64 twister(47110815);
+    std::mt19937_64 twister(RandomSeed);
     std::uniform_real_distribution<double> weight(0, 1);
     Root best;
     for (int start = 0; start < std::max(1, starts); ++start) {

@@ -1,5 +1,6 @@
 #include "VoAlgorithms/solvers/clpsolver.h"
 
+#include "platform/finite.h"
 #include "solvers/detail_vertexwalk.h"
 
 #include <algorithm>
@@ -7,13 +8,22 @@
 #include <utility>
 #include <vector>
 
+// The two-phase simplex method on the vertices of the polyhedron (V. Chvátal, Linear Programming, Freeman 1983,
+// chapters 3 and 8; against cycling: R. G. Bland, Math. Oper. Res. 2 (1977) 103–107):
+// 1. drop rows that bound nothing; scale rows, columns and costs by powers of two;
+// 2. find independent rows and columns by elimination; without a share in the rows' span, the cost is unbounded;
+// 3. phase one: from the vertex of these rows to a feasible one, by minimising a slack x₀ that relaxes the violated
+// rows;
+// 4. phase two: walk uphill in c·z to the optimum, or along an edge without end;
+// 5. undo the scaling. Each vertex is computed anew from the rows of its basis (detail_vertexwalk).
+
 namespace VoAlgo {
 
 using detail::Halfspaces;
 using detail::VertexWalk;
 
 CLPSolver::CLPSolver(TMatrix<double> A, TVector<double> b, TVector<double> c)
-    : A_(std::move(A)), b_(std::move(b)), c_(std::move(c))
+    : lhs_(std::move(A)), rhs_(std::move(b)), cost_(std::move(c))
 {
 }
 
@@ -27,14 +37,11 @@ namespace {
 
 bool IsWellFormed(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& c)
 {
-    const auto isFinite = [](double e) { return std::isfinite(e); };
-    return A.Rows() == b.Size() && A.Cols() == c.Size() &&
-           std::all_of(A.Data(), A.Data() + std::size_t{A.Rows()} * A.Cols(), isFinite) &&
-           std::all_of(c.begin(), c.end(), isFinite) &&
-           std::none_of(b.begin(), b.end(), [](double e) { return std::isnan(e); });
+    return A.Rows() == b.Size() && A.Cols() == c.Size() && AllFinite(A.Data(), std::size_t{A.Rows()} * A.Cols()) &&
+           AllFinite(c.Data(), c.Size()) && std::none_of(b.begin(), b.end(), [](double e) { return std::isnan(e); });
 }
 
-/// The power of two that brings the largest of some magnitudes to between 1/2 and 1; 0 has none and stays.
+/// Exponent of the power of two that brings a magnitude to between 1/2 and 1; 0 for 0.
 int ScaleExponent(double largest)
 {
     int exponent = 0;
@@ -42,12 +49,12 @@ int ScaleExponent(double largest)
     return -exponent;
 }
 
-/// The programme without void rows, and scaled: z = 2^exponent·(scaled z) in every coordinate.
+/// The programme without rows that bound nothing, scaled: z = 2^exponent·(scaled z) in every coordinate.
 struct ScaledProgramme {
     Halfspaces rows;
     TVector<double> c;
     std::vector<int> columnExponents;
-    bool unmeetable = false; ///< a row asks that 0 or a finite number be below −∞, or 0 below a negative number
+    bool unmeetable = false; ///< some row has a bound of −∞, or no coefficients and a negative bound
 
     ScaledProgramme(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& cost)
         : rows(A.Cols()), c(cost), columnExponents(A.Cols())
@@ -72,8 +79,8 @@ struct ScaledProgramme {
     }
 };
 
-/// Independent rows and columns, as many as there are, and whether c lies in the span of the rows: if it does not,
-/// there is a direction that changes c·z and no row. Gaussian elimination with complete pivoting.
+/// A maximal set of independent rows and columns, and whether c lies in the span of the rows: if it does not, some
+/// direction changes c·z and no row. Gaussian elimination with complete pivoting.
 struct RegularPart {
     std::vector<std::size_t> rows;
     std::vector<std::size_t> columns;
@@ -84,7 +91,7 @@ struct RegularPart {
     {
         for (std::size_t i = 0; i < system.Count(); ++i)
             for (std::size_t j = 0; j < system.Dimension(); ++j) rest_(i, j) = system.Row(i)[j];
-        while (FindPivot()) {
+        while (findPivot()) {
             const std::size_t row = rows.back();
             const std::size_t column = columns.back();
             const double costFactor = cost[column] / rest_(row, column);
@@ -97,15 +104,15 @@ struct RegularPart {
                 }
         }
         for (std::size_t j = 0; j < system.Dimension(); ++j)
-            if (!usedColumn_[j] && std::abs(cost[j]) > negligible) spansCost = false;
+            if (!usedColumn_[j] && std::abs(cost[j]) > Negligible) spansCost = false;
     }
 
 private:
-    static constexpr double negligible = 1e-12; // of coefficients of about 1
+    static constexpr double Negligible = 1e-12; // beside coefficients of about 1
 
-    bool FindPivot()
+    bool findPivot()
     {
-        double largest = negligible;
+        double largest = Negligible;
         std::size_t row = rest_.Rows();
         std::size_t column = 0;
         for (std::size_t j = 0; j < rest_.Cols(); ++j)
@@ -128,7 +135,7 @@ private:
     std::vector<bool> usedColumn_;
 };
 
-/// The columns of a system that its regular part keeps: the others add nothing to what A·z can reach.
+/// The system in the columns of its regular part; the others do not enlarge the range of A·z.
 Halfspaces Restricted(const Halfspaces& system, const std::vector<std::size_t>& columns)
 {
     Halfspaces restricted(columns.size());
@@ -140,8 +147,8 @@ Halfspaces Restricted(const Halfspaces& system, const std::vector<std::size_t>& 
     return restricted;
 }
 
-/// Phase one: from any vertex to a feasible one, in one dimension more. Every row outside the basis is relaxed by x₀ ≥
-/// 0, which is then made as small as possible. Returns Optimal when the walk has arrived.
+/// Phase one: from any vertex to a feasible one, with one more unknown x₀ ≥ 0 that relaxes every row outside the basis
+/// and is minimised. Returns Optimal when the walk ends at a feasible vertex.
 CLPSolver::EStatus MakeFeasible(const Halfspaces& system, VertexWalk& walk)
 {
     if (!walk.IsRegular()) return CLPSolver::GaveUp;
@@ -177,14 +184,14 @@ CLPSolver::EStatus MakeFeasible(const Halfspaces& system, VertexWalk& walk)
 bool CLPSolver::Run()
 {
     solution_ = {};
-    status_ = Solve();
+    status_ = solve();
     return status_ == Optimal;
 }
 
-CLPSolver::EStatus CLPSolver::Solve()
+CLPSolver::EStatus CLPSolver::solve()
 {
-    if (!IsWellFormed(A_, b_, c_)) return BadInput;
-    const ScaledProgramme scaled(A_, b_, c_);
+    if (!IsWellFormed(lhs_, rhs_, cost_)) return BadInput;
+    const ScaledProgramme scaled(lhs_, rhs_, cost_);
     if (scaled.unmeetable) return Infeasible;
     const RegularPart regular(scaled.rows, scaled.c);
     const Halfspaces system = Restricted(scaled.rows, regular.columns);
@@ -203,7 +210,7 @@ CLPSolver::EStatus CLPSolver::Solve()
         break;
     }
 
-    TVector<double> solution(c_.Size());
+    TVector<double> solution(cost_.Size());
     for (std::size_t k = 0; k < cost.Size(); ++k) {
         const std::size_t j = regular.columns[k];
         solution[j] = std::ldexp(walk.Point()[k], scaled.columnExponents[j]);

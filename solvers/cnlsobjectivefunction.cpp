@@ -177,9 +177,9 @@ TVector<double> CNLSObjectiveFunction::freeFromParams(const TVector<double>& par
 
 bool CNLSObjectiveFunction::IsVariable(int index) const
 {
-    constexpr double smallest = 10 * std::numeric_limits<double>::epsilon();
+    constexpr double Smallest = 10 * std::numeric_limits<double>::epsilon();
     for (std::size_t j = 1; j < kernel_.Cols(); ++j)
-        if (std::abs(kernel_(index, j)) >= smallest) return true;
+        if (std::abs(kernel_(index, j)) >= Smallest) return true;
     return false;
 }
 

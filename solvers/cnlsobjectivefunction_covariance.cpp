@@ -1,6 +1,7 @@
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 
 #include "VoAlgorithms/numerics/lapack.h"
+#include "platform/finite.h"
 
 #include <algorithm>
 #include <cmath>
@@ -42,7 +43,7 @@ bool Factor(TMatrix<double> J, ScaledFactor& factor)
 {
     const std::size_t rows = J.Rows();
     const std::size_t k = J.Cols();
-    if (!std::all_of(J.Data(), J.Data() + rows * k, [](double e) { return std::isfinite(e); })) return false;
+    if (!AllFinite(J.Data(), rows * k)) return false;
     factor.scale = ScaleColumns(J);
     const std::size_t block = 4 * k + 16;
     TMatrix<double> triangle(0, k); // of the rows so far, columns in their own order

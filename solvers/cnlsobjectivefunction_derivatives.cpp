@@ -20,7 +20,7 @@ struct Stencil {
 };
 
 // One for each order of accuracy: the derivative of the polynomial through the points. Even orders are central.
-constexpr Stencil stencils[] = {
+constexpr Stencil Stencils[] = {
     {1, 2, {{1, 1}, {0, -1}}},
     {2, 2, {{1, 1}, {-1, -1}}},
     {6, 4, {{1, 6}, {-1, -2}, {0, -3}, {2, -1}}},
@@ -33,9 +33,9 @@ constexpr Stencil stencils[] = {
 TVector<double> CNLSObjectiveFunction::errorDerivative(const TVector<double>& params, const TVector<double>& direction,
                                                        double h, int order)
 {
-    if (order < 1 || order > static_cast<int>(std::size(stencils)))
+    if (order < 1 || order > static_cast<int>(std::size(Stencils)))
         throw std::invalid_argument("order of a numerical derivative must be 1 to 5");
-    const Stencil& stencil = stencils[order - 1];
+    const Stencil& stencil = Stencils[order - 1];
     TVector<double> derivative;
     for (int s = 0; s < stencil.size; ++s) {
         const auto [offset, coefficient] = stencil.points[s];
@@ -60,8 +60,8 @@ TVector<double> CNLSObjectiveFunction::errorFDDerivatives(TVector<double>& param
 
 TMatrix<double> CNLSObjectiveFunction::Jacobian(const TVector<double>& freeParams)
 {
-    constexpr double step = 1.23e-4;
-    constexpr int order = 4;
+    constexpr double Step = 1.23e-4;
+    constexpr int Order = 4;
     const int m = GetNumMeasurements();
     if (m <= 0) return {};
     const TVector<double> params = BuildParamsFromFree(freeParams);
@@ -70,7 +70,7 @@ TMatrix<double> CNLSObjectiveFunction::Jacobian(const TVector<double>& freeParam
     for (std::size_t j = 0; j < J.Cols(); ++j) {
         // With equalities on single parameters the axis of parameter GetFreeVariablesIndices()[j].
         std::copy_n(kernel_.Column(j + 1).begin(), direction.Size(), direction.begin());
-        const TVector<double> column = errorDerivative(params, direction, step, order);
+        const TVector<double> column = errorDerivative(params, direction, Step, Order);
         if (column.Size() != J.Rows()) return {};
         std::copy(column.begin(), column.end(), J.Column(j).begin());
     }

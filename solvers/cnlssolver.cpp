@@ -1,8 +1,9 @@
 #include "VoAlgorithms/solvers/cnlssolver.h"
 
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "platform/finite.h"
 #include "solvers/detail_cnlsfit.h"
-#include "solvers/detail_pendinglines.h"
+#include "solvers/detail_linebuffer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,21 +15,27 @@
 #include <string>
 #include <utility>
 
+// One fit, a damped Gauss-Newton iteration (K. Madsen, H. B. Nielsen, O. Tingleff, Methods for Non-Linear Least Squares
+// Problems, DTU 2004, section 3.2), in free variables z:
+// 1. start: z from the parameters; a start outside of the inequalities is replaced by a vertex (_constraints);
+// 2. residuals r, derivatives J, weights W (_weights), normal equations N = JᵀWJ, g = JᵀWr;
+// 3. step h of (N + µI)·h = −g, cut back at the inequalities (_constraints);
+// 4. accept it when ‖r‖² and its model both decrease, and lower µ by the gain; otherwise raise µ;
+// 5. repeat from 3 until the gradient or the step is small.
+// A refined fit also tries a step along the rows at hand (_activeset) before it rejects one, and has two more stages
+// (nextStage). Run repeats the whole from random starts (_multistart).
+
 namespace VoAlgo {
 namespace {
 
 constexpr double AbsurdLength = 4503599627370496.0; // 2⁵²
 constexpr int LogInterval = 5;                      // iterations
+constexpr double RootEpsilon = 0x1p-26;
 
-constexpr char texts[][32] = {
+constexpr char Texts[][32] = {
     "small gradient (++)",        "small step size (++)",    "maxiter exceeded (-)",
     "almost singular matrix (-)", "LS solution failed (--)", "constraints violated (-)",
 };
-
-bool IsFinite(const TVector<double>& v)
-{
-    return std::all_of(v.begin(), v.end(), [](double e) { return std::isfinite(e); });
-}
 
 } // namespace
 
@@ -41,7 +48,7 @@ CNLSSolver::CNLSSolver(CNLSObjectiveFunction& problem, bool robust, int sampling
 const char* CNLSSolver::ResultText(EResult result)
 {
     const auto index = static_cast<std::size_t>(result);
-    return index < std::size(texts) ? texts[index] : "";
+    return index < std::size(Texts) ? Texts[index] : "";
 }
 
 CNLSSolver::EResult CNLSSolver::run(TVector<double>& params, double& rmse, int maxIter, double tau)
@@ -73,32 +80,40 @@ CNLSSolver::EResult CNLSSolver::run(TVector<double>& params, double& rmse, int m
     while (iterations < maxIter) {
         ++iterations;
         const auto result = iterate(fit, iterations);
-        if (refinement_ && result == SmallStep && judgeByWeights(fit, tau)) continue;
+        if (refinement_ && result == SmallStep && nextStage(fit, tau)) continue;
         if (result) return stopAt(*result);
     }
     return stopAt(MaxIterExceeded);
 }
 
-/// The damping of a start.
+/// Initial damping.
 void CNLSSolver::setDamping(Fit& fit, double tau)
 {
     double largest = 0;
-    for (std::size_t i = 0; i < fit.N.Cols(); ++i) largest = std::max(largest, fit.N(i, i));
+    for (std::size_t i = 0; i < fit.N.Cols(); ++i) largest = std::max(largest, fit.N(i, i) / (fit.D[i] * fit.D[i]));
     fit.mu = tau * largest;
     fit.nu = 1; // deliberate: so the first rejection repeats the step, and only the second one raises mu
 }
 
-/// Goes on after a rest with steps that are judged by the weighted residuals. False when they were already, or when
-/// these are the same as the unweighted ones.
-bool CNLSSolver::judgeByWeights(Fit& fit, double tau)
+/// Moves a refined fit on to its next stage after a small step; false after the last one. The last stage sees
+/// directions that the normal equations have lost, as long as the damping is small: so it begins with a µ of √ε, in the
+/// units of the unknowns, and raises it until a step succeeds.
+bool CNLSSolver::nextStage(Fit& fit, double tau)
 {
-    if (fit.weighted || std::all_of(fit.w.begin(), fit.w.end(), [](double e) { return e == 1; })) return false;
-    fit.weighted = true;
-    setDamping(fit, tau);
+    if (fit.stage == Fit::Stage::Rows) return false;
+    const bool weighted = std::any_of(fit.w.begin(), fit.w.end(), [](double e) { return e != 1; });
+    if (fit.stage == Fit::Stage::Plain && weighted) {
+        fit.stage = Fit::Stage::Weighted;
+        setDamping(fit, tau);
+        return true;
+    }
+    fit.stage = Fit::Stage::Rows;
+    for (std::size_t i = 0; i < fit.D.Size(); ++i) fit.D[i] = detail::RootUnit(fit.N(i, i));
+    setDamping(fit, RootEpsilon);
     return true;
 }
 
-/// Takes the free variables and the constraints. False when they are not what a fit could start from.
+/// Sets the free variables. False when a fit cannot start from params.
 bool CNLSSolver::start(const TVector<double>& params, Fit& fit)
 {
     const TVector<int>& freeIndices = problem_.GetFreeVariablesIndices();
@@ -106,12 +121,12 @@ bool CNLSSolver::start(const TVector<double>& params, Fit& fit)
     if (params.Size() != n || problem_.GetEqualityConstraintsKernel().Rows() != n) return false;
     fit.z.Resize(freeIndices.Size());
     for (std::size_t j = 0; j < fit.z.Size(); ++j) fit.z[j] = params[freeIndices[j]];
+    fit.D = TVector<double>(fit.z.Size(), 1.0);
     fit.constrained = problem_.HasInequalities();
-    if (fit.constrained) problem_.GetFreeVariablesInequalities(fit.A, fit.b);
-    return IsFinite(fit.z);
+    return AllFinite(fit.z.Data(), fit.z.Size());
 }
 
-/// Residuals and derivatives at zNew. False when they are not of the promised shape.
+/// Residuals and derivatives at zNew. False when their shapes are wrong.
 bool CNLSSolver::evaluate(Fit& fit)
 {
     const auto m = static_cast<std::size_t>(std::max(problem_.GetNumMeasurements(), 0));
@@ -122,7 +137,7 @@ bool CNLSSolver::evaluate(Fit& fit)
     return fit.JNew.Rows() == m && fit.JNew.Cols() == fit.z.Size();
 }
 
-/// Weights, N = JᵀWJ and g = JᵀWr where the fit stands. False when there are not m standard deviations.
+/// Weights, N = JᵀWJ and g = JᵀWr at z. False when there are not m standard deviations.
 bool CNLSSolver::linearise(Fit& fit)
 {
     if (!computeWeight(fit.r, fit.w)) return false;
@@ -142,8 +157,10 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
 {
     if (fit.g.MaxAbs() <= detail::SmallChange || fit.r.MaxAbs() <= detail::SmallChange) return SmallGradient;
     TVector<double> full;
-    if (!fit.system.Solve(fit.N, fit.mu, -fit.g, full)) return LSSolutionFailed;
-    const TVector<double> h = fit.constrained ? cutBack(fit.A, fit.b, fit.z, full, false) : full;
+    const bool solved = fit.stage == Fit::Stage::Rows ? fit.system.SolveRows(fit.J, fit.w, fit.r, fit.mu, fit.D, full)
+                                                      : fit.system.SolveNormal(fit.N, fit.mu, fit.D, -fit.g, full);
+    if (!solved) return LSSolutionFailed;
+    const TVector<double> h = fit.constrained ? cutBack(fit.polytope, fit.z, full, false) : full;
     ETrial trial = tryStep(fit, h, h != full);
     if (refinement_ && fit.constrained && (trial == Rejected || trial == Small))
         if (const auto step = faceStep(fit, full)) trial = tryStep(fit, *step, true);
@@ -166,23 +183,23 @@ std::optional<CNLSSolver::EResult> CNLSSolver::iterate(Fit& fit, int iteration)
     return std::nullopt;
 }
 
-/// What a step must lower.
+/// The quantity that a step must lower.
 double CNLSSolver::sumOfSquares(const Fit& fit, const TVector<double>& r)
 {
-    if (!fit.weighted) return r.Dot(r);
+    if (fit.stage == Fit::Stage::Plain) return r.Dot(r);
     double sum = 0;
     for (std::size_t i = 0; i < r.Size(); ++i) sum += fit.w.Data()[i] * r.Data()[i] * r.Data()[i];
     return sum;
 }
 
-/// Evaluates the objective at z + h and, when that is better, goes there. A cut step ends on rows.
+/// Evaluates the objective at z + h and moves there when that is better. A cut step ends on rows.
 CNLSSolver::ETrial CNLSSolver::tryStep(Fit& fit, const TVector<double>& h, bool cut)
 {
     fit.zNew = fit.z;
     fit.zNew += h;
     if (fit.constrained) {
-        if (cut || !checkConstraints(fit.A, fit.b, fit.zNew)) settle(fit.A, fit.b, fit.zNew);
-        if (!checkConstraints(fit.A, fit.b, fit.zNew))
+        if (cut || !checkConstraints(fit.polytope, fit.zNew)) settle(fit.polytope, fit.zNew);
+        if (!checkConstraints(fit.polytope, fit.zNew))
             log("(NLS) warning: intermediate solution violates constraints\n");
     }
     const double length = h.Norm();
@@ -191,8 +208,14 @@ CNLSSolver::ETrial CNLSSolver::tryStep(Fit& fit, const TVector<double>& h, bool 
 
     if (!evaluate(fit)) return Failed;
     const double decrease = (sumOfSquares(fit, fit.r) - sumOfSquares(fit, fit.rNew)) / 2;
-    const double predicted = (fit.mu * h.Dot(h) - h.Dot(fit.g)) / 2;
-    if (!(predicted > 0 && decrease > 0)) return Rejected;
+    TVector<double> scaled = h;
+    for (std::size_t i = 0; i < h.Size(); ++i) scaled[i] *= fit.D[i];
+    const double predicted = (fit.mu * scaled.Dot(scaled) - h.Dot(fit.g)) / 2;
+    if (!(predicted > 0 && decrease > 0)) {
+        // The normal equations have had their turn: a short step that does not help has met the rounding of r.
+        const bool isRounding = fit.stage == Fit::Stage::Rows && length <= RootEpsilon * fit.z.Norm();
+        return isRounding ? Small : Rejected;
+    }
     std::swap(fit.z, fit.zNew);
     std::swap(fit.r, fit.rNew);
     std::swap(fit.J, fit.JNew);
@@ -215,7 +238,7 @@ void CNLSSolver::log(const char* format, ...) const
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    detail::WriteLines(text);
+    detail::WriteLog(text);
 }
 
 } // namespace VoAlgo

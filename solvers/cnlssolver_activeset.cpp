@@ -12,15 +12,18 @@
 #include <vector>
 
 namespace VoAlgo {
+
+using detail::Halfspaces;
+
 namespace {
 
-/// A row that holds the step: a·h = 0 in the model's minimum.
+/// A row that the step must stay on: a·h = 0.
 struct Held {
     TVector<double> normal;   // a ÷ ‖a‖
-    TVector<double> response; // (N + µI)⁻¹ · normal
+    TVector<double> response; // (N + µD²)⁻¹ · normal
 };
 
-/// λ of S·λ = c with S(i, j) = normalᵢ·responseⱼ, cᵢ = normalᵢ·h: h − Σ λᵢ·responseᵢ leads along all held rows.
+/// λ of S·λ = c with S(i, j) = normalᵢ·responseⱼ, cᵢ = normalᵢ·h: h − Σ λᵢ·responseᵢ is parallel to all held rows.
 bool Multipliers(const std::vector<Held>& held, const TVector<double>& h, TVector<double>& lambda)
 {
     const std::size_t q = held.size();
@@ -34,7 +37,7 @@ bool Multipliers(const std::vector<Held>& held, const TVector<double>& h, TVecto
     return lapack::lssolve(S, c, lambda);
 }
 
-/// Takes what rounding has left in h along the held rows, through an orthonormal basis of their normals.
+/// Removes the rounding errors of h across the held rows, through an orthonormal basis of their normals.
 void ProjectOnto(const std::vector<Held>& held, TVector<double>& h)
 {
     std::vector<TVector<double>> basis;
@@ -49,14 +52,14 @@ void ProjectOnto(const std::vector<Held>& held, TVector<double>& h)
     for (const TVector<double>& e : basis) detail::Project(h, e);
 }
 
-/// The row that h leads out of most, by more than rounding.
-std::optional<std::size_t> LeadingOut(const TMatrix<double>& A, const std::vector<std::size_t>& rows,
-                                      const TVector<double>& h)
+/// The row that h violates fastest, by more than rounding.
+std::optional<std::size_t> FastestViolated(const Halfspaces& polytope, const std::vector<std::size_t>& rows,
+                                           const TVector<double>& h)
 {
     std::optional<std::size_t> worst;
-    double fastest = detail::Rounding(A.Cols(), h.Norm());
+    double fastest = detail::Rounding(polytope.Dimension(), h.Norm());
     for (const std::size_t i : rows) {
-        const double rate = detail::RowDot(A, i, h) / detail::RowNorm(A, i);
+        const double rate = polytope.Dot(i, h) / polytope.Norm(i);
         if (!(rate > fastest)) continue;
         fastest = rate;
         worst = i;
@@ -64,46 +67,46 @@ std::optional<std::size_t> LeadingOut(const TMatrix<double>& A, const std::vecto
     return worst;
 }
 
-/// The part of h that leads to the first of the rows.
-TVector<double> CutBackAt(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
-                          const std::vector<std::size_t>& rows, const TVector<double>& h)
+/// h, shortened to end on the first of the rows that it meets.
+TVector<double> CutBackAt(const Halfspaces& polytope, const TVector<double>& z, const std::vector<std::size_t>& rows,
+                          const TVector<double>& h)
 {
     double part = 1;
     for (const std::size_t i : rows) {
-        const double rate = detail::RowDot(A, i, h);
-        if (rate > 0) part = std::min(part, (b[i] - detail::RowDot(A, i, z)) / rate);
+        const double rate = polytope.Dot(i, h);
+        if (rate > 0) part = std::min(part, (polytope.Bound(i) - polytope.Dot(i, z)) / rate);
     }
     return h * part;
 }
 
 } // namespace
 
-/// The best step from a z on rows of the polytope: the minimum of the damped model, gᵀh + ½hᵀ(N + µI)h, among the h
-/// that lead out through none of the rows at z, cut back at the others. The full step is that minimum without the rows;
-/// rows that it leads out of are held one by one, and those whose multipliers turn negative, so that the model falls
-/// inward of them, are let go (the active-set method of quadratic programming: J. Nocedal, S. J. Wright, Numerical
-/// Optimization, Springer 2006, section 16.5). Nothing when z is on no row or the search finds no end.
+/// The best step from a z on rows of the polytope: the minimum of the damped model gᵀh + ½hᵀ(N + µD²)h over all h that
+/// violate none of the rows at z, cut back at the other rows. The full step is the minimum without rows; rows that it
+/// violates are added to the active set one by one, and rows whose multipliers turn negative are dropped, since the
+/// model decreases inward of them (the active-set method of quadratic programming: J. Nocedal, S. J. Wright, Numerical
+/// Optimization, Springer 2006, section 16.5). Nothing when z is on no row, or when the search does not end.
 std::optional<TVector<double>> CNLSSolver::faceStep(Fit& fit, const TVector<double>& full)
 {
     const std::size_t k = fit.z.Size();
+    const Halfspaces& polytope = fit.polytope;
     std::vector<std::size_t> here; // the rows at z, and the others
     std::vector<std::size_t> elsewhere;
-    for (std::size_t i = 0; i < fit.b.Size(); ++i) {
-        const double norm = detail::RowNorm(fit.A, i);
-        const double tolerance =
-            std::max(detail::SlackRounding(fit.A, fit.b, i, fit.z), detail::SmallLength(fit.z) * norm);
+    for (std::size_t i = 0; i < polytope.Count(); ++i) {
+        const double norm = polytope.Norm(i);
         if (norm == 0) continue;
-        (fit.b[i] - detail::RowDot(fit.A, i, fit.z) <= tolerance ? here : elsewhere).push_back(i);
+        const double tolerance = std::max(detail::SlackRounding(polytope, i, fit.z), detail::SmallLength(fit.z) * norm);
+        (polytope.Bound(i) - polytope.Dot(i, fit.z) <= tolerance ? here : elsewhere).push_back(i);
     }
     if (here.empty()) return std::nullopt;
 
     std::vector<Held> held;
     TVector<double> h = full;
     for (std::size_t changes = 0; changes <= 4 * (here.size() + 2); ++changes) {
-        const auto worst = LeadingOut(fit.A, here, h);
-        if (!worst) return CutBackAt(fit.A, fit.b, fit.z, elsewhere, h);
-        Held row{fit.A.Row(*worst) * (1 / detail::RowNorm(fit.A, *worst)), TVector<double>(k)};
-        if (!fit.system.Solve(fit.N, fit.mu, row.normal, row.response)) return std::nullopt;
+        const auto worst = FastestViolated(polytope, here, h);
+        if (!worst) return CutBackAt(polytope, fit.z, elsewhere, h);
+        Held row{detail::UnitNormal(polytope, *worst), TVector<double>(k)};
+        if (!fit.system.SolveNormal(fit.N, fit.mu, fit.D, row.normal, row.response)) return std::nullopt;
         held.push_back(std::move(row));
 
         TVector<double> lambda;

@@ -2,8 +2,10 @@
 
 #include "VoAlgorithms/numerics/lapack.h"
 #include "VoAlgorithms/solvers/clpsolver.h"
+#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "platform/finite.h"
 #include "solvers/detail_cnlsfit.h"
-#include "solvers/detail_pendinglines.h"
+#include "solvers/detail_linebuffer.h"
 #include "solvers/detail_polytope.h"
 
 #include <algorithm>
@@ -16,6 +18,9 @@
 #include <vector>
 
 namespace VoAlgo {
+
+using detail::Halfspaces;
+
 namespace {
 
 constexpr double Infinity = std::numeric_limits<double>::infinity();
@@ -23,18 +28,18 @@ constexpr double MachineEpsilon = std::numeric_limits<double>::epsilon();
 constexpr double OnRow = 10 * MachineEpsilon;           // a distance
 constexpr double ShrinkDistance = 100 * MachineEpsilon; // of the polytope in which a feasible start is sought
 
-/// Moves z by the shortest way to where each of the rows has a slack of so many roundings.
-bool MoveInside(const TMatrix<double>& A, const TVector<double>& b, const std::vector<std::size_t>& rows,
-                double roundings, TVector<double>& z)
+/// Moves z by the shortest vector that gives each of the rows a slack of so many roundings.
+bool MoveInside(const Halfspaces& polytope, const std::vector<std::size_t>& rows, double roundings, TVector<double>& z)
 {
     TMatrix<double> normals(rows.size(), z.Size());
     TVector<double> distances(rows.size());
     TVector<double> shift(z.Size());
     for (std::size_t r = 0; r < rows.size(); ++r) {
         const std::size_t i = rows[r];
-        const double norm = detail::RowNorm(A, i);
-        distances[r] = (b[i] - detail::RowDot(A, i, z) - roundings * detail::SlackRounding(A, b, i, z)) / norm;
-        for (std::size_t j = 0; j < z.Size(); ++j) normals(r, j) = A(i, j) / norm;
+        const double norm = polytope.Norm(i);
+        const double slack = polytope.Bound(i) - polytope.Dot(i, z);
+        distances[r] = (slack - roundings * detail::SlackRounding(polytope, i, z)) / norm;
+        for (std::size_t j = 0; j < z.Size(); ++j) normals(r, j) = polytope.Row(i)[j] / norm;
     }
     if (!lapack::lssolve(normals, distances, shift)) return false;
     z += shift;
@@ -43,48 +48,49 @@ bool MoveInside(const TMatrix<double>& A, const TVector<double>& b, const std::v
 
 void PrintVector(const TVector<double>& v)
 {
-    constexpr std::uint32_t most = 10;
+    constexpr std::uint32_t MostEntries = 10;
     char entry[32];
     std::string text = std::to_string(v.Size()) + "-vector:\n";
-    for (std::uint32_t i = 0; i < std::min(v.Size(), most); ++i) {
+    for (std::uint32_t i = 0; i < std::min(v.Size(), MostEntries); ++i) {
         std::snprintf(entry, sizeof entry, "\t%g%c", v[i], i + 1 < v.Size() ? ',' : ';');
         text += entry;
     }
-    detail::WriteVectorLines(text + "\n");
+    detail::WriteVector(text + "\n");
 }
 
 } // namespace
 
-/// A·z ≤ b in every row, without tolerance. Not-a-number violates.
-bool CNLSSolver::checkConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z)
+/// Whether z meets every row, without tolerance. Not-a-number violates.
+bool CNLSSolver::checkConstraints(const Halfspaces& polytope, const TVector<double>& z)
 {
-    for (std::size_t i = 0; i < b.Size(); ++i)
-        if (!(detail::RowDot(A, i, z) <= b[i])) return false;
+    for (std::size_t i = 0; i < polytope.Count(); ++i)
+        if (!(polytope.Dot(i, z) <= polytope.Bound(i))) return false;
     return true;
 }
 
-/// Moves every half-space inward by a distance; by four roundings of its own where those are more, so that it does
-/// move.
-void CNLSSolver::shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon)
+/// Moves every half-space inward by a distance of epsilon, or of four rounding errors of its bound where that is more,
+/// so that it does move. b: the bounds of the polytope.
+void CNLSSolver::shrinkConstraints(const Halfspaces& polytope, TVector<double>& b, double epsilon)
 {
     for (std::size_t i = 0; i < b.Size(); ++i) {
-        const double norm = detail::RowNorm(A, i);
+        const double norm = polytope.Norm(i);
         if (norm == 0 || !std::isfinite(b[i])) continue;
         const double distance = b[i] / norm;
         b[i] = (distance - std::max(epsilon, 4 * MachineEpsilon * std::abs(distance))) * norm;
     }
 }
 
-/// Replaces a start outside of the constraints by a vertex of a slightly smaller polytope.
+/// Sets up the polytope and replaces a start outside of it by a vertex of a slightly smaller one.
 bool CNLSSolver::makeFeasible(Fit& fit)
 {
-    const std::size_t coefficients = std::size_t{fit.A.Rows()} * fit.A.Cols();
-    if (!std::all_of(fit.A.Data(), fit.A.Data() + coefficients, [](double e) { return std::isfinite(e); }))
-        return false;
-    if (checkConstraints(fit.A, fit.b, fit.z)) return true;
-    TVector<double> b = fit.b;
-    shrinkConstraints(fit.A, b, ShrinkDistance);
-    CLPSolver lp(fit.A, std::move(b), TVector<double>(fit.z.Size(), -1.0));
+    TMatrix<double> A;
+    TVector<double> b;
+    problem_.GetFreeVariablesInequalities(A, b);
+    if (!AllFinite(A.Data(), std::size_t{A.Rows()} * A.Cols())) return false;
+    fit.polytope = Halfspaces(A, b);
+    if (checkConstraints(fit.polytope, fit.z)) return true;
+    shrinkConstraints(fit.polytope, b, ShrinkDistance);
+    CLPSolver lp(std::move(A), std::move(b), TVector<double>(fit.z.Size(), -1.0));
     if (!lp.Run()) {
         if (lp.GetStatus() == CLPSolver::Unbounded)
             log("(NLS) unbounded constraints detected; introduce upper/lower bounds\n");
@@ -93,52 +99,52 @@ bool CNLSSolver::makeFeasible(Fit& fit)
     }
     log("(NLS) constructed initial feasible solution\n");
     fit.z = lp.GetSolution(nullptr);
-    if (!checkConstraints(fit.A, fit.b, fit.z)) settle(fit.A, fit.b, fit.z);
+    if (!checkConstraints(fit.polytope, fit.z)) settle(fit.polytope, fit.z);
     PrintVector(fit.z);
     return true;
 }
 
-/// Makes good what rounding did to a z on rows or beyond them: puts it onto each such row (onto a bound to the bit),
-/// and where that is not inside of all, by parts of a rounding farther in. Where the polytope has no interior, there
-/// may be no z that meets all rows in floating point; it then stays within rounding.
-void CNLSSolver::settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z)
+/// Corrects the rounding errors of a z on rows or slightly beyond them: moves it onto each such row (exactly, if the
+/// row is a bound), and if it then still violates some row, farther in by fractions of a rounding error. A polytope
+/// without interior may have no floating-point z that meets all rows; z then stays within rounding of them.
+void CNLSSolver::settle(const Halfspaces& polytope, TVector<double>& z)
 {
     std::vector<std::size_t> close;
-    for (std::size_t i = 0; i < b.Size(); ++i) {
-        const double excess = detail::RowDot(A, i, z) - b[i];
-        const double rounding = detail::SlackRounding(A, b, i, z);
-        const double norm = detail::RowNorm(A, i);
+    for (std::size_t i = 0; i < polytope.Count(); ++i) {
+        const double excess = polytope.Dot(i, z) - polytope.Bound(i);
+        const double rounding = detail::SlackRounding(polytope, i, z);
+        const double norm = polytope.Norm(i);
         if (norm == 0 || !(excess >= -2 * rounding)) continue;
         close.push_back(i);
         if (excess < -rounding) continue;
-        for (std::size_t j = 0; j < z.Size(); ++j) z[j] -= excess / norm * (A(i, j) / norm);
+        for (std::size_t j = 0; j < z.Size(); ++j) z[j] -= excess / norm * (polytope.Row(i)[j] / norm);
     }
-    // Less than a whole rounding: the rows must still count as met at distance 0.
-    for (double margin = 0.125; margin < 1 && !checkConstraints(A, b, z); margin *= 2) {
+    // Less than a whole rounding error, so that z still counts as being on the rows.
+    for (double margin = 0.125; margin < 1 && !checkConstraints(polytope, z); margin *= 2) {
         TVector<double> inner = z;
-        if (MoveInside(A, b, close, margin, inner) && checkConstraints(A, b, inner)) z = inner;
+        if (MoveInside(polytope, close, margin, inner) && checkConstraints(polytope, inner)) z = inner;
     }
 }
 
 /// The step h from z, cut back where it meets the nearest row ahead. When z is on that row already, the step is
 /// projected onto it, and cut back where it meets the next one.
 ///
-/// In exact arithmetic a row at slack 0 is met at distance 0, also by steps that lead inward, and one parallel to the
-/// step never. Rounding must not decide about either: a z that a step has put on a row may be a few roundings on either
-/// side of it, and beyond it the row would lie behind.
-TVector<double> CNLSSolver::cutBack(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
-                                    const TVector<double>& h, bool projected)
+/// In exact arithmetic a row with slack 0 is met at distance 0, even by a step that leads inward, and a row parallel to
+/// the step is never met. Rounding must decide neither: a z that an earlier step has put on a row may be a few rounding
+/// errors on either side of it, and from beyond it the row would lie behind.
+TVector<double> CNLSSolver::cutBack(const Halfspaces& polytope, const TVector<double>& z, const TVector<double>& h,
+                                    bool projected)
 {
     if (!(h.MaxAbs() > 0)) return h;
     double length = 0;
     const TVector<double> d = detail::Direction(h, length);
     double distance = Infinity;
     std::size_t nearest = 0;
-    for (std::size_t i = 0; i < b.Size(); ++i) {
-        const double rate = detail::RowDot(A, i, d);
-        const double slack = b[i] - detail::RowDot(A, i, z);
-        if (std::abs(rate) <= detail::Rounding(A.Cols(), detail::RowNorm(A, i))) continue;
-        const double rounding = detail::SlackRounding(A, b, i, z);
+    for (std::size_t i = 0; i < polytope.Count(); ++i) {
+        const double rate = polytope.Dot(i, d);
+        if (std::abs(rate) <= detail::Rounding(polytope.Dimension(), polytope.Norm(i))) continue;
+        const double slack = polytope.Bound(i) - polytope.Dot(i, z);
+        const double rounding = detail::SlackRounding(polytope, i, z);
         const bool onRow = rate > 0 ? slack <= rounding : slack <= 0 && slack >= -rounding;
         const double ahead = onRow ? 0 : slack / rate;
         if (!(ahead >= 0 && ahead < distance)) continue;
@@ -147,25 +153,25 @@ TVector<double> CNLSSolver::cutBack(const TMatrix<double>& A, const TVector<doub
     }
     if (!projected && distance < OnRow) {
         TVector<double> along = h;
-        detail::Project(along, A.Row(nearest) * (1 / detail::RowNorm(A, nearest)));
-        return cutBack(A, b, z, along, true);
+        detail::Project(along, detail::UnitNormal(polytope, nearest));
+        return cutBack(polytope, z, along, true);
     }
     return length > distance ? d * distance : h;
 }
 
-/// The chord of the polytope through p along d is [p − lo·d, p + hi·d]; infinite where there is no bound. That is so
-/// for a p inside. On a row or beyond, crossings are sorted by the side on which they lie, which is not always that of
-/// the row; a refined fit sorts by the direction in which the row bounds. For a p outside, one of the two is then
-/// negative, or their sum is: the line misses the polytope.
-void CNLSSolver::distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
-                                       const TVector<double>& d, double& lo, double& hi) const
+/// The chord of the polytope through a p inside, along d, is [p − lo·d, p + hi·d]; infinite where there is no bound. A
+/// plain fit assigns each crossing to the side of p on which it lies; with p on a row or outside, that may be the wrong
+/// end of the chord. A refined fit assigns it by the sign of a·d; with p outside, lo or hi is then negative, and lo +
+/// hi is when the line misses the polytope.
+void CNLSSolver::distanceToConstraints(const Halfspaces& polytope, const TVector<double>& p, const TVector<double>& d,
+                                       double& lo, double& hi) const
 {
     lo = Infinity;
     hi = Infinity;
-    for (std::size_t i = 0; i < b.Size(); ++i) {
-        const double rate = detail::RowDot(A, i, d);
+    for (std::size_t i = 0; i < polytope.Count(); ++i) {
+        const double rate = polytope.Dot(i, d);
         if (rate == 0) continue;
-        const double distance = (b[i] - detail::RowDot(A, i, p)) / rate;
+        const double distance = (polytope.Bound(i) - polytope.Dot(i, p)) / rate;
         if (refinement_ ? rate > 0 : distance > 0)
             hi = std::min(hi, distance);
         else

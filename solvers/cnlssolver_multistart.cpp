@@ -1,6 +1,8 @@
 #include "VoAlgorithms/solvers/cnlssolver.h"
 
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "platform/randomseed.h"
+#include "solvers/detail_halfspaces.h"
 
 #include <cmath>
 #include <cstddef>
@@ -10,9 +12,9 @@
 
 namespace VoAlgo {
 
-/// The random choices of one series.
+/// The random numbers of one series of starts.
 struct CNLSSolver::Random {
-    std::mt19937_64 engine{47110815};
+    std::mt19937_64 engine{RandomSeed};
     std::function<double(double, double)> uniform = [this](double a, double b) {
         return a + (b - a) * std::uniform_real_distribution<double>(0, 1)(engine);
     };
@@ -21,7 +23,7 @@ struct CNLSSolver::Random {
 CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts,
                                     ESampler sampler)
 {
-    constexpr int maxErrors = 5; // in a row
+    constexpr int MaxErrors = 5; // in a row
     const TVector<double> start = params;
     EResult result = run(params, rmse, maxIter, tau);
     if (multistarts <= 0) return result;
@@ -30,17 +32,18 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
         return result;
     }
 
-    // A fit that ended at residuals that are not numbers is worse than any other.
+    // A fit whose residuals are not numbers is worse than any other.
     double best = std::isnan(rmse) ? std::numeric_limits<double>::infinity() : rmse;
     const double perfect = start.Size() * std::numeric_limits<double>::epsilon() * 10;
+    const detail::Halfspaces polytope(problem_.GetInequalitiesLHS(), problem_.GetInequalitiesRHS());
     Random random;
-    TVector<double> point = params; // the first walk starts from the fit, the others from the start
+    TVector<double> point = params; // the first walk begins at the fit, the others at the start
     int shown = 1;
     int completed = 0;
     int errors = 0;
-    while (best > perfect && errors < maxErrors && completed < multistarts) {
+    while (best > perfect && errors < MaxErrors && completed < multistarts) {
         log("(NLS) SAMPLING FOR MULTISTART RUN %i OF %i (try #%i)\n", shown, multistarts, errors + 1);
-        if (warmUp(start, point, sampler, random)) {
+        if (warmUp(polytope, start, point, sampler, random)) {
             double pointRMSE = 0;
             const EResult pointResult = run(point, pointRMSE, maxIter, tau);
             if (pointResult == AlmostSingular || pointResult == ConstraintsViolated) {
@@ -72,59 +75,56 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
     return result;
 }
 
-/// Moves the point to a random place of the polytope. False after five walks that ended outside, all but the first of
-/// them from the start.
-bool CNLSSolver::warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const
+/// Moves the point to a random place in the polytope. False after five walks that ended outside; all but the first
+/// begin at the start.
+bool CNLSSolver::warmUp(const detail::Halfspaces& polytope, const TVector<double>& start, TVector<double>& point,
+                        ESampler sampler, Random& random) const
 {
-    constexpr int attempts = 5;
-    const TMatrix<double>& A = problem_.GetInequalitiesLHS();
-    const TVector<double>& b = problem_.GetInequalitiesRHS();
-    if (start.Size() != A.Cols()) return false;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
+    constexpr int Attempts = 5;
+    if (start.Size() != polytope.Dimension()) return false;
+    for (int attempt = 0; attempt < Attempts; ++attempt) {
         for (int sweep = 0; sweep < samplingSweeps_; ++sweep) {
             if (sampler == Gibbs)
-                sampleGibbs(A, b, point, random);
+                sampleGibbs(polytope, point, random);
             else
-                sampleHitAndRun(A, b, point, random);
+                sampleHitAndRun(polytope, point, random);
         }
-        if (checkConstraints(A, b, point)) return true;
+        if (checkConstraints(polytope, point)) return true;
         point = start;
     }
     return false;
 }
 
-/// Moves p along d by a uniform draw from its chord. In a refined fit not at all when that is empty or a side of it has
-/// no bound; a plain one draws from what it is, and the walk ends outside or at infinity.
-void CNLSSolver::moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d,
-                           TVector<double>& p, Random& random) const
+/// Moves p along d by a uniform draw from the chord of the polytope. A refined fit stays where it is when the chord is
+/// empty or unbounded; a plain one draws from it all the same, and its walk ends outside or at infinity.
+void CNLSSolver::moveAlong(const detail::Halfspaces& polytope, const TVector<double>& d, TVector<double>& p,
+                           Random& random) const
 {
     double lo = 0;
     double hi = 0;
-    distanceToConstraints(A, b, p, d, lo, hi);
+    distanceToConstraints(polytope, p, d, lo, hi);
     if (refinement_ && (!(lo + hi >= 0) || !std::isfinite(lo + hi))) return;
     const double step = random.uniform(-lo, hi);
     for (std::size_t i = 0; i < p.Size(); ++i) p[i] += step * d[i];
 }
 
-void CNLSSolver::sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p,
-                             Random& random) const
+void CNLSSolver::sampleGibbs(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const
 {
     TVector<double> axis(p.Size());
     for (std::size_t j = 0; j < p.Size(); ++j) {
         axis[j] = 1;
-        moveAlong(A, b, axis, p, random);
+        moveAlong(polytope, axis, p, random);
         axis[j] = 0;
     }
 }
 
-void CNLSSolver::sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p,
-                                 Random& random) const
+void CNLSSolver::sampleHitAndRun(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const
 {
     std::normal_distribution<double> normal;
     TVector<double> direction(p.Size());
     for (double& e : direction) e = normal(random.engine);
     direction *= 1 / direction.Norm();
-    moveAlong(A, b, direction, p, random);
+    moveAlong(polytope, direction, p, random);
 }
 
 } // namespace VoAlgo

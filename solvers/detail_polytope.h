@@ -1,47 +1,40 @@
 #pragma once
 
-#include "VoAlgorithms/numerics/tmatrix.h"
-#include "VoAlgorithms/numerics/tvector.h"
+#include "solvers/detail_halfspaces.h"
 
 #include <cmath>
 #include <cstddef>
 #include <limits>
 
-// Rows a of a polytope A·z ≤ b in floating point. Rows of zeros and rows with b = +∞ bound nothing.
+// The rows a·z ≤ b of a polytope in floating point.
 
 namespace VoAlgo::detail {
 
-inline double RowDot(const TMatrix<double>& A, std::size_t row, const TVector<double>& v)
-{
-    double sum = 0;
-    for (std::size_t j = 0; j < A.Cols(); ++j) sum += A(row, j) * v[j];
-    return sum;
-}
-
-inline double RowNorm(const TMatrix<double>& A, std::size_t row)
-{
-    double sum = 0;
-    for (std::size_t j = 0; j < A.Cols(); ++j) sum += A(row, j) * A(row, j);
-    return std::sqrt(sum);
-}
-
-/// How far rounding may carry a sum of so many terms.
+/// Bound of the rounding error of a sum of so many terms.
 inline double Rounding(std::size_t terms, double magnitude)
 {
     return static_cast<double>(terms + 8) * std::numeric_limits<double>::epsilon() * magnitude;
 }
 
-/// What rounding may make of the slack b − a·z, and of z on its way to the row; 0 where there is no bound.
-inline double SlackRounding(const TMatrix<double>& A, const TVector<double>& b, std::size_t row,
-                            const TVector<double>& z)
+/// Bound of the rounding errors of the slack b − a·z and of a z that was computed to lie on the row; 0 for an infinite
+/// b.
+inline double SlackRounding(const Halfspaces& polytope, std::size_t row, const TVector<double>& z)
 {
-    if (std::isinf(b[row])) return 0;
-    double magnitude = std::abs(b[row]);
-    for (std::size_t j = 0; j < A.Cols(); ++j) magnitude += std::abs(A(row, j) * z[j]);
-    return Rounding(A.Cols(), magnitude);
+    const double bound = polytope.Bound(row);
+    if (std::isinf(bound)) return 0;
+    const auto a = polytope.Row(row);
+    double magnitude = std::abs(bound);
+    for (std::size_t j = 0; j < a.size(); ++j) magnitude += std::abs(a[j] * z.Data()[j]);
+    return Rounding(a.size(), magnitude);
 }
 
-/// v ÷ ‖v‖ for a v ≠ 0, and ‖v‖; without squares that overflow.
+/// a ÷ ‖a‖
+inline TVector<double> UnitNormal(const Halfspaces& polytope, std::size_t row)
+{
+    return TVector<double>(polytope.Row(row)) * (1 / polytope.Norm(row));
+}
+
+/// v ÷ ‖v‖ for a v ≠ 0, and ‖v‖; no square overflows.
 inline TVector<double> Direction(const TVector<double>& v, double& length)
 {
     const double largest = v.MaxAbs();
@@ -53,7 +46,8 @@ inline TVector<double> Direction(const TVector<double>& v, double& length)
     return d;
 }
 
-/// h − (h·n)n, twice: what the first leaves along n is a rounding of h, which may be much longer than the rest.
+/// h − (h·n)n, twice: the first pass leaves a rounding error of h along n, and h may be much longer than its
+/// projection.
 inline void Project(TVector<double>& h, const TVector<double>& n)
 {
     for (int pass = 0; pass < 2; ++pass) h -= n * h.Dot(n);

@@ -1,5 +1,7 @@
 #include "solvers/detail_vertexwalk.h"
 
+#include "numerics/twofoldsum.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -9,29 +11,9 @@ namespace VoAlgo::detail {
 
 namespace {
 
-// Changes of the coefficients, in shares of them, that are too small to matter: what they can turn into 0 counts as 0.
-constexpr double negligible = 1e-12;                                    // feasibility, slopes and multipliers
-constexpr double rounding = 2 * std::numeric_limits<double>::epsilon(); // ways along an edge
-
-/// A sum of products as if in twice the working precision, rounded at the end.
-/// Source: T. Ogita, S. M. Rump, S. Oishi, SIAM J. Sci. Comput. 26 (2005) 1955–1988, algorithm Dot2.
-class TwofoldSum {
-public:
-    explicit TwofoldSum(double start) : sum_(start) {}
-    void Add(double a, double b)
-    {
-        const double product = a * b;
-        const double sum = sum_ + product;
-        const double part = sum - sum_;
-        error_ += (sum_ - (sum - part)) + (product - part) + std::fma(a, b, -product);
-        sum_ = sum;
-    }
-    [[nodiscard]] double Value() const { return sum_ + error_; }
-
-private:
-    double sum_;
-    double error_ = 0;
-};
+// Relative changes of the coefficients that are too small to matter: a value that they can turn into 0 counts as 0.
+constexpr double Negligible = 1e-12;                                    // for feasibility, slopes and multipliers
+constexpr double Rounding = 2 * std::numeric_limits<double>::epsilon(); // for distances along an edge
 
 /// Gauss–Jordan elimination with row pivoting. False when the matrix is singular to working precision.
 bool Invert(TMatrix<double> m, TMatrix<double>& inverse)
@@ -65,10 +47,10 @@ bool Invert(TMatrix<double> m, TMatrix<double>& inverse)
 VertexWalk::VertexWalk(const Halfspaces& system, std::vector<std::size_t> basis)
     : system_(&system), basis_(std::move(basis))
 {
-    SolveForVertex();
+    solveForVertex();
 }
 
-void VertexWalk::SolveForVertex()
+void VertexWalk::solveForVertex()
 {
     const std::size_t n = basis_.size();
     rows_.Reset(n, n);
@@ -78,12 +60,12 @@ void VertexWalk::SolveForVertex()
         bounds[i] = system_->Bound(basis_[i]);
     }
     isRegular_ = Invert(rows_, inverse_);
-    if (isRegular_) point_ = Solve(bounds);
+    if (isRegular_) point_ = solve(bounds);
 }
 
-// x = inverse·rhs, then corrected by the residuals, which come in twice the working precision: right to the last place
-// or so in every coordinate, however skew the system is.
-VertexWalk::Solution VertexWalk::Solve(const TVector<double>& rhs, bool transposed) const
+// x = inverse·rhs, then corrected by residuals in twice the working precision: every coordinate is accurate to about
+// the last place, however ill-conditioned the system is.
+VertexWalk::Solution VertexWalk::solve(const TVector<double>& rhs, bool transposed) const
 {
     const std::size_t n = rhs.Size();
     const auto row = [&](std::size_t i, std::size_t j) { return transposed ? rows_(j, i) : rows_(i, j); };
@@ -105,13 +87,13 @@ VertexWalk::Solution VertexWalk::Solve(const TVector<double>& rhs, bool transpos
         for (std::size_t j = 0; j < n; ++j)
             solution.u[j] += std::abs(transposed ? inverse_(i, j) : inverse_(j, i)) * magnitude;
     }
-    // What the corrections leave behind where a coordinate is 0.
+    // Error that the corrections leave in a coordinate of 0.
     const double remnant = std::numeric_limits<double>::epsilon() * solution.u.MaxAbs();
     for (double& u : solution.u) u += remnant;
     return solution;
 }
 
-VertexWalk::Measured VertexWalk::Remainder(std::size_t row, double rhs, const Solution& solution) const
+VertexWalk::Measured VertexWalk::remainder(std::size_t row, double rhs, const Solution& solution) const
 {
     const auto a = system_->Row(row);
     TwofoldSum sum(rhs);
@@ -127,8 +109,8 @@ bool VertexWalk::IsFeasible() const
 {
     for (std::size_t i = 0; i < system_->Count(); ++i) {
         if (IsInBasis(i)) continue;
-        const Measured slack = Slack(i);
-        if (slack.value < -negligible * slack.uncertainty) return false;
+        const Measured slack = slackOf(i);
+        if (slack.value < -Negligible * slack.uncertainty) return false;
     }
     return true;
 }
@@ -138,7 +120,7 @@ std::size_t VertexWalk::MostViolated() const
     std::size_t worst = system_->Count();
     double least = 0;
     for (std::size_t i = 0; i < system_->Count(); ++i) {
-        const double slack = Slack(i).value;
+        const double slack = slackOf(i).value;
         if (slack >= least || IsInBasis(i)) continue;
         worst = i;
         least = slack;
@@ -153,60 +135,60 @@ bool VertexWalk::IsInBasis(std::size_t row) const
 
 VertexWalk::End VertexWalk::Maximise(const TVector<double>& c)
 {
-    // A bound that no sensible problem meets; it only guards against rounding that walks in circles.
+    // No sensible problem comes near this bound; it only guards against rounding that leads in circles.
     const std::size_t maxSteps = 10'000 + 100 * (system_->Count() + system_->Dimension());
     bool stalled = false;
     for (std::size_t step = 0; isRegular_ && step < maxSteps; ++step) {
-        const std::size_t leaving = Leaving(Solve(c, true), stalled);
+        const std::size_t leaving = chooseLeaving(solve(c, true), stalled);
         if (leaving == basis_.size()) return End::Optimal;
 
-        TVector<double> away(basis_.size()); // off the leaving row, along all others
+        TVector<double> away(basis_.size()); // away from the leaving row, along all others
         away[leaving] = -1;
-        const Blocker entering = Entering(Solve(away), stalled);
+        const Blocker entering = chooseEntering(solve(away), stalled);
         if (entering.row == system_->Count()) return End::Unbounded;
         stalled = entering.stalls;
         basis_[leaving] = entering.row;
-        SolveForVertex();
+        solveForVertex();
     }
     return End::GaveUp;
 }
 
 // c = Σ yᵢ·aᵢ over the basis: where yᵢ is negative, leaving row i leads uphill.
-std::size_t VertexWalk::Leaving(const Solution& multipliers, bool smallestIndex) const
+std::size_t VertexWalk::chooseLeaving(const Solution& multipliers, bool smallestIndex) const
 {
     const auto& [y, u] = multipliers;
     std::size_t leaving = basis_.size();
     for (std::size_t i = 0; i < basis_.size(); ++i) {
-        if (!(y[i] < -negligible * u[i])) continue;
+        if (!(y[i] < -Negligible * u[i])) continue;
         if (leaving == basis_.size() || (smallestIndex ? basis_[i] < basis_[leaving] : y[i] < y[leaving])) leaving = i;
     }
     return leaving;
 }
 
-VertexWalk::Blocker VertexWalk::Entering(const Solution& direction, bool smallestIndex) const
+VertexWalk::Blocker VertexWalk::chooseEntering(const Solution& direction, bool smallestIndex) const
 {
     struct Candidate {
         std::size_t row;
-        double approach; // by which the slack shrinks for each unit of the way
+        double approach; // decrease of the slack per unit of distance
         Measured slack;
     };
     std::vector<Candidate> ahead;
     double shortest = std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i < system_->Count(); ++i) {
         if (IsInBasis(i)) continue;
-        const Measured slope = Remainder(i, 0, direction);
-        if (!(-slope.value > negligible * slope.uncertainty)) continue;
-        Measured slack = Slack(i);
-        if (slack.value < rounding * slack.uncertainty) slack.value = 0;
+        const Measured slope = remainder(i, 0, direction);
+        if (!(-slope.value > Negligible * slope.uncertainty)) continue;
+        Measured slack = slackOf(i);
+        if (slack.value < Rounding * slack.uncertainty) slack.value = 0;
         ahead.push_back({i, -slope.value, slack});
         shortest = std::min(shortest, slack.value / -slope.value);
     }
 
-    // Of the rows that are met at the same time, the one that cuts the edge most squarely.
+    // Of the rows that are met at the same distance, the one that cuts the edge most squarely.
     Blocker first{system_->Count(), shortest == 0};
     double firstApproach = 0;
     for (const Candidate& candidate : ahead) {
-        if (candidate.slack.value - shortest * candidate.approach > rounding * candidate.slack.uncertainty) continue;
+        if (candidate.slack.value - shortest * candidate.approach > Rounding * candidate.slack.uncertainty) continue;
         if (first.row != system_->Count() && (smallestIndex || candidate.approach <= firstApproach)) continue;
         first.row = candidate.row;
         firstApproach = candidate.approach;
@@ -217,12 +199,12 @@ VertexWalk::Blocker VertexWalk::Entering(const Solution& direction, bool smalles
 void VertexWalk::ForceIntoBasis(std::size_t row)
 {
     if (IsInBasis(row)) return;
-    const TVector<double> shares = Solve(TVector<double>(system_->Row(row)), true).x;
+    const TVector<double> shares = solve(TVector<double>(system_->Row(row)), true).x;
     std::size_t largest = 0;
     for (std::size_t i = 1; i < basis_.size(); ++i)
         if (std::abs(shares[i]) > std::abs(shares[largest])) largest = i;
     basis_[largest] = row;
-    SolveForVertex();
+    solveForVertex();
 }
 
 } // namespace VoAlgo::detail

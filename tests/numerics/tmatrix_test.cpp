@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
 #include <sstream>
@@ -116,18 +117,21 @@ TYPED_TEST(TMatrixTest, WrongUseThrows)
     TMatrix<T> m(2, 3);
     TVector<T> v(2);
     TMatrix<T> product;
-    for (const auto& [row, col] : {std::pair{2, 0}, {0, 3}, {-1, 0}, {0, -1}})
-        EXPECT_THROW((void)m(row, col), std::invalid_argument);
-    EXPECT_THROW((void)m.Column(3), std::invalid_argument);
-    EXPECT_THROW((void)m.Row(2), std::invalid_argument);
-    EXPECT_THROW((void)v[-1], std::invalid_argument);
-    EXPECT_THROW((void)(m * m), std::invalid_argument);
-    EXPECT_THROW((void)(m * v), std::invalid_argument);
-    EXPECT_THROW(MultiplyTransposed(m, TMatrix<T>(3, 3), product), std::invalid_argument);
-    EXPECT_THROW(m += product, std::invalid_argument);
-    EXPECT_THROW(m.AppendRow(v), std::invalid_argument);
-    EXPECT_THROW((void)v.Dot(TVector<T>(3)), std::invalid_argument);
-    EXPECT_THROW((TMatrix<T>{{1, 2}, {3}}), std::invalid_argument);
+    const std::function<void()> calls[] = {[&] { (void)m(2, 0); },
+                                           [&] { (void)m(0, -1); },
+                                           [&] { (void)m.Column(3); },
+                                           [&] { (void)m.Row(2); },
+                                           [&] { (void)v[-1]; },
+                                           [&] { (void)(m * m); },
+                                           [&] { (void)(m * v); },
+                                           [&] { MultiplyTransposed(m, TMatrix<T>(3, 3), product); },
+                                           [&] { m += product; },
+                                           [&] { m.AppendRow(v); },
+                                           [&] { (void)v.Dot(TVector<T>(3)); },
+                                           [&] {
+                                               (void)TMatrix<T>{{1, 2}, {3}};
+                                           }};
+    for (const auto& call : calls) EXPECT_THROW(call(), std::invalid_argument) << &call - calls;
     EXPECT_THROW((TMatrix<T>(-1, 0)), std::length_error);
     EXPECT_THROW(TVector<T>(-1), std::length_error);
 }

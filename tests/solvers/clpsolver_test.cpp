@@ -1,12 +1,13 @@
 #include "VoAlgorithms/solvers/clpsolver.h"
 
+#include "solvers/fit.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <numeric>
 #include <optional>
 #include <random>
@@ -17,10 +18,6 @@ namespace {
 using VoAlgo::CLPSolver;
 using Matrix = VoAlgo::TMatrix<double>;
 using Vector = VoAlgo::TVector<double>;
-using testing::ElementsAre;
-
-constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double Inf = std::numeric_limits<double>::infinity();
 
 /// A programme in whole numbers, at most four unknowns.
 struct Programme {
@@ -204,11 +201,8 @@ double Excess(const Solved& s, const Vector& z)
     double excess = 0;
     for (unsigned i = 0; i < s.A.Rows(); ++i) {
         long double sum = -s.b[i];
-        double magnitude = std::abs(s.b[i]);
-        for (unsigned j = 0; j < z.Size(); ++j) {
-            sum += static_cast<long double>(s.A(i, j)) * z[j];
-            magnitude += std::abs(s.A(i, j)) * (1 + z.MaxAbs());
-        }
+        for (unsigned j = 0; j < z.Size(); ++j) sum += static_cast<long double>(s.A(i, j)) * z[j];
+        const double magnitude = std::abs(s.b[i]) + s.A.Row(i).MaxAbs() * z.Size() * (1 + z.MaxAbs());
         if (sum > 0) excess = std::max(excess, static_cast<double>(sum) / magnitude);
     }
     return excess;
@@ -235,7 +229,7 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
 {
     Generator generator;
     std::array<int, 4> count{};
-    for (int k = 0; k < 3000; ++k) {
+    for (int k = 0; k < 1500; ++k) {
         SCOPED_TRACE(k);
         const Programme programme = generator.Next();
         const VertexEnumeration exact(programme);
@@ -265,7 +259,7 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
         if (HasFatalFailure()) return;
     }
     for (const int status : {CLPSolver::Infeasible, CLPSolver::Optimal, CLPSolver::Unbounded})
-        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 300) << status; // the test meets all three often
+        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 150) << status; // the test meets all three often
 }
 
 // Here multipliers and slopes that are 0 come out as 1e-65 or so, and their signs once decided.

@@ -2,38 +2,18 @@
 
 #include "VoAlgorithms/numerics/lapack.h"
 
+#include "solvers/fit.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
-#include <limits>
+#include <functional>
 #include <random>
 #include <stdexcept>
 #include <vector>
 
 namespace {
-
-using Vector = VoAlgo::TVector<double>;
-using Matrix = VoAlgo::TMatrix<double>;
-
-constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double Inf = std::numeric_limits<double>::infinity();
-
-Matrix Random(std::mt19937& engine, std::size_t rows, std::size_t cols)
-{
-    std::normal_distribution<double> normal;
-    Matrix m(rows, cols);
-    for (std::size_t i = 0; i < rows * cols; ++i) m.Data()[i] = normal(engine);
-    return m;
-}
-
-Vector RandomVector(std::mt19937& engine, std::size_t size)
-{
-    std::normal_distribution<double> normal;
-    Vector v(size);
-    for (double& e : v) e = normal(engine);
-    return v;
-}
 
 /// r = M·p − y with analytic or numerical derivatives.
 struct Linear : VoAlgo::CNLSObjectiveFunction {
@@ -123,9 +103,7 @@ TEST(CNLSObjectiveFunction, InequalitiesInFreeVariables)
         Powers problem(1);
         problem.SetNumParams(4);
         ASSERT_TRUE(problem.AddEquality(RandomVector(engine, 4), 1));
-        if (trial % 2 == 0) {
-            ASSERT_TRUE(problem.AddEquality(2, 0.3));
-        }
+        ASSERT_TRUE(trial % 2 != 0 || problem.AddEquality(2, 0.3));
         problem.AddBounds(2, 0.3, 0.3);                              // on the constant: nothing is left of it
         problem.AddInequality(problem.GetEqualitiesLHS().Row(0), 1); // follows from an equality
         for (int row = 0; row < 3; ++row) problem.AddInequality(RandomVector(engine, 4), 0.5);
@@ -166,13 +144,14 @@ TEST(CNLSObjectiveFunction, BoundsAndInequalities)
     problem.SetInequalities(Matrix{{0, 1, 0}, {0, -1, 0}}, {0, -1});
     EXPECT_TRUE(problem.IsBounded(2)) << "infeasible";
 
-    EXPECT_THROW(problem.AddInequality(Vector(2), 0), std::invalid_argument);
-    EXPECT_THROW(Linear(Matrix(1, 0), {1}).AddInequality(Vector(2), 0), std::invalid_argument);
-    EXPECT_THROW(problem.AddLowerBound(3, 0), std::invalid_argument);
-    EXPECT_THROW(problem.SetInequalities(Matrix(2, 2), Vector(2)), std::invalid_argument);
-    EXPECT_THROW(problem.SetInequalities(Matrix(2, 3), Vector(1)), std::invalid_argument);
-    EXPECT_THROW((void)problem.IsBounded(-1), std::invalid_argument);
-    EXPECT_THROW(Powers(-1), std::invalid_argument);
+    const std::function<void()> wrong[] = {[&] { problem.AddInequality(Vector(2), 0); },
+                                           [] { Linear(Matrix(1, 0), {1}).AddInequality(Vector(2), 0); },
+                                           [&] { problem.AddLowerBound(3, 0); },
+                                           [&] { problem.SetInequalities(Matrix(2, 2), Vector(2)); },
+                                           [&] { problem.SetInequalities(Matrix(2, 3), Vector(1)); },
+                                           [&] { (void)problem.IsBounded(-1); },
+                                           [] { Powers(-1); }};
+    for (const auto& call : wrong) EXPECT_THROW(call(), std::invalid_argument) << &call - wrong;
     problem.SetInequalities(Matrix(), Vector());
     EXPECT_FALSE(problem.HasInequalities());
     problem.SetNumParams(2);
@@ -202,7 +181,7 @@ TEST(CNLSObjectiveFunction, NumericalDerivativesHaveTheirOrder)
 TEST(CNLSObjectiveFunction, DefaultJacobianFollowsTheEqualities)
 {
     std::mt19937 engine(3);
-    Linear problem(Random(engine, 7, 4), Vector(7, 1.0));
+    Linear problem(RandomMatrix(engine, 7, 4), Vector(7, 1.0));
     ASSERT_TRUE(problem.AddEquality(1, 2));
     ASSERT_TRUE(problem.AddEquality({1, 2, 3, 4}, 5));
     const Vector z = RandomVector(engine, 2);
@@ -227,7 +206,7 @@ TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
     std::mt19937 engine(4);
     for (const std::size_t m : {4U, 30U, 300U})
         for (const int equalities : {0, 1, 2}) {
-            Matrix M = Random(engine, m, 4);
+            Matrix M = RandomMatrix(engine, m, 4);
             for (std::size_t i = 0; i < m; ++i) {
                 M(i, 1) *= 1e4;
                 M(i, 3) *= 1e-4;
@@ -235,12 +214,8 @@ TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
             Vector deviations(m);
             for (std::size_t i = 0; i < m; ++i) deviations[i] = 0.5 + static_cast<double>(i % 3);
             Linear problem(M, deviations);
-            if (equalities > 0) {
-                ASSERT_TRUE(problem.AddEquality(2, 1));
-            }
-            if (equalities > 1) {
-                ASSERT_TRUE(problem.AddEquality({1, 1, 0, 0}, 1));
-            }
+            ASSERT_TRUE(equalities < 1 || problem.AddEquality(2, 1));
+            ASSERT_TRUE(equalities < 2 || problem.AddEquality({1, 1, 0, 0}, 1));
             const std::size_t k = problem.GetFreeVariablesIndices().Size();
             const Matrix& kernel = problem.GetEqualityConstraintsKernel();
             Matrix K(4, k);

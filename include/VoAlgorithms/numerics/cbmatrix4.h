@@ -14,8 +14,8 @@ public:
 
     ///@{
     /// Rows and columns 0 to 3. Throws std::invalid_argument ("invalid row or column index") for any other index.
-    constexpr T operator()(unsigned row, unsigned col) const { return elements_[Index(row, col)]; }
-    constexpr T& operator()(unsigned row, unsigned col) { return elements_[Index(row, col)]; }
+    constexpr T operator()(unsigned row, unsigned col) const { return elements_[index(row, col)]; }
+    constexpr T& operator()(unsigned row, unsigned col) { return elements_[index(row, col)]; }
     ///@}
 
     ///@{
@@ -28,7 +28,7 @@ public:
     constexpr bool operator==(const TbMatrix4R& other) const = default;
 
 private:
-    static constexpr unsigned Index(unsigned row, unsigned col)
+    static constexpr unsigned index(unsigned row, unsigned col)
     {
         if (row > 3 || col > 3) throw std::invalid_argument("invalid row or column index");
         return 4 * row + col;

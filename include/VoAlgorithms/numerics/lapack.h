@@ -5,12 +5,14 @@
 #include "VoAlgorithms/numerics/tmatrix.h"
 #include "VoAlgorithms/numerics/tvector.h"
 
+#include <type_traits>
+
 /// @file
-/// Factorisations and solves through LAPACK. Numerical failure is the result false and never an exception: shapes that
-/// do not fit, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and what the routine
-/// itself reports. The outputs are then left alone; a matrix that is named as destroyed may have changed. What
-/// overflows on the way from finite input is no failure: it shows as infinities and not-a-numbers in the outputs. Work
-/// arrays live on the heap for the duration of a call. A call may run on any thread.
+/// Factorisations and solves through LAPACK. Failure is reported as false, never as an exception: shapes that do not
+/// match, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and failures of the routine
+/// itself. The outputs are then unchanged; a matrix documented as destroyed may have changed. Overflow from finite
+/// input is not a failure: the outputs contain infinities and not-a-numbers. Work arrays are on the heap for the
+/// duration of a call. All functions are thread-safe.
 namespace VoAlgo {
 
 ///@{
@@ -35,13 +37,11 @@ template <>
 
 namespace lapack {
 
-///@{
 /// Singular value decomposition a = u·diag(s)·vt (SGESVD, DGESVD) of an m×n matrix. Outputs take their shapes: u m×m
 /// and vt n×n, both orthogonal, s the min(m, n) singular values, largest first. `a` is destroyed. An a without elements
-/// has no singular values and identities beside them. False when the iteration does not converge.
-[[nodiscard]] VOALGO_API bool svd(TMatrix<double>& a, TMatrix<double>& u, TVector<double>& s, TMatrix<double>& vt);
-[[nodiscard]] VOALGO_API bool svd(TMatrix<float>& a, TMatrix<float>& u, TVector<float>& s, TMatrix<float>& vt);
-///@}
+/// has no singular values and identities beside them. False when the iteration does not converge. T is float or double.
+template <class T>
+[[nodiscard]] VOALGO_API bool svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt);
 
 ///@{
 /// Least squares a·x ≈ b through the singular value decomposition: of all x that minimise ‖a·x − b‖ the one of smallest
@@ -52,14 +52,12 @@ namespace lapack {
 ///        one, 1 for one without elements.
 ///
 /// False when the shapes do not fit; x and cond are then left alone.
-[[nodiscard]] VOALGO_API bool lssolve(TMatrix<double>& a, const TVector<double>& b, TVector<double>& x,
-                                      double* cond = nullptr);
-[[nodiscard]] VOALGO_API bool lssolve(TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& x,
-                                      double* cond = nullptr);
-[[nodiscard]] VOALGO_API bool lssolve(TMatrix<float>& a, const TVector<float>& b, TVector<float>& x,
-                                      float* cond = nullptr);
-[[nodiscard]] VOALGO_API bool lssolve(TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& x,
-                                      float* cond = nullptr);
+template <class T>
+[[nodiscard]] VOALGO_API bool lssolve(TMatrix<T>& a, const TVector<T>& b, TVector<T>& x,
+                                      std::type_identity_t<T>* cond = nullptr);
+template <class T>
+[[nodiscard]] VOALGO_API bool lssolve(TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& x,
+                                      std::type_identity_t<T>* cond = nullptr);
 ///@}
 
 /// QR factorisation with column pivoting a·P = Q·R of an m×n matrix (DGEQP3, DORMQR): q m×m orthogonal, r m×n upper

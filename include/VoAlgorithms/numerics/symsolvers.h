@@ -16,10 +16,12 @@ namespace VoAlgo::symsolvers {
 /// Returns false and writes nothing for n < 3, a null point array, or input that is not finite (logged as an error).
 /// Returns false but writes all outputs when the largest eigenvalue is not unique (logged at trace level).
 ///
-/// The test for uniqueness is an exact comparison. It finds identical points and points on lines parallel to a
-/// coordinate axis always, whatever the weights; on oblique lines when centroids and cross-covariance come out without
-/// rounding (p, p + d, p + 2d on a grid), else by chance: rounding then bends the line. Source: B. K. P. Horn, J. Opt.
-/// Soc. Am. A 4 (1987) 629–642.
+/// The uniqueness test is an exact comparison. It always detects identical points and points on lines parallel to a
+/// coordinate axis, whatever the weights; points on oblique lines only when centroids and cross-covariance are free of
+/// rounding errors (p, p + d, p + 2d on a grid), otherwise by chance: rounding bends the line.
+///
+/// The size of the point sets does not matter, from 1e-150 mm on; smaller ones count as identical points.
+/// Source: B. K. P. Horn, J. Opt. Soc. Am. A 4 (1987) 629–642.
 VOALGO_API bool Procrustes(const double* a, const double* b, const double* weights, double* quaternion,
                            double (*rotation)[3], double* translation, unsigned n);
 
@@ -66,7 +68,7 @@ VOALGO_API bool PointToPlaneCovariance(const double* src, const double* dst, con
 /// @param work          scratch, n values.
 ///
 /// Stops before a sweep when √(Σ of the squared elements above the diagonal) ÷ (4·n) < 1e−15 or is NaN, and after
-/// maxSweeps sweeps.
+/// maxSweeps sweeps. The test is absolute: scale a matrix whose entries are far below 1 beforehand.
 VOALGO_API void JacobiIteration(double* matrix, double* eigenvalues, double* eigenvectors, int n, int maxSweeps,
                                 double* work);
 

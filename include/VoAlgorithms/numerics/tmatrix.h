@@ -35,7 +35,7 @@ public:
     /// Every element has the given value. Throws std::length_error when rows or columns reach 2^32 (so also for
     /// negative numbers).
     TMatrix(std::integral auto rows, std::integral auto cols, T value = T{})
-        : rows_(Checked(rows)), cols_(Checked(cols)), elements_(std::size_t{rows_} * cols_, value)
+        : rows_(checked(rows)), cols_(checked(cols)), elements_(std::size_t{rows_} * cols_, value)
     {
     }
     /// Row by row, as one writes it: TMatrix<double>{{1, 2}, {3, 4}}. All rows must have the same length.
@@ -87,22 +87,22 @@ public:
 
     ///@{
     /// Element (row, col), counted from 0. Throws std::invalid_argument ("invalid row or column index") beyond the end.
-    T& operator()(std::integral auto row, std::integral auto col) { return elements_[Index(row, col)]; }
-    const T& operator()(std::integral auto row, std::integral auto col) const { return elements_[Index(row, col)]; }
+    T& operator()(std::integral auto row, std::integral auto col) { return elements_[index(row, col)]; }
+    const T& operator()(std::integral auto row, std::integral auto col) const { return elements_[index(row, col)]; }
     ///@}
 
     ///@{
     /// A column in place; for inner loops, where the check of every index would show.
-    [[nodiscard]] std::span<T> Column(std::integral auto col) { return {elements_.data() + ColumnStart(col), rows_}; }
+    [[nodiscard]] std::span<T> Column(std::integral auto col) { return {elements_.data() + columnStart(col), rows_}; }
     [[nodiscard]] std::span<const T> Column(std::integral auto col) const
     {
-        return {elements_.data() + ColumnStart(col), rows_};
+        return {elements_.data() + columnStart(col), rows_};
     }
     ///@}
     /// A copy of a row.
     [[nodiscard]] TVector<T> Row(std::integral auto row) const
     {
-        const std::size_t r = InRange(row, rows_);
+        const std::size_t r = inRange(row, rows_);
         TVector<T> copy(cols_);
         for (std::size_t c = 0; c < cols_; ++c) copy.Data()[c] = elements_[c * rows_ + r];
         return copy;
@@ -111,8 +111,8 @@ public:
     /// Gives the matrix a shape; all elements become zero. Allocates only when they are more than ever before.
     void Reset(std::integral auto rows, std::integral auto cols)
     {
-        const std::uint32_t newRows = Checked(rows);
-        const std::uint32_t newCols = Checked(cols);
+        const std::uint32_t newRows = checked(rows);
+        const std::uint32_t newCols = checked(cols);
         elements_.assign(std::size_t{newRows} * newCols, T{});
         rows_ = newRows;
         cols_ = newCols;
@@ -145,13 +145,13 @@ public:
     /// Arithmetic by element. Throws std::invalid_argument ("sizes do not fit") for different shapes.
     TMatrix& operator+=(const TMatrix& other)
     {
-        Fits(other);
+        fits(other);
         for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] += other.elements_[i];
         return *this;
     }
     TMatrix& operator-=(const TMatrix& other)
     {
-        Fits(other);
+        fits(other);
         for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] -= other.elements_[i];
         return *this;
     }
@@ -185,25 +185,25 @@ public:
     }
 
 private:
-    static std::uint32_t Checked(std::integral auto dimension)
+    static std::uint32_t checked(std::integral auto dimension)
     {
         if (static_cast<std::size_t>(dimension) > std::numeric_limits<std::uint32_t>::max())
             throw std::length_error("matrix too large");
         return static_cast<std::uint32_t>(dimension);
     }
-    static std::size_t InRange(std::integral auto index, std::uint32_t size)
+    static std::size_t inRange(std::integral auto index, std::uint32_t size)
     {
         const auto i = static_cast<std::size_t>(index); // a negative one becomes too large
         if (i >= size) throw std::invalid_argument("invalid row or column index");
         return i;
     }
-    [[nodiscard]] std::size_t Index(std::integral auto row, std::integral auto col) const
+    [[nodiscard]] std::size_t index(std::integral auto row, std::integral auto col) const
     {
-        const std::size_t r = InRange(row, rows_);
-        return InRange(col, cols_) * rows_ + r;
+        const std::size_t r = inRange(row, rows_);
+        return inRange(col, cols_) * rows_ + r;
     }
-    [[nodiscard]] std::size_t ColumnStart(std::integral auto col) const { return InRange(col, cols_) * rows_; }
-    void Fits(const TMatrix& other) const
+    [[nodiscard]] std::size_t columnStart(std::integral auto col) const { return inRange(col, cols_) * rows_; }
+    void fits(const TMatrix& other) const
     {
         if (other.rows_ != rows_ || other.cols_ != cols_) throw std::invalid_argument("sizes do not fit");
     }
@@ -218,18 +218,14 @@ private:
 /// allocation when it has room; it may be one of the factors, which costs one. Int products are plain sums, which must
 /// not overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do
 /// not fit") for wrong shapes, and std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
-VOALGO_API void Multiply(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product);
-VOALGO_API void Multiply(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product);
-VOALGO_API void Multiply(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product);
-VOALGO_API void Multiply(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product);
-VOALGO_API void Multiply(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product);
-VOALGO_API void Multiply(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<double>& a, const TMatrix<double>& b, TMatrix<double>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<float>& a, const TMatrix<float>& b, TMatrix<float>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TMatrix<int>& b, TMatrix<int>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<double>& a, const TVector<double>& b, TVector<double>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<float>& a, const TVector<float>& b, TVector<float>& product);
-VOALGO_API void MultiplyTransposed(const TMatrix<int>& a, const TVector<int>& b, TVector<int>& product);
+template <class T>
+VOALGO_API void Multiply(const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product);
+template <class T>
+VOALGO_API void Multiply(const TMatrix<T>& a, const TVector<T>& b, TVector<T>& product);
+template <class T>
+VOALGO_API void MultiplyTransposed(const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product);
+template <class T>
+VOALGO_API void MultiplyTransposed(const TMatrix<T>& a, const TVector<T>& b, TVector<T>& product);
 ///@}
 
 ///@{

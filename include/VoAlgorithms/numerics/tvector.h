@@ -30,7 +30,7 @@ public:
     /// No elements.
     TVector() = default;
     /// `size` elements of the given value. Throws std::length_error for 2^32 and more (so also for a negative int).
-    explicit TVector(std::integral auto size, T value = T{}) : elements_(Checked(size), value) {}
+    explicit TVector(std::integral auto size, T value = T{}) : elements_(checked(size), value) {}
     ///@{
     /// A copy of the given elements.
     TVector(std::initializer_list<T> elements) : elements_(elements) {}
@@ -49,8 +49,8 @@ public:
 
     ///@{
     /// Element `index`, counted from 0. Throws std::invalid_argument ("invalid index") beyond the end.
-    T& operator[](std::integral auto index) { return elements_[InRange(index)]; }
-    const T& operator[](std::integral auto index) const { return elements_[InRange(index)]; }
+    T& operator[](std::integral auto index) { return elements_[inRange(index)]; }
+    const T& operator[](std::integral auto index) const { return elements_[inRange(index)]; }
     ///@}
 
     ///@{
@@ -62,13 +62,13 @@ public:
     ///@}
 
     /// Keeps the leading elements; new ones are zero.
-    void Resize(std::integral auto size) { elements_.resize(Checked(size)); }
+    void Resize(std::integral auto size) { elements_.resize(checked(size)); }
     /// Sets every element.
     void Fill(T value) { std::fill(elements_.begin(), elements_.end(), value); }
     /// Adds an element at the end; amortised O(1). Throws std::length_error beyond 2^32 − 1 elements.
     void Append(T value)
     {
-        Checked(elements_.size() + 1);
+        checked(elements_.size() + 1);
         elements_.push_back(value);
     }
 
@@ -76,13 +76,13 @@ public:
     /// Arithmetic by element. Throws std::invalid_argument ("sizes do not fit") for different sizes.
     TVector& operator+=(const TVector& other)
     {
-        Fits(other);
+        fits(other);
         for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] += other.elements_[i];
         return *this;
     }
     TVector& operator-=(const TVector& other)
     {
-        Fits(other);
+        fits(other);
         for (std::size_t i = 0; i < elements_.size(); ++i) elements_[i] -= other.elements_[i];
         return *this;
     }
@@ -105,7 +105,7 @@ public:
     /// Σ aᵢ·bᵢ, summed in order.
     [[nodiscard]] T Dot(const TVector& other) const
     {
-        Fits(other);
+        fits(other);
         T sum{};
         for (std::size_t i = 0; i < elements_.size(); ++i) sum += elements_[i] * other.elements_[i];
         return sum;
@@ -139,19 +139,19 @@ public:
     }
 
 private:
-    static std::size_t Checked(std::integral auto size)
+    static std::size_t checked(std::integral auto size)
     {
         if (static_cast<std::size_t>(size) > std::numeric_limits<std::uint32_t>::max())
             throw std::length_error("vector too long");
         return static_cast<std::size_t>(size);
     }
-    [[nodiscard]] std::size_t InRange(std::integral auto index) const
+    [[nodiscard]] std::size_t inRange(std::integral auto index) const
     {
         const auto i = static_cast<std::size_t>(index); // a negative one becomes too large
         if (i >= elements_.size()) throw std::invalid_argument("invalid index");
         return i;
     }
-    void Fits(const TVector& other) const
+    void fits(const TVector& other) const
     {
         if (other.elements_.size() != elements_.size()) throw std::invalid_argument("sizes do not fit");
     }

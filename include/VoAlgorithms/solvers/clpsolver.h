@@ -10,13 +10,11 @@ namespace VoAlgo {
 ///
 /// A two-phase simplex method on the vertices of the polyhedron. The entering and leaving rows follow the steepest
 /// multiplier and the largest pivot; at a degenerate vertex they follow Bland's rule of smallest indices, which cannot
-/// cycle. Rows and columns are scaled by powers of two, which rounds nothing. Every vertex is solved for anew from the
-/// original rows, with residuals in twice the working precision, so that it is right to a few units in the last place.
-/// A polyhedron without interior (an equation written as two inequalities) and rows that say the same are no
-/// exception.
-/// Whether there is a feasible point at all is judged with some patience, since rows often come out of computations: a
-/// row counts as met when changes of the coefficients by a share of 1e-12 can explain that it is missed. Where a vertex
-/// meets all rows to rounding, so does the solution.
+/// cycle. Rows and columns are scaled by powers of two, which rounds nothing. Every vertex is computed anew from the
+/// original rows, with residuals in twice the working precision, and is accurate to a few units in the last place, even
+/// if the polyhedron has no interior (an equation written as two inequalities) or rows are redundant.
+/// The feasibility test allows for rows that are results of computations: a row counts as met when relative changes of
+/// the coefficients by 1e-12 can explain the violation. If a vertex meets all rows to rounding, so does the solution.
 ///
 /// Source: R. G. Bland, Math. Oper. Res. 2 (1977) 103–107; V. Chvátal, Linear Programming, Freeman 1983, chapters 3, 8.
 class VOALGO_API CLPSolver {
@@ -25,15 +23,16 @@ public:
     enum EStatus : int {
         NotRun = 0,      ///< there was none
         Optimal = 1,     ///< GetSolution has the optimum
-        Unbounded = 2,   ///< there are feasible z, and c·z grows without end among them
-        GaveUp = 3,      ///< beyond double precision: vertices that it cannot tell apart, a solution out of its range
+        Unbounded = 2,   ///< there are feasible z, and c·z grows without limit among them
+        GaveUp = 3,      ///< beyond double precision: indistinguishable vertices, or a solution out of range
         Infeasible = -1, ///< no z meets all rows
-        BadInput = -2,   ///< sizes that do not fit; a not-a-number; an infinity in A or c
+        BadInput = -2,   ///< sizes that do not match; a not-a-number; an infinity in A or c
     };
 
-    /// States the programme; sizes are judged by Run. A row of zeros is void when its b is ≥ 0, otherwise unmeetable.
+    /// Stores the programme; Run checks the sizes. A row of zeros has no effect when its b is ≥ 0; otherwise nothing
+    /// meets it.
     /// @param A   one row for each inequality; may have none.
-    /// @param b   one entry for each row; +∞ makes a row void, −∞ unmeetable.
+    /// @param b   one entry for each row; +∞ disables a row, −∞ makes the programme infeasible.
     /// @param c   one entry for each column of A; all zero asks for any feasible point.
     CLPSolver(TMatrix<double> A, TVector<double> b, TVector<double> c);
 
@@ -43,16 +42,16 @@ public:
     /// How the last Run ended, an EStatus.
     [[nodiscard]] int GetStatus() const { return status_; }
     /// The optimum of the last Run: a vertex, if the polyhedron has any (otherwise as many rows as possible hold with
-    /// equality, and unknowns left free are 0). Empty unless Run succeeded.
-    /// @param valid   null, or out: whether it did.
+    /// equality, and the unknowns that remain free are 0). Empty unless Run succeeded.
+    /// @param valid   null, or out: whether Run succeeded.
     [[nodiscard]] TVector<double> GetSolution(bool* valid = nullptr) const;
 
 private:
-    [[nodiscard]] EStatus Solve();
+    [[nodiscard]] EStatus solve();
 
-    TMatrix<double> A_;
-    TVector<double> b_;
-    TVector<double> c_;
+    TMatrix<double> lhs_;
+    TVector<double> rhs_;
+    TVector<double> cost_;
     TVector<double> solution_;
     int status_ = NotRun;
 };

@@ -6,17 +6,22 @@
 
 namespace VoAlgo {
 
-/// What a CNLSSolver minimises: Σ rᵢ(p)²/σᵢ² over n parameters p, for m residuals r (in the unit of the measurements)
-/// with standard deviations σ, under linear equalities E·p = e and linear inequalities A·p ≤ b. Derive from it, supply
-/// `Error`, and `Jacobian` and `StdDev` where the defaults do not serve; state the constraints; hand it to a solver.
+/// The problem that a CNLSSolver minimises: Σ rᵢ(p)²/σᵢ² over n parameters p, for m residuals r (in the unit of the
+/// measurements) with standard deviations σ, under linear equalities E·p = e and linear inequalities A·p ≤ b. Derive
+/// from it, override `Error`, and `Jacobian` and `StdDev` where the defaults do not suit; add the constraints; pass it
+/// to a solver.
+///
+/// The default `Jacobian` takes differences with a fixed step of 1.23e-4, whatever the size of the parameters. With a
+/// parameter of 1e-2 or less, a fit may stop far from the minimum and still report "small step size (++)". Scale such
+/// parameters, so that all of them are about 1 in `Error`, or override `Jacobian`.
 ///
 /// The equalities leave k ≤ n free variables z, p = K₀ + K₁·z. Each of them is one of the parameters: z(j) is parameter
 /// GetFreeVariablesIndices()[j], and the others follow from them (with equalities on single parameters, they are
 /// constants). Bounds are inequalities with one coefficient.
 ///
 /// Wrong use throws std::invalid_argument: indices out of range, inequalities whose length is not n. Values that are
-/// not numbers are data: equalities refuse them with the answer false, inequalities take them and every fit then ends
-/// with "constraints violated".
+/// not numbers are bad data: equalities with one are refused with the result false; inequalities accept them, and every
+/// fit then ends with "constraints violated".
 class VOALGO_API CNLSObjectiveFunction {
 public:
     /// A problem of numParams parameters and numMeasurements residuals without constraints. Throws
@@ -28,16 +33,17 @@ public:
     CNLSObjectiveFunction& operator=(const CNLSObjectiveFunction&) = default;
     CNLSObjectiveFunction& operator=(CNLSObjectiveFunction&&) = default;
 
-    /// The m residuals at n parameters: model minus measurement, or the reverse. A not-a-number means that there is no
-    /// answer here: a fit takes no step to such a place.
+    /// The m residuals at n parameters: model minus measurement, or the reverse. A not-a-number means that the model is
+    /// undefined here: a fit never steps to such parameters.
     virtual TVector<double> Error(const TVector<double>& params) = 0;
     /// The standard deviations σ of the m measurements, in their unit; residuals weigh 1/σ², so the sign does not
     /// matter, and a 0 makes a fit fail. Default: all 1.
     virtual TVector<double> StdDev();
     /// The m×k derivatives of `Error` by the free variables z, at z. Default: numerical, four calls of `Error` for each
     /// free variable, in steps of ±1.23e-4 and ±2.46e-4 along its column of K₁ (without equalities: along the
-    /// parameter's axis); these places may lie outside the inequalities. The error is of order step⁴; parameters much
-    /// smaller than 1e-2 should be scaled. Empty when m = 0 or `Error` answers with other lengths than m.
+    /// parameter's axis), which may lead outside the inequalities. The error is of order step⁴: negligible for a
+    /// parameter of about 1, but for one of 1e-4 the step is as large as the parameter, the derivatives are wrong, and
+    /// so is the fit, without a warning (see above). Empty when m = 0 or the length of `Error` is not m.
     virtual TMatrix<double> Jacobian(const TVector<double>& freeParams);
     /// A different number removes all constraints.
     virtual void SetNumParams(unsigned int numParams);

@@ -9,39 +9,45 @@
 namespace VoAlgo {
 
 class CNLSObjectiveFunction;
+namespace detail {
+class Halfspaces;
+}
 
 /// Nonlinear least squares under linear constraints: a damped Gauss-Newton iteration (Levenberg-Marquardt) in the
 /// variables that the equalities leave free, inside the polytope of the inequalities, optionally robust and from many
-/// starts.
+/// starts. Every result depends on the derivatives: read the warning about the default ones in CNLSObjectiveFunction
+/// when a parameter is much smaller than 1.
 ///
 /// With residuals r, their derivatives J, weights W = diag(1/σᵢ²) and damping µ, a step h solves
 /// (JᵀWJ + µI)·h = −JᵀWr. It is accepted when it lowers ‖r‖²; µ then falls as the decrease that the linear model
 /// predicted comes true, otherwise µ rises.
 ///
-/// A step that would leave the polytope ends on the first row in its way; from a row the next step slides along it, up
-/// to the next. No iterate is outside by more than rounding, and bounds are met to the bit. (Derivatives by differences
-/// look a little beyond.) A start outside is replaced by a vertex of the polytope.
+/// A step that would leave the polytope ends on the first row that it meets; from a row, the next step slides along it
+/// up to the next row. No iterate is outside by more than rounding, and bounds hold exactly. (Numerical derivatives
+/// evaluate `Error` slightly beyond.) A start outside is replaced by a vertex of the polytope.
 ///
-/// Robust: residuals weigh less the larger they are, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale, and
-/// nothing beyond c. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil.
-/// Fit plainly first and robustly from there: far from the solution all residuals look like outliers. Deliberate: a
-/// residual of exactly 0 has no such weight (0 ÷ 0), and the fit ends with "LS solution failed".
+/// Robust: the larger a residual, the smaller its weight, by Tukey's biweight (1 − (u/c)²)², c = 4.6851, u = r ÷ scale;
+/// beyond c it is 0. The scale is the median absolute deviation ÷ 0.6745, which a minority of outliers cannot spoil.
+/// Run a plain fit first and start the robust one from its result: far from the solution all residuals look like
+/// outliers. Deliberate: a residual of exactly 0 has no such weight (0 ÷ 0), and the fit ends with "LS solution
+/// failed".
 ///
-/// These rules may come to rest ("small step size", the last of the cases "small gradient") beside the minimum of rᵀWr:
-/// - on rows: the slid step need not be a descent, a corner ends the fit, and a start on a bound never leaves it;
+/// This plain iteration may stop short of the minimum of rᵀWr ("small step size", in the third case "small gradient"):
+/// - on rows: the sliding step need not be a descent step, a corner ends the fit, and a start on a bound stays there;
 /// - with weights other than 1, since steps must lower the unweighted residuals;
-/// - when robust, far off: residuals that lie close together on one side of 0 have no weight at all.
+/// - when robust and far off: residuals that lie close together on one side of 0 have no weight at all;
+/// - in a long valley: the normal equations lose directions that matter less than 1.5e-8 of the strongest one.
 ///
-/// And random starts need bounds on both sides of every parameter. The first is walked to from the fit, the others from
+/// Random starts need bounds on both sides of every parameter. The first random walk begins at the fit, the others at
 /// the start, which has to lie inside.
 ///
-/// `SetRefinement(true)` goes on there: in an iteration whose slid step is not accepted, the best step along any of the
-/// rows at hand is tried; a weighted fit that has come to rest goes on with steps that must lower rᵀWr; while fewer
-/// residuals than free variables have a robust weight, the scale is the median of |r| ÷ 0.6745; and random walks leave
-/// bounds and stay where there is none. Fits without inequalities and with weights of 1 are the same with and without.
+/// `SetRefinement(true)` removes these limits: when a sliding step is not accepted, the same iteration tries the best
+/// step along the rows at hand; a weighted fit that stops goes on with steps that must lower rᵀWr; before it ends,
+/// every fit tries steps that are computed from √W·J instead of the normal equations; while fewer residuals than free
+/// variables have a robust weight, the scale is the median of |r| ÷ 0.6745; and random walks leave bounds and skip
+/// directions without bounds. A fit that has found the minimum spends one or two more evaluations on this.
 ///
-/// Bad input ends as a result, never as an exception (of ours; what `Error` throws passes through), and every call
-/// ends:
+/// Bad input ends as a result, never as an exception (exceptions of `Error` pass through), and every call ends:
 /// - "LS solution failed": a start that is not n finite numbers; a tau that is negative or not a number; residuals,
 ///   derivatives or standard deviations of a wrong shape, or not finite where the fit stands. A step to residuals that
 ///   are not finite is not accepted;
@@ -93,13 +99,13 @@ public:
     /// @param sampler       how random starts are drawn.
     EResult Run(TVector<double>& params, double& rmse, int maxIter, double tau, int multistarts, ESampler sampler);
 
-    /// Whether a fit tells its progress on the standard error stream, in lines that begin with "(NLS)". Default: yes.
+    /// Whether a fit reports its progress on the standard error stream, in lines that begin with "(NLS)". Default: yes.
     void SetLogging(bool logging) { logging_ = logging; }
     /// Overrides the constructor's choice.
     void SetRobustness(bool robust) { robust_ = robust; }
-    /// Whether fits go on to the minimum where the plain iteration comes to rest beside it, see above. Default: no.
+    /// Whether fits go on where the plain iteration may stop short of the minimum, see above. Default: no.
     void SetRefinement(bool refinement) { refinement_ = refinement; }
-    /// Kept, but without influence: steps are always projected.
+    /// Stored, but without effect: steps are always projected.
     void SetUseProjectionOfUpdates(bool use) { useProjectionOfUpdates_ = use; }
 
     /// The text that the log shows for a result; empty for other values.
@@ -122,7 +128,7 @@ private:
     bool makeFeasible(Fit& fit);
     bool linearise(Fit& fit);
     static void setDamping(Fit& fit, double tau);
-    static bool judgeByWeights(Fit& fit, double tau);
+    static bool nextStage(Fit& fit, double tau);
     static double sumOfSquares(const Fit& fit, const TVector<double>& r);
     std::optional<EResult> iterate(Fit& fit, int iteration);
     ETrial tryStep(Fit& fit, const TVector<double>& h, bool cut);
@@ -131,19 +137,20 @@ private:
     bool computeWeight(const TVector<double>& r, TVector<double>& w);
     [[nodiscard]] double residualRMSE(const TVector<double>& r) const;
 
-    static TVector<double> cutBack(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z,
+    static TVector<double> cutBack(const detail::Halfspaces& polytope, const TVector<double>& z,
                                    const TVector<double>& h, bool projected);
-    static void settle(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& z);
-    static bool checkConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& z);
-    static void shrinkConstraints(const TMatrix<double>& A, TVector<double>& b, double epsilon);
-    void distanceToConstraints(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& p,
-                               const TVector<double>& d, double& lo, double& hi) const;
+    static void settle(const detail::Halfspaces& polytope, TVector<double>& z);
+    static bool checkConstraints(const detail::Halfspaces& polytope, const TVector<double>& z);
+    static void shrinkConstraints(const detail::Halfspaces& polytope, TVector<double>& b, double epsilon);
+    void distanceToConstraints(const detail::Halfspaces& polytope, const TVector<double>& p, const TVector<double>& d,
+                               double& lo, double& hi) const;
 
-    bool warmUp(const TVector<double>& start, TVector<double>& point, ESampler sampler, Random& random) const;
-    void moveAlong(const TMatrix<double>& A, const TVector<double>& b, const TVector<double>& d, TVector<double>& p,
+    bool warmUp(const detail::Halfspaces& polytope, const TVector<double>& start, TVector<double>& point,
+                ESampler sampler, Random& random) const;
+    void moveAlong(const detail::Halfspaces& polytope, const TVector<double>& d, TVector<double>& p,
                    Random& random) const;
-    void sampleGibbs(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
-    void sampleHitAndRun(const TMatrix<double>& A, const TVector<double>& b, TVector<double>& p, Random& random) const;
+    void sampleGibbs(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const;
+    void sampleHitAndRun(const detail::Halfspaces& polytope, TVector<double>& p, Random& random) const;
 
     void log(const char* format, ...) const;
 

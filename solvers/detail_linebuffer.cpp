@@ -1,4 +1,4 @@
-#include "solvers/detail_pendinglines.h"
+#include "solvers/detail_linebuffer.h"
 
 #include <iostream>
 #include <mutex>
@@ -6,7 +6,7 @@
 namespace VoAlgo::detail {
 namespace {
 
-class PendingLines {
+class LineBuffer {
 public:
     void Append(const std::string& text)
     {
@@ -24,16 +24,16 @@ private:
 
 } // namespace
 
-void WriteLines(const std::string& text)
+void WriteLog(const std::string& text)
 {
-    static PendingLines lines;
-    lines.Append(text);
+    static LineBuffer buffer;
+    buffer.Append(text);
 }
 
-void WriteVectorLines(const std::string& text)
+void WriteVector(const std::string& text)
 {
-    static PendingLines lines;
-    lines.Append(text);
+    static LineBuffer buffer;
+    buffer.Append(text);
 }
 
 } // namespace VoAlgo::detail
