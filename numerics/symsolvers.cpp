@@ -2,8 +2,8 @@
 
 #include "numerics/detail_rotation.h"
 #include "numerics/twofoldsum.h"
+#include "platform/channels.h"
 #include "platform/finite.h"
-#include "platform/log.h"
 
 #include <algorithm>
 #include <climits>
@@ -22,12 +22,6 @@
 namespace VoAlgo::symsolvers {
 
 namespace {
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration");
-    return logger;
-}
 
 /// Σwᵢpᵢ ÷ Σwᵢ, summed relative to the first point: coordinates that all points share come out exactly, and with them
 /// the ties of degenerate points.
@@ -162,7 +156,8 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
     CrossCovariance(a, b, cA, cB, n, S);
     QuaternionMatrix(S, N);
     if (!AllFinite(&N[0][0], 16)) {
-        VOALGO_LOG(Log(), Error, "VoAlgo::symsolvers::Procrustes", L"Inf/NaN in Procrustes input; M=%u", n);
+        VOALGO_LOG(VoAlgo::channels::PreRegistration(), Error, "VoAlgo::symsolvers::Procrustes",
+                   L"Inf/NaN in Procrustes input; M=%u", n);
         return false;
     }
 
@@ -174,7 +169,7 @@ bool Procrustes(const double* a, const double* b, const double* weights, double*
     const auto best = std::max_element(lambda, lambda + 4) - lambda; // the first of equal ones
     const bool unique = std::count(lambda, lambda + 4, lambda[best]) == 1;
     if (!unique) {
-        VOALGO_LOG(Log(), Trace, "VoAlgo::symsolvers::Procrustes",
+        VOALGO_LOG(VoAlgo::channels::PreRegistration(), Trace, "VoAlgo::symsolvers::Procrustes",
                    L"Ambiguous Procrustes result; M=%u, lambda = [%g,%g,%g,%g]; duplicate or degenerate points", n,
                    std::ldexp(lambda[0], -exponent), std::ldexp(lambda[1], -exponent), std::ldexp(lambda[2], -exponent),
                    std::ldexp(lambda[3], -exponent));

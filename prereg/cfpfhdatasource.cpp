@@ -1,3 +1,10 @@
+// Fast point feature histograms of a scan (R. B. Rusu, N. Blodow, M. Beetz, ICRA 2009):
+// 1. Index the points in a uniform grid of the feature radius; refuse scans with non-finite or duplicate points.
+// 2. Simple histogram of each point: how its normal is turned against those of its neighbours, three angles a pair.
+// 3. Choose the feature points: enough curvature, and a neighbourhood that no border of the scan cuts off.
+// 4. Feature of a feature point: the sum of its neighbours' simple histograms, each divided by its distance,
+// normalised. Incremental updates repeat this only where the dirty map says that the scan has changed; the bits are the
+// same. Workers write only their own entries, so results do not depend on the number of threads.
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 
 #include "VoAlgorithms/platform/gpgpu.h"
