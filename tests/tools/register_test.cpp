@@ -54,6 +54,8 @@ TEST(ToolRegister, FilesAreCompleteAndRepeatable)
     EXPECT_THAT(result["results"][0]["tests"].dump(),
                 testing::AllOf(HasSubstr(R"({"code":"rmse",)"), HasSubstr(R"({"code":"stability",)"),
                                HasSubstr(R"({"code":"runner_up",)"), Not(HasSubstr("failed"))));
+    EXPECT_THAT(result["statistics"]["failures"].dump(),
+                testing::ContainsRegex(R"("code":"initial_overlap_too_small","count":[1-9][0-9]*,"resultType":1\})"));
     std::vector<double> pose;
     for (const auto& row : result["results"][0]["pose"])
         for (const double v : row) pose.push_back(v);
@@ -187,7 +189,6 @@ TEST(ToolRegister, OldResultsStayUntilThereAreNewOnes)
     const auto result = nlohmann::json::parse(place.Read("r/result.json"));
     EXPECT_EQ(result["found"], false);
     EXPECT_EQ(result["reasonCode"], "initial_overlap_too_small");
-    EXPECT_EQ(result["statistics"]["failures"][0]["code"], "initial_overlap_too_small");
     EXPECT_TRUE(result["results"].empty());
 }
 

@@ -190,7 +190,9 @@ TEST(ToolReport, IsOfUseForRefusals)
         EXPECT_EQ(data["found"], false);
         EXPECT_THAT(run.output, HasSubstr("no registration found: " + data["reason"].get<std::string>() + "\n"));
         EXPECT_EQ(result["reasonCode"], data["reasonCode"]);
-        if (row.code != nullptr) EXPECT_EQ(data["reasonCode"], row.code);
+        if (row.code != nullptr) {
+            EXPECT_EQ(data["reasonCode"], row.code);
+        }
         if (data["isRefinement"]) {
             ASSERT_EQ(data["poses"].size(), 1U);
             EXPECT_EQ(data["poses"][0]["objectionCode"], data["reasonCode"]);
