@@ -68,7 +68,7 @@ class Browser {
     async close() {
         this.process.kill();
         await new Promise((done) => this.process.once("exit", done));
-        rmSync(this.profile, { recursive: true, force: true, maxRetries: 5 });
+        rmSync(this.profile, { recursive: true, force: true, maxRetries: 20, retryDelay: 100 }); // its children may still write
     }
 }
 
