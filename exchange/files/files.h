@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace voalgo {
 
@@ -14,11 +15,9 @@ std::string Ending(const std::string& path);
 std::string ReadText(const std::string& path);
 /// Throws InputError when the file cannot be written.
 void WriteText(const std::string& path, const std::string& text);
-///@{
-/// Throws InputError unless the file, or files in the directory, can be written; leaves everything as it is.
-void RequireWritable(const std::string& path);
-void RequireWritableDirectory(const std::string& path);
-///@}
+/// Throws InputError unless the files can be written once `directory` exists; leaves everything as it is. Empty: the
+/// current directory.
+void RequireWritable(const std::string& directory, const std::vector<std::string>& files);
 /// Throws InputError unless the path names a file that can be opened.
 void RequireFile(const std::string& path);
 

@@ -166,7 +166,7 @@ TEST(ToolReport, IsOfUseForRefusals)
     const std::string name = "<!--<script>\xE9.xyz"; // not UTF-8
     place.Write(name, XyzText(Blob(6000, 90.0F)));
     place.Write("away.txt", "1 0 0 500\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
-    place.Write("aside.txt", "1 0 0 2\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
+    place.Write("aside.txt", "1 0 0 0.1\n0 1 0 0\n0 0 1 0\n0 0 0 1\n");
     place.Write("strict.json", R"({"icpConfig": {"dMaxRMSE": 1e-9, "uiMaxNumIterations": 0}})");
     place.Write("covered.json", R"({"uiNumPolygons": 50, "icpConfig": {"dMinOverlapRatio": 1.1}})");
     place.Write("curved.json", R"({"uiMinCurvatureQuality": 100})");
@@ -190,7 +190,9 @@ TEST(ToolReport, IsOfUseForRefusals)
         EXPECT_EQ(data["found"], false);
         EXPECT_THAT(run.output, HasSubstr("no registration found: " + data["reason"].get<std::string>() + "\n"));
         EXPECT_EQ(result["reasonCode"], data["reasonCode"]);
-        if (row.code != nullptr) EXPECT_EQ(data["reasonCode"], row.code);
+        if (row.code != nullptr) {
+            EXPECT_EQ(data["reasonCode"], row.code);
+        }
         if (data["isRefinement"]) {
             ASSERT_EQ(data["poses"].size(), 1U);
             EXPECT_EQ(data["poses"][0]["objectionCode"], data["reasonCode"]);

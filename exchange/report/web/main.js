@@ -80,7 +80,7 @@ function showFigures() {
 
 function showPoses() {
     if (data.poses.length === 0) {
-        put("poses", make("p", { class: "empty" }, "No proposed pose reached the verification, so there is none to show. The view shows both scans as loaded."));
+        put("poses", make("p", { class: "empty" }, `${data.statistics.uiNumProposals === 0 ? "No pose was proposed" : "No proposed pose reached the verification"}, so there is none to show. The view shows both scans as loaded.`));
         return;
     }
     const button = (pose, i) => make("button", { type: "button", role: "radio", "aria-checked": i === state.pose, class: "pose", onclick: () => { choosePose(i); if (state.view === "before") setView("after", true); } },
@@ -120,7 +120,7 @@ function showDistances() {
         make("p", { class: "keys" }, make("span", {}, make("i", { class: "line rmse" }), "\u00b1 RMSE"), make("span", {}, make("i", { class: "line limit" }), "\u00b1 its limit"), make("span", {}, "height: % of pairs")),
         make("dl", {}, ...row("With a partner", percent(figures.share)), ...row("Root mean square", quantity(figures.rms, "mm")),
             ...row("Median", quantity(figures.median, "mm")), ...row("95 % within \u00b1", quantity(figures.within95, "mm"))),
-        make("p", { class: "note" }, `${data.flt.shown < data.flt.points ? `${count(data.flt.shown)} of ${count(data.flt.points)}` : `All ${count(data.flt.points)}`} points of FLT. Distance to the tangent plane of the nearest point of FIX within ${quantity(data.pairRadius, "mm")} whose normal differs by less than ${quantity(data.pairAngle, "rad", 2)}.`));
+        make("p", { class: "note" }, `${data.flt.shown < data.flt.points ? `${count(data.flt.shown)} of ${count(data.flt.points)}` : `All ${count(data.flt.points)}`} points of FLT. Distance to the tangent plane of the nearest point of FIX, if that lies within ${quantity(data.pairRadius, "mm")} and its normal differs by less than ${quantity(data.pairAngle, "rad", 2)}.`));
     put("legend", ...legend(state.range, data.pairRadius, (range) => { state.range = range; refreshRange(); }));
     viewer?.setByDistance(state.view === "distance", state.range);
 }

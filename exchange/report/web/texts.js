@@ -15,6 +15,7 @@ export const CAUSES = {
 
 /** What to do about a starting pose that was refused, by code. */
 export const ADVICE_ON_START = {
+    overlap_too_small: "Too small a part of FLT lies on FIX at this pose. Check the starting pose, or lower dMinOverlapRatio (or dMinOverlapArea, if you set it).",
     initial_overlap_too_small: "The starting pose brings hardly any point of FLT close to FIX. It must map FLT into FIX, in the files' unit, and be accurate to a few point spacings. Without --start, voalgo searches for a pose.",
 };
 

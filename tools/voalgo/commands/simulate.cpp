@@ -69,7 +69,7 @@ void Run(Arguments arguments)
     const double reached = std::min(s.overlapFix, s.overlapFlt) / (1.0 - arguments.settings.clutter);
     if (std::abs(reached - arguments.settings.overlap) > 0.05)
         Console(true).Warn(
-            VoAlgo::Format("overlap %.2f without clutter instead of %.2f: no angle between the views gives more",
+            VoAlgo::Format("overlap %.2f without clutter instead of %.2f: no angle between the views comes closer",
                            reached, arguments.settings.overlap));
 }
 

@@ -20,8 +20,10 @@ void ResultOptions::AddTo(CLI::App& command)
 
 void ResultOptions::RequireWritable() const
 {
-    if (!directory.empty()) RequireWritableDirectory(directory);
-    if (!report.empty()) voalgo::RequireWritable(report);
+    std::vector<std::string> files;
+    if (!directory.empty()) files.push_back(InDirectory(directory, "result.json"));
+    if (!report.empty()) files.push_back(report);
+    voalgo::RequireWritable(directory, files);
 }
 
 int ResultOptions::Write(const Outcome& outcome) const
