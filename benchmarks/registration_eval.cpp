@@ -3,14 +3,16 @@
 //   registration_eval PAIRS.csv [TURNS [PRESET]]
 //
 // PAIRS.csv has a header and, per line: name, fix, flt (files relative to the list), then the 16 numbers, row by row,
-// of the pose that maps flt into fix, mm; without them the pair must be refused. Further fields are ignored. Prints a
-// line per pair and the totals; exits with 1 when a pose is wrong or a pair is accepted that must be refused.
+// of the pose that maps flt into fix, mm; without them, or with nan, the pair must be refused. Further fields are
+// ignored. Prints a line per pair and the totals; exits with 1 when a pose is wrong or a pair is accepted that must be
+// refused.
 
 #include "VoAlgorithms/verdict/registerscans.h"
 #include "exchange/files/read_cloud.h"
 #include "platform/clock.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -56,9 +58,10 @@ std::vector<Pair> ReadPairs(const std::string& path)
         std::stringstream row(line);
         std::vector<std::string> fields;
         for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
-        if (fields.size() < 3) throw std::runtime_error(path + ": a line with fewer than three fields: " + line);
+        if (fields.size() < 3)
+            throw std::runtime_error((path + ": a line with fewer than three fields: ").append(line));
         Pair pair{fields[0], read(fields[1]), read(fields[2]), {}};
-        if (fields.size() >= 19) {
+        if (fields.size() >= 19 && !std::isnan(std::stod(fields[3]))) {
             VoAlgo::CbMatrix4Rd m;
             for (unsigned i = 0; i < 16; ++i) m(i / 4, i % 4) = std::stod(fields[3 + i]);
             pair.truth = CTrafo(m);
