@@ -1,7 +1,7 @@
 #include "VoAlgorithms/bson/element.h"
 
-#include "bson/detail_utf8.h"
 #include "bson/view.h"
+#include "platform/utf8.h"
 
 #include <cstring>
 #include <limits>
@@ -36,7 +36,7 @@ void RequireNoNul(std::string_view text)
     if (text.find('\0') != std::string_view::npos) throw std::invalid_argument("name or pattern contains NUL");
 }
 
-/// Copies with a NUL behind; returns what follows.
+/// Copies the text and a NUL; returns the place after it.
 unsigned char* WriteText(unsigned char* bytes, std::string_view text)
 {
     std::memcpy(bytes, text.data(), text.size());
@@ -101,42 +101,12 @@ View View::At(const unsigned char* bytes)
     const std::size_t headSize = 1 + textSize(bytes + 1);
     const unsigned char* const value = bytes + headSize;
     std::size_t size = 0;
-    switch (static_cast<element::Type>(*bytes)) {
-    case element::Double:
-    case element::DateTime:
-    case element::UInt64:
-    case element::Int64:
-        size = 8;
-        break;
-    case element::Int32:
-    case element::Float:
-    case element::UInt32:
-        size = 4;
-        break;
-    case element::Int16:
-    case element::UInt16:
-        size = 2;
-        break;
-    case element::Boolean:
-    case element::UInt8:
-    case element::Int8:
-        size = 1;
-        break;
-    case element::String:
-        size = sizeof(std::uint32_t) + Load<std::uint32_t>(value);
-        break;
-    case element::Object:
-    case element::Binary:
-        size = sizeof(std::uint32_t) + Load<std::uint32_t>(value) + 1;
-        break;
-    case element::Regex:
-        size = textSize(value);
-        size += textSize(value + size);
-        break;
-    case element::Null:
-    case element::Empty:
-        break;
-    }
+    if (const auto fixed = detail::FixedSize(*bytes))
+        size = *fixed;
+    else if (*bytes == element::Regex)
+        size = textSize(value) + textSize(value + textSize(value));
+    else // string, object, binary: a count; the last two have a byte more
+        size = sizeof(std::uint32_t) + Load<std::uint32_t>(value) + (*bytes == element::String ? 0 : 1);
     return {bytes, headSize + size, size};
 }
 
@@ -290,7 +260,7 @@ element element::make_string(std::string_view name, const std::string& value)
 
 element element::make_string(std::string_view name, const std::wstring& value)
 {
-    return make_string(name, detail::Utf8FromWide(value));
+    return make_string(name, Utf8FromWide(value));
 }
 
 element element::make_regex(std::string_view name, std::string_view pattern, std::string_view options)
@@ -326,7 +296,7 @@ const char* element::name() const noexcept
 
 std::wstring element::name_utf16() const
 {
-    return detail::WideFromUtf8(name());
+    return WideFromUtf8(name());
 }
 
 bool element::operator==(const element& other) const noexcept
@@ -396,7 +366,7 @@ std::string element::as_string() const
 
 std::wstring element::as_string_utf16() const
 {
-    return detail::WideFromUtf8(as_string());
+    return WideFromUtf8(as_string());
 }
 
 element::object element::as_object() const

@@ -1,5 +1,6 @@
-#include "bson/detail_utf8.h"
+#include "VoAlgorithms/runtime/base64.h"
 #include "bson/view.h"
+#include "platform/utf8.h"
 
 #include <charconv>
 #include <cmath>
@@ -48,23 +49,6 @@ void AppendNumber(std::string& json, T value)
     json.append(digits, std::to_chars(digits, digits + sizeof(digits), value).ptr);
 }
 
-/// Base64 with padding (RFC 4648).
-void AppendBase64(std::string& json, const unsigned char* bytes, std::size_t n)
-{
-    constexpr const char* Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    json.reserve(json.size() + (n + 2) / 3 * 4);
-    for (std::size_t i = 0; i < n; i += 3) {
-        const std::size_t left = n - i;
-        const unsigned group = static_cast<unsigned>(bytes[i]) << 16U |
-                               (left > 1 ? static_cast<unsigned>(bytes[i + 1]) << 8U : 0U) |
-                               (left > 2 ? static_cast<unsigned>(bytes[i + 2]) : 0U);
-        json += Alphabet[group >> 18U];
-        json += Alphabet[group >> 12U & 0x3FU];
-        json += left > 1 ? Alphabet[group >> 6U & 0x3FU] : '=';
-        json += left > 2 ? Alphabet[group & 0x3FU] : '=';
-    }
-}
-
 void AppendBinary(std::string& json, const View& view, std::size_t longestBinary)
 {
     const auto [bytes, size, type] = view.Binary();
@@ -73,7 +57,7 @@ void AppendBinary(std::string& json, const View& view, std::size_t longestBinary
         AppendNumber(json, size);
     } else {
         json += "{\"$binary\":{\"base64\":\"";
-        AppendBase64(json, bytes, size);
+        json += Base64::Encode({bytes, size});
         json += '"';
     }
     const auto subtype = static_cast<unsigned char>(type);
@@ -100,7 +84,7 @@ void AppendRegex(std::string& json, const char* pattern)
     json += "}}";
 }
 
-/// Any value but an object.
+/// Any value that is not an object.
 void AppendPlain(std::string& json, const View& view, std::size_t longestBinary)
 {
     const char* const text = reinterpret_cast<const char*>(view.Value());
@@ -147,7 +131,7 @@ void AppendPlain(std::string& json, const View& view, std::size_t longestBinary)
 void AppendJson(std::string& json, const View& view, std::size_t longestBinary)
 {
     if (view.Type() != element::Object) return AppendPlain(json, view, longestBinary);
-    // The bytes name the ends of objects, so a count of the open ones is all there is to remember.
+    // The bytes mark where objects end, so it is enough to count the open ones.
     constexpr std::size_t CountSize = sizeof(std::uint32_t);
     const unsigned char* next = view.Value() + CountSize;
     json += '{';

@@ -19,7 +19,7 @@ constexpr int EndOfInput = std::streambuf::traits_type::eof();
     throw std::invalid_argument("parse error");
 }
 
-/// Bytes that grow at their end.
+/// A growing array of bytes.
 class Buffer {
 public:
     [[nodiscard]] std::size_t Size() const { return size_; }
@@ -67,14 +67,14 @@ private:
     std::size_t capacity_ = 0;
 };
 
-/// Reads elements. Each is written once, into one flat buffer; of the objects that are open at a time only the places
-/// of their counts are kept. The counts are set when the terminators come.
+/// Reads elements, each into one flat buffer, without recursion: of the objects that are open only the places of their
+/// counts are kept, and each count is set when the object's terminator is read.
 class Parser {
 public:
-    /// `available`: number of bytes that the input is known to have, no more.
+    /// `available`: number of bytes that the input is known to hold; it may hold more.
     Parser(std::streambuf& input, std::size_t available) : input_(input), available_(available) {}
 
-    /// Bytes, their number and that of the value; null when the input is exhausted.
+    /// The bytes, their number and that of the value; null when the input is exhausted.
     struct Parsed {
         std::unique_ptr<unsigned char[]> bytes;
         std::size_t size, valueSize;
@@ -83,22 +83,22 @@ public:
     {
         const int type = input_.sbumpc();
         if (type == EndOfInput) return {};
-        ReadHead(type);
+        readHead(type);
         const std::size_t headSize = out_.Size();
-        ReadValue(type);
-        while (!open_.empty()) ReadInside();
+        readValue(type);
+        while (!open_.empty()) readInside();
         const std::size_t size = out_.Size();
         return {out_.Take(), size, size - headSize};
     }
 
-    /// Whether there are four bytes, which are skipped.
+    /// Skips the four bytes of the count; false when there are fewer.
     bool SkipCount()
     {
         char count[sizeof(std::uint32_t)];
         return input_.sgetn(count, sizeof(count)) == sizeof(count);
     }
-    /// Whether the object goes on; skips its terminator.
-    bool GoesOn()
+    /// Whether another child follows; skips the terminator otherwise.
+    bool AnotherFollows()
     {
         if (input_.sgetc() != 0) return true;
         input_.sbumpc();
@@ -106,12 +106,12 @@ public:
     }
 
 private:
-    void ReadHead(int type)
+    void readHead(int type)
     {
         out_.Append(type);
-        ReadText();
+        readText();
     }
-    void ReadText()
+    void readText()
     {
         int byte = 0;
         do {
@@ -121,11 +121,12 @@ private:
         } while (byte != 0);
     }
 
-    /// Memory is taken as the input comes, or at once as far as the input is known to reach.
-    void ReadBytes(std::size_t n)
+    /// Memory grows with the input read, or at once up to the bytes that the input is known to hold.
+    void readBytes(std::size_t n)
     {
         constexpr std::size_t Step = 65536;
-        out_.Reserve(std::min(n, available_), open_.empty()); // a value that ends the element fills its array
+        out_.Reserve(std::min(n, available_),
+                     open_.empty()); // a value outside any object ends its element: no room to spare
         while (n > 0) {
             const std::size_t step = std::min(n, std::max(Step, available_));
             const auto length = static_cast<std::streamsize>(step);
@@ -134,64 +135,45 @@ private:
         }
     }
     /// A count of bytes, signed in the format.
-    std::size_t ReadCount()
+    std::size_t readCount()
     {
-        ReadBytes(sizeof(std::int32_t));
+        readBytes(sizeof(std::int32_t));
         const auto count = Load<std::int32_t>(out_.At(out_.Size() - sizeof(std::int32_t)));
         if (count < 0) Fail();
         return static_cast<std::size_t>(count);
     }
 
-    void ReadValue(int type)
+    void readValue(int type)
     {
+        if (const auto size = detail::FixedSize(type)) return readBytes(*size);
         switch (type) {
-        case element::Double:
-        case element::DateTime:
-        case element::UInt64:
-        case element::Int64:
-            return ReadBytes(8);
-        case element::Int32:
-        case element::Float:
-        case element::UInt32:
-            return ReadBytes(4);
-        case element::Int16:
-        case element::UInt16:
-            return ReadBytes(2);
-        case element::Boolean:
-        case element::UInt8:
-        case element::Int8:
-            return ReadBytes(1);
-        case element::Null:
-            return;
         case element::String:
-            return ReadString();
-        case element::Binary: {
-            const std::size_t count = ReadCount();
-            return ReadBytes(1 + count);
-        }
+            return readString();
+        case element::Binary:
+            return readBytes(1 + readCount());
         case element::Regex:
-            ReadText();
-            return ReadText();
+            readText();
+            return readText();
         case element::Object:
-            return OpenObject();
+            return openObject();
         default:
             Fail();
         }
     }
-    void ReadString()
+    void readString()
     {
-        const std::size_t count = ReadCount();
-        ReadBytes(count);
+        const std::size_t count = readCount();
+        readBytes(count);
         if (count == 0 || *out_.At(out_.Size() - 1) != 0) Fail();
     }
 
-    void OpenObject()
+    void openObject()
     {
         const std::size_t place = out_.Size();
         unsigned char* const count = out_.Extend(sizeof(std::uint32_t));
         const auto length = static_cast<std::streamsize>(sizeof(std::uint32_t));
         if (input_.sgetn(reinterpret_cast<char*>(count), length) == length) {
-            // What the outermost object claims is made room for at once, as far as the input is known to reach.
+            // The size of the outermost object is reserved at once, up to the bytes that the input is known to hold.
             if (open_.empty()) out_.Reserve(std::min<std::size_t>(Load<std::uint32_t>(count), available_) + 1, true);
             open_.push_back(place);
         } else { // input that ends before an object's count is an empty object
@@ -199,8 +181,8 @@ private:
             out_.Append(0);
         }
     }
-    /// The next child of the innermost open object, or its end.
-    void ReadInside()
+    /// Reads the next child of the innermost open object, or its terminator.
+    void readInside()
     {
         const int type = input_.sbumpc();
         if (type == EndOfInput) Fail();
@@ -212,14 +194,14 @@ private:
             open_.pop_back();
             return;
         }
-        ReadHead(type);
-        ReadValue(type);
+        readHead(type);
+        readValue(type);
     }
 
     std::streambuf& input_;
     std::size_t available_; // at the start
     Buffer out_;
-    std::vector<std::size_t> open_; // where the counts of the open objects stand, innermost last
+    std::vector<std::size_t> open_; // places of the counts of the open objects, innermost last
 };
 
 /// Borrowed bytes as input.
@@ -227,7 +209,7 @@ class MemoryInput : public std::streambuf {
 public:
     MemoryInput(const unsigned char* data, std::size_t size)
     {
-        // Only read through; the base class wants pointers to non-const.
+        // Never written to; the base class takes pointers to non-const.
         char* const begin = const_cast<char*>(reinterpret_cast<const char*>(data));
         setg(begin, begin, begin + size);
     }
@@ -277,13 +259,13 @@ element::object element::object::unfreeze(const unsigned char* data)
     return parse(input, 0).value_or(object());
 }
 
-/// Nothing when there is no count.
+/// Nothing when the input ends before the count.
 std::optional<element::object> element::object::parse(std::streambuf& input, std::size_t available)
 {
     Parser parser(input, available);
     if (!parser.SkipCount()) return std::nullopt;
     object result;
-    while (parser.GoesOn()) {
+    while (parser.AnotherFollows()) {
         Parser::Parsed parsed = parser.ReadElement();
         if (!parsed.bytes) Fail();
         result.append(element(std::move(parsed.bytes), parsed.size, parsed.valueSize));

@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 
 namespace VoAlgo::bson::detail {
@@ -50,7 +51,34 @@ inline constexpr element::Type TypeOf<std::int64_t> = element::Int64;
 template <>
 inline constexpr element::Type TypeOf<std::uint64_t> = element::UInt64;
 
-/// An element's bytes where they lie, well formed as those of every element; or nothing.
+/// Bytes of a value of this type code; nothing when they vary (string, object, binary, regex) or the code is unknown.
+constexpr std::optional<std::size_t> FixedSize(int type)
+{
+    switch (type) {
+    case element::Double:
+    case element::DateTime:
+    case element::UInt64:
+    case element::Int64:
+        return 8;
+    case element::Int32:
+    case element::Float:
+    case element::UInt32:
+        return 4;
+    case element::Int16:
+    case element::UInt16:
+        return 2;
+    case element::Boolean:
+    case element::UInt8:
+    case element::Int8:
+        return 1;
+    case element::Null:
+        return 0;
+    default:
+        return std::nullopt;
+    }
+}
+
+/// The bytes of an element, borrowed and well formed; or none, as of the empty element.
 struct View {
     const unsigned char* raw = nullptr;
     std::size_t total = 0;
@@ -91,18 +119,18 @@ class Children {
 public:
     class Iterator {
     public:
-        explicit Iterator(const unsigned char* bytes) : bytes_(bytes) { Look(); }
+        explicit Iterator(const unsigned char* bytes) : bytes_(bytes) { look(); }
         const View& operator*() const { return view_; }
         Iterator& operator++()
         {
             bytes_ += view_.total;
-            Look();
+            look();
             return *this;
         }
         bool operator!=(std::nullptr_t) const { return view_.raw != nullptr; }
 
     private:
-        void Look() { view_ = *bytes_ == 0 ? View() : View::At(bytes_); }
+        void look() { view_ = *bytes_ == 0 ? View() : View::At(bytes_); }
 
         const unsigned char* bytes_;
         View view_;

@@ -1,6 +1,16 @@
+// Mean shift with a flat kernel (K. Fukunaga, L. Hostetler, IEEE Trans. Information Theory 21 (1975) 32-40):
+// 1. Draw a start among the points that no path has visited yet.
+// 2. Move to the mean of all points within the bandwidth until it stands still: a mode. Each visit is a vote.
+// 3. Merge the mode into the first cluster within half the bandwidth, else open a new cluster.
+// 4. Give every point to the cluster with the most votes for it; points without votes become clusters of one, and empty
+//    clusters are removed.
+// Steps 1 to 3 are detail_meanshift.h, shared with the clusterer for points in space. ComputeBIC: D. Pelleg, A. Moore,
+// X-means, ICML 2000; ComputeDunnIndex: J. C. Dunn, Journal of Cybernetics 4 (1974) 95-104.
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 
 #include "clustering/detail_meanshift.h"
+#include "platform/finite.h"
+#include "platform/randomseed.h"
 
 #include <algorithm>
 #include <cmath>
@@ -47,8 +57,10 @@ private:
 
 } // namespace
 
+CMeanShiftClusterer::CMeanShiftClusterer() : engine_(RandomSeed) {}
+
 CMeanShiftClusterer::CMeanShiftClusterer(const float* data, std::size_t n, std::size_t d, float h)
-    : bandwidth_(h), stopThreshold_(0.001F * h)
+    : bandwidth_(h), stopThreshold_(0.001F * h), engine_(RandomSeed)
 {
     if (data == nullptr || n == 0 || d == 0) throw std::invalid_argument("mean shift clustering: missing input data");
     if (h <= 0.0F) throw std::invalid_argument("mean shift clustering: invalid bandwidth");
@@ -64,8 +76,7 @@ bool CMeanShiftClusterer::Run(const Distance& distance)
     centres_.clear();
     sizes_.clear();
     std::fill(clusterOf_.begin(), clusterOf_.end(), None);
-    const auto isFinite = [](float x) { return std::isfinite(x); };
-    if (n == 0 || !std::all_of(data_.begin(), data_.end(), isFinite)) return false;
+    if (n == 0 || !AllFinite(data_.data(), data_.size())) return false;
 
     const Distance used = distance ? distance : euclideanNormSq;
     const Points points(data_, n, dimension_, used);
@@ -163,37 +174,6 @@ float CMeanShiftClusterer::euclideanNormSq(std::size_t d, const float* a, const 
         sum += difference * difference;
     }
     return sum;
-}
-
-CMeanShiftClusterer::ClusterIterator::ClusterIterator(const CMeanShiftClusterer& clusterer, unsigned cluster)
-    : clusterer_(&clusterer), cluster_(cluster)
-{
-    skipOthers();
-}
-
-CMeanShiftClusterer::ClusterIterator& CMeanShiftClusterer::ClusterIterator::operator++()
-{
-    if (datum() == nullptr) return *this;
-    ++point_;
-    skipOthers();
-    return *this;
-}
-
-unsigned CMeanShiftClusterer::ClusterIterator::GetClusterSize() const
-{
-    return clusterer_ == nullptr ? 0U : clusterer_->GetClusterSize(cluster_);
-}
-
-void CMeanShiftClusterer::ClusterIterator::skipOthers()
-{
-    const std::vector<unsigned>& clusterOf = clusterer_->clusterOf_;
-    while (point_ < clusterOf.size() && clusterOf[point_] != cluster_) ++point_;
-}
-
-const float* CMeanShiftClusterer::ClusterIterator::datum() const
-{
-    if (clusterer_ == nullptr || point_ >= clusterer_->clusterOf_.size()) return nullptr;
-    return clusterer_->data_.data() + static_cast<std::size_t>(point_) * clusterer_->dimension_;
 }
 
 } // namespace VoAlgo

@@ -1,6 +1,8 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 
 #include "clustering/detail_meanshift.h"
+#include "platform/finite.h"
+#include "platform/randomseed.h"
 #include "platform/simd.h"
 
 #include <algorithm>
@@ -21,24 +23,22 @@ float DistanceSq3(const float* a, const float* b)
     return (x * x + y * y) + z * z;
 }
 
-/// The points as three arrays, so that eight are compared with the mean at once.
+/// The points once more as three arrays, so that eight are compared with the mean at once. `Record` holds x y z.
+template <class Record>
 class Points {
 public:
-    explicit Points(std::size_t n) : n_(n)
+    explicit Points(const std::vector<Record>& records) : n_(records.size()), records_(records.data())
     {
-        // Past the end NaN, which is within no radius.
-        const std::size_t padded = (n + simd::Lanes - 1) / simd::Lanes * simd::Lanes;
-        for (auto& axis : axes_) axis.assign(padded, std::numeric_limits<float>::quiet_NaN());
-        packed_.assign(n * 4, 0.0F);
-    }
-    void Set(std::size_t i, const float* xyz)
-    {
-        for (std::size_t k = 0; k < 3; ++k) axes_[k][i] = packed_[4 * i + k] = xyz[k];
+        const std::size_t padded = (n_ + simd::Lanes - 1) / simd::Lanes * simd::Lanes;
+        for (std::size_t k = 0; k < 3; ++k) {
+            axes_[k].assign(padded, std::numeric_limits<float>::quiet_NaN()); // past the end: within no radius
+            for (std::size_t i = 0; i < n_; ++i) axes_[k][i] = records_[i].xyz[k];
+        }
     }
 
     [[nodiscard]] std::size_t Size() const { return n_; }
-    [[nodiscard]] std::size_t Stride() const { return 4; }
-    [[nodiscard]] const float* Point(std::size_t i) const { return packed_.data() + 4 * i; }
+    [[nodiscard]] std::size_t Stride() const { return 3; }
+    [[nodiscard]] const float* Point(std::size_t i) const { return records_[i].xyz; }
     static float DistanceSq(const float* a, const float* b) { return DistanceSq3(a, b); }
 
     template <class Visit>
@@ -57,36 +57,38 @@ public:
             const F8 z = F8::Load(&axes_[2][i]) - mz;
             for (unsigned mask = F8::MaskLessEqual((x * x + y * y) + z * z, limit); mask != 0; mask &= mask - 1) {
                 const std::size_t member = i + static_cast<std::size_t>(std::countr_zero(mask));
-                for (std::size_t k = 0; k < 3; ++k) sum[k] += packed_[4 * member + k];
+                for (std::size_t k = 0; k < 3; ++k) sum[k] += records_[member].xyz[k];
                 visit(member);
                 ++members;
             }
         }
         if (members == 0) return 0;
         for (std::size_t k = 0; k < 3; ++k) result[k] = sum[k] / static_cast<float>(members);
-        result[3] = 0.0F;
         return members;
     }
 
 private:
     std::size_t n_;
+    const Record* records_;
     std::vector<float> axes_[3];
-    std::vector<float> packed_; // x y z 0
 };
 
 } // namespace
 
+CMeanShiftClusterer3D::CMeanShiftClusterer3D() : engine_(RandomSeed) {}
+
 CMeanShiftClusterer3D::CMeanShiftClusterer3D(const std::vector<std::array<float, 3>>& points, float h)
+    : CMeanShiftClusterer3D()
 {
     assign(points.empty() ? nullptr : points.front().data(), points.size(), h);
 }
 
-CMeanShiftClusterer3D::CMeanShiftClusterer3D(const float* xyz, std::size_t n, float h)
+CMeanShiftClusterer3D::CMeanShiftClusterer3D(const float* xyz, std::size_t n, float h) : CMeanShiftClusterer3D()
 {
     assign(xyz, n, h);
 }
 
-CMeanShiftClusterer3D::CMeanShiftClusterer3D(const double* xyz, std::size_t n, double h)
+CMeanShiftClusterer3D::CMeanShiftClusterer3D(const double* xyz, std::size_t n, double h) : CMeanShiftClusterer3D()
 {
     assign(xyz, n, h);
 }
@@ -115,14 +117,11 @@ bool CMeanShiftClusterer3D::Run()
     centres_.clear();
     sizes_.clear();
     for (Record& point : points_) point.cluster = None;
-    const auto isFinite = [](const Record& p) {
-        return std::isfinite(p.xyz[0]) && std::isfinite(p.xyz[1]) && std::isfinite(p.xyz[2]);
-    };
+    const auto isFinite = [](const Record& p) { return AllFinite(p.xyz, 3); };
     const std::size_t n = points_.size();
     if (n == 0 || !std::all_of(points_.begin(), points_.end(), isFinite)) return false;
 
-    Points points(n);
-    for (std::size_t i = 0; i < n; ++i) points.Set(i, points_[i].xyz);
+    const Points points(points_);
     const meanshift::Settings settings{bandwidth_, stopThreshold_, 4 * n, false};
     meanshift::Clusters clusters =
         meanshift::AssignByVotes(meanshift::ModeSearch(points, settings).Run(engine_, uniform_), n);
@@ -130,7 +129,7 @@ bool CMeanShiftClusterer3D::Run()
 
     for (std::size_t i = 0; i < n; ++i) points_[i].cluster = clusters.clusterOf[i];
     centres_.resize(clusters.sizes.size());
-    for (std::size_t c = 0; c < centres_.size(); ++c) std::copy_n(clusters.centres.data() + 4 * c, 4, centres_[c].xyzw);
+    for (std::size_t c = 0; c < centres_.size(); ++c) std::copy_n(clusters.centres.data() + 3 * c, 3, centres_[c].xyzw);
     sizes_ = std::move(clusters.sizes);
     return true;
 }
@@ -161,37 +160,6 @@ float CMeanShiftClusterer3D::ComputeBandwidthFromAngleForNormalClustering(float 
 float CMeanShiftClusterer3D::ComputeAngleFromBandwidthForNormalClustering(float h)
 {
     return 3.1415927F - std::acos(h * h * 0.5F - 1.0F);
-}
-
-CMeanShiftClusterer3D::ClusterIterator::ClusterIterator(const CMeanShiftClusterer3D& clusterer, unsigned cluster)
-    : clusterer_(&clusterer), cluster_(cluster)
-{
-    skipOthers();
-}
-
-CMeanShiftClusterer3D::ClusterIterator& CMeanShiftClusterer3D::ClusterIterator::operator++()
-{
-    if (datum() == nullptr) return *this;
-    ++point_;
-    skipOthers();
-    return *this;
-}
-
-unsigned CMeanShiftClusterer3D::ClusterIterator::GetClusterSize() const
-{
-    return clusterer_ == nullptr ? 0U : clusterer_->GetClusterSize(cluster_);
-}
-
-void CMeanShiftClusterer3D::ClusterIterator::skipOthers()
-{
-    const std::vector<Record>& points = clusterer_->points_;
-    while (point_ < points.size() && points[point_].cluster != cluster_) ++point_;
-}
-
-const float* CMeanShiftClusterer3D::ClusterIterator::datum() const
-{
-    if (clusterer_ == nullptr || point_ >= clusterer_->points_.size()) return nullptr;
-    return clusterer_->points_[point_].xyz;
 }
 
 } // namespace VoAlgo

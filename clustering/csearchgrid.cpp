@@ -59,8 +59,8 @@ CSearchGrid::CSearchGrid(const std::vector<Vec3>& points, float radius)
     : radius_(radius), inverseEdge_(1.0 / (static_cast<double>(radius) * EdgeSlack))
 {
     if (points.empty()) return;
-    SortByCell(points);
-    FindNeighbourhoods();
+    sortByCell(points);
+    findNeighbourhoods();
 }
 
 Cell CSearchGrid::CellAt(const Vec3& place) const
@@ -70,7 +70,7 @@ Cell CSearchGrid::CellAt(const Vec3& place) const
             std::min(CellCoordinate(place.z, inverseEdge_), lowest_.z + LargestOffset), 0};
 }
 
-void CSearchGrid::SortByCell(const std::vector<Vec3>& points)
+void CSearchGrid::sortByCell(const std::vector<Vec3>& points)
 {
     Vec3 lowest = points.front();
     Vec3 highest = points.front();
@@ -117,7 +117,7 @@ void CSearchGrid::SortByCell(const std::vector<Vec3>& points)
 
 /// The cells of a row (z + dz, y + dy, x − 1 to x + 1) are neighbours in sorted order, and the row's place moves
 /// forward as its centre does: one pair of pointers per row finds all runs in one sweep.
-void CSearchGrid::FindNeighbourhoods()
+void CSearchGrid::findNeighbourhoods()
 {
     const std::size_t cells = NumCells();
     runs_.resize(cells * NumRuns);

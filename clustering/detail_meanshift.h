@@ -41,14 +41,14 @@ struct Settings {
     bool capUnvisitsOnePoint; // a start that reaches maxSteps makes one point unvisited again
 };
 
-/// Finds the modes. `Points` offers
+/// Finds the modes. `Points` provides
 ///   Size()                           number of points
 ///   Stride()                         floats of a point or mean
 ///   Point(i)                         its floats
 ///   DistanceSq(a, b)                 squared distance of two means
-///   Average(mean, radiusSq, result, visit)  result := mean of the points within the radius (inclusive) of `mean`,
-///   calling
-///                                    visit(i) for each; returns their number, and leaves `result` alone when it is 0.
+///   Average(mean, radiusSq, result, visit)  stores the mean of the points within the radius (inclusive) of `mean` in
+///                                    `result` and calls visit(i) for each; returns their number, and leaves `result`
+///                                    alone when it is 0.
 template <class Points>
 class ModeSearch {
 public:
@@ -65,7 +65,7 @@ public:
         while (!unvisited_.empty()) {
             const std::size_t r = drawIndex(uniform(engine), unvisited_.size());
             const unsigned start = unvisited_[r];
-            // Each start takes at least its own point off the list, whatever the bandwidth and the distance do.
+            // Each start takes at least its own point off the list, whatever the bandwidth and the distance function.
             visited_[start] = 1;
             const Outcome outcome = climb(points_.Point(start));
             if (outcome == Outcome::Mode) mergeOrCreate();
@@ -107,8 +107,8 @@ private:
                 });
             if (members == 0) return Outcome::Lost;
             if (points_.DistanceSq(mean_.data(), previous_.data()) < stopSq_) return Outcome::Mode;
-            // A mean that comes back runs in a circle until the cap: more steps flag no other points, and the votes of
-            // a start without a mode count for nothing. Ending here changes no result (R. P. Brent's cycle detection).
+            // A mean that returns runs in a circle until the cap: further steps flag no other points, and the votes of
+            // a start without a mode are dropped. Ending here changes no result (R. P. Brent's cycle detection).
             if (step >= settings_.maxSteps || sameBits(mean_, checkpoint_)) return Outcome::Capped;
             if (step == nextCheckpoint) {
                 checkpoint_ = mean_;
@@ -123,8 +123,8 @@ private:
     }
 
     /// Deliberate: the flag that is cleared is that of the point whose index is the drawn position in the unvisited
-    /// list, not that of the start point. Bounded, so that a cap hit over and over cannot keep the search going for
-    /// ever.
+    /// list, not that of the start point. Bounded, so that hitting the cap over and over cannot keep the search going
+    /// for ever.
     void unvisitOnePoint(std::size_t r)
     {
         if (!settings_.capUnvisitsOnePoint || unvisits_ == points_.Size()) return;
@@ -132,7 +132,7 @@ private:
         visited_[r] = 0;
     }
 
-    /// The first cluster within half the bandwidth takes the mean in, else it opens a new one.
+    /// Merges the mean into the first cluster within half the bandwidth, else opens a new one.
     void mergeOrCreate()
     {
         for (std::size_t c = 0; c < modes_.votes.size(); ++c) {

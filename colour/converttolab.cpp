@@ -16,7 +16,7 @@ static_assert(sizeof(RGB) == 3 * sizeof(double) && std::is_standard_layout_v<RGB
 static_assert(sizeof(Lab) == 3 * sizeof(double) && std::is_standard_layout_v<Lab>);
 static_assert(sizeof(RGB::Packed) == 3 && std::is_standard_layout_v<RGB::Packed>);
 
-/// The steps of XYZ(const RGB&) and Lab(const XYZ&), four pixels at a time.
+// The steps of XYZ(const RGB&) and Lab(const XYZ&) for four pixels at a time.
 AvxD4 Pivot(AvxD4 t)
 {
     const AvxD4 two = AvxD4::Set(2), epsilon = AvxD4::Set(XYZ::Epsilon());

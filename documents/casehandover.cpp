@@ -1,5 +1,5 @@
-// The hand-over of cases between processes, in a file of its own: the rest of the registration knows neither documents
-// nor pipes.
+// Hands cases over between processes; kept apart because the rest of the registration knows neither documents nor
+// pipes.
 #include "VoAlgorithms/documents/records.h"
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
@@ -11,7 +11,8 @@ using VoAlgo::bson::element;
 
 void CFPFHPreRegistration::SendCase(const std::wstring& pipe) const
 {
-    CSharedMemoryPipe sender = CSharedMemoryPipe::Open(pipe, CasePipeBlock); // first: fails at once without a receiver
+    CSharedMemoryPipe sender =
+        CSharedMemoryPipe::Open(pipe, CasePipeBlock); // before the work: fails at once without a receiver
     const auto [bytes, size] = VoAlgo::bson::to_object(*this).freeze();
     sender.Send(bytes.get(), size);
 }

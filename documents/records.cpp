@@ -23,7 +23,7 @@ using prereg::CPointFeatureHistogram;
 using prereg::Ellipsoid;
 using prereg::ICPResult;
 
-// How poses and ellipsoids are laid out.
+// The layout of poses and ellipsoids.
 
 struct RotationRecord {
     float w = 1.0F, x = 0.0F, y = 0.0F, z = 0.0F;
@@ -72,7 +72,7 @@ struct Mapping<Ellipsoid> {
     using Record = EllipsoidRecord;
 };
 
-// The keys of every record in their order; `visit` gets each with its field.
+// The keys of every record in order; `visit` receives each key with its field.
 
 using prereg::RecordOf;
 
@@ -143,7 +143,7 @@ void VisitKeys(RecordOf<ICPResult> auto& r, auto visit)
     visit("ellipsoid", r.ellipsoid);
 }
 
-// Records to documents and back.
+// From records to documents and back.
 
 template <class T>
 element::object WriteRecord(const T& value);
@@ -176,7 +176,7 @@ View AsView(const element& e)
     return View::Of(e);
 }
 
-/// From the elements of an object or the children of a view.
+/// Reads the elements of an object or the children of a view.
 template <class T>
 T ReadRecord(const auto& elements);
 
@@ -203,7 +203,7 @@ T ReadRecord(const auto& elements)
     return static_cast<T>(record);
 }
 
-// Point sets: the arrays as they lie in memory.
+// Point sets: the arrays as they are in memory.
 
 template <class T>
 element WriteArray(const char* key, const std::vector<T>& array)
@@ -214,14 +214,14 @@ element WriteArray(const char* key, const std::vector<T>& array)
     return {key, array.data(), static_cast<unsigned>(size)};
 }
 
-/// The fourth lane is 0 in every operation of the library, whatever a document says.
+/// Every operation of the library relies on a fourth lane of 0, whatever a document says.
 void Restore(Vec3& point)
 {
     point.w = 0.0F;
 }
 void Restore(CPointFeatureHistogram&) {}
 
-/// A binary of a document that holds records; absent by default.
+/// A binary that holds an array of records; absent by default.
 struct StoredArray {
     const char* key;
     View view;
@@ -244,18 +244,19 @@ template <class T>
 std::size_t NumberOf(const StoredArray& array)
 {
     if (array.Size() % sizeof(T) != 0)
-        throw std::invalid_argument(std::string("length of \"") + array.key + "\" is no multiple of its record");
+        throw std::invalid_argument(std::string("length of \"") + array.key +
+                                    "\" is not a multiple of its record size");
     return array.Size() / sizeof(T);
 }
 
-/// Fills each array from its binary unless one is absent.
+/// Fills all arrays of a group from their binaries, or none when one is absent.
 template <class... T>
 void ReadGroup(const std::pair<StoredArray, std::vector<T>&>&... arrays)
 {
     if (!(arrays.first.IsPresent() && ...)) return;
     const std::size_t numbers[] = {NumberOf<T>(arrays.first)...};
     for (const std::size_t n : numbers)
-        if (n != numbers[0]) throw std::invalid_argument("arrays of a point set differ in number");
+        if (n != numbers[0]) throw std::invalid_argument("arrays of a point set hold different numbers of records");
     ((arrays.second = arrays.first.template Read<T>()), ...);
 }
 
@@ -324,7 +325,7 @@ element::object to_object(const CFPFHPointSet& set)
 element::object to_object(const CFPFHPreRegistration& registration)
 {
     element::object transforms;
-    for (const ICPResult& result : registration.GetAllResults()) // with their overlap areas
+    for (const ICPResult& result : registration.GetVerifiedTrafos()) // areas as far as known
         transforms.append({std::to_string(transforms.end() - transforms.begin()), to_object(result)});
     element::object result;
     result.append({"FixPointSet", to_object(registration.GetFixPointSet())});

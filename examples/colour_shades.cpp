@@ -1,5 +1,6 @@
-// Sorts a table of tooth shades by how different they look from a measured colour: colour_shades [RED GREEN BLUE], sRGB
-// bytes. Prints the CIEDE2000 difference of each, the nearest first; differences below about 1 can hardly be seen.
+// Sorts a table of tooth shades by their perceived difference from a measured colour: colour_shades [RED GREEN BLUE],
+// in sRGB bytes. Prints the CIEDE2000 difference of each shade, nearest first; differences below about 1 are barely
+// visible.
 #include <VoAlgorithms/VoAlgorithms.h>
 
 #include <algorithm>
@@ -21,7 +22,7 @@ cs::RGB::Packed Bytes(double red, double green, double blue)
     return cs::RGB::Packed().FromRGB(red, green, blue);
 }
 
-// Lab(RGB) takes linear components; gamma-coded ones go by way of XYZ.
+// Lab(RGB) takes linear components; gamma-coded ones are converted through XYZ.
 cs::Lab LabOfSRGB(const cs::RGB& color)
 {
     return cs::XYZ::FromSRGB(color);

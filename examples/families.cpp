@@ -1,5 +1,8 @@
-// A short use of every family; the reference shows these parts. Ends with 0 when each finds what it should.
+// A short use of every family; the reference shows these parts. Exits with 0 when every result is as expected. Run it
+// from the root of the sources, where it finds the sample scans.
 #include <VoAlgorithms/VoAlgorithms.h>
+
+#include "sample_scan.h"
 
 #include <array>
 #include <cmath>
@@ -10,7 +13,33 @@
 
 void Expect(bool isTrue, const char* what)
 {
-    if (!isTrue) throw std::runtime_error(std::string(what) + " went wrong");
+    if (!isTrue) throw std::runtime_error(std::string(what) + " gave a wrong result");
+}
+
+void Registration()
+{
+    const prereg::PreparedScan fix = prereg::PrepareScan(ReadSample("examples/data/hippo1.ply"));
+    const prereg::PreparedScan flt = prereg::PrepareScan(ReadSample("examples/data/hippo2.ply"));
+    // [adjust]
+    prereg::RegistrationOptions options;
+    options.adjust = [](prereg::ConfigurationFPFH& c) { c.icpConfig.dMinOverlapRatio = 0.3; };
+    const prereg::Registration r = prereg::RegisterScans(fix, flt, options); // other settings follow from the scans
+    // [adjust]
+    Expect(r && r.settings.verification.icp.dMinOverlapRatio == 0.3, "the registration");
+
+    // [driver]
+    const prereg::ConfigurationFPFH config = prereg::DeriveSettings(fix.scan, flt.scan).config;
+    prereg::CFPFHDataSource fixSource(config.dFeatureRadius, config.uiMinCurvatureQuality, 2, false); // 2 threads
+    prereg::CFPFHDataSource fltSource = fixSource;
+    fixSource.Update(fix.scan.points, fix.scan.normals);
+    fltSource.Update(flt.scan.points, flt.scan.normals);
+
+    const prereg::CFPFHPointSet fixSet(fixSource), fltSet(fltSource);
+    prereg::CFPFHPreRegistration driver(fixSet, fltSet, config, false);
+    driver.Compute();
+    const prereg::ICPResult best = driver.GetNextResult(); // type 0: accepted; trafo maps flt into the frame of fix
+    // [driver]
+    Expect(best.resultType == 0 && best.trafo.GetRotationDistance(r.Best().trafo) < 0.01F, "the driver");
 }
 
 void Platform()
@@ -21,7 +50,7 @@ void Platform()
         std::fprintf(stderr, "%s: %ls\n", message.channel, message.text.c_str());
     });
     // [platform]
-    Expect(Logging::GetLogger("Example").IsLogLevelEnabled(Logging::ELogLevel::Info), "the log");
+    Expect(Logging::GetLogger("Example").IsLogLevelEnabled(Logging::ELogLevel::Info), "logging");
     Logging::SetSink({});
 }
 
@@ -37,7 +66,7 @@ void KdTree()
     std::vector<int> around;
     tree.AllWithin(&place.x, 1.0F * 1.0F, around); // 0 and 1, in the tree's order
     // [kdtree]
-    Expect(nearest == 1 && std::abs(distanceSq - 0.02F) < 1e-6F && around.size() == 2, "the search");
+    Expect(nearest == 1 && std::abs(distanceSq - 0.02F) < 1e-6F && around.size() == 2, "the tree");
 }
 
 void Numerics()
@@ -49,7 +78,7 @@ void Numerics()
     VoAlgo::TVector<double> x(2);
     const bool isSolved = VoAlgo::lapack::lssolve(a, y, x); // x = (1, 2)
     // [least squares]
-    Expect(isSolved && std::abs(x[0] - 1) < 1e-12 && std::abs(x[1] - 2) < 1e-12, "the least squares");
+    Expect(isSolved && std::abs(x[0] - 1) < 1e-12 && std::abs(x[1] - 2) < 1e-12, "the least-squares solve");
 
     // [poses]
     using Vector = kdtree::Vector<3>;
@@ -57,11 +86,11 @@ void Numerics()
     const Vector from[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}};
     const Vector to[] = {pose * from[0], pose * from[1], pose * from[2], pose * from[3]};
 
-    const VoAlgo::CTrafo fit = VoAlgo::CTrafo::LeastSquaresFit(from, to, 4); // false when the points leave it open
-    const VoAlgo::CTrafo rest = fit.GetInverse() * pose;                     // pose first, then back by the fit
-    const float angle = rest.GetRotationDistance(VoAlgo::CTrafo::Identity()), shift = rest.GetTranslation().Norm();
+    const VoAlgo::CTrafo fit = VoAlgo::CTrafo::LeastSquaresFit(from, to, 4); // false when the points are degenerate
+    const VoAlgo::CTrafo error = fit.GetInverse() * pose;                    // applies pose first, then the inverse
+    const float angle = error.GetRotationDistance(VoAlgo::CTrafo::Identity()), shift = error.GetTranslation().Norm();
     // [poses]
-    Expect(fit && angle < 1e-3F && shift < 1e-4F, "the fit");
+    Expect(fit && angle < 1e-3F && shift < 1e-4F, "the pose fit");
 }
 
 void Clustering()
@@ -86,8 +115,8 @@ void Documents()
                                       element("settings", VoAlgo::bson::to_object(prereg::ConfigurationFPFH())));
     const auto [bytes, size] = document.freeze();
 
-    const element::object read = element::object::unfreeze(bytes.get(), size); // throws for what is no document
-    const int scans = read.child("scans").as_int32();                          // throws for another type
+    const element::object read = element::object::unfreeze(bytes.get(), size); // throws if the bytes are not a document
+    const int scans = read.child("scans").as_int32();                          // throws if the type differs
     const double radius = read.query("settings/dFeatureRadius").as_double();
     const auto settings = VoAlgo::bson::from_object<prereg::ConfigurationFPFH>(read.child("settings").as_object());
     // [bson]
@@ -116,7 +145,7 @@ void Solvers()
     Decay decay;
     VoAlgo::CNLSSolver solver(decay, false, 0);
     solver.SetLogging(false);
-    solver.SetRefinement(true);              // not to rest on a bound
+    solver.SetRefinement(true);              // may leave a bound where the plain iteration stops
     VoAlgo::TVector<double> params = {1, 1}; // the start
     double rmse = 0;
     solver.Run(params, rmse, 100, 1e-3, 0, VoAlgo::CNLSSolver::Gibbs); // a = 8, b = ln 2
@@ -139,9 +168,9 @@ void Colour()
     // [colour]
     namespace cs = VoAlgo::cs;
     const cs::Lab ivory(cs::XYZ::FromSRGB({229, 214, 186})), sand(cs::XYZ::FromSRGB({212, 190, 150}));
-    const double difference = std::sqrt(ivory.DistanceSq_CIEDE2000(sand)); // about 1 can just be seen
+    const double difference = std::sqrt(ivory.DistanceSq_CIEDE2000(sand)); // about 1 is just noticeable
 
-    auto curve = cs::Lab::CreateColorTransferCurve(3); // three control points a channel
+    auto curve = cs::Lab::CreateColorTransferCurve(3); // three control points per channel
     const bool isMoved = curve.Channel(0).MovePoint(1, {50, 60});
     const cs::Lab brighter = curve(sand);
     // [colour]
@@ -152,7 +181,7 @@ void Runtime()
 {
     // [run length]
     const std::vector<unsigned char> mask(10000, 7);
-    std::vector<unsigned char> coded(1 + 2 * mask.size()); // the worst case
+    std::vector<unsigned char> coded(1 + 2 * mask.size()); // worst case
     coded.resize(VoAlgo::RLE::Compress(mask.data(), coded.data(), mask.size(), -1));
 
     std::vector<unsigned char> decoded(mask.size());
@@ -162,15 +191,16 @@ void Runtime()
 
     // [pipe]
     VoAlgo::CSharedMemoryPipe receiver = VoAlgo::CSharedMemoryPipe::Create(L"VoAlgorithmsExample", 65536);
-    VoAlgo::CSharedMemoryPipe sender = VoAlgo::CSharedMemoryPipe::Open(L"VoAlgorithmsExample", 65536); // elsewhere
+    VoAlgo::CSharedMemoryPipe sender = VoAlgo::CSharedMemoryPipe::Open(L"VoAlgorithmsExample", 65536); // other process
     sender.Send(coded);
-    const std::vector<unsigned char> message = receiver.Receive(); // waits until there is one
+    const std::vector<unsigned char> message = receiver.Receive(); // waits for a message
     // [pipe]
     Expect(message == coded, "the pipe");
 }
 
 int main()
 try {
+    Registration();
     Platform();
     KdTree();
     Numerics();

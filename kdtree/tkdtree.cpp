@@ -1,3 +1,13 @@
+// A kd-tree (J. L. Bentley, Commun. ACM 18 (1975) 509-517) with buckets as leaves, searched as in J. H. Friedman,
+// J. L. Bentley and R. A. Finkel, ACM Trans. Math. Softw. 3 (1977) 209-226. Nodes are split at the middle of their box,
+// not at the median, so that no coordinates are sorted.
+// Build:  1. drop the points that are not finite and all but the first of equal points (unique.h);
+//         2. make a leaf of at most B points; otherwise split the bounding box at the middle of its longest side,
+//            partition the points in place, and build the lower and then the upper child;
+//         3. store the coordinates in tree order, by planes in space and by padded rows in other dimensions.
+// Search: 4. skip a node whose box lies beyond the current bound;
+//         5. descend to the query's side of the split first, then to the other side unless the plane is out of bound;
+//         6. scan a leaf eight points at a time; a found point may tighten the bound.
 #include "VoAlgorithms/kdtree/tkdtree.h"
 
 #include "kdtree/unique.h"
@@ -14,12 +24,12 @@ using VoAlgo::simd::Lanes;
 
 constexpr unsigned PaddedLength(unsigned dimension)
 {
-    constexpr auto lanes = static_cast<unsigned>(Lanes);
-    return (dimension + lanes - 1) / lanes * lanes;
+    constexpr auto Width = static_cast<unsigned>(Lanes);
+    return (dimension + Width - 1) / Width * Width;
 }
 
-/// How points and boxes of D dimensions lie in memory, and the distances over them. A box distance adds the same terms
-/// in the same order as a point distance, so that it never exceeds, by rounding, that of a point inside.
+/// The memory layout of points and boxes of D dimensions, and distances to them. A box distance adds the same terms in
+/// the same order as a point distance, so that rounding never lifts it above the distance of a point inside.
 template <unsigned D>
 struct Layout {
     static constexpr unsigned Row = PaddedLength(D);
@@ -62,8 +72,8 @@ struct Layout<3> {
     }
 };
 
-/// Calls visit(position, distanceSq) for the points of a planar leaf that `accept` lets through, in tree order.
-/// `accept` and `visit` share the bound of the search, which may shrink on the way.
+/// Calls visitor.Visit(position, distanceSq) in tree order for the points of a leaf, stored by planes, that its
+/// Candidates let through. The visitor's bound may shrink on the way.
 template <class Visitor>
 void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, std::uint32_t begin, std::uint32_t end,
                 Visitor& visitor)
@@ -88,7 +98,7 @@ void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, 
     }
 }
 
-/// The nearest point strictly within a radius; of equally distant ones the first visited.
+/// The nearest point strictly within a radius; of equally distant points the first visited.
 struct NearestVisitor {
     float bound;
     std::uint32_t best = std::numeric_limits<std::uint32_t>::max();
@@ -119,8 +129,8 @@ struct AllVisitor {
     }
 };
 
-/// The k nearest points within a radius, border included, in a max-heap of positions and squared distances; once it is
-/// full its worst is the bound.
+/// The k nearest points within a radius, border included, in a max-heap of positions and squared distances. Once the
+/// heap is full, its largest distance is the bound.
 struct NearestKVisitor {
     using Neighbour = std::pair<int, float>;
 
@@ -172,30 +182,26 @@ public:
         tree_.nodes_.reserve(nodes);
         tree_.boxes_.reserve(nodes * Layout<D>::Box);
         rows_.resize(tree_.count_ * WorkRow);
-        for (std::uint32_t i = 0; i < tree_.count_; ++i) std::copy_n(points_ + tree_.indices_[i] * stride_, D, Row(i));
-        AddNode(0, tree_.count_);
-        StoreCoordinates();
+        for (std::uint32_t i = 0; i < tree_.count_; ++i) std::copy_n(points_ + tree_.indices_[i] * stride_, D, row(i));
+        addNode(0, tree_.count_);
+        storeCoordinates();
     }
 
 private:
-    // While points are partitioned they lie row by row, so that every pass reads in sequence.
+    // Points are stored row by row while they are partitioned, so that every pass reads in sequence.
     static constexpr unsigned WorkRow = D == 3 ? 4 : Layout<D>::Row;
 
-    [[nodiscard]] float* Row(std::uint32_t i) { return &rows_[std::size_t{i} * WorkRow]; }
+    [[nodiscard]] float* row(std::uint32_t i) { return &rows_[std::size_t{i} * WorkRow]; }
 
-    void AddNode(std::uint32_t begin, std::uint32_t end)
+    void addNode(std::uint32_t begin, std::uint32_t end)
     {
         const auto self = static_cast<std::uint32_t>(tree_.nodes_.size());
         tree_.nodes_.push_back({begin, end, 0, 0, 0.0F});
         float lowest[PaddedLength(D)];
         float highest[PaddedLength(D)];
-        BoundingBox(begin, end, lowest, highest);
-        StoreBox(lowest, highest);
-        if (end - begin <= B) {
-            for (unsigned k = 0; k < D; ++k)
-                if (!std::isfinite(lowest[k]) || !std::isfinite(highest[k])) throw build_error_irregular();
-            return;
-        }
+        boundingBox(begin, end, lowest, highest);
+        storeBox(lowest, highest);
+        if (end - begin <= B) return;
         unsigned dimension = 0;
         float longest = 0.0F;
         for (unsigned k = 0; k < D; ++k) {
@@ -207,37 +213,37 @@ private:
         }
         if (!(longest > 0.0F)) throw build_error_duplicates();
         float split = 0.5F * highest[dimension] + 0.5F * lowest[dimension];
-        if (!(split > lowest[dimension])) split = highest[dimension]; // neighbouring floats have no middle
-        const std::uint32_t middle = Partition(begin, end, dimension, split);
-        AddNode(begin, middle);
+        if (!(split > lowest[dimension])) split = highest[dimension]; // no float lies between neighbouring floats
+        const std::uint32_t middle = partition(begin, end, dimension, split);
+        addNode(begin, middle);
         Node& node = tree_.nodes_[self];
         node.splitDimension = dimension;
         node.split = split;
         node.upper = static_cast<std::uint32_t>(tree_.nodes_.size());
-        AddNode(middle, end);
+        addNode(middle, end);
     }
 
-    void BoundingBox(std::uint32_t begin, std::uint32_t end, float* lowest, float* highest)
+    void boundingBox(std::uint32_t begin, std::uint32_t end, float* lowest, float* highest)
     {
         if constexpr (D == 3) {
             if (end - begin == 1) {
-                std::copy_n(Row(begin), D, lowest);
-                std::copy_n(Row(begin), D, highest);
+                std::copy_n(row(begin), D, lowest);
+                std::copy_n(row(begin), D, highest);
                 return;
             }
-            Bounds(Row(begin), Row(end - 2), 2 * WorkRow, lowest, highest); // two points at a time
+            bounds(row(begin), row(end - 2), 2 * WorkRow, lowest, highest); // two points at a time
             for (unsigned k = 0; k < D; ++k) {
                 lowest[k] = std::min(lowest[k], lowest[k + WorkRow]);
                 highest[k] = std::max(highest[k], highest[k + WorkRow]);
             }
         } else {
             for (unsigned k = 0; k < WorkRow; k += Lanes)
-                Bounds(Row(begin) + k, Row(end - 1) + k, WorkRow, lowest + k, highest + k);
+                bounds(row(begin) + k, row(end - 1) + k, WorkRow, lowest + k, highest + k);
         }
     }
 
-    /// Of eight floats from every step'th on; the last ones need not be a whole step away.
-    static void Bounds(const float* first, const float* last, std::size_t step, float* lowest, float* highest)
+    /// Bounds of the eight floats that start at first, first + step, … and at last.
+    static void bounds(const float* first, const float* last, std::size_t step, float* lowest, float* highest)
     {
         F8 low = F8::Load(last);
         F8 high = low;
@@ -250,19 +256,19 @@ private:
     }
 
     /// Two-pointer swap; returns the first position of the upper part.
-    std::uint32_t Partition(std::uint32_t begin, std::uint32_t end, unsigned dimension, float split)
+    std::uint32_t partition(std::uint32_t begin, std::uint32_t end, unsigned dimension, float split)
     {
         while (true) {
-            while (begin < end && Row(begin)[dimension] < split) ++begin;
-            while (begin < end && !(Row(end - 1)[dimension] < split)) --end;
+            while (begin < end && row(begin)[dimension] < split) ++begin;
+            while (begin < end && !(row(end - 1)[dimension] < split)) --end;
             if (begin >= end) return begin;
             --end;
-            std::swap_ranges(Row(begin), Row(begin) + WorkRow, Row(end));
+            std::swap_ranges(row(begin), row(begin) + WorkRow, row(end));
             std::swap(tree_.indices_[begin++], tree_.indices_[end]);
         }
     }
 
-    void StoreBox(const float* lowest, const float* highest)
+    void storeBox(const float* lowest, const float* highest)
     {
         const std::size_t at = tree_.boxes_.size();
         tree_.boxes_.resize(at + Layout<D>::Box, 0.0F);
@@ -270,13 +276,13 @@ private:
         std::copy_n(highest, D, &tree_.boxes_[at + Layout<D>::Row]);
     }
 
-    void StoreCoordinates()
+    void storeCoordinates()
     {
         if constexpr (D == 3) {
             const std::size_t n = tree_.count_;
             tree_.coordinates_.assign(3 * n + Lanes, 0.0F); // a block of eight may reach past the last point
             for (std::uint32_t i = 0; i < n; ++i)
-                for (unsigned k = 0; k < 3; ++k) tree_.coordinates_[k * n + i] = Row(i)[k];
+                for (unsigned k = 0; k < 3; ++k) tree_.coordinates_[k * n + i] = row(i)[k];
         } else {
             tree_.coordinates_ = std::move(rows_);
         }
@@ -288,7 +294,7 @@ private:
     std::vector<float> rows_; // in step with the indices
 };
 
-/// Depth-first search, the query's side of every split first.
+/// Depth-first search that takes the query's side of every split first.
 template <unsigned D, unsigned B>
 template <class Visitor>
 class TKdTree<D, B>::Search {
@@ -296,28 +302,28 @@ public:
     Search(const TKdTree& tree, const float* query, Visitor& visitor) : tree_(tree), visitor_(visitor)
     {
         std::copy_n(query, D, query_);
-        if (!tree_.nodes_.empty() && visitor_.Enters(BoxDistanceSq(0))) Descend(0);
+        if (!tree_.nodes_.empty() && visitor_.Enters(boxDistanceSq(0))) descend(0);
     }
 
 private:
-    [[nodiscard]] float BoxDistanceSq(std::uint32_t node) const
+    [[nodiscard]] float boxDistanceSq(std::uint32_t node) const
     {
         return Layout<D>::BoxDistanceSq(query_, &tree_.boxes_[static_cast<std::size_t>(node) * Layout<D>::Box]);
     }
 
-    void Descend(std::uint32_t at)
+    void descend(std::uint32_t at)
     {
         const Node& node = tree_.nodes_[at];
-        if (node.upper == 0) return ScanLeaf(node);
+        if (node.upper == 0) return scanLeaf(node);
         const float d = node.split - query_[node.splitDimension];
         const std::uint32_t lower = at + 1;
         const std::uint32_t nearChild = d >= 0.0F ? lower : node.upper;
         const std::uint32_t farChild = d >= 0.0F ? node.upper : lower;
-        if (visitor_.Enters(BoxDistanceSq(nearChild))) Descend(nearChild);
-        if (visitor_.Crosses(d * d) && visitor_.Enters(BoxDistanceSq(farChild))) Descend(farChild);
+        if (visitor_.Enters(boxDistanceSq(nearChild))) descend(nearChild);
+        if (visitor_.Crosses(d * d) && visitor_.Enters(boxDistanceSq(farChild))) descend(farChild);
     }
 
-    void ScanLeaf(const Node& node)
+    void scanLeaf(const Node& node)
     {
         const float* coordinates = tree_.coordinates_.data();
         if constexpr (D == 3) {
@@ -343,7 +349,7 @@ TKdTree<D, B>::TKdTree(const float* points, std::size_t n, std::size_t stride)
         Builder(*this, points, stride).Build();
     } catch (const build_error_empty&) {
         *this = TKdTree();
-    } catch (const std::runtime_error&) { // irregular, duplicates: a tree without root, which finds nothing
+    } catch (const build_error_duplicates&) { // a tree without root, which finds nothing
         nodes_.clear();
         boxes_.clear();
     }

@@ -6,8 +6,8 @@
 
 namespace kdtree::detail {
 
-/// Indices, ascending, of the points (n of `dimension` floats each, `stride` apart) that are finite and not a
-/// repetition of an earlier one; −0 equals 0. O(n) expected.
+/// Ascending indices of the points (n of `dimension` floats each, `stride` floats apart) that are finite and do not
+/// repeat an earlier one; −0 equals 0. Expected linear time.
 std::vector<std::uint32_t> UniqueFinite(const float* points, std::size_t n, std::size_t stride, unsigned dimension);
 
 } // namespace kdtree::detail

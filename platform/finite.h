@@ -6,7 +6,7 @@
 
 namespace VoAlgo {
 
-/// Whether none of n values is infinite or NaN.
+/// Whether all n values are finite.
 template <class T>
 [[nodiscard]] bool AllFinite(const T* values, std::size_t n)
 {

@@ -3,7 +3,7 @@
 #include "VoAlgorithms/platform/logging.h"
 
 /// Reports through `logger` when the level is enabled. LEVEL is Error, Warn, Info or Trace, `function` the qualified
-/// name of the reporting function; the wide format and its arguments follow.
+/// name of the reporting function; the wide format string and its arguments follow.
 #define VOALGO_LOG(logger, LEVEL, function, ...)                                                                       \
     do {                                                                                                               \
         if ((logger).IsLogLevelEnabled(Logging::ELogLevel::LEVEL))                                                     \

@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<int> enabledLevel{static_cast<int>(ELogLevel::Warn)};
 
-// Never destroyed: other objects with static storage may log while the process ends.
+// Never destroyed: other objects with static storage may log while the process exits.
 struct Registry {
     std::mutex mutex;
     std::shared_ptr<const Sink> sink; ///< null: the default sink
@@ -45,8 +45,8 @@ const char* LevelName(ELogLevel level)
     return "";
 }
 
-/// The stream has one orientation for the whole process, the host's; so the text is written as narrow characters, what
-/// is not ASCII as '?'.
+/// The host chooses the orientation of the stream for the whole process, so the text is written as narrow characters,
+/// with '?' for everything but ASCII.
 void WriteToStandardError(const Message& message)
 {
     if (message.level > ELogLevel::Warn) return;
@@ -57,12 +57,13 @@ void WriteToStandardError(const Message& message)
                  narrow.c_str());
 }
 
-/// vswprintf does not tell the length that it needs, so the buffer grows until the text fits.
+/// vswprintf does not report the length it needs, so the buffer grows until the text fits.
 std::wstring Format(const wchar_t* format, std::va_list arguments)
 {
-    constexpr std::size_t FIRST_SIZE = 512;
-    constexpr std::size_t LARGEST_SIZE = std::size_t{1} << 20; // a conversion error looks like a lack of room
-    for (std::wstring text(FIRST_SIZE, L'\0'); text.size() <= LARGEST_SIZE; text.resize(text.size() * 4)) {
+    constexpr std::size_t FirstSize = 512;
+    constexpr std::size_t LargestSize = std::size_t{1}
+                                        << 20; // a conversion error looks like a buffer that is too small
+    for (std::wstring text(FirstSize, L'\0'); text.size() <= LargestSize; text.resize(text.size() * 4)) {
         std::va_list copy;
         va_copy(copy, arguments);
         const int length = std::vswprintf(text.data(), text.size(), format, copy);
@@ -102,7 +103,7 @@ void SetSink(Sink sink)
     std::shared_ptr<const Sink> shared = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
     Registry& registry = TheRegistry();
     const std::lock_guard lock(registry.mutex);
-    registry.sink.swap(shared); // the old sink dies after the lock is gone
+    registry.sink.swap(shared); // the old sink is destroyed after the lock is released
 }
 
 void SetLevel(ELogLevel level)

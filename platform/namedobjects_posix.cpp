@@ -1,5 +1,7 @@
 #include "platform/namedobjects.h"
 
+#include "platform/utf8.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -14,28 +16,10 @@ namespace VoAlgo::platform {
 
 namespace {
 
-constexpr mode_t OWNER_ONLY = S_IRUSR | S_IWUSR;
+constexpr mode_t OwnerOnly = S_IRUSR | S_IWUSR;
 
-void AppendUtf8(std::string& text, std::uint32_t code)
-{
-    const auto put = [&](std::uint32_t byte) { text += static_cast<char>(static_cast<unsigned char>(byte)); };
-    if (code < 0x80) return put(code);
-    if (code < 0x800) {
-        put(0xc0 | code >> 6);
-    } else {
-        if (code < 0x10000) {
-            put(0xe0 | code >> 12);
-        } else {
-            put(0xf0 | (code >> 18 & 0x07));
-            put(0x80 | (code >> 12 & 0x3f));
-        }
-        put(0x80 | (code >> 6 & 0x3f));
-    }
-    put(0x80 | (code & 0x3f));
-}
-
-/// "/" and the name in UTF-8. A slash has no place within such names and a NUL would end it: they, and the sign that
-/// marks them, are written as %XX.
+/// "/" and the name in UTF-8. Such names cannot contain a slash or a NUL: these, and the percent sign itself, are
+/// written as %XX.
 std::string SystemName(const std::wstring& name)
 {
     std::string text = "/";
@@ -47,12 +31,12 @@ std::string SystemName(const std::wstring& name)
         else if (letter == L'\0')
             text += "%00";
         else
-            AppendUtf8(text, static_cast<std::uint32_t>(letter));
+            AppendUtf8(text, static_cast<char32_t>(letter));
     }
     return text;
 }
 
-/// Calls create() until the name is free, removing what is in its way; `failed` is what create returns on failure.
+/// Calls create() and removes any object that holds the name until it is free; `failed` is the failure value of create.
 template <typename Handle, typename Create>
 Handle TakeName(const std::string& name, int (*unlink)(const char*), Handle failed, const Create& create)
 {
@@ -80,7 +64,7 @@ bool SameBlock(int a, int b)
            first.st_ino == second.st_ino;
 }
 
-/// Reserves the memory too: without, a full system would end the process at the first write.
+/// Reserves the memory as well: otherwise the first write would kill the process when the system is out of memory.
 int Reserve(int block, std::size_t size)
 {
     int error = 0;
@@ -106,7 +90,7 @@ std::unique_ptr<NamedMapping> NamedMapping::Create(const std::wstring& name, std
 {
     const std::string systemName = SystemName(name);
     const int block = TakeName(systemName, shm_unlink, -1,
-                               [&] { return shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL, OWNER_ONLY); });
+                               [&] { return shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL, OwnerOnly); });
     if (block == -1) return nullptr;
     std::unique_ptr<NamedMapping> mapping(new NamedMapping(block, systemName));
     if (const int error = Reserve(block, std::max<std::size_t>(size, 1)); error != 0) {
@@ -152,7 +136,7 @@ std::unique_ptr<NamedSemaphore> NamedSemaphore::Create(const std::wstring& name,
 {
     const std::string systemName = SystemName(name);
     sem_t* semaphore = TakeName(systemName, sem_unlink, SEM_FAILED,
-                                [&] { return sem_open(systemName.c_str(), O_CREAT | O_EXCL, OWNER_ONLY, initial); });
+                                [&] { return sem_open(systemName.c_str(), O_CREAT | O_EXCL, OwnerOnly, initial); });
     return std::unique_ptr<NamedSemaphore>(semaphore == SEM_FAILED ? nullptr
                                                                    : new NamedSemaphore(semaphore, systemName));
 }
@@ -167,7 +151,7 @@ NamedSemaphore::~NamedSemaphore()
 {
     auto* semaphore = static_cast<sem_t*>(handle_);
     if (!ownedName_.empty()) {
-        // A process has one address for each semaphore, however often it opens it.
+        // Within a process, every sem_open of a semaphore returns the same address.
         if (sem_t* current = OpenSemaphore(ownedName_); current != SEM_FAILED) {
             if (current == semaphore) sem_unlink(ownedName_.c_str());
             sem_close(current);
@@ -186,7 +170,7 @@ void NamedSemaphore::Release()
 {
     int count = 0;
     sem_getvalue(static_cast<sem_t*>(handle_), &count);
-    if (count < MAXIMUM) sem_post(static_cast<sem_t*>(handle_));
+    if (count < MaxCount) sem_post(static_cast<sem_t*>(handle_));
 }
 
 } // namespace VoAlgo::platform

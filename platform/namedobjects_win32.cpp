@@ -70,7 +70,7 @@ std::size_t NamedMapping::Size() const
 
 std::unique_ptr<NamedSemaphore> NamedSemaphore::Create(const std::wstring& name, unsigned initial)
 {
-    const HANDLE handle = CreateSemaphoreW(nullptr, static_cast<LONG>(initial), MAXIMUM, name.c_str());
+    const HANDLE handle = CreateSemaphoreW(nullptr, static_cast<LONG>(initial), MaxCount, name.c_str());
     return std::unique_ptr<NamedSemaphore>(handle == nullptr ? nullptr : new NamedSemaphore(handle, {}));
 }
 

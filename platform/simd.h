@@ -1,9 +1,9 @@
 #pragma once
 
-// Eight-wide single precision. All intrinsics of the library live here (those of four doubles in simd_double.h, the
-// move-to-front table's, of bytes, in runtime/detail_movetofront.h). Kernels are templates over the pack type: the
-// library runs them with F8, tests hold that against ScalarF8. Every operation rounds like the plain float operation,
-// so both give the same bits.
+// Eight-wide single precision. All intrinsics of the library live here, except those for four doubles (simd_double.h)
+// and for the bytes of the move-to-front table (runtime/detail_movetofront.h). Kernels are templates over the pack
+// type: the library runs them with F8, and tests compare that with ScalarF8. Every operation rounds like the plain
+// float operation, so both give the same bits.
 
 #include <algorithm>
 #include <bit>
@@ -13,9 +13,14 @@
 #include <cstring>
 #include <utility>
 
+// Compilers announce instruction sets differently: MSVC defines __AVX2__ (with /arch:AVX2), but neither __SSE4_2__ nor
+// __BMI2__. Every processor with AVX2 has both.
 #if defined(__SSE2__) || defined(_M_X64)
 #define VOALGO_SIMD_SSE2 1
 #include <immintrin.h>
+#endif
+#if defined(__SSE4_2__) || defined(__AVX2__)
+#define VOALGO_SIMD_SSE42 1
 #endif
 #if defined(__AVX2__)
 #define VOALGO_SIMD_AVX2 1
@@ -26,8 +31,8 @@ namespace VoAlgo::simd {
 inline constexpr std::size_t Lanes = 8;
 inline constexpr std::size_t CodeBytes = 3;
 
-/// The processor's approximate reciprocal square root (relative error below 1.5 · 2⁻¹²). Elsewhere: the exact value
-/// rounded to 12 bits of mantissa, which has the same error bound but other bits.
+/// The processor's approximate reciprocal square root (relative error below 1.5 · 2⁻¹²). Without SSE the exact value
+/// cut to 12 bits of mantissa: same error bound, other bits.
 inline float ApproximateReciprocalSqrt(float x)
 {
 #if defined(VOALGO_SIMD_SSE2)
@@ -38,7 +43,7 @@ inline float ApproximateReciprocalSqrt(float x)
 #endif
 }
 
-/// The processor's approximate reciprocal, with the same bound and the same stand-in.
+/// The processor's approximate reciprocal, with the same error bound and the same fallback.
 inline float ApproximateReciprocal(float x)
 {
 #if defined(VOALGO_SIMD_SSE2)
@@ -49,7 +54,7 @@ inline float ApproximateReciprocal(float x)
 #endif
 }
 
-/// One byte more of a CRC-32C (Castagnoli, reflected polynomial 0x82F63B78), bit by bit.
+/// Updates a CRC-32C (Castagnoli, reflected polynomial 0x82F63B78) with one byte, bit by bit.
 constexpr std::uint32_t Crc32cByte(std::uint32_t crc, std::uint8_t byte)
 {
     crc ^= byte;
@@ -57,7 +62,7 @@ constexpr std::uint32_t Crc32cByte(std::uint32_t crc, std::uint8_t byte)
     return crc;
 }
 
-/// What the processor's crc32 instruction does with the bytes of an integer, low byte first.
+/// Updates it with the bytes of an integer, low byte first, as the processor's crc32 instruction does.
 template <class Integer>
 std::uint32_t Crc32cScalar(std::uint32_t crc, Integer data)
 {
@@ -68,7 +73,7 @@ std::uint32_t Crc32cScalar(std::uint32_t crc, Integer data)
 
 inline std::uint32_t Crc32c(std::uint32_t crc, std::uint64_t data)
 {
-#if defined(__SSE4_2__)
+#if defined(VOALGO_SIMD_SSE42)
     return static_cast<std::uint32_t>(_mm_crc32_u64(crc, data));
 #else
     return Crc32cScalar(crc, data);
@@ -77,14 +82,14 @@ inline std::uint32_t Crc32c(std::uint32_t crc, std::uint64_t data)
 
 inline std::uint32_t Crc32c(std::uint32_t crc, std::uint32_t data)
 {
-#if defined(__SSE4_2__)
+#if defined(VOALGO_SIMD_SSE42)
     return _mm_crc32_u32(crc, data);
 #else
     return Crc32cScalar(crc, data);
 #endif
 }
 
-/// Sets those of eight bytes to 1 whose bit in the mask is set, and leaves the others.
+/// Sets to 1 each of eight bytes whose bit in the mask is set; leaves the others.
 inline void SetBytes(unsigned mask, std::uint8_t* bytes)
 {
 #if defined(VOALGO_SIMD_AVX2)
@@ -98,7 +103,7 @@ inline void SetBytes(unsigned mask, std::uint8_t* bytes)
 #endif
 }
 
-/// Nearest integer, ties to even; the smallest int for NaN and what does not fit.
+/// Nearest integer, ties to even; the smallest int for NaN and values out of range.
 inline int RoundToInt(float x)
 {
 #if defined(VOALGO_SIMD_SSE2)
@@ -108,7 +113,7 @@ inline int RoundToInt(float x)
 #endif
 }
 
-/// Plain twin of the eight-wide pack.
+/// The scalar twin of the eight-wide pack.
 struct ScalarF8 {
     float v[Lanes];
 
@@ -151,7 +156,7 @@ struct ScalarF8 {
     {
         return Map(a, b, [](float x, float y) { return x / y; });
     }
-    /// The second operand when one is NaN, like the processor's instruction; so Min.
+    /// Max and Min return the second operand when one is NaN, like the processor's instructions.
     static ScalarF8 Max(const ScalarF8& a, const ScalarF8& b)
     {
         return Map(a, b, [](float x, float y) { return x > y ? x : y; });
@@ -214,8 +219,8 @@ struct ScalarF8 {
         };
         for (std::size_t i = 0; i < Lanes; ++i) codes[i] = byte(a.v[i]) | byte(b.v[i]) << 8 | byte(c.v[i]) << 16;
     }
-    /// Counts how often each byte of the codes has the values 0 to Values − 1: counts[place · Values + value],
-    /// replaced. The number of codes is a multiple of eight.
+    /// Overwrites counts[place · Values + value] with the number of codes whose byte `place` has that value, 0 to
+    /// Values − 1. The number of codes is a multiple of eight.
     template <std::size_t Values>
     static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts)
     {
@@ -225,27 +230,27 @@ struct ScalarF8 {
                 if (const std::uint32_t byte = codes[i] >> (8 * place) & 0xFFU; byte < Values)
                     ++counts[place * Values + byte];
     }
-    /// Writes the lanes whose mask bit is set back to back. All eight entries of `out` may be overwritten.
+    /// Writes the lanes whose mask bit is set, without gaps. All eight entries of `out` may be overwritten.
     static void Compress(const ScalarF8& a, unsigned mask, float* out)
     {
         std::size_t n = 0;
         for (std::size_t i = 0; i < Lanes; ++i)
             if ((mask >> i & 1U) != 0) out[n++] = a.v[i];
     }
-    /// The same with the numbers first + lane in place of lanes.
+    /// The same for the numbers first + lane.
     static void CompressNumbers(std::uint32_t first, unsigned mask, std::uint32_t* out)
     {
         std::size_t n = 0;
         for (std::uint32_t i = 0; i < Lanes; ++i)
             if ((mask >> i & 1U) != 0) out[n++] = first + i;
     }
-    /// ((v0 + v4) + (v2 + v6)) + ((v1 + v5) + (v3 + v7)), the pairwise reduction of the processor's halves.
+    /// ((v0 + v4) + (v2 + v6)) + ((v1 + v5) + (v3 + v7)), which halves the register at each step.
     [[nodiscard]] float Sum() const { return ((v[0] + v[4]) + (v[2] + v[6])) + ((v[1] + v[5]) + (v[3] + v[7])); }
     /// ((v0 + v1) + (v2 + v3)) + ((v4 + v5) + (v6 + v7)), neighbours in pairs; slower.
     [[nodiscard]] float SumOfPairs() const { return ((v[0] + v[1]) + (v[2] + v[3])) + ((v[4] + v[5]) + (v[6] + v[7])); }
 };
 
-/// For every mask the positions of its set bits, then anything.
+/// For every mask, the positions of its set bits; the remaining entries mean nothing.
 struct CompressTable {
     alignas(32) std::int32_t lanes[256][Lanes];
 
@@ -258,7 +263,7 @@ struct CompressTable {
         }
     }
 };
-inline constexpr CompressTable compressTable;
+inline constexpr CompressTable LanesOfMask;
 
 #if defined(VOALGO_SIMD_AVX2)
 
@@ -313,16 +318,16 @@ struct AvxF8 {
     static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts)
     {
         std::fill_n(counts, CodeBytes * Values, 0U);
-        CountCodes(codes, n, counts, std::make_index_sequence<Values>());
+        countCodes(codes, n, counts, std::make_index_sequence<Values>());
     }
     static void Compress(AvxF8 a, unsigned mask, float* out)
     {
-        const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(compressTable.lanes[mask]));
+        const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(LanesOfMask.lanes[mask]));
         _mm256_storeu_ps(out, _mm256_permutevar8x32_ps(a.v, lanes));
     }
     static void CompressNumbers(std::uint32_t first, unsigned mask, std::uint32_t* out)
     {
-        const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(compressTable.lanes[mask]));
+        const __m256i lanes = _mm256_load_si256(reinterpret_cast<const __m256i*>(LanesOfMask.lanes[mask]));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
                             _mm256_add_epi32(lanes, _mm256_set1_epi32(static_cast<int>(first))));
     }
@@ -340,10 +345,10 @@ struct AvxF8 {
     }
 
 private:
-    /// One register of byte counters per value. A counter holds 255, so many groups of eight codes are counted at a
-    /// time.
+    /// One register of byte counters per value. A counter holds at most 255, so that many groups of eight codes are
+    /// counted at a time.
     template <std::size_t... Value>
-    static void CountCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts,
+    static void countCodes(const std::uint32_t* codes, std::size_t n, std::uint32_t* counts,
                            std::index_sequence<Value...>)
     {
         constexpr std::size_t MostCodes = 255 * Lanes;
@@ -355,11 +360,11 @@ private:
                       counters[Value], _mm256_cmpeq_epi8(group, _mm256_set1_epi8(static_cast<char>(Value))))),
                  ...);
             }
-            (AddBytePlaces(counters[Value], counts + Value, sizeof...(Value)), ...);
+            (addBytePlaces(counters[Value], counts + Value, sizeof...(Value)), ...);
         }
     }
     /// counts[place · stride] += the sum over the eight lanes of the byte at that place.
-    static void AddBytePlaces(__m256i counters, std::uint32_t* counts, std::size_t stride)
+    static void addBytePlaces(__m256i counters, std::uint32_t* counts, std::size_t stride)
     {
         const __m256i byPlace = _mm256_shuffle_epi8( // the four bytes of each place side by side, in both halves
             counters, _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 0, 4, 8, 12, 1, 5, 9, 13,

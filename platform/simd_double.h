@@ -1,7 +1,7 @@
 #pragma once
 
-// Four-wide double precision for kernels that the plain loop over single values is the twin of: every operation rounds
-// like the plain double operation, so both give the same bits. Only there where the processor has it.
+// Four-wide double precision, only where the target has AVX2. The scalar twin of a kernel is the loop over single
+// values: every operation rounds like the plain double operation, so both give the same bits.
 
 #include "platform/simd.h"
 
@@ -21,7 +21,7 @@ struct AvxD4 {
     friend AvxD4 operator*(AvxD4 a, AvxD4 b) { return {_mm256_mul_pd(a.v, b.v)}; }
     friend AvxD4 operator/(AvxD4 a, AvxD4 b) { return {_mm256_div_pd(a.v, b.v)}; }
     friend AvxD4 operator*(double a, AvxD4 b) { return Set(a) * b; }
-    /// min where x is below it, max where it is above that, NaN where it is NaN.
+    /// x clamped to min … max; NaN stays NaN.
     static AvxD4 Clamp(AvxD4 x, double min, double max)
     {
         return {_mm256_min_pd(_mm256_set1_pd(max), _mm256_max_pd(_mm256_set1_pd(min), x.v))}; // NaN: the second operand
@@ -35,7 +35,7 @@ struct AvxD4 {
     {
         return _mm256_movemask_pd(_mm256_cmp_pd(t.v, threshold.v, _CMP_GT_OQ)) == 0xF;
     }
-    /// The upper 32 bits become their third (as an unsigned integer) plus the offset, the lower ones 0.
+    /// Divides the upper 32 bits by 3 (as an unsigned integer), adds the offset, and clears the lower ones.
     static AvxD4 ThirdOfHighWord(AvxD4 a, std::uint32_t offset)
     {
         const __m256i high = _mm256_srli_epi64(_mm256_castpd_si256(a.v), 32);
@@ -44,7 +44,7 @@ struct AvxD4 {
         return {_mm256_castsi256_pd(_mm256_slli_epi64(sum, 32))};
     }
 
-    /// Four triples x0 y0 z0 x1 … to and from one register per place.
+    /// Four triples x0 y0 z0 x1 … to and from one register per component.
     static void LoadTriples(const double* p, AvxD4& x, AvxD4& y, AvxD4& z)
     {
         const __m256d p0 = _mm256_loadu_pd(p), p1 = _mm256_loadu_pd(p + 4), p2 = _mm256_loadu_pd(p + 8);
@@ -62,13 +62,13 @@ struct AvxD4 {
         std::memcpy(&first, p, sizeof(first));
         std::memcpy(&last, p + sizeof(first), sizeof(last));
         const __m128i bytes = _mm_insert_epi32(_mm_cvtsi64_si128(first), last, 2);
-        const auto place = [bytes](int i) { // every third byte, as four integers
+        const auto component = [bytes](int i) { // every third byte, as four integers
             const __m128i pick = _mm_setr_epi32(i, i + 3, i + 6, i + 9);
             return _mm256_cvtepi32_pd(_mm_shuffle_epi8(bytes, _mm_or_si128(pick, _mm_set1_epi32(-256))));
         };
-        x.v = place(0);
-        y.v = place(1);
-        z.v = place(2);
+        x.v = component(0);
+        y.v = component(1);
+        z.v = component(2);
     }
     static void StoreTriples(AvxD4 x, AvxD4 y, AvxD4 z, double* p)
     {

@@ -24,12 +24,12 @@ namespace VoAlgo::tasks {
 
 namespace {
 
-// More ranges than workers, so that a worker with cheap entries takes over some of the others' share.
-constexpr std::size_t RANGES_PER_WORKER = 8;
+// More ranges than workers, so that a worker that finishes early takes over part of the others' work.
+constexpr std::size_t RangesPerWorker = 8;
 
 #if defined(VOALGO_THREAD_SANITIZER)
-// The race detector cannot look into the scheduler's library and would report its hand-over of every task. On plain
-// threads it watches what matters: the work functions.
+// The race detector cannot see into the scheduler's library and would report every task that it hands over. On plain
+// threads it checks what matters: the work functions.
 template <typename Worker>
 void RunWorkers(std::size_t workers, const Worker& worker)
 {
@@ -42,7 +42,7 @@ void RunWorkers(std::size_t workers, const Worker& worker)
 template <typename Worker>
 void RunWorkers(std::size_t workers, const Worker& worker)
 {
-    // A wish beyond the limit of the machine or the host would draw a warning on standard error.
+    // Asking for more than the machine or the host allows would print a warning to standard error.
     const std::size_t limit = tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism);
     tbb::task_arena arena(static_cast<int>(std::min(workers, limit)));
     arena.execute([&] {
@@ -64,7 +64,7 @@ void ForRanges(std::size_t count, unsigned threads, const std::function<void(std
     }
 
     const std::size_t workers = std::min<std::size_t>(threads, count);
-    const std::size_t rangeSize = std::max<std::size_t>(1, count / (workers * RANGES_PER_WORKER));
+    const std::size_t rangeSize = std::max<std::size_t>(1, count / (workers * RangesPerWorker));
     const std::size_t ranges = (count + rangeSize - 1) / rangeSize;
 
     std::atomic<std::size_t> nextRange{0};

@@ -3,8 +3,8 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "platform/channels.h"
 #include "platform/clock.h"
-#include "platform/log.h"
 #include "prereg/detail_histogramdistances.h"
 #include "prereg/detail_kmeans.h"
 
@@ -18,13 +18,8 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using VoAlgo::CMeanShiftClusterer;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration");
-    return logger;
-}
 
 float Chi2OfBins(std::size_t, const float* a, const float* b)
 {
@@ -58,16 +53,16 @@ double Quantile(const std::vector<double>& values, double p)
 
 CFPFHClusterAnalysis::CFPFHClusterAnalysis(const CFPFHPointSet& set, const ConfigurationFPFH& config)
 {
-    constexpr const char* function = "prereg::CFPFHClusterAnalysis::CFPFHClusterAnalysis";
+    constexpr const char* Function = "prereg::CFPFHClusterAnalysis::CFPFHClusterAnalysis";
     if (config.dFeatureClusteringBandwidth > 0.0) {
         if (config.uiNumPolygonVertices != 0)
-            VOALGO_LOG(Log(), Warn, function,
+            VOALGO_LOG(channels::PreRegistration(), Warn, Function,
                        L"ignoring setting uiNumPolygonVertices=%u while Mean-Shift cluster analysis is active "
                        L"(dFeatureClusteringBandwidth=%g > 0)",
                        config.uiNumPolygonVertices, config.dFeatureClusteringBandwidth);
         run_MeanShiftClustering(set, config.dFeatureClusteringBandwidth);
     } else if (config.uiNumPolygonVertices == 0) {
-        VOALGO_LOG(Log(), Error, function,
+        VOALGO_LOG(channels::PreRegistration(), Error, Function,
                    L"invalid combination of configuration parameters: dFeatureClusteringBandwidth<=0 in conflict with "
                    L"uiNumPolygonVertices==0");
     } else {
@@ -77,8 +72,8 @@ CFPFHClusterAnalysis::CFPFHClusterAnalysis(const CFPFHPointSet& set, const Confi
 
 void CFPFHClusterAnalysis::run_MeanShiftClustering(const CFPFHPointSet& set, double h)
 {
-    constexpr const char* function = "prereg::CFPFHClusterAnalysis::run_MeanShiftClustering";
-    VOALGO_LOG(Log(), Info, function, L"Clustering feature space ...");
+    constexpr const char* Function = "prereg::CFPFHClusterAnalysis::run_MeanShiftClustering";
+    VOALGO_LOG(channels::PreRegistration(), Info, Function, L"Clustering feature space ...");
     const VoAlgo::CStopwatch stopwatch;
     const std::size_t n = set.SizeFeatures();
     if (n == 0) return;
@@ -90,24 +85,25 @@ void CFPFHClusterAnalysis::run_MeanShiftClustering(const CFPFHPointSet& set, dou
         return;
     }
     const std::size_t numClusters = clusterer->GetNumClusters();
-    VOALGO_LOG(Log(), Trace, function, L"done (%.3f s) => %zu clusters detected", stopwatch.Seconds(), numClusters);
-    if (Log().IsLogLevelEnabled(Logging::ELogLevel::Trace))
-        VOALGO_LOG(Log(), Trace, function, L"Dunn index: %g",
+    VOALGO_LOG(channels::PreRegistration(), Trace, Function, L"done (%.3f s) => %zu clusters detected",
+               stopwatch.Seconds(), numClusters);
+    if (channels::PreRegistration().IsLogLevelEnabled(Logging::ELogLevel::Trace))
+        VOALGO_LOG(channels::PreRegistration(), Trace, Function, L"Dunn index: %g",
                    static_cast<double>(clusterer->ComputeDunnIndex(Chi2OfBins)));
 
     std::vector<unsigned> clusterOf(n);
     for (std::size_t i = 0; i < n; ++i) clusterOf[i] = clusterer->GetCluster(static_cast<unsigned>(i));
     const unsigned* sizes = clusterer->GetClusterHistogram();
-    orderMembers(clusterOf, std::vector<unsigned>(sizes, sizes + numClusters), function);
+    orderMembers(clusterOf, std::vector<unsigned>(sizes, sizes + numClusters), Function);
 }
 
 void CFPFHClusterAnalysis::run_kMeansClustering(const CFPFHPointSet& set, std::size_t k)
 {
-    constexpr const char* function = "prereg::CFPFHClusterAnalysis::run_kMeansClustering";
+    constexpr const char* Function = "prereg::CFPFHClusterAnalysis::run_kMeansClustering";
     const VoAlgo::CStopwatch stopwatch;
     const detail::KMeansClusters clusters = detail::ClusterByKMeans(set.GetFeatures(), k);
-    orderMembers(clusters.clusterOf, clusters.sizes, function);
-    VOALGO_LOG(Log(), Trace, function, L"Clustered feature space in %.3f s", stopwatch.Seconds());
+    orderMembers(clusters.clusterOf, clusters.sizes, Function);
+    VOALGO_LOG(channels::PreRegistration(), Trace, Function, L"Clustered feature space in %.3f s", stopwatch.Seconds());
 }
 
 /// Fills members_ and ends_: clusters by ascending size, then index. Empty ones are left out.
@@ -131,7 +127,7 @@ void CFPFHClusterAnalysis::orderMembers(const std::vector<unsigned>& clusterOf, 
 
     for (std::size_t c = 0; c < ends_.size(); ++c) {
         const auto [first, last] = getClusterRange(c);
-        VOALGO_LOG(Log(), Trace, function, L"  %zu: %zu [%zu,%zu]", c, last - first, first, last);
+        VOALGO_LOG(channels::PreRegistration(), Trace, function, L"  %zu: %zu [%zu,%zu]", c, last - first, first, last);
     }
 }
 
@@ -184,18 +180,18 @@ bool CFPFHClusterAnalysis::IsOutlier(std::size_t c, double k) const
 
 void CFPFHClusterAnalysis::ScanBandwidth(const CFPFHPointSet& set, double hMin, double hMax, unsigned steps)
 {
-    constexpr const char* function = "prereg::CFPFHClusterAnalysis::ScanBandwidth";
+    constexpr const char* Function = "prereg::CFPFHClusterAnalysis::ScanBandwidth";
     std::ofstream file("d:/BIC.csv");
     for (unsigned i = 0; i < steps; ++i) {
         const double h = steps == 1 ? hMin : hMin + i * (hMax - hMin) / (steps - 1);
         const std::optional<CMeanShiftClusterer> clusterer = ClusterByMeanShift(set, h);
         if (!clusterer) {
-            VOALGO_LOG(Log(), Error, function, L"clustering FAILED!");
+            VOALGO_LOG(channels::PreRegistration(), Error, Function, L"clustering FAILED!");
             continue;
         }
         const float bic = clusterer->ComputeBIC(Chi2OfBins);
-        if (Log().IsLogLevelEnabled(Logging::ELogLevel::Info))
-            VOALGO_LOG(Log(), Info, function, L"(h=%g) DunnIndex: %g, BIC: %g (%u clusters)", h,
+        if (channels::PreRegistration().IsLogLevelEnabled(Logging::ELogLevel::Info))
+            VOALGO_LOG(channels::PreRegistration(), Info, Function, L"(h=%g) DunnIndex: %g, BIC: %g (%u clusters)", h,
                        static_cast<double>(clusterer->ComputeDunnIndex(Chi2OfBins)), static_cast<double>(bic),
                        clusterer->GetNumClusters());
         file << h << ' ' << bic << '\n';

@@ -3,8 +3,8 @@
 #include "VoAlgorithms/platform/gpgpu.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "kdtree/unique.h"
+#include "platform/channels.h"
 #include "platform/clock.h"
-#include "platform/log.h"
 #include "platform/tasks.h"
 #include "prereg/detail_curvature.h"
 #include "prereg/detail_neighbours.h"
@@ -21,6 +21,7 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CSearchGrid;
 using VoAlgo::simd::F8;
@@ -28,17 +29,10 @@ using VoAlgo::simd::Lanes;
 
 constexpr std::uint32_t None = 0xFFFFFFFFU;
 constexpr float CutOffSurface = -1.0F;
-// Where the principal axes of the tangential scatter differ by more than this in length, a border of the scan cuts the
-// neighbourhood off; as a ratio of eigenvalues.
-constexpr float MaxScatterRatio = 1.1236F * 1.1236F;
+// The scatter of an intact neighbourhood is about as wide as long: its eigenvalues differ by no more than this factor.
+constexpr float MaxScatterRatio = 1.1236F; // 1.06²
 // Fewer feature points than this share of the points, and a registration has little to work with.
 constexpr double LeanShare = 0.01;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 bool SameBits(float a, float b)
 {
@@ -59,7 +53,7 @@ unsigned CappedThreads(unsigned threads)
 
 GPUContext::GPUContext() : accessor_(GPGPU::CGPGPUFactory::TechnologyAccess()) {}
 
-/// A scan under examination.
+/// The scan being processed.
 struct CFPFHDataSource::Scan {
     const std::vector<Vec3>& points;
     const std::vector<Vec3>& normals;
@@ -95,7 +89,7 @@ CFPFHDataSource::CFPFHDataSource(const std::shared_ptr<GPUContext>& gpu, double 
     gpu_ = gpu;
 }
 
-/// What of the previous scan is still there.
+/// Which points of the previous scan are still there.
 struct CFPFHDataSource::Match {
     std::vector<std::uint32_t> origin;  // per position of the new scan: position in the previous one, or None
     std::vector<std::uint32_t> arrived; // positions of new points
@@ -185,24 +179,24 @@ public:
 
     void Run()
     {
-        AssignSlots();
-        FindStaleHistograms();
-        ComputeSimpleHistograms();
-        FindStaleFeatures();
+        assignSlots();
+        findStaleHistograms();
+        computeSimpleHistograms();
+        findStaleFeatures();
         ChooseFeaturePoints();
-        ComputeFeatures();
-        Store();
+        computeFeatures();
+        store();
     }
 
 private:
     /// New points take the slots of those that went, then further ones.
-    void AssignSlots()
+    void assignSlots()
     {
         slotOf_.resize(size_);
         if (match_.IsFromScratch()) {
             std::iota(slotOf_.begin(), slotOf_.end(), 0U);
             source_.states_.clear();
-            Resize(size_);
+            resize(size_);
             return;
         }
         std::vector<std::uint8_t> isTaken(source_.states_.size());
@@ -218,10 +212,10 @@ private:
             slotOf_[i] = slot++;
             if (slot <= isTaken.size()) source_.states_[slotOf_[i]] = Unknown;
         }
-        Resize(std::max<std::size_t>(slot, isTaken.size()));
+        resize(std::max<std::size_t>(slot, isTaken.size()));
     }
 
-    void Resize(std::size_t slots)
+    void resize(std::size_t slots)
     {
         source_.states_.resize(slots, Unknown);
         source_.simple_.resize(slots);
@@ -230,7 +224,7 @@ private:
     }
 
     /// A simple histogram depends on the points within the radius.
-    void FindStaleHistograms()
+    void findStaleHistograms()
     {
         CSearchGrid::Cell cell{};
         CSearchGrid::Run runs[CSearchGrid::NumRuns];
@@ -246,7 +240,7 @@ private:
         }
     }
 
-    void ComputeSimpleHistograms()
+    void computeSimpleHistograms()
     {
         isChanged_.resize(todo_.size());
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
@@ -281,7 +275,7 @@ private:
     }
 
     /// A feature changes with the set of its neighbours, which made its own simple histogram stale, and with theirs.
-    void FindStaleFeatures()
+    void findStaleFeatures()
     {
         if (match_.IsFromScratch()) return;
         for (std::size_t t = 0; t < todo_.size(); ++t) {
@@ -322,7 +316,7 @@ private:
         }
     }
 
-    void ComputeFeatures()
+    void computeFeatures()
     {
         VoAlgo::tasks::ForRanges(todo_.size(), source_.threads_, [this](std::size_t begin, std::size_t end) {
             detail::NeighbourList neighbours;
@@ -337,7 +331,7 @@ private:
         });
     }
 
-    void Store()
+    void store()
     {
         source_.points_ = scan_.points;
         source_.normals_ = scan_.normals;
@@ -367,7 +361,7 @@ private:
 bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                              const std::vector<unsigned>* candidates)
 {
-    constexpr const char* function = "prereg::CFPFHDataSource::Update";
+    constexpr const char* Function = "prereg::CFPFHDataSource::Update";
     const VoAlgo::CStopwatch stopwatch;
     if (points.size() != normals.size()) throw std::invalid_argument("points and normals differ in number");
     if (candidates != nullptr)
@@ -377,11 +371,13 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     const auto finite = static_cast<std::size_t>(
         std::count_if(points.begin(), points.end(), [](const Vec3& p) { return p.IsValid(); }));
     if (finite == 0 && !points.empty()) {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(channels::Features(), Error, Function,
+                   L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }
     const auto reject = [] {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(channels::Features(), Error, Function,
+                   L"rejecting update: kD-tree detected irregular points (Inf/NaN/dupes)");
         return false;
     };
     if (finite != points.size()) return reject();
@@ -393,7 +389,9 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
     if (!isFromScratch) match = matchWithPrevious(scan);
     if (match.HasDuplicates(scan.grid)) return reject();
     if (gpu_ && *gpu_ && updateUsingGPU(scan)) {
-        VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (GPU) took %.3f s", stopwatch.Seconds());
+        forgetScan(); // the next update starts from scratch
+        VOALGO_LOG(channels::Features(), Info, Function, L"Update of FPFH point set (GPU) took %.3f s",
+                   stopwatch.Seconds());
         return true;
     }
     if (incremental_) {
@@ -406,15 +404,17 @@ bool CFPFHDataSource::Update(const std::vector<Vec3>& points, const std::vector<
         Clear();
         throw;
     }
-    VOALGO_LOG(Log(), Info, function, L"Update of FPFH point set (CPU, %u threads) took %.3f s", threads_,
-               stopwatch.Seconds());
+    VOALGO_LOG(channels::Features(), Info, Function, L"Update of FPFH point set (CPU, %u threads) took %.3f s",
+               threads_, stopwatch.Seconds());
     if (static_cast<double>(featureSlots_.size()) < LeanShare * static_cast<double>(points_.size()))
-        VOALGO_LOG(Log(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"only %zu of %zu points are feature points (curvature quality >= %g, radius %g mm)",
                    featureSlots_.size(), points_.size(), minCurvatureQuality_, static_cast<double>(radius_));
     return true;
 }
 
+/// There are no kernels for any GPU yet: nothing is computed or stored, and the CPU does the work. An implementation
+/// stores the whole result, with the bits of the CPU path, before it answers true, and leaves no state for increments.
 bool CFPFHDataSource::updateUsingGPU(const Scan& /*scan*/)
 {
     return false;

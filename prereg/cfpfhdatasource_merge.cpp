@@ -1,7 +1,8 @@
 #include "VoAlgorithms/clustering/thashmap.h"
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
-#include "platform/log.h"
+#include "platform/channels.h"
+#include "platform/finite.h"
 #include "platform/simd.h"
 
 #include <algorithm>
@@ -10,13 +11,8 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 /// Cell of a position: the position over the edge, rounded to integers.
 struct THash3D_Vec3 {
@@ -42,7 +38,7 @@ struct THash3D_GridCmp {
     }
 };
 
-/// What fell into one cell: sums in double, so that many sets merge without drift.
+/// The points of one cell, as sums in double so that many sets merge without drift.
 struct GridCell {
     double count = 0.0;
     double position[3] = {};
@@ -85,14 +81,14 @@ public:
     Cell& At(const Vec3& p)
     {
         const std::size_t before = cells_.Size();
-        Cell& cell = cells_[{Coordinate(p.x), Coordinate(p.y), Coordinate(p.z)}];
+        Cell& cell = cells_[{coordinate(p.x), coordinate(p.y), coordinate(p.z)}];
         if (cells_.Size() != before) order_.push_back(&cell); // elements of the map do not move
         return cell;
     }
     [[nodiscard]] const std::vector<Cell*>& Order() const { return order_; }
 
 private:
-    [[nodiscard]] std::int32_t Coordinate(float position) const
+    [[nodiscard]] std::int32_t coordinate(float position) const
     {
         constexpr double Farthest = 2147483647.0; // what lies beyond shares the last cell
         return static_cast<std::int32_t>(
@@ -104,20 +100,15 @@ private:
     std::vector<Cell*> order_;
 };
 
-bool IsFinite(const CPointFeatureHistogram& h)
-{
-    return std::all_of(std::begin(h.bins), std::end(h.bins), [](float bin) { return std::isfinite(bin); });
-}
-
 } // namespace
 
 bool CFPFHDataSource::Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets,
                              double cellSize)
 {
-    constexpr const char* function = "prereg::CFPFHDataSource::Update";
-    forgetScan(); // resets the dirty map
-    if (!(cellSize > 0.0) || !std::isfinite(cellSize)) {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: invalid cell size %g", cellSize);
+    constexpr const char* Function = "prereg::CFPFHDataSource::Update";
+    forgetScan();                                       // resets the dirty map
+    if (!(cellSize > 0.0 && std::isnormal(cellSize))) { // the reciprocal of a subnormal one is infinite
+        VOALGO_LOG(channels::Features(), Error, Function, L"rejecting update: invalid cell size %g", cellSize);
         return false;
     }
     Grid<GridCell> surface(cellSize);
@@ -130,14 +121,17 @@ bool CFPFHDataSource::Update(const std::vector<std::pair<const CFPFHPointSet*, V
         }
         for (std::size_t i = 0; i < set->SizeFeatures(); ++i) {
             const auto [p, n] = pose.Transform(set->GetFeaturePoint(i), set->GetFeatureNormal(i));
-            if (!p.IsValid() || !n.IsValid() || !IsFinite(set->GetFeature(i))) continue;
+            if (!p.IsValid() || !n.IsValid() ||
+                !VoAlgo::AllFinite(set->GetFeature(i).bins, CPointFeatureHistogram::NumBins))
+                continue;
             PFHGridCell& cell = features.At(p);
             cell.Add(p, n);
             cell.sum.Add(set->GetFeature(i), 1.0F);
         }
     }
     if (surface.Order().empty()) {
-        VOALGO_LOG(Log(), Error, function, L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
+        VOALGO_LOG(channels::Features(), Error, Function,
+                   L"rejecting update: detected (only) irregular points (Inf/NaN/dupes)");
         return false;
     }
 

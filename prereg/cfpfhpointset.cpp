@@ -1,7 +1,7 @@
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
-#include "platform/log.h"
+#include "platform/channels.h"
 #include "prereg/detail_savesurfels.h"
 
 #include <algorithm>
@@ -10,13 +10,8 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 } // namespace
 
@@ -25,8 +20,9 @@ CFPFHPointSet::CFPFHPointSet(const std::vector<Vec3>& points, const std::vector<
                              const std::vector<CPointFeatureHistogram>& features)
     : CPointSet(points, normals), featurePoints_(featurePoints), featureNormals_(featureNormals), features_(features)
 {
-    const bool hasPoints = !featurePoints.empty(); // histograms without positions are invalid, not a wrong call
-    if (hasPoints && (featurePoints.size() != features.size() || featureNormals.size() != features.size()))
+    // Without histograms, or without positions, there are no features: that is bad data and ends as the empty set.
+    const bool hasFeatures = !features.empty() && !featurePoints.empty();
+    if (hasFeatures && (featurePoints.size() != features.size() || featureNormals.size() != features.size()))
         throw std::invalid_argument("feature points, normals and histograms differ in number");
     rebuildFeatureKdTree();
 }
@@ -72,20 +68,21 @@ void CFPFHPointSet::SetFeatureBitMask(std::size_t i, std::uint32_t mask)
 
 void CFPFHPointSet::rebuildFeatureKdTree()
 {
-    constexpr const char* function = "prereg::CFPFHPointSet::rebuildFeatureKdTree";
+    constexpr const char* Function = "prereg::CFPFHPointSet::rebuildFeatureKdTree";
     if (features_.empty()) {
-        VOALGO_LOG(Log(), Warn, function, L"point set has no features");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"point set has no features");
         *this = CFPFHPointSet();
         return;
     }
     featureTree_ = FeatureTree(features_[0].bins, features_.size(), CPointFeatureHistogram::NumBins);
     if (featureTree_.Empty()) {
-        VOALGO_LOG(Log(), Error, function, L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
+        VOALGO_LOG(channels::Features(), Error, Function,
+                   L"Inf/NaN in FPFH data resulted in empty kD-tree; invalidating point set");
         *this = CFPFHPointSet();
         return;
     }
     if (featureTree_.Size() < features_.size())
-        VOALGO_LOG(Log(), Warn, function,
+        VOALGO_LOG(channels::Features(), Warn, Function,
                    L"kD-Tree reduced the number of FPFH features (Inf/NaN/duplicates) from %zu to %u (performance "
                    L"warning)",
                    features_.size(), featureTree_.Size());
@@ -95,7 +92,7 @@ void CFPFHPointSet::rebuildFeatureKdTree()
     }
     featurePointTree_ = PointTree(&featurePoints_[0].x, featurePoints_.size(), sizeof(Vec3) / sizeof(float));
     if (featurePointTree_.Empty()) {
-        VOALGO_LOG(Log(), Error, function,
+        VOALGO_LOG(channels::Features(), Error, Function,
                    L"Inf/NaN in feature point data resulted in empty kD-tree; invalidating point set");
         *this = CFPFHPointSet();
     }
@@ -104,7 +101,8 @@ void CFPFHPointSet::rebuildFeatureKdTree()
 void CFPFHPointSet::LookupSimilarFeatures(std::vector<std::pair<int, float>>& result,
                                           const CPointFeatureHistogram& query, unsigned k, float maxDistance) const
 {
-    featureTree_.NearestK(query.bins, k, maxDistance * maxDistance, result);
+    result.clear();
+    if (maxDistance >= 0.0F) featureTree_.NearestK(query.bins, k, maxDistance * maxDistance, result);
 }
 
 bool CFPFHPointSet::IsTooLean(const ConfigurationFPFH& config) const

@@ -1,7 +1,16 @@
+// One proposal of a pose from a random polygon of feature points:
+// 1. Seed: one member of every feature cluster, or vertices within a ball of the largest diameter, or anywhere.
+// 2. Look up the most similar features of 'fix' for every vertex: its candidates.
+// 3. Choose one candidate per vertex so that the side lengths agree: the shortest closed path through the layers of
+//    candidates (E. W. Dijkstra, Numerische Mathematik 1 (1959) 269-271).
+// 4. Shrink: drop the vertices whose error is too large and choose again, until all that are left fit.
+// 5. Fit the pose to the matched vertices, weighted by their errors (B. K. P. Horn, J. Opt. Soc. Am. A 4 (1987)
+//    629-642).
 #include "prereg/cfpfhpolygon.h"
+
 #include "VoAlgorithms/clustering/cdigraph.h"
 #include "VoAlgorithms/numerics/symsolvers.h"
-#include "platform/log.h"
+#include "platform/channels.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,20 +19,15 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
 using Candidates = std::vector<CFPFHPolygon::IdxAndDist>;
 
-constexpr std::size_t FeaturesPerVertex = 5; // fewer are too sparse for seeding
+constexpr std::size_t FeaturesPerVertex = 5; // with fewer, seeding fails
 constexpr std::size_t NumCentres = 5;
 constexpr float MaxHistogramDistance = 0.5F;
 constexpr std::size_t MinVertices = 3;
 constexpr double NoError = 2.220446049250313e-13;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 /// k distinct indices out of n, uniformly, in the order drawn; none when n < k.
 std::vector<std::size_t> DrawDistinct(std::mt19937& engine, std::size_t k, std::size_t n)
@@ -38,7 +42,7 @@ std::vector<std::size_t> DrawDistinct(std::mt19937& engine, std::size_t k, std::
     return drawn;
 }
 
-/// A vertex on its way through the matching.
+/// A vertex while it is being matched.
 struct Vertex {
     Vec3 fltPosition;
     Candidates candidates;
@@ -47,19 +51,19 @@ struct Vertex {
 };
 
 /// Chooses one candidate per vertex so that the side lengths agree: the shortest closed path through the layers of
-/// candidates, an edge weighing the mismatch of a side. A vertex's error is the larger mismatch of its two sides. False
-/// when there is no closed path.
+/// candidates, with the mismatch of a side as the weight of an edge. A vertex's error is the larger mismatch of its two
+/// sides. False when there is no closed path.
 class ConsistentAssignment {
 public:
     explicit ConsistentAssignment(const CFPFHPointSet& fix) : fix_(fix) {}
 
     bool Run(std::vector<Vertex>& vertices)
     {
-        BuildGraph(vertices);
+        buildGraph(vertices);
         float shortest = std::numeric_limits<float>::infinity();
         std::vector<unsigned> path;
         for (unsigned s = 0; s < vertices.front().candidates.size(); ++s) {
-            const unsigned end = firstNode_.back() + s; // the same candidate, at the end of the round
+            const unsigned end = firstNode_.back() + s; // the same candidate in the closing layer
             graph_.ComputeShortestPaths(s, end, shortest);
             if (!(graph_.GetDistance(end) < shortest)) continue;
             shortest = graph_.GetDistance(end);
@@ -69,12 +73,12 @@ public:
             std::reverse(path.begin(), path.end());
         }
         if (path.empty()) return false;
-        ReadBack(vertices, path);
+        readBack(vertices, path);
         return true;
     }
 
 private:
-    [[nodiscard]] float SideMismatch(const Vertex& a, std::int32_t fixA, const Vertex& b, std::int32_t fixB) const
+    [[nodiscard]] float sideMismatch(const Vertex& a, std::int32_t fixA, const Vertex& b, std::int32_t fixB) const
     {
         const float side = (b.fltPosition - a.fltPosition).Norm();
         const Vec3 matched = fix_.GetFeaturePoints()[static_cast<std::size_t>(fixB)] -
@@ -82,8 +86,8 @@ private:
         return std::fabs(matched.Norm() - side);
     }
 
-    /// One layer of nodes per vertex and a copy of the first one to close the round.
-    void BuildGraph(const std::vector<Vertex>& vertices)
+    /// One layer of nodes per vertex, and a copy of the first layer to close the path.
+    void buildGraph(const std::vector<Vertex>& vertices)
     {
         const std::size_t n = vertices.size();
         firstNode_.assign(1, 0);
@@ -99,21 +103,21 @@ private:
                 for (unsigned to = 0; to < b.candidates.size(); ++to) {
                     const Vec3& q = fix_.GetFeaturePoints()[static_cast<std::size_t>(b.candidates[to].index)];
                     const float mismatch = std::fabs((q - p).Norm() - side);
-                    if (std::isfinite(mismatch)) // else a feature lies nowhere and joins no polygon
+                    if (std::isfinite(mismatch)) // a feature without a finite position joins no polygon
                         graph_.AddEdge(firstNode_[i] + from, firstNode_[i + 1] + to, mismatch);
                 }
             }
         }
     }
 
-    void ReadBack(std::vector<Vertex>& vertices, const std::vector<unsigned>& path) const
+    void readBack(std::vector<Vertex>& vertices, const std::vector<unsigned>& path) const
     {
         const std::size_t n = vertices.size();
         for (std::size_t i = 0; i < n; ++i) vertices[i].match = vertices[i].candidates[path[i] - firstNode_[i]].index;
         std::vector<float> mismatch(n); // of the side that leaves a vertex
         for (std::size_t i = 0; i < n; ++i) {
             const Vertex& next = vertices[(i + 1) % n];
-            mismatch[i] = SideMismatch(vertices[i], vertices[i].match, next, next.match);
+            mismatch[i] = sideMismatch(vertices[i], vertices[i].match, next, next.match);
         }
         for (std::size_t i = 0; i < n; ++i) vertices[i].error = std::max(mismatch[i], mismatch[(i + n - 1) % n]);
     }
@@ -122,6 +126,15 @@ private:
     VoAlgo::CDiGraph graph_;
     std::vector<unsigned> firstNode_; // of every layer
 };
+
+/// Candidates per vertex: as many as wanted, but the n·k² edges of the graph are never more than the histograms of
+/// 'fix' have bins, so that no setting lets the matching outgrow the data.
+unsigned LimitCandidates(unsigned wanted, std::size_t vertices, const CFPFHPointSet& fix)
+{
+    const auto bins = static_cast<double>(CPointFeatureHistogram::NumBins * fix.SizeFeatures());
+    const double most = std::sqrt(bins / static_cast<double>(vertices));
+    return static_cast<double>(wanted) <= most ? wanted : static_cast<unsigned>(most);
+}
 
 std::vector<Vertex> LookUpCandidates(const std::vector<CPointFeatureHistogram>& histograms,
                                      const std::vector<std::int32_t>& indices, const CFPFHPointSet& fix,
@@ -132,11 +145,12 @@ std::vector<Vertex> LookUpCandidates(const std::vector<CPointFeatureHistogram>& 
                                                                                   const IdxAndDist& b) {
         return a.distance != b.distance ? a.distance < b.distance : a.index < b.index;
     };
+    const unsigned numCandidates = LimitCandidates(numNeighbours, indices.size(), fix);
     std::vector<Vertex> vertices(indices.size());
     std::vector<std::pair<int, float>> similar;
     for (std::size_t i = 0; i < vertices.size(); ++i) {
         vertices[i].fltPosition = flt.GetFeaturePoint(static_cast<std::size_t>(indices[i]));
-        fix.LookupSimilarFeatures(similar, histograms[i], numNeighbours, MaxHistogramDistance);
+        fix.LookupSimilarFeatures(similar, histograms[i], numCandidates, MaxHistogramDistance);
         for (const auto& [index, distance] : similar) vertices[i].candidates.push_back({index, distance});
         std::sort(vertices[i].candidates.begin(), vertices[i].candidates.end(), isBefore);
     }
@@ -167,7 +181,7 @@ VoAlgo::CTrafo FitPose(const std::vector<Vertex>& vertices, const CFPFHPointSet&
     double translation[3];
     if (!VoAlgo::symsolvers::Procrustes(moving.data(), target.data(), weights.data(), quaternion, rotation, translation,
                                         static_cast<unsigned>(m))) {
-        VOALGO_LOG(Log(), Trace, "prereg::CFPFHPolygon::ComputePreRegistration",
+        VOALGO_LOG(channels::Features(), Trace, "prereg::CFPFHPolygon::ComputePreRegistration",
                    L"unreliable Procrustes result (%u points)", static_cast<unsigned>(m));
         return VoAlgo::CTrafo::Invalid();
     }
@@ -184,7 +198,7 @@ CFPFHPolygon::CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const
 {
     const std::size_t n = config.uiNumPolygonVertices;
     if (flt.SizeFeatures() < FeaturesPerVertex * n) {
-        VOALGO_LOG(Log(), Warn, "prereg::CFPFHPolygon::CFPFHPolygon", L"too few points for seeding");
+        VOALGO_LOG(channels::Features(), Warn, "prereg::CFPFHPolygon::CFPFHPolygon", L"too few points for seeding");
         fail();
         return;
     }
@@ -196,7 +210,6 @@ CFPFHPolygon::CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const
         fail();
         return;
     }
-    vertexCount_ = static_cast<std::uint32_t>(indices_.size());
     for (const std::int32_t index : indices_) vertices_.push_back(flt.GetFeature(static_cast<std::size_t>(index)));
 }
 
@@ -213,13 +226,14 @@ void CFPFHPolygon::seedFromClusters(std::mt19937& engine, const CFPFHClusterAnal
     }
 }
 
-/// True when the search is over: with vertices, or, without a choice of centres, with none.
+/// True when there is nothing left to try: vertices were found, or there are too few features to draw centres from.
 bool CFPFHPolygon::seedWithinDiameter(std::mt19937& engine, const CFPFHPointSet& flt, std::size_t n, double diameter)
 {
-    constexpr const char* function = "prereg::CFPFHPolygon::seedWithinDiameter";
+    constexpr const char* Function = "prereg::CFPFHPolygon::seedWithinDiameter";
     const std::vector<std::size_t> centres = DrawDistinct(engine, NumCentres, flt.SizeFeatures());
     if (centres.empty()) {
-        VOALGO_LOG(Log(), Warn, function, L"failed to create a random permutation (too few points for seeding?)");
+        VOALGO_LOG(channels::Features(), Warn, Function,
+                   L"failed to create a random permutation (too few points for seeding?)");
         return true;
     }
     const auto radius = static_cast<float>(diameter / 2.0);
@@ -231,26 +245,27 @@ bool CFPFHPolygon::seedWithinDiameter(std::mt19937& engine, const CFPFHPointSet&
             for (const std::size_t k : DrawDistinct(engine, n, within.size())) indices_.push_back(within[k]);
             return true;
         }
-        VOALGO_LOG(Log(), Trace, function, L"failed to create a polygon; %i tries left ...",
+        VOALGO_LOG(channels::Features(), Trace, Function, L"failed to create a polygon; %i tries left ...",
                    static_cast<int>(centres.size() - tried));
     }
-    VOALGO_LOG(Log(), Warn, function, L"failed to create a polygon; removing diameter restriction");
+    VOALGO_LOG(channels::Features(), Warn, Function, L"failed to create a polygon; removing diameter restriction");
     return false;
 }
 
 void CFPFHPolygon::seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, std::size_t n, double samplingDistance)
 {
-    constexpr const char* function = "prereg::CFPFHPolygon::seedAnywhere";
+    constexpr const char* Function = "prereg::CFPFHPolygon::seedAnywhere";
     const std::vector<std::size_t> drawn = DrawDistinct(engine, n, flt.SizeFeatures());
     if (drawn.empty()) {
-        VOALGO_LOG(Log(), Warn, function, L"failed to create a random permutation (too few points for seeding?)");
+        VOALGO_LOG(channels::Features(), Warn, Function,
+                   L"failed to create a random permutation (too few points for seeding?)");
         return;
     }
     for (const std::size_t first : drawn) {
         const std::int32_t index =
             samplingDistance > 0.0 ? drawApart(engine, flt, samplingDistance) : static_cast<std::int32_t>(first);
         if (index < 0) {
-            VOALGO_LOG(Log(), Warn, function, L"seeding failed");
+            VOALGO_LOG(channels::Features(), Warn, Function, L"seeding failed");
             indices_.clear();
             return;
         }
@@ -258,7 +273,7 @@ void CFPFHPolygon::seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, 
     }
 }
 
-/// A feature point at least `distance` from the vertices chosen so far, −1 when a few draws find none.
+/// A feature point at least `distance` from the vertices chosen so far; −1 when no draw finds one.
 std::int32_t CFPFHPolygon::drawApart(std::mt19937& engine, const CFPFHPointSet& flt, double distance) const
 {
     constexpr int MaxDraws = 100;
@@ -289,7 +304,7 @@ VoAlgo::CTrafo CFPFHPolygon::ComputePreRegistration(const CFPFHPolygon& polygon,
         const auto numKept = static_cast<std::size_t>(kept - vertices.begin());
         if (numKept < MinVertices) return VoAlgo::CTrafo::Invalid();
         if (numKept == vertices.size()) return FitPose(vertices, fix);
-        VOALGO_LOG(Log(), Trace, "prereg::CFPFHPolygon::ComputePreRegistration",
+        VOALGO_LOG(channels::Features(), Trace, "prereg::CFPFHPolygon::ComputePreRegistration",
                    L"shrinking polygon: %u -> %u vertices ...", static_cast<unsigned>(vertices.size()),
                    static_cast<unsigned>(numKept));
         vertices.resize(numKept);

@@ -22,9 +22,8 @@ public:
         float distance;     ///< squared distance of the histograms
     };
 
-    /// Seeds a polygon at random: one member of every cluster of `clusters`, or, when that is empty, feature points
-    /// within the configured diameter. samplingDistance > 0 keeps the vertices that far apart (mm); ≤ 0: no such
-    /// demand.
+    /// Seeds a polygon at random: one member of every cluster of `clusters`, or, without clusters, feature points
+    /// within the configured diameter. samplingDistance > 0 keeps the vertices that far apart (mm); ≤ 0 disables.
     CFPFHPolygon(std::mt19937& engine, const CFPFHPointSet& flt, const CFPFHClusterAnalysis& clusters,
                  const ConfigurationFPFH& config, double samplingDistance);
 
@@ -45,7 +44,6 @@ private:
     void seedAnywhere(std::mt19937& engine, const CFPFHPointSet& flt, std::size_t n, double samplingDistance);
     [[nodiscard]] std::int32_t drawApart(std::mt19937& engine, const CFPFHPointSet& flt, double distance) const;
 
-    std::uint32_t vertexCount_ = 0;
     std::vector<CPointFeatureHistogram> vertices_;
     std::vector<std::int32_t> indices_;
 };

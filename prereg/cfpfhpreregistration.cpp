@@ -1,8 +1,17 @@
+// Pre-registration without a starting pose:
+// 1. Cluster the features of 'flt' (unless polygons are confined to a diameter).
+// 2. Seed a random polygon of feature points in 'flt' and match it into 'fix': a proposal (CFPFHPolygon).
+// 3. Refine and verify every distinct proposal once by ICP.
+// 4. Group the accepted poses by mean shift (K. Fukunaga, L. Hostetler, IEEE Trans. Information Theory 21 (1975)
+//    32-40): first by where they put the centre of 'flt', then by orientation. The best of each group is a result.
+// 5. Stop once the best result's group reaches the quorum.
+// Matching features by FPFH: R. B. Rusu, N. Blodow, M. Beetz, ICRA 2009.
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 #include "VoAlgorithms/prereg/eicpresulttype.h"
+#include "platform/channels.h"
 #include "platform/log.h"
 #include "platform/randomseed.h"
 #include "platform/simd.h"
@@ -19,17 +28,12 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
 // The local area estimate looks this many position tolerances around a point.
 constexpr double AreaRadiusScaling = 2.0;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.PreRegistration.FPFH");
-    return logger;
-}
 
 const CFPFHPointSet& OrEmpty(const std::shared_ptr<const CFPFHPointSet>& set)
 {
@@ -92,22 +96,23 @@ bool CFPFHPreRegistration::isTooLean() const
 
 bool CFPFHPreRegistration::Compute()
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::Compute";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::Compute";
     if (!fix_ || fix_->IsTooLean(config_)) {
-        VOALGO_LOG(Log(), Warn, function, L"too few features in point set 'fix'");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"too few features in point set 'fix'");
         return false;
     }
     if (!flt_ || flt_->IsTooLean(config_)) {
-        VOALGO_LOG(Log(), Warn, function, L"too few features in point set 'flt'");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"too few features in point set 'flt'");
         return false;
     }
-    if (config_.dMaxPolygonDiameter < 0.0) clusterFeatures();
+    if (config_.dMaxPolygonDiameter < 0.0) clusters_ = CFPFHClusterAnalysis(*flt_, config_);
 
     bool hasClustered = false;
     for (std::uint32_t i = 0; i < config_.uiNumPolygons; ++i) {
         const CFPFHPolygon polygon(engine_, *flt_, clusters_, config_, -1.0);
         if (!polygon.IsSeeded()) {
-            VOALGO_LOG(Log(), Warn, function, L"seeding of polygon in 'flt' failed (probably too sparse)");
+            VOALGO_LOG(channels::Features(), Warn, Function,
+                       L"seeding of polygon in 'flt' failed (probably too sparse)");
             continue;
         }
         const CTrafo proposal = CFPFHPolygon::ComputePreRegistration(polygon, *fix_, *flt_, config_);
@@ -118,7 +123,7 @@ bool CFPFHPreRegistration::Compute()
         clusterTransformations();
         hasClustered = true;
         if (results_.empty() || results_.front().clusterSize < quorum) continue;
-        VOALGO_LOG(Log(), Trace, function,
+        VOALGO_LOG(channels::Features(), Trace, Function,
                    L"aborting search: top cluster size (%u) reached quorum (%u) after looking at %u polygons",
                    results_.front().clusterSize, quorum, i + 1);
         break;
@@ -127,16 +132,7 @@ bool CFPFHPreRegistration::Compute()
     return !results_.empty();
 }
 
-/// A search in several calls clusters the features once, unless what the clusters depend on changes.
-void CFPFHPreRegistration::clusterFeatures()
-{
-    const ClusteredWith now{config_.dFeatureClusteringBandwidth, config_.uiNumPolygonVertices, flt_->SizeFeatures()};
-    if (clusteredWith_ == now) return;
-    clusters_ = CFPFHClusterAnalysis(*flt_, config_);
-    clusteredWith_ = now;
-}
-
-/// Outcome of a proposal; each distinct one is refined once.
+/// The outcome of a proposal; each distinct one is refined once.
 const ICPResult& CFPFHPreRegistration::verify(const CTrafo& proposal)
 {
     const auto known = verified_.find(proposal);
@@ -144,7 +140,7 @@ const ICPResult& CFPFHPreRegistration::verify(const CTrafo& proposal)
     return verified_.emplace(proposal, refine(proposal, nullptr)).first->second;
 }
 
-/// ICP with the driver's own test of the overlap area after it.
+/// ICP, followed by the driver's own test of the overlap area.
 ICPResult CFPFHPreRegistration::refine(const CTrafo& start, const CTrafo* reference) const
 {
     ICPResult result = fix_->ComputeICPRegistration(config_.icpConfig, *flt_, start, reference);
@@ -155,6 +151,15 @@ ICPResult CFPFHPreRegistration::refine(const CTrafo& start, const CTrafo* refere
     return result;
 }
 
+/// The figures of a pose as it stands.
+ICPResult CFPFHPreRegistration::evaluate(const CTrafo& pose) const
+{
+    ConfigurationICP asItStands = config_.icpConfig;
+    asItStands.uiMaxNumIterations = 0;
+    asItStands.dMinSmallBigRatio = 0.0; // no test before the overlap is measured
+    return fix_->ComputeICPRegistration(asItStands, *flt_, pose);
+}
+
 float CFPFHPreRegistration::EstimateOverlapArea(const CTrafo& pose) const
 {
     const double tolerance = config_.icpConfig.dPositionTolerance;
@@ -163,11 +168,12 @@ float CFPFHPreRegistration::EstimateOverlapArea(const CTrafo& pose) const
                                                 std::numeric_limits<float>::max());
 }
 
-/// Areas are costly and take no part in the order: only what is handed out gets one.
+/// Areas are costly and take no part in the order: only results that are handed out get one. A result restored from a
+/// document has lost its type (−1); it was accepted where it was found.
 void CFPFHPreRegistration::fillOverlapArea(ICPResult& result) const
 {
-    if (result.resultType == 0 && result.fStop_OverlapArea < 0.0F)
-        result.fStop_OverlapArea = EstimateOverlapArea(result.trafo);
+    const bool isAccepted = result.resultType == 0 || result.resultType == -1;
+    if (isAccepted && result.fStop_OverlapArea < 0.0F) result.fStop_OverlapArea = EstimateOverlapArea(result.trafo);
 }
 
 void CFPFHPreRegistration::pushResult(const ICPResult& result, std::size_t clusterSize)
@@ -189,7 +195,7 @@ void CFPFHPreRegistration::clusterTransformations()
     bool failed = false;
     const std::vector<Group> clusters = groupByPosition(failed);
     if (failed) {
-        VOALGO_LOG(Log(), Warn, "prereg::CFPFHPreRegistration::clusterTransformations",
+        VOALGO_LOG(channels::Features(), Warn, "prereg::CFPFHPreRegistration::clusterTransformations",
                    L"(position) clustering failed!");
         for (const ICPResult& accepted : accepted_) pushResult(accepted, 1);
         return;
@@ -204,10 +210,11 @@ void CFPFHPreRegistration::clusterTransformations()
     }
 }
 
-/// Clusters of accepted poses by where they put the centre of 'flt'.
+/// Groups of accepted poses by where they put the centre of 'flt'. Poses without a cluster follow as groups of one:
+/// their searches for a mode did not end, because of a tiny bandwidth or of the rounding far from the origin.
 std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(bool& failed) const
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::clusterTransformations";
     const auto [low, high] = flt_->GetAABB();
     const Vec3 centre = (low + high) * 0.5F;
     std::vector<std::array<float, 3>> centres;
@@ -223,22 +230,24 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::groupByPosition(b
     failed = !clusterer.Run();
     if (failed) return groups;
 
-    VOALGO_LOG(Log(), Trace, function, L"clustering: found %u position-clusters among %zi trafos",
+    VOALGO_LOG(channels::Features(), Trace, Function, L"clustering: found %u position-clusters among %zi trafos",
                clusterer.GetNumClusters(), accepted_.size());
     groups.resize(clusterer.GetNumClusters());
     for (unsigned k = 0; k < groups.size(); ++k) {
-        VOALGO_LOG(Log(), Trace, function, L"  #%u: cluster size %u", k, clusterer.GetClusterSize(k));
+        VOALGO_LOG(channels::Features(), Trace, Function, L"  #%u: cluster size %u", k, clusterer.GetClusterSize(k));
         for (auto member = clusterer.GetClusterIterator(k); member; ++member) groups[k].push_back(member.GetIndex());
     }
     std::erase_if(groups, [](const Group& group) { return group.empty(); });
+    for (unsigned i = 0; i < accepted_.size(); ++i)
+        if (clusterer.GetCluster(i) == VoAlgo::CMeanShiftClusterer3D::None) groups.push_back({i});
     return groups;
 }
 
-/// The members' quaternions are given the sign that brings them nearer to the first one's, so that means make sense.
+/// Each quaternion gets the sign that brings it nearer to the first one, so that their means make sense.
 std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientation(std::size_t cluster,
                                                                                   const Group& members) const
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::clusterTransformations";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::clusterTransformations";
     const auto bandwidth = static_cast<float>(config_.dOrientationClusteringBandwidth);
     if (members.size() == 1 || !(bandwidth > 0.0F)) return {members};
     std::vector<float> quaternions;
@@ -250,14 +259,15 @@ std::vector<CFPFHPreRegistration::Group> CFPFHPreRegistration::splitByOrientatio
     }
     VoAlgo::CMeanShiftClusterer clusterer(quaternions.data(), members.size(), 4, bandwidth);
     if (!clusterer.Run(SquaredRotationAngle)) {
-        VOALGO_LOG(Log(), Warn, function, L"(rotation) clustering failed!");
+        VOALGO_LOG(channels::Features(), Warn, Function, L"(rotation) clustering failed!");
         return {members};
     }
-    VOALGO_LOG(Log(), Trace, function, L"cluster #%u (size %u) consists of %u orientation clusters:",
+    VOALGO_LOG(channels::Features(), Trace, Function, L"cluster #%u (size %u) consists of %u orientation clusters:",
                static_cast<unsigned>(cluster), static_cast<unsigned>(members.size()), clusterer.GetNumClusters());
     std::vector<Group> groups(clusterer.GetNumClusters());
     for (unsigned k = 0; k < groups.size(); ++k)
-        VOALGO_LOG(Log(), Trace, function, L"  orientation cluster #%u: (size %u)", k, clusterer.GetClusterSize(k));
+        VOALGO_LOG(channels::Features(), Trace, Function, L"  orientation cluster #%u: (size %u)", k,
+                   clusterer.GetClusterSize(k));
     for (std::size_t i = 0; i < members.size(); ++i)
         groups[clusterer.GetCluster(static_cast<unsigned>(i))].push_back(members[i]);
     std::erase_if(groups, [](const Group& group) { return group.empty(); });
@@ -283,12 +293,9 @@ ICPResult CFPFHPreRegistration::GetNextResult()
 
 std::vector<ICPResult> CFPFHPreRegistration::GetAllResults() const
 {
-    std::vector<ICPResult> all;
-    for (const VerifiedTrafo& verified : GetVerifiedTrafos()) {
-        all.push_back(verified);
-        fillOverlapArea(all.back());
-    }
-    return all;
+    for (VerifiedTrafo& result : results_) fillOverlapArea(result);
+    const std::vector<VerifiedTrafo> all = GetVerifiedTrafos();
+    return {all.begin(), all.end()};
 }
 
 std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetVerifiedTrafos() const
@@ -305,19 +312,18 @@ std::vector<CFPFHPreRegistration::VerifiedTrafo> CFPFHPreRegistration::GetVerifi
 
 ICPResult CFPFHPreRegistration::InjectTrafo(const CTrafo& trafo, const CTrafo* reference)
 {
-    constexpr const char* function = "prereg::CFPFHPreRegistration::InjectTrafo";
+    constexpr const char* Function = "prereg::CFPFHPreRegistration::InjectTrafo";
     if (isTooLean()) return {};
-    ConfigurationICP asItStands = config_.icpConfig;
-    asItStands.uiMaxNumIterations = 0;
-    asItStands.dMinSmallBigRatio = 0.0; // no test before the overlap is measured
-    const ICPResult before = fix_->ComputeICPRegistration(asItStands, *flt_, trafo);
+    const bool isTraced = channels::Features().IsLogLevelEnabled(Logging::ELogLevel::Trace);
+    const ICPResult before = isTraced ? evaluate(trafo) : ICPResult();
     ICPResult result = refine(trafo, reference);
     if (result.resultType != 0) {
-        VOALGO_LOG(Log(), Warn, function, L"InjectTrafo: refinement failed (%ls)", result.ToWString(true).c_str());
+        VOALGO_LOG(channels::Features(), Warn, Function, L"InjectTrafo: refinement failed (%ls)",
+                   result.ToWString(true).c_str());
         return result;
     }
     fillOverlapArea(result);
-    VOALGO_LOG(Log(), Trace, function,
+    VOALGO_LOG(channels::Features(), Trace, Function,
                L"InjectTrafo: overlap ratio of refined trafo: %.1fp (before: %.1fp), RMSE: %.3fmm (before: %.3fmm)",
                static_cast<double>(result.fStop_OverlapRatio) * 100.0,
                static_cast<double>(before.fStop_OverlapRatio) * 100.0, static_cast<double>(result.fStop_RMSE),

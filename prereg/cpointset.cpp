@@ -1,6 +1,6 @@
 #include "VoAlgorithms/prereg/cpointset.h"
 
-#include "platform/log.h"
+#include "platform/channels.h"
 #include "prereg/detail_savesurfels.h"
 
 #include <algorithm>
@@ -9,13 +9,8 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.Registration");
-    return logger;
-}
 
 bool Satisfies(const Vec3& p, const float* A, const float* b, unsigned n)
 {
@@ -56,7 +51,7 @@ void CPointSet::rebuildKdTree()
     }
     tree_ = Tree(&points_[0].x, points_.size(), sizeof(Vec3) / sizeof(float));
     if (!tree_.Empty()) return;
-    VOALGO_LOG(Log(), Error, "prereg::CPointSet::rebuildKdTree",
+    VOALGO_LOG(channels::Registration(), Error, "prereg::CPointSet::rebuildKdTree",
                L"Inf/NaN in point data resulted in empty kD-tree; invalidating point set");
     points_.clear();
     normals_.clear();
@@ -171,8 +166,12 @@ CPointSet::Surfels CPointSet::scaleSurfels(const Vec3& scale) const
     Surfels result{points_, normals_};
     for (Vec3& p : result.first) p = {p.x * scale.x, p.y * scale.y, p.z * scale.z};
     if (scale.x == scale.y && scale.y == scale.z && scale.x > 0.0F) return result;
+    const auto unscaled = [](float n, float factor) { return factor == 0.0F ? 0.0F : n / factor; };
+    const auto flattened = [](float n, float factor) { return factor == 0.0F ? n : 0.0F; };
     for (Vec3& n : result.second) { // normals transform with the inverse transpose
-        n = {n.x / scale.x, n.y / scale.y, n.z / scale.z};
+        // The limit of ever smaller factors: what lies along flattened axes outweighs the rest.
+        const Vec3 limit(flattened(n.x, scale.x), flattened(n.y, scale.y), flattened(n.z, scale.z));
+        n = limit != Vec3() ? limit : Vec3(unscaled(n.x, scale.x), unscaled(n.y, scale.y), unscaled(n.z, scale.z));
         const float length = n.Norm();
         if (length > 0.0F) n /= length;
     }

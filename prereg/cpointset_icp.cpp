@@ -1,3 +1,11 @@
+// Iterative closest point, point to plane (Y. Chen, G. Medioni, Image and Vision Computing 10 (1992) 145-155), on
+// random samples of the floating set:
+// 1. Pair the samples with their nearest reference points, turn down pairs whose normals disagree, sort by error.
+// 2. Drop outliers: errors above a multiple of the robust spread (median absolute deviation).
+// 3. Iterate: solve for the small motion that brings the inliers onto the reference tangent planes, move on, and pair
+//    again within the reach of the last inliers. Keep the pose whose inliers had the smallest RMSE.
+// 4. Grade: stability of the pairing (small and big radius), overlap, then the acceptance tests in their fixed order.
+// All random indices of a run come from one stream, so the order of the draws is part of the result.
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "VoAlgorithms/prereg/cpointset.h"
 #include "VoAlgorithms/prereg/eicpresulttype.h"
@@ -23,10 +31,20 @@ constexpr float DivergenceFactor = 16.0F;
 constexpr double MadToSigma = 1.4826;
 constexpr float MinInlierError = 0.001F; // mm²
 
-float Squared(double length)
+constexpr float FindsNothing = -1.0F; // as a squared radius
+
+/// Squared search radius; a length that is negative or NaN finds nothing.
+float RadiusSq(double length)
 {
+    if (!(length >= 0.0)) return FindsNothing;
     const auto single = static_cast<float>(length);
     return single * single;
+}
+
+/// The largest signed number stands for all larger ones.
+std::int32_t ToSigned(std::uint32_t iterations)
+{
+    return static_cast<std::int32_t>(std::min<std::uint32_t>(iterations, std::numeric_limits<std::int32_t>::max()));
 }
 
 /// Median by selection; reorders the values.
@@ -47,7 +65,7 @@ public:
     CIcpRun(const ConfigurationICP& config, const CPointSet& fix, const CPointSet& flt, const CTrafo& start,
             const CTrafo& reference)
         : config_(config), fix_(fix), flt_(flt), start_(start), reference_(reference), current_(start), best_(start),
-          minRadiusSq_(Squared(config.dMinQueryRadius)), minPairs_(MinPairs(config.uiNumSamples))
+          minRadiusSq_(RadiusSq(config.dMinQueryRadius)), minPairs_(MinPairs(config.uiNumSamples))
     {
         const int last = static_cast<int>(std::max<std::size_t>(flt.Size(), 1)) - 1;
         randomIndex_ = [engine = std::mt19937(VoAlgo::RandomSeed),
@@ -58,30 +76,31 @@ public:
 
     ICPResult Run()
     {
-        if (!FirstPass()) return result_;
-        for (std::uint32_t i = 1; i <= config_.uiMaxNumIterations; ++i) {
-            const Step step = Iterate(i);
+        if (!firstPass()) return result_;
+        for (std::uint32_t i = 0; i < config_.uiMaxNumIterations;) {
+            const Step step = iterate(++i);
             if (step == Step::Failed) return result_;
             if (step == Step::Diverged) break;
         }
-        Grade();
+        grade();
         return result_;
     }
 
 private:
     enum class Step { Continue, Diverged, Failed };
 
-    bool FirstPass()
+    bool firstPass()
     {
-        const float radiusSq = Squared(config_.dInitialQueryRadiusScaling * config_.dPositionTolerance);
-        Pair(radiusSq);
+        const bool isScaled = config_.dInitialQueryRadiusScaling >= 0.0; // two negative factors make no radius
+        pairSamples(isScaled ? RadiusSq(config_.dInitialQueryRadiusScaling * config_.dPositionTolerance)
+                             : FindsNothing);
         result_.fStart_OverlapRatio = static_cast<float>(pairs_.size()) / static_cast<float>(config_.uiNumSamples);
-        if (pairs_.size() < minPairs_) return Fail(EICPResultType::InitialOverlapTooSmall);
-        CutOutliers();
+        if (pairs_.size() < minPairs_) return fail(EICPResultType::InitialOverlapTooSmall);
+        cutOutliers();
         result_.iStart_NumberOfInliers = static_cast<std::int32_t>(inliers_);
         result_.fStart_RMSE = rmse_;
-        if (inliers_ < MinInliers) return Fail(EICPResultType::TooFewInliersInitially);
-        result_.fStart_MismatchesPerMatchRatio = static_cast<float>(MismatchesPerPair());
+        if (inliers_ < MinInliers) return fail(EICPResultType::TooFewInliersInitially);
+        result_.fStart_MismatchesPerMatchRatio = static_cast<float>(mismatchesPerPair());
         result_.trafo = start_;
         bestRmse_ = rmse_;
         bestInliers_ = inliers_;
@@ -89,7 +108,7 @@ private:
     }
 
     /// One update from the last pass's pairs, then the next pass.
-    Step Iterate(std::uint32_t i)
+    Step iterate(std::uint32_t i)
     {
         const CTrafo update = fix_.computeTrafoUpdate(config_, flt_, pairs_, current_, inliers_);
         const Ellipsoid before = fix_.GetEllipsoid().Transformed(current_);
@@ -98,58 +117,63 @@ private:
         if (movementSq > DivergenceFactor * previousMovementSq_) return Step::Diverged;
         const double mismatchLimit = config_.dMaxErrorRatio > 0.0 ? IterationMismatchFactor * config_.dMaxErrorRatio
                                                                   : std::numeric_limits<double>::max();
-        if (MismatchesPerPair() > mismatchLimit) return FailIteration(EICPResultType::TooManyMismatchesIterating, i);
+        if (mismatchesPerPair() > mismatchLimit) {
+            result_.iStop_Iterations = ToSigned(i);
+            return failIteration(EICPResultType::TooManyMismatchesIterating);
+        }
         if (bestRmse_ > rmse_) { // the pose that the last pass's pairs produced
             best_ = current_;
             bestRmse_ = rmse_;
             bestInliers_ = inliers_;
             bestIteration_ = i;
         }
-        Pair(std::max(minRadiusSq_, LargestInlierDistanceSq()));
-        if (pairs_.size() < minPairs_) return FailIteration(EICPResultType::OverlapTooSmallIterating, i);
-        CutOutliers();
-        if (inliers_ < MinInliers) return FailIteration(EICPResultType::TooFewInliersIterating, i);
+        pairSamples(std::max(minRadiusSq_, largestInlierDistanceSq()));
+        if (pairs_.size() < minPairs_) return failIteration(EICPResultType::OverlapTooSmallIterating);
+        cutOutliers();
+        if (inliers_ < MinInliers) return failIteration(EICPResultType::TooFewInliersIterating);
         previousMovementSq_ = movementSq;
         return Step::Continue;
     }
 
     /// The acceptance tests in their fixed order.
-    bool Grade()
+    bool grade()
     {
         result_.trafo = best_;
         result_.iStop_NumberOfInliers = static_cast<std::int32_t>(bestInliers_);
         result_.fStop_RMSE = bestRmse_;
-        result_.iStop_Iterations = static_cast<std::int32_t>(bestIteration_);
+        result_.iStop_Iterations = ToSigned(bestIteration_);
         if (config_.dMinSmallBigRatio > 0.0) {
-            EvaluateSmallBig();
+            evaluateSmallBig();
             if (config_.dMinSmallBigRatio > static_cast<double>(result_.fStop_SmallBigRatio))
-                return Fail(EICPResultType::TooManyMismatches);
+                return fail(EICPResultType::TooManyMismatches);
         }
-        EvaluateOverlap();
-        if (static_cast<double>(result_.fStop_RMSE) > config_.dMaxRMSE) return Fail(EICPResultType::RmseTooLarge);
+        evaluateOverlap();
+        if (static_cast<double>(result_.fStop_RMSE) > config_.dMaxRMSE) return fail(EICPResultType::RmseTooLarge);
         if (config_.dMinOverlapRatio > static_cast<double>(result_.fStop_OverlapRatio))
-            return Fail(EICPResultType::OverlapTooSmall);
+            return fail(EICPResultType::OverlapTooSmall);
         if (config_.dMaxErrorRatio > 0.0 &&
             static_cast<double>(result_.fStop_MismatchesPerMatchRatio) > config_.dMaxErrorRatio)
-            return Fail(EICPResultType::TooManyMismatches);
+            return fail(EICPResultType::TooManyMismatches);
         if (config_.dMaxRotationDistance > 0.0 &&
             static_cast<double>(reference_.GetRotationDistance(best_)) > config_.dMaxRotationDistance)
-            return Fail(EICPResultType::TooFarAway);
+            return fail(EICPResultType::TooFarAway);
         if (config_.dMaxMovement > 0.0) {
             const Ellipsoid before = fix_.GetEllipsoid().Transformed(reference_);
             if (std::sqrt(static_cast<double>(before.DistanceSq(before.Transformed(best_)))) > config_.dMaxMovement)
-                return Fail(EICPResultType::TooFarAway);
+                return fail(EICPResultType::TooFarAway);
         }
         result_.resultType = static_cast<std::int32_t>(EICPResultType::Success);
         result_.ellipsoid = flt_.GetEllipsoid().Transformed(best_);
         return true;
     }
 
-    void EvaluateSmallBig()
+    void evaluateSmallBig()
     {
         std::vector<int> samples(config_.uiNumSamples);
         for (int& sample : samples) sample = randomIndex_();
-        const float bigRadiusSq = Squared(config_.dSmallBigQueryRadiusScaling) * minRadiusSq_;
+        const float bigScalingSq = RadiusSq(config_.dSmallBigQueryRadiusScaling);
+        const float bigRadiusSq =
+            std::min(bigScalingSq, minRadiusSq_) < 0.0F ? FindsNothing : bigScalingSq * minRadiusSq_;
         std::vector<CPointSet::PairWithError> pairs;
         std::uint32_t mismatches = 0;
         fix_.samplePairs(config_, minRadiusSq_, flt_, best_, randomIndex_, pairs, mismatches, &samples, true);
@@ -158,11 +182,11 @@ private:
         result_.fStop_SmallBigRatio = smallCount / static_cast<float>(pairs.size());
     }
 
-    /// Deliberate: measures the last composed pose, which is not the best one when a later iteration did not improve
-    /// it.
-    void EvaluateOverlap()
+    /// Deliberate: measures the last composed pose, which is not the best one when later iterations brought no
+    /// improvement.
+    void evaluateOverlap()
     {
-        const float radiusSq = Squared(config_.dPositionTolerance);
+        const float radiusSq = RadiusSq(config_.dPositionTolerance);
         std::uint32_t matches = 0;
         std::uint32_t mismatches = 0;
         std::vector<int> within;
@@ -170,7 +194,7 @@ private:
             const auto j = static_cast<std::size_t>(randomIndex_());
             const auto [p, n] = current_.Transform(flt_.points_[j], flt_.normals_[j]);
             fix_.tree_.AllWithin(&p.x, radiusSq, within);
-            const int partner = NearestToLine(p, n, within);
+            const int partner = nearestToLine(p, n, within);
             if (partner < 0) continue;
             ++(fix_.normals_[static_cast<std::size_t>(partner)].Dot(n) < 0.0F ? mismatches : matches);
         }
@@ -179,8 +203,8 @@ private:
             static_cast<float>(static_cast<double>(mismatches) / static_cast<double>(matches));
     }
 
-    /// Of the candidates the one nearest to the line through p along n; the first of equal ones, −1 for none.
-    [[nodiscard]] int NearestToLine(const Vec3& p, const Vec3& n, const std::vector<int>& candidates) const
+    /// The candidate nearest to the line through p along n, the first of equally near ones; −1 without candidates.
+    [[nodiscard]] int nearestToLine(const Vec3& p, const Vec3& n, const std::vector<int>& candidates) const
     {
         int best = -1;
         float bestSq = std::numeric_limits<float>::infinity();
@@ -195,38 +219,37 @@ private:
         return best;
     }
 
-    void Pair(float radiusSq)
+    void pairSamples(float radiusSq)
     {
         fix_.samplePairs(config_, radiusSq, flt_, current_, randomIndex_, pairs_, mismatches_, nullptr, true);
     }
 
-    void CutOutliers()
+    void cutOutliers()
     {
         std::tie(inliers_, rmse_, std::ignore) = CPointSet::computeNumberOfInliers(pairs_, config_.dInlierScaling);
     }
 
-    [[nodiscard]] double MismatchesPerPair() const
+    [[nodiscard]] double mismatchesPerPair() const
     {
         return static_cast<double>(mismatches_) / static_cast<double>(pairs_.size());
     }
 
-    [[nodiscard]] float LargestInlierDistanceSq() const
+    [[nodiscard]] float largestInlierDistanceSq() const
     {
         float largest = 0.0F;
         for (std::size_t i = 0; i < inliers_; ++i) largest = std::max(largest, pairs_[i].distanceSq);
         return largest;
     }
 
-    bool Fail(EICPResultType type)
+    bool fail(EICPResultType type)
     {
         result_.resultType = static_cast<std::int32_t>(type);
         return false;
     }
 
-    Step FailIteration(EICPResultType type, std::uint32_t i)
+    Step failIteration(EICPResultType type)
     {
-        result_.iStop_Iterations = static_cast<std::int32_t>(i);
-        Fail(type);
+        fail(type);
         return Step::Failed;
     }
 

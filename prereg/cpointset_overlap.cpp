@@ -1,5 +1,12 @@
+// Overlap area of two posed clouds:
+// 1. Place the floating set's bounding box with the pose; boxes that do not meet mean no overlap (separating axes,
+//    S. Gottschalk, M. Lin, D. Manocha, SIGGRAPH 1996).
+// 2. Keep the reference points inside that box, with a tree of their own.
+// 3. Visit the kept points within the search radius of every moved floating point, each once: a Bloom filter
+//    (B. H. Bloom, CACM 13 (1970) 422-426) tells which ones were seen.
+// 4. Sum the areas that they stand for, estimated from the four nearest neighbours of each; stop above the maximum.
 #include "VoAlgorithms/prereg/cpointset.h"
-#include "platform/log.h"
+#include "platform/channels.h"
 #include "prereg/detail_bloomfilter.h"
 
 #include <algorithm>
@@ -9,18 +16,13 @@
 namespace prereg {
 namespace {
 
+namespace channels = VoAlgo::channels;
 using Vec3 = kdtree::Vector<3>;
 using VoAlgo::CTrafo;
 
 constexpr const char* Function = "prereg::CPointSet::EstimateOverlapArea";
 constexpr double FalsePositiveRate = 0.001;
 constexpr std::size_t MaxFilterBits = 524288;
-
-const Logging::CLogger& Log()
-{
-    static const Logging::CLogger& logger = Logging::GetLogger("KEP.Registration");
-    return logger;
-}
 
 struct OrientedBox {
     Vec3 centre;
@@ -77,26 +79,64 @@ bool IsInside(const Vec3& p, const std::pair<Vec3, Vec3>& box, float margin)
            p.y <= box.second.y + margin && p.z >= box.first.z - margin && p.z <= box.second.z + margin;
 }
 
-/// Sum of the local areas of the kept points that moved 'flt' points come near, each once; ends when it exceeds
-/// `maxArea`.
+/// Area that point i stands for, see CPointSet::estimateLocalVoronoiArea. `nearest`: scratch memory.
+double LocalVoronoiArea(const CPointSet& set, std::size_t i, float radius,
+                        std::vector<CPointSet::Tree::Neighbour>& nearest)
+{
+    constexpr unsigned NumNeighbours = 5;
+    constexpr float Pi = 3.14159265F;
+    if (!(radius >= 0.0F)) return 0.0;
+    set.GetPointsKdTree().NearestK(&set.GetPoint(i).x, NumNeighbours, radius * radius, nearest);
+    if (nearest.size() < NumNeighbours) return 0.0;
+
+    const auto self = static_cast<std::size_t>(nearest[0].first);
+    const Vec3& p = set.GetPoint(self);
+    const Vec3& n = set.GetNormal(self);
+    struct Spoke {
+        float angle;
+        Vec3 half;
+    };
+    std::array<Spoke, NumNeighbours - 1> spokes;
+    Vec3 first;
+    for (std::size_t k = 0; k < spokes.size(); ++k) {
+        const Vec3& q = set.GetPoint(static_cast<std::size_t>(nearest[k + 1].first));
+        const Vec3 projected = q - n * (q.Dot(n) - p.Dot(n)) - p;
+        if (k == 0) first = projected;
+        float angle = k == 0 ? 0.0F : std::atan2(first.Cross(projected).Norm(), first.Dot(projected));
+        if (angle < 0.0F) angle = 2.0F * Pi - angle; // deliberate; never happens, the first argument is not negative
+        spokes[k] = {angle, 0.5F * (q - p)};
+    }
+    std::sort(spokes.begin(), spokes.end(), [](const Spoke& a, const Spoke& b) { return a.angle < b.angle; });
+    double area = 0.0;
+    for (std::size_t k = 0; k < spokes.size(); ++k) {
+        const Spoke& a = spokes[k];
+        const Spoke& b = spokes[(k + 1) % spokes.size()];
+        if (b.angle - a.angle < Pi) area += static_cast<double>(b.half.Cross(a.half).Norm());
+    }
+    return area;
+}
+
+/// Sum of the local areas of those kept points that lie near a moved 'flt' point, each counted once. Stops as soon as
+/// the sum exceeds `maxArea`.
 double SumLocalAreas(const CPointSet& kept, const CPointSet& flt, const CTrafo& pose, float searchRadius,
                      float areaRadius, float maxArea)
 {
     double sum = 0.0;
-    if (kept.Empty()) return sum;
+    if (kept.Empty() || !(searchRadius >= 0.0F)) return sum;
     const std::pair<Vec3, Vec3> keptBox = kept.GetAABB();
     detail::BloomFilter seen(kept.Size(), FalsePositiveRate, MaxFilterBits);
     std::vector<int> within;
+    std::vector<CPointSet::Tree::Neighbour> nearest;
     for (const Vec3& fltPoint : flt.GetPoints()) {
         const Vec3 p = pose * fltPoint;
         if (!IsInside(p, keptBox, searchRadius)) continue;
         kept.GetPointsKdTree().AllWithin(&p.x, searchRadius * searchRadius, within);
         for (const int i : within) {
             if (!seen.Insert(static_cast<std::uint32_t>(i))) continue;
-            sum += kept.estimateLocalVoronoiArea(static_cast<std::size_t>(i), areaRadius);
+            sum += LocalVoronoiArea(kept, static_cast<std::size_t>(i), areaRadius, nearest);
             if (!(sum > static_cast<double>(maxArea))) continue;
-            VOALGO_LOG(Log(), Trace, Function, L"Estimated overlap area exceeds given maximum (%.1f mm2)",
-                       static_cast<double>(maxArea));
+            VOALGO_LOG(channels::Registration(), Trace, Function,
+                       L"Estimated overlap area exceeds given maximum (%.1f mm2)", static_cast<double>(maxArea));
             return sum;
         }
     }
@@ -117,43 +157,15 @@ float CPointSet::EstimateOverlapArea(const CPointSet& flt, const CTrafo& pose, f
     ToInequalities(box, A, b);
     const CPointSet kept = filterPointSet(A, b, 6);
     const double sum = SumLocalAreas(kept, flt, pose, searchRadius, areaRadius, maxArea);
-    VOALGO_LOG(Log(), Trace, Function, L"Estimated overlap area: %.1f mm2, points in OBB: %zi", sum, kept.Size());
+    VOALGO_LOG(channels::Registration(), Trace, Function, L"Estimated overlap area: %.1f mm2, points in OBB: %zi", sum,
+               kept.Size());
     return static_cast<float>(sum);
 }
 
 double CPointSet::estimateLocalVoronoiArea(std::size_t i, float radius) const
 {
-    constexpr unsigned NumNeighbours = 5;
-    constexpr float Pi = 3.14159265F;
     std::vector<Tree::Neighbour> nearest;
-    tree_.NearestK(&points_[i].x, NumNeighbours, radius * radius, nearest);
-    if (nearest.size() < NumNeighbours) return 0.0;
-
-    const auto self = static_cast<std::size_t>(nearest[0].first);
-    const Vec3& p = points_[self];
-    const Vec3& n = normals_[self];
-    struct Spoke {
-        float angle;
-        Vec3 half;
-    };
-    std::array<Spoke, NumNeighbours - 1> spokes;
-    Vec3 first;
-    for (std::size_t k = 0; k < spokes.size(); ++k) {
-        const Vec3& q = points_[static_cast<std::size_t>(nearest[k + 1].first)];
-        const Vec3 projected = q - n * (q.Dot(n) - p.Dot(n)) - p;
-        if (k == 0) first = projected;
-        float angle = k == 0 ? 0.0F : std::atan2(first.Cross(projected).Norm(), first.Dot(projected));
-        if (angle < 0.0F) angle = 2.0F * Pi - angle; // deliberate; never happens, the first argument is not negative
-        spokes[k] = {angle, 0.5F * (q - p)};
-    }
-    std::sort(spokes.begin(), spokes.end(), [](const Spoke& a, const Spoke& b) { return a.angle < b.angle; });
-    double area = 0.0;
-    for (std::size_t k = 0; k < spokes.size(); ++k) {
-        const Spoke& a = spokes[k];
-        const Spoke& b = spokes[(k + 1) % spokes.size()];
-        if (b.angle - a.angle < Pi) area += static_cast<double>(b.half.Cross(a.half).Norm());
-    }
-    return area;
+    return LocalVoronoiArea(*this, i, radius, nearest);
 }
 
 } // namespace prereg

@@ -28,7 +28,7 @@ public:
     /// Adds the index; false when it was there already (or seems so).
     bool Insert(std::uint32_t index)
     {
-        const std::uint64_t h = Fnv1a(index);
+        const std::uint64_t h = fnv1a(index);
         const std::uint64_t step = h & 0xFFFFFFFFU;
         bool isNew = false;
         for (unsigned i = 0; i < probes_; ++i) {
@@ -44,7 +44,7 @@ public:
 private:
     static constexpr unsigned MaxProbes = 16;
 
-    static std::uint64_t Fnv1a(std::uint32_t index)
+    static std::uint64_t fnv1a(std::uint32_t index)
     {
         std::uint64_t h = 0xCBF29CE484222325ULL;
         for (int byte = 0; byte < 4; ++byte) h = (h ^ (index >> (8 * byte) & 0xFFU)) * 0x100000001B3ULL;

@@ -3,7 +3,9 @@
 #include "prereg/detail_neighbours.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <limits>
 
 namespace prereg::detail {
 
@@ -35,37 +37,47 @@ float CurvatureQuality(const NeighbourPlanes& neighbours, const kdtree::Vector<3
     return 100.0F * std::min(radius * std::sqrt(turn.Sum() / way.Sum()), 1.0F); // NaN stays NaN
 }
 
-/// Ratio of the larger to the smaller principal scatter, within the tangent plane, of the neighbours within 0.75 radii:
-/// about 1 inside a surface, larger where a border cuts the neighbourhood off (3.6 for a half disc). Infinite for too
-/// few and for collinear ones.
+/// Whether a neighbourhood surrounds its point or a border of the scan cuts it off: the ratio of the larger to the
+/// smaller eigenvalue of the neighbours' scatter within the tangent plane. 1 for a whole disc, 3.2 for a half one;
+/// infinite for fewer than MinLocalNeighbours within R = LocalSurfaceShare · radius and for collinear ones. The scatter
+/// is about the mean; a neighbour at distance d weighs 1 − d² ÷ R², so that the ratio does not jump when one more point
+/// comes within R.
 template <class Pack>
 float TangentScatterRatio(const NeighbourPlanes& neighbours, const kdtree::Vector<3>& normal, float radius)
 {
     using enum NeighbourPlanes::Plane;
-    const Pack bound = Pack::Set(LocalSurfaceShare * radius * LocalSurfaceShare * radius);
+    const float reachSq = LocalSurfaceShare * radius * LocalSurfaceShare * radius;
+    const Pack bound = Pack::Set(reachSq);
+    const Pack perReachSq = Pack::Set(1.0F / reachSq);
     const Pack one = Pack::Set(1.0F);
-    Pack number = Pack::Set(0.0F);
-    Pack sx = number, sy = number, sz = number;
-    Pack sxx = number, syy = number, szz = number, sxy = number, sxz = number, syz = number;
+    const Pack zero = Pack::Set(0.0F);
+    unsigned number = 0;
+    Pack s = zero, sx = zero, sy = zero, sz = zero;
+    Pack sxx = zero, syy = zero, szz = zero, sxy = zero, sxz = zero, syz = zero;
     for (std::size_t i = 0; i < neighbours.count; i += VoAlgo::simd::Lanes) {
-        const Pack inside = one - Pack::OneWhereGreater(Pack::Load(neighbours[DistanceSq] + i), bound);
-        const Pack x = Pack::Load(neighbours[DX] + i) * inside;
-        const Pack y = Pack::Load(neighbours[DY] + i) * inside;
-        const Pack z = Pack::Load(neighbours[DZ] + i) * inside;
-        number = number + inside;
-        sx = sx + x;
-        sy = sy + y;
-        sz = sz + z;
-        sxx = sxx + x * x;
-        syy = syy + y * y;
-        szz = szz + z * z;
-        sxy = sxy + x * y;
-        sxz = sxz + x * z;
-        syz = syz + y * z;
+        const Pack distanceSq = Pack::Load(neighbours[DistanceSq] + i);
+        number += static_cast<unsigned>(std::popcount(Pack::MaskLessEqual(distanceSq, bound)));
+        const Pack weight = Pack::Max(one - distanceSq * perReachSq, zero);
+        const Pack x = Pack::Load(neighbours[DX] + i);
+        const Pack y = Pack::Load(neighbours[DY] + i);
+        const Pack z = Pack::Load(neighbours[DZ] + i);
+        const Pack wx = weight * x;
+        const Pack wy = weight * y;
+        const Pack wz = weight * z;
+        s = s + weight;
+        sx = sx + wx;
+        sy = sy + wy;
+        sz = sz + wz;
+        sxx = sxx + wx * x;
+        syy = syy + wy * y;
+        szz = szz + wz * z;
+        sxy = sxy + wx * y;
+        sxz = sxz + wx * z;
+        syz = syz + wy * z;
     }
-    const double n = number.Sum();
-    if (n < MinLocalNeighbours) return std::numeric_limits<float>::infinity();
+    if (number < MinLocalNeighbours) return std::numeric_limits<float>::infinity();
 
+    const double n = s.Sum();
     // Scatter S about the mean; projected onto the tangent plane it has the eigenvalues h ± √(m/2 − h²) with
     // h = (tr S − nᵀSn)/2 and m = |S|² − 2|Sn|² + (nᵀSn)².
     const double mx = sx.Sum() / n;

@@ -1,5 +1,6 @@
 #include "prereg/detail_kmeans.h"
 
+#include "platform/randomseed.h"
 #include "prereg/detail_histogramdistances.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 namespace prereg::detail {
 namespace {
 
-constexpr unsigned Seed = 47110815U;
 constexpr int MaxIterations = 1000;
 constexpr float ErrorTolerance = 1e-6F;
 constexpr float MaxErrorGrowth = 1.25F;
@@ -28,7 +28,7 @@ using Histograms = std::vector<CPointFeatureHistogram>;
 /// the nearest centre so far. Stops early when every histogram lies on a centre.
 Histograms SeedCentres(const Histograms& features, std::size_t k)
 {
-    std::mt19937 engine(Seed);
+    std::mt19937 engine(VoAlgo::RandomSeed);
     std::uniform_int_distribution<std::size_t> anyFeature(0, features.size() - 1);
     std::uniform_real_distribution<double> uniform(0.0, 1.0);
     Histograms centres{features[anyFeature(engine)]};
@@ -77,17 +77,17 @@ float AssignToNearest(const Histograms& features, const Histograms& centres, std
 /// Moves every centre to the mean of its members; a centre without members stays.
 void MoveToMeans(const Histograms& features, const std::vector<unsigned>& clusterOf, Histograms& centres)
 {
-    constexpr std::size_t bins = CPointFeatureHistogram::NumBins;
-    std::vector<double> sums(centres.size() * bins, 0.0);
+    constexpr std::size_t Bins = CPointFeatureHistogram::NumBins;
+    std::vector<double> sums(centres.size() * Bins, 0.0);
     std::vector<std::size_t> counts(centres.size(), 0);
     for (std::size_t i = 0; i < features.size(); ++i) {
-        double* sum = sums.data() + clusterOf[i] * bins;
-        for (std::size_t b = 0; b < bins; ++b) sum[b] += features[i][b];
+        double* sum = sums.data() + clusterOf[i] * Bins;
+        for (std::size_t b = 0; b < Bins; ++b) sum[b] += features[i][b];
         ++counts[clusterOf[i]];
     }
     for (std::size_t c = 0; c < centres.size(); ++c)
-        for (std::size_t b = 0; counts[c] != 0 && b < bins; ++b)
-            centres[c][b] = static_cast<float>(sums[c * bins + b] / static_cast<double>(counts[c]));
+        for (std::size_t b = 0; counts[c] != 0 && b < Bins; ++b)
+            centres[c][b] = static_cast<float>(sums[c * Bins + b] / static_cast<double>(counts[c]));
 }
 
 } // namespace

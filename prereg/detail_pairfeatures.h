@@ -89,14 +89,14 @@ public:
         const Pack fromMiddle = Pack::Abs(Pack::OneWhereGreater(zero, x) * five - borders); // x < 0: from the other end
         Pack::StoreCodes(alpha * linear + five, phi * linear + five, Pack::WithSignOf(fromMiddle, y) + five,
                          BlockBins - 1, codes);
-        if (clear != 0xFFU) BinThetaExactly(x, y, ~clear, codes);
+        if (clear != 0xFFU) binThetaExactly(x, y, ~clear, codes);
     }
 
 private:
     // Several times the rounding of the products here and of the arc tangent and its scaling there, radians.
     static constexpr float BorderZone = 8e-6F;
 
-    static void BinThetaExactly(Pack x, Pack y, unsigned lanes, std::uint32_t* codes)
+    static void binThetaExactly(Pack x, Pack y, unsigned lanes, std::uint32_t* codes)
     {
         float xs[VoAlgo::simd::Lanes];
         float ys[VoAlgo::simd::Lanes];

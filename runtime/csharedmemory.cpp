@@ -32,10 +32,10 @@ std::size_t CSharedMemory::Size() const
 
 std::shared_ptr<void> CSharedMemory::CreateView() const
 {
-    constexpr const char* FUNCTION = "VoAlgo::CSharedMemory::CreateView/MapViewOfFile:";
-    if (!mapping_) throw SystemError(FUNCTION, error_);
+    constexpr const char* Function = "VoAlgo::CSharedMemory::CreateView/MapViewOfFile:";
+    if (!mapping_) throw SystemError(Function, error_);
     if (auto view = mapping_->View()) return view;
-    throw SystemError(FUNCTION);
+    throw SystemError(Function);
 }
 
 } // namespace VoAlgo

@@ -22,9 +22,9 @@ struct ChunkHeader {
 };
 static_assert(sizeof(ChunkHeader) == 8);
 
-constexpr std::uint64_t MAX_WORD = std::numeric_limits<std::uint32_t>::max();
-// The number of chunks comes from outside: beyond this, memory is taken as the bytes arrive.
-constexpr std::size_t MAX_RESERVED = std::size_t{1} << 30;
+constexpr std::uint64_t MaxWord = std::numeric_limits<std::uint32_t>::max();
+// The number of chunks comes from another process: beyond this, memory grows as the bytes arrive.
+constexpr std::size_t MaxReserved = std::size_t{1} << 30;
 
 std::wstring ItemsName(const std::wstring& name)
 {
@@ -36,7 +36,7 @@ std::wstring SpacesName(const std::wstring& name)
     return L"Global\\" + name + L".sem.spaces";
 }
 
-/// The object, when the system did not refuse it.
+/// Passes the object on; throws when the system refused it.
 template <typename Object>
 Object Checked(Object object, const char* function)
 {
@@ -44,12 +44,12 @@ Object Checked(Object object, const char* function)
     return object;
 }
 
-class ReleaseInTheEnd {
+class ReleaseOnExit {
 public:
-    explicit ReleaseInTheEnd(NamedSemaphore& semaphore) : semaphore_(semaphore) {}
-    ReleaseInTheEnd(const ReleaseInTheEnd&) = delete;
-    ReleaseInTheEnd& operator=(const ReleaseInTheEnd&) = delete;
-    ~ReleaseInTheEnd() { semaphore_.Release(); }
+    explicit ReleaseOnExit(NamedSemaphore& semaphore) : semaphore_(semaphore) {}
+    ReleaseOnExit(const ReleaseOnExit&) = delete;
+    ReleaseOnExit& operator=(const ReleaseOnExit&) = delete;
+    ~ReleaseOnExit() { semaphore_.Release(); }
 
 private:
     NamedSemaphore& semaphore_;
@@ -71,7 +71,7 @@ struct CSharedMemoryPipe::State {
     CSharedMemory block;
     std::unique_ptr<NamedSemaphore> items;
     std::unique_ptr<NamedSemaphore> spaces;
-    std::mutex mutex; // two threads of this process must not use the block at once
+    std::mutex mutex; // keeps two threads of this process from using the block at once
     std::shared_ptr<void> view;
 };
 
@@ -83,25 +83,25 @@ CSharedMemoryPipe::~CSharedMemoryPipe() = default;
 
 CSharedMemoryPipe CSharedMemoryPipe::Create(const std::wstring& name, std::size_t size)
 {
-    constexpr const char* FUNCTION = "VoAlgo::CSharedMemoryPipe::Create:";
-    auto block = Checked(CSharedMemory::Create(name, size), FUNCTION);
-    auto items = Checked(NamedSemaphore::Create(ItemsName(name), 0), FUNCTION);
-    auto spaces = Checked(NamedSemaphore::Create(SpacesName(name), 1), FUNCTION);
+    constexpr const char* Function = "VoAlgo::CSharedMemoryPipe::Create:";
+    auto block = Checked(CSharedMemory::Create(name, size), Function);
+    auto items = Checked(NamedSemaphore::Create(ItemsName(name), 0), Function);
+    auto spaces = Checked(NamedSemaphore::Create(SpacesName(name), 1), Function);
     return CSharedMemoryPipe(std::make_unique<State>(size, std::move(block), std::move(items), std::move(spaces)));
 }
 
 CSharedMemoryPipe CSharedMemoryPipe::Open(const std::wstring& name, std::size_t size)
 {
-    constexpr const char* FUNCTION = "VoAlgo::CSharedMemoryPipe::Open:";
-    auto block = Checked(CSharedMemory::Open(name), FUNCTION);
-    auto items = Checked(NamedSemaphore::Open(ItemsName(name)), FUNCTION);
-    auto spaces = Checked(NamedSemaphore::Open(SpacesName(name)), FUNCTION);
+    constexpr const char* Function = "VoAlgo::CSharedMemoryPipe::Open:";
+    auto block = Checked(CSharedMemory::Open(name), Function);
+    auto items = Checked(NamedSemaphore::Open(ItemsName(name)), Function);
+    auto spaces = Checked(NamedSemaphore::Open(SpacesName(name)), Function);
     if (block.Size() < size) throw std::invalid_argument("shared memory block smaller than stated");
     return CSharedMemoryPipe(std::make_unique<State>(size, std::move(block), std::move(items), std::move(spaces)));
 }
 
 /// Payload bytes of a full chunk.
-std::size_t CSharedMemoryPipe::Capacity() const
+std::size_t CSharedMemoryPipe::payloadCapacity() const
 {
     if (!state_ || state_->blockSize <= sizeof(ChunkHeader))
         throw std::invalid_argument("shared memory buffer too small");
@@ -110,9 +110,9 @@ std::size_t CSharedMemoryPipe::Capacity() const
 
 void CSharedMemoryPipe::Send(const void* data, std::size_t size)
 {
-    const std::size_t capacity = Capacity();
+    const std::size_t capacity = payloadCapacity();
     const std::size_t chunks = size / capacity + (size % capacity != 0 ? 1 : 0);
-    if (chunks > MAX_WORD || std::min(size, capacity) > MAX_WORD)
+    if (chunks > MaxWord || std::min(size, capacity) > MaxWord)
         throw std::length_error("message too long for the shared memory pipe");
 
     const auto* message = static_cast<const unsigned char*>(data);
@@ -129,17 +129,17 @@ void CSharedMemoryPipe::Send(const void* data, std::size_t size)
     }
 }
 
-/// Takes the chunks of one message: start(number of chunks), then append(payload, bytes) for each.
+/// Receives the chunks of one message: calls start(number of chunks), then append(payload, bytes) for each.
 template <typename Start, typename Append>
-void CSharedMemoryPipe::ReceiveChunks(const Start& start, const Append& append)
+void CSharedMemoryPipe::receiveChunks(const Start& start, const Append& append)
 {
-    const std::size_t capacity = Capacity();
+    const std::size_t capacity = payloadCapacity();
     std::uint32_t chunks = 0;
     for (std::uint32_t index = 0; index == 0 || index < chunks; ++index) {
         state_->items->Wait();
-        const ReleaseInTheEnd release(*state_->spaces); // after the lock
+        const ReleaseOnExit release(*state_->spaces); // after the lock
         const std::lock_guard lock(state_->mutex);
-        ChunkHeader header; // a copy: what is checked is what is used
+        ChunkHeader header; // a copy: the peer cannot change it after the checks
         std::memcpy(&header, state_->Bytes(), sizeof(header));
         if (index == 0) chunks = header.countOrIndex;
         if (header.bytes > capacity) throw std::invalid_argument("shared memory chunk larger than its block");
@@ -155,7 +155,7 @@ void CSharedMemoryPipe::ReceiveChunks(const Start& start, const Append& append)
 void CSharedMemoryPipe::Receive(void* buffer, std::size_t& size)
 {
     size = 0;
-    ReceiveChunks([](std::uint32_t) {},
+    receiveChunks([](std::uint32_t) {},
                   [&](const unsigned char* payload, std::size_t bytes) {
                       std::memcpy(static_cast<unsigned char*>(buffer) + size, payload, bytes);
                       size += bytes;
@@ -164,11 +164,11 @@ void CSharedMemoryPipe::Receive(void* buffer, std::size_t& size)
 
 void CSharedMemoryPipe::Receive(std::vector<unsigned char>& buffer)
 {
-    const std::size_t capacity = Capacity();
-    ReceiveChunks(
+    const std::size_t capacity = payloadCapacity();
+    receiveChunks(
         [&](std::uint32_t chunks) {
             buffer.clear();
-            buffer.reserve(chunks <= MAX_RESERVED / capacity ? capacity * chunks : MAX_RESERVED);
+            buffer.reserve(chunks <= MaxReserved / capacity ? capacity * chunks : MaxReserved);
         },
         [&](const unsigned char* payload, std::size_t bytes) {
             buffer.insert(buffer.end(), payload, payload + bytes);

@@ -1,9 +1,8 @@
 #pragma once
 
-// The 256 byte values in the order of their last use, the last one first; at the start in ascending order. Encode
-// writes for each byte the position it has, Decode for each position the byte there; both then move it to the front.
-// Input and output may be the same. WordTable runs everywhere, the other one where the processor can; both give the
-// same bytes.
+// The 256 byte values, most recently used first; initially in ascending order. Encode writes the position of each byte,
+// Decode the byte at each position; both then move that byte to the front. Input and output may be the same. WordTable
+// runs everywhere, VectorTable where the target has AVX2; both give the same bytes.
 
 #include "platform/simd.h"
 #include "runtime/detail_wordparallel.h"
@@ -15,8 +14,8 @@
 
 namespace VoAlgo::RLE::detail {
 
-/// Eight values to a word: those before the word of the one that moves shift by one byte, and in its word the bytes up
-/// to it.
+/// Eight values to a word. All words before that of the moving byte shift by one byte; in its own word only the bytes
+/// up to it do.
 class WordTable {
 public:
     WordTable()
@@ -33,9 +32,9 @@ public:
             const std::uint64_t wanted = Broadcast(in[i]);
             std::uint64_t incoming = in[i];
             std::size_t word = 0;
-            for (; MarkZeroBytes(words_[word] ^ wanted) == 0; ++word) incoming = Shift(word, incoming);
+            for (; MarkZeroBytes(words_[word] ^ wanted) == 0; ++word) incoming = shiftWord(word, incoming);
             const std::uint64_t marks = MarkZeroBytes(words_[word] ^ wanted);
-            ShiftUpTo(word, incoming, marks ^ (marks - 1));
+            shiftUpTo(word, incoming, marks ^ (marks - 1));
             out[i] = static_cast<unsigned char>(WordBytes * word + LowestByte(marks));
         }
     }
@@ -47,22 +46,22 @@ public:
             const unsigned shift = 8U * (in[i] % WordBytes);
             out[i] = static_cast<unsigned char>(words_[last] >> shift);
             std::uint64_t incoming = out[i];
-            for (std::size_t word = 0; word < last; ++word) incoming = Shift(word, incoming);
-            ShiftUpTo(last, incoming, ~std::uint64_t{0} >> (56U - shift));
+            for (std::size_t word = 0; word < last; ++word) incoming = shiftWord(word, incoming);
+            shiftUpTo(last, incoming, ~std::uint64_t{0} >> (56U - shift));
         }
     }
 
 private:
     static constexpr std::size_t Words = 256 / WordBytes;
 
-    // One byte comes in from below, the highest one goes out.
-    std::uint64_t Shift(std::size_t word, std::uint64_t incoming)
+    // One byte enters at the bottom, the highest one leaves.
+    std::uint64_t shiftWord(std::size_t word, std::uint64_t incoming)
     {
         const std::uint64_t outgoing = words_[word] >> 56;
         words_[word] = words_[word] << 8 | incoming;
         return outgoing;
     }
-    void ShiftUpTo(std::size_t word, std::uint64_t incoming, std::uint64_t mask)
+    void shiftUpTo(std::size_t word, std::uint64_t incoming, std::uint64_t mask)
     {
         words_[word] = (words_[word] & ~mask) | ((words_[word] << 8 | incoming) & mask);
     }
@@ -72,8 +71,8 @@ private:
 
 #if defined(VOALGO_SIMD_AVX2)
 
-/// The first 32 values in two registers, where nearly all of a text's are found; a step there has no branch and no trip
-/// through memory.
+/// The first 32 values, which hold nearly all bytes of a text, in two registers: a step among them takes neither a
+/// branch nor a memory access.
 class VectorTable {
 public:
     VectorTable()
@@ -85,8 +84,8 @@ public:
 
     void Encode(const unsigned char* in, std::size_t n, unsigned char* out)
     {
-        __m128i low = Load(values_);
-        __m128i high = Load(values_ + Half);
+        __m128i low = load(values_);
+        __m128i high = load(values_ + Half);
         for (std::size_t i = 0; i < n; ++i) {
             const __m128i wanted = _mm_set1_epi8(static_cast<char>(in[i]));
             const __m128i inLow = _mm_cmpeq_epi8(low, wanted);
@@ -94,49 +93,49 @@ public:
             const unsigned match = static_cast<unsigned>(_mm_movemask_epi8(inLow)) |
                                    static_cast<unsigned>(_mm_movemask_epi8(inHigh)) << Half;
             if (match == 0) {
-                Store(low, high);
+                store(low, high);
                 const void* found = std::memchr(values_ + Near, in[i], sizeof(values_) - Near);
                 out[i] = static_cast<unsigned char>(static_cast<const unsigned char*>(found) - values_);
-                MoveFar(out[i], low, high);
+                moveFar(out[i], low, high);
                 continue;
             }
             const __m128i missing = _mm_cmpeq_epi64(inLow, _mm_setzero_si128()); // all ones in halves without a match
             const __m128i missingInLow = _mm_and_si128(missing, _mm_shuffle_epi32(missing, 0x4E));
             high = _mm_blendv_epi8(high, _mm_alignr_epi8(high, low, Half - 1),
-                                   _mm_and_si128(missingInLow, UpToMatch(inHigh)));
-            low = _mm_blendv_epi8(low, _mm_alignr_epi8(low, wanted, Half - 1), UpToMatch(inLow));
+                                   _mm_and_si128(missingInLow, upToMatch(inHigh)));
+            low = _mm_blendv_epi8(low, _mm_alignr_epi8(low, wanted, Half - 1), upToMatch(inLow));
             out[i] = static_cast<unsigned char>(std::countr_zero(match));
         }
-        Store(low, high);
+        store(low, high);
     }
 
     void Decode(const unsigned char* in, std::size_t n, unsigned char* out)
     {
-        __m128i low = Load(values_);
-        __m128i high = Load(values_ + Half);
+        __m128i low = load(values_);
+        __m128i high = load(values_ + Half);
         for (std::size_t i = 0; i < n; ++i) {
             const unsigned char position = in[i];
             if (position >= Near) {
-                Store(low, high);
+                store(low, high);
                 out[i] = values_[position];
-                MoveFar(position, low, high);
+                moveFar(position, low, high);
                 continue;
             }
-            const auto& step = moves.steps[position];
+            const auto& step = MovesToFront.steps[position];
             const __m128i oldLow = low;
-            low = _mm_or_si128(_mm_shuffle_epi8(oldLow, Load(step[0])), _mm_shuffle_epi8(high, Load(step[1])));
-            high = _mm_or_si128(_mm_shuffle_epi8(oldLow, Load(step[2])), _mm_shuffle_epi8(high, Load(step[3])));
+            low = _mm_or_si128(_mm_shuffle_epi8(oldLow, load(step[0])), _mm_shuffle_epi8(high, load(step[1])));
+            high = _mm_or_si128(_mm_shuffle_epi8(oldLow, load(step[2])), _mm_shuffle_epi8(high, load(step[3])));
             out[i] = static_cast<unsigned char>(_mm_cvtsi128_si32(low));
         }
-        Store(low, high);
+        store(low, high);
     }
 
 private:
     static constexpr int Half = 16;
     static constexpr int Near = 32; // both halves
 
-    // For each position the shuffles that move it to the front: of what comes to the low half from low and from high,
-    // and of what comes to the high half. 0x80 gives a zero.
+    // For each position the four shuffles that move it to the front: into the low half from low and from high, then
+    // into the high half. 0x80 gives a zero.
     struct Moves {
         alignas(16) unsigned char steps[Near][4][Half];
 
@@ -151,36 +150,36 @@ private:
                 }
         }
     };
-    static const Moves moves;
+    static const Moves MovesToFront;
 
-    static __m128i Load(const unsigned char* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
-    void Store(__m128i low, __m128i high)
+    static __m128i load(const unsigned char* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+    void store(__m128i low, __m128i high)
     {
         _mm_store_si128(reinterpret_cast<__m128i*>(values_), low);
         _mm_store_si128(reinterpret_cast<__m128i*>(values_ + Half), high);
     }
 
-    // All bits up to the byte that is all ones, and every bit when there is none. In 64 bits: x | (x − 1).
-    static __m128i UpToMatch(__m128i match)
+    // All bits up to and including the byte that is all ones; all bits when there is none. In 64 bits: x | (x − 1).
+    static __m128i upToMatch(__m128i match)
     {
         const __m128i ones = _mm_set1_epi64x(-1);
         const __m128i missing = _mm_cmpeq_epi64(match, _mm_setzero_si128());
         return _mm_and_si128(_mm_or_si128(match, _mm_add_epi64(match, ones)), _mm_unpacklo_epi64(ones, missing));
     }
 
-    void MoveFar(unsigned char position, __m128i& low, __m128i& high)
+    void moveFar(unsigned char position, __m128i& low, __m128i& high)
     {
         const unsigned char value = values_[position];
         std::memmove(values_ + 1, values_, position);
         values_[0] = value;
-        low = Load(values_);
-        high = Load(values_ + Half);
+        low = load(values_);
+        high = load(values_ + Half);
     }
 
     alignas(16) unsigned char values_[256];
 };
 
-inline constexpr VectorTable::Moves VectorTable::moves;
+inline constexpr VectorTable::Moves VectorTable::MovesToFront;
 
 using MoveToFrontTable = VectorTable;
 #else

@@ -8,7 +8,7 @@
 
 namespace VoAlgo {
 
-/// What a function that failed with the system's `code` throws: its qualified name and the system's text.
+/// The exception for a system call that failed with `code`: the qualified name of our function and the system's text.
 inline std::runtime_error SystemError(const std::string& function, int code = platform::LastErrorCode())
 {
     std::string text = platform::ErrorText(code);

@@ -1,6 +1,6 @@
 #pragma once
 
-// Eight bytes at a time in plain 64-bit words: the same code, and the same speed class, on every processor.
+// Eight bytes at a time in plain 64-bit words: the same code on every processor.
 
 #include <bit>
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace VoAlgo::RLE::detail {
 
-static_assert(std::endian::native == std::endian::little, "byte i of memory is taken for bits 8·i of a word");
+static_assert(std::endian::native == std::endian::little, "byte i in memory must be bits 8·i of a word");
 
 constexpr std::size_t WordBytes = sizeof(std::uint64_t);
 
@@ -20,26 +20,26 @@ inline std::uint64_t LoadWord(const unsigned char* bytes)
     return word;
 }
 
-/// The byte in all eight places.
+/// The byte repeated eight times.
 constexpr std::uint64_t Broadcast(unsigned char byte)
 {
     return byte * 0x0101010101010101U;
 }
 
-/// Its lowest set bit is the highest bit of the lowest zero byte; 0 when there is none. (Bytes above a zero byte may be
-/// marked wrongly: the subtraction borrows.)
+/// A word whose lowest set bit is the highest bit of the lowest zero byte; 0 when there is no zero byte. (Bytes above
+/// it may be marked wrongly: the subtraction borrows.)
 constexpr std::uint64_t MarkZeroBytes(std::uint64_t word)
 {
     return (word - Broadcast(1)) & ~word & Broadcast(0x80);
 }
 
-/// Number of the lowest byte that is marked, or differs from zero; the word is not 0.
+/// Index of the lowest byte that is not 0; the word is not 0.
 constexpr std::size_t LowestByte(std::uint64_t word)
 {
     return static_cast<std::size_t>(std::countr_zero(word)) / 8;
 }
 
-/// How many bytes from `in` on equal the first one; in < end.
+/// Length of the run of equal bytes that starts at `in`; in < end.
 inline std::size_t RunLength(const unsigned char* in, const unsigned char* end)
 {
     constexpr std::size_t Block = 4 * WordBytes;
@@ -58,8 +58,8 @@ inline std::size_t RunLength(const unsigned char* in, const unsigned char* end)
     return static_cast<std::size_t>(p - in);
 }
 
-/// The first place in [in, end) where four equal bytes begin or `mark` finds one of its own; end when there is none.
-/// mark: a word to the marks of bytes, in the way of MarkZeroBytes.
+/// The first place in [in, end) where four equal bytes begin or `mark` marks a byte; end when there is none. mark: maps
+/// a word to marked bytes, as MarkZeroBytes does.
 template <class Mark>
 const unsigned char* FindRun(const unsigned char* in, const unsigned char* end, Mark mark)
 {

@@ -21,8 +21,8 @@ constexpr std::size_t SampleSize = 2048;
 constexpr unsigned char MTFEscape = 255;
 constexpr std::size_t NoLimit = std::numeric_limits<std::size_t>::max();
 
-// The rarest byte value, the smallest among equals. Deliberately from a sample of fixed size and places, so that the
-// price does not grow with the input and the choice repeats.
+// The rarest byte value, the smallest of equally rare ones. Deliberate: the sample has a fixed size and fixed places,
+// so that the cost does not grow with the input and the choice is repeatable.
 unsigned char ChooseEscape(const unsigned char* in, std::size_t n)
 {
     unsigned counts[256] = {};
@@ -39,7 +39,7 @@ unsigned char ChooseEscape(const unsigned char* in, std::size_t n)
     return static_cast<unsigned char>(std::min_element(counts, counts + 256) - counts);
 }
 
-// 1 ≤ length ≤ MaxRun. Returns the end of what was written, as all writers here.
+// 1 ≤ length ≤ MaxRun. Returns the end of its output, as all writers here do.
 unsigned char* WriteRun(unsigned char* out, unsigned char value, std::size_t length, unsigned char escape)
 {
     if (length > MaxLiteralRun) {
@@ -56,7 +56,7 @@ unsigned char* WriteRun(unsigned char* out, unsigned char value, std::size_t len
     return out;
 }
 
-// The coded runs of [in, end): literals up to the next byte that needs a token, then its run.
+// Codes [in, end): literals up to the next byte that needs a token, then the run that starts there.
 unsigned char* WriteTokens(const unsigned char* in, const unsigned char* end, unsigned char* out, unsigned char escape)
 {
     while (in != end) {
@@ -74,7 +74,7 @@ unsigned char* WriteTokens(const unsigned char* in, const unsigned char* end, un
     return out;
 }
 
-// The positions of [in, end) in the table. The bytes of a run are all at the front, save the first.
+// Writes the table positions of [in, end). All bytes of a run but the first are at the front.
 void WritePositions(const unsigned char* in, const unsigned char* end, unsigned char* out, MoveToFrontTable& table)
 {
     while (true) {
@@ -90,7 +90,7 @@ void WritePositions(const unsigned char* in, const unsigned char* end, unsigned 
     }
 }
 
-// Writes the tokens of positions that come in pieces. The last run of a piece waits: the next one may go on with it.
+// Writes the tokens of positions that arrive in pieces. The last run is held back, since the next piece may extend it.
 class PositionWriter {
 public:
     explicit PositionWriter(unsigned char* out) : out_(out) {}
@@ -99,7 +99,7 @@ public:
     {
         const std::size_t first = detail::RunLength(piece, end);
         if (*piece != value_) Finish();
-        Wait(*piece, waiting_ + first);
+        holdBack(*piece, heldBack_ + first);
         piece += first;
         if (piece == end) return;
 
@@ -107,29 +107,29 @@ public:
         const unsigned char* last = end - 1;
         while (last != piece && last[-1] == *last) --last;
         out_ = WriteTokens(piece, last, out_, MTFEscape);
-        Wait(*last, static_cast<std::size_t>(end - last));
+        holdBack(*last, static_cast<std::size_t>(end - last));
     }
     unsigned char* Finish()
     {
-        if (waiting_ != 0) out_ = WriteRun(out_, value_, waiting_, MTFEscape);
-        waiting_ = 0;
+        if (heldBack_ != 0) out_ = WriteRun(out_, value_, heldBack_, MTFEscape);
+        heldBack_ = 0;
         return out_;
     }
 
 private:
-    void Wait(unsigned char value, std::size_t length)
+    void holdBack(unsigned char value, std::size_t length)
     {
         for (; length > MaxRun; length -= MaxRun) out_ = WriteRun(out_, value, MaxRun, MTFEscape);
         value_ = value;
-        waiting_ = length;
+        heldBack_ = length;
     }
 
     unsigned char* out_;
     unsigned char value_ = 0;
-    std::size_t waiting_ = 0;
+    std::size_t heldBack_ = 0;
 };
 
-// What the decoders do with the bytes that the tokens stand for. Both write as many bytes as they are given.
+// The two decoders: each writes the n bytes that literals or a run stand for.
 struct PlainBytes {
     static void Literals(const unsigned char* in, std::size_t n, unsigned char* out) { std::memcpy(out, in, n); }
     static void Run(unsigned char value, std::size_t n, unsigned char* out) { std::memset(out, value, n); }
@@ -148,7 +148,7 @@ struct Positions {
 
 // A token that begins with the escape.
 struct RunToken {
-    std::size_t bytes; // of the stream; 0 when it is cut short
+    std::size_t bytes; // of the stream; 0 when the token is cut short
     std::size_t length;
     unsigned char value;
 };

@@ -23,12 +23,12 @@ constexpr TestInfo Infos[] = {
     {"mismatch_ratio", "Mismatched normals per match", "dMaxErrorRatio", "", true},
     {"movement_from_start", "Rotation and movement from the start", "dMaxRotationDistance, dMaxMovement", "", true},
     {"overlap_area", "Overlap area", "dMinOverlapArea", "mm2", false},
-    {"rotation_between_sides", "Rotation between the poses of both sides", "maxTurn", "rad", true},
+    {"rotation_between_sides", "Rotation between the two sides' poses", "maxTurn", "rad", true},
     {"stability", "Geometric stability", "minStability", "", false},
     {"runner_up", "Support of the runner-up, relative to this pose", "", "", true},
 };
 
-/// A test that has no figure to compare.
+/// A test without a figure to compare.
 AcceptanceTest Decided(ETest test, EStage stage, bool passed)
 {
     AcceptanceTest result;
@@ -45,7 +45,7 @@ AcceptanceTest WithoutValue(AcceptanceTest test)
     return test;
 }
 
-/// The test that ended a refinement during its iteration, for types 3 to 5; no figure says by how much it failed.
+/// The test that ended a refinement while iterating, for types 3 to 5; the refinement reports no figure for it.
 AcceptanceTest FailedIterating(EICPResultType type, EStage stage)
 {
     using enum EICPResultType;
@@ -64,7 +64,7 @@ const TestInfo& InfoOf(ETest test)
 
 const char* NameOf(EStage stage)
 {
-    constexpr const char* Names[] = {"search", "FLT on FIX", "FIX on FLT", "both sides", "all results", "refinement"};
+    constexpr const char* Names[] = {"search", "FLT on FIX", "FIX on FLT", "both sides", "all results"};
     return Names[static_cast<std::size_t>(stage)];
 }
 
@@ -117,7 +117,7 @@ std::vector<AcceptanceTest> TestsOf(const ICPResult& r, const ConfigurationICP& 
     if (config.dMaxErrorRatio > 0.0)
         compare(ETest::MismatchRatio, static_cast<double>(r.fStop_MismatchesPerMatchRatio), config.dMaxErrorRatio,
                 isGraded);
-    if (config.dMaxRotationDistance > 0.0 || config.dMaxMovement > 0.0) { // the refinement does not say how far it went
+    if (config.dMaxRotationDistance > 0.0 || config.dMaxMovement > 0.0) { // how far it moved is not reported
         const bool isTooFar = type == EICPResultType::TooFarAway;
         const bool isReached = isTooFar || r.resultType == 0 || isAreaTooSmall;
         const AcceptanceTest decided = Decided(ETest::MovementFromStart, stage, !isTooFar);

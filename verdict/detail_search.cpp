@@ -1,8 +1,8 @@
 // The search for a pose that may be trusted, in steps:
 //   1. the driver tries a batch of polygons and clusters the poses that its refinements accept;
 //   2. once a quorum of proposals agrees on the best pose, the clusters' poses are verified from both sides;
-//   3. the search ends when a verified pose is enough: a large overlap, or still the best of many polygons;
-//   4. a verified pose is handed out unless a quite different one explains nearly as much of flt (a rival).
+//   3. the search ends when a verified pose suffices: its overlap is large, or it is the best of many polygons;
+//   4. the best verified pose is handed out unless a clearly different one explains nearly as much of flt (a rival).
 #include "verdict/detail_search.h"
 
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
@@ -21,11 +21,11 @@ using PointSetPtr = std::shared_ptr<const CFPFHPointSet>;
 
 constexpr std::uint32_t BatchSize = 50; // polygons of a step
 constexpr std::uint32_t ManyPolygons = 500;
-// A symmetric object has shown its other poses, too, by the time that so many proposals agree on one.
+// By the time this many proposals agree on one pose, a symmetric object has shown its other poses, too.
 constexpr std::uint32_t Agreement = 8;
-// Scans share a small part by chance, too: such a pose must stay the best of many polygons.
+// Two scans can share a small part by chance: a pose with less overlap must stay the best of many polygons.
 constexpr float SmallOverlap = 0.4F;
-// A quite different pose that explains more than this share of what the best one does makes the answer ambiguous.
+// A clearly different pose that explains more than this share of what the best one explains makes the answer ambiguous.
 constexpr float AlikeShare = 0.9F;
 
 /// How much of flt a pose explains: small/big ratio × overlap.
@@ -40,7 +40,7 @@ void SortByExplainedShare(std::vector<JudgedTrafo>& results)
                      [](const JudgedTrafo& a, const JudgedTrafo& b) { return ExplainedShare(a) > ExplainedShare(b); });
 }
 
-/// Tests the overlap area again, when it is limited: the verification has moved the pose that the driver tested.
+/// Tests the overlap area again if it has a limit: the verification has moved the pose that the driver tested.
 void JudgeArea(JudgedTrafo& judged, const CFPFHPreRegistration& driver)
 {
     const ConfigurationICP& icp = driver.GetMatchingConfig().icpConfig;
@@ -72,7 +72,7 @@ public:
             driver_.Compute();
             done += BatchSize;
             if (quorum == 0 || driver_.GetBestClusterSize() < quorum) continue;
-            driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the first to come may be wrong: search on
+            driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the first pose may be wrong: search on
             if (driver_.GetBestClusterSize() < Agreement && done < ManyPolygons) continue;
             registration.results = takeConfirmed(quorum);
             if (isEnough(registration.results, done)) break;
@@ -103,7 +103,7 @@ private:
         return !results.empty() && (results[0].fStop_OverlapRatio >= SmallOverlap || numPolygons >= ManyPolygons);
     }
 
-    /// The poses that at least so many proposals led to and that pass the verification, best first.
+    /// The poses that at least `minClusterSize` proposals led to and that pass the verification, best first.
     std::vector<JudgedTrafo> takeConfirmed(std::uint32_t minClusterSize)
     {
         std::vector<JudgedTrafo> confirmed;
@@ -147,7 +147,8 @@ private:
         return Compared(ETest::AgreeingProposals, EStage::Search, result.clusterSize, minClusterSize);
     }
 
-    /// A quite different pose that fits about as well as the best result. It need not be one to hand out itself.
+    /// A clearly different pose that fits about as well as the best result, whether or not it could be handed out
+    /// itself.
     [[nodiscard]] std::optional<VerifiedTrafo> rivalOf(const VerifiedTrafo& best) const
     {
         const auto isRival = [&](const VerifiedTrafo& other) {
@@ -161,7 +162,7 @@ private:
         return std::nullopt;
     }
 
-    /// Adds the test of the best result against its runner-up; whether that is a rival.
+    /// Adds the test of the best result against its runner-up; returns whether that is a rival.
     [[nodiscard]] bool hasRival(std::vector<JudgedTrafo>& results) const
     {
         JudgedTrafo& best = results[0];
@@ -175,7 +176,7 @@ private:
         return isAmbiguous;
     }
 
-    /// The poses that the verification refused; when none passed it, then those with too little support.
+    /// The poses that the verification refused and, when none passed it, those that too few proposals led to.
     [[nodiscard]] std::vector<JudgedTrafo> refusedPoses(bool isFound) const
     {
         std::vector<JudgedTrafo> refused = refusedAsVerified_;
@@ -197,7 +198,8 @@ private:
         if (Refusal lean = tooFewFeatures()) return lean;
         if (!results.empty()) return hasRival(results) ? Refusal(ERefusal::Ambiguous) : Refusal();
         if (!lastObjection_) return Refusal(ERefusal::NoPoseAccepted);
-        return {lastObjection_.code, "no accepted pose was confirmed; the last objection: " + lastObjection_.text};
+        return {lastObjection_.code,
+                "no accepted pose passed the verification; the last objection: " + lastObjection_.text};
     }
 
     const RegistrationSettings& settings_;
@@ -205,9 +207,9 @@ private:
     PointSetPtr fix_;
     PointSetPtr flt_;
     CFPFHPreRegistration driver_;
-    std::vector<VoAlgo::CTrafo> refusedAsFound_; // by the verification: poses as the search found them
+    std::vector<VoAlgo::CTrafo> refusedAsFound_; // poses that the verification refused, as the search found them
     std::vector<JudgedTrafo> refusedAsVerified_; // the same, refined and judged
-    std::vector<VerifiedTrafo> unsupported_;     // too few proposals led to them
+    std::vector<VerifiedTrafo> unsupported_;     // poses that too few proposals led to
     Refusal lastObjection_;
 };
 

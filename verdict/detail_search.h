@@ -10,7 +10,7 @@ namespace prereg::detail {
 void SearchPoses(const std::shared_ptr<const CFPFHPointSet>& fix, const std::shared_ptr<const CFPFHPointSet>& flt,
                  const RegistrationOptions& options, Registration& registration);
 
-/// Refines and verifies the pose options.start; fills the same.
+/// Refines and verifies the pose options.start; fills the same members.
 void RefinePose(const std::shared_ptr<const CFPFHPointSet>& fix, const std::shared_ptr<const CFPFHPointSet>& flt,
                 const RegistrationOptions& options, Registration& registration);
 

@@ -14,9 +14,9 @@ using enum ERefusal;
 constexpr Entry Entries[] = {
     {None, "", ""},
     {TooFewProposalsAgree, "too_few_proposals_agree", "too few proposals agree on the pose"},
-    {NeighbourhoodsDiffer, "neighbourhoods_differ", "neighbourhoods of the scans differ"},
-    {SidesDisagree, "sides_disagree", "refined from either side, the poses differ"},
-    {NotStable, "not_stable", "the shape of the overlap does not fix the pose: the scans could slide or turn"},
+    {NeighbourhoodsDiffer, "neighbourhoods_differ", "the surroundings of the matched points differ"},
+    {SidesDisagree, "sides_disagree", "refining FLT onto FIX and FIX onto FLT leads to different poses"},
+    {NotStable, "not_stable", "the shape of the overlap does not determine the pose: the scans could slide or rotate"},
     {TooFewFeaturesInFix, "too_few_features_in_fix", "too few features in FIX"},
     {TooFewFeaturesInFlt, "too_few_features_in_flt", "too few features in FLT"},
     {NoPoseAccepted, "no_pose_accepted", "no proposed pose passed the acceptance tests"},
@@ -24,7 +24,7 @@ constexpr Entry Entries[] = {
     {Cancelled, "cancelled", "cancelled"},
     {NoFinitePoints, "no_finite_points", "no point has finite coordinates"},
     {TooFewPoints, "too_few_points", "too few points"},
-    {PointsCoincide, "points_coincide", "all points lie at one place"},
+    {PointsCoincide, "points_coincide", "all points coincide"},
     {ImplausibleExtent, "implausible_extent", "the extent is implausible for a scan"},
     {PointsCollinear, "points_collinear", "all points lie on a line, which cannot determine a pose"},
     {PointsCoplanar, "points_coplanar", "all points lie on a plane, which cannot determine a pose"},
@@ -35,7 +35,7 @@ const Entry* Find(ERefusal code)
 {
     for (const Entry& entry : Entries)
         if (entry.code == code) return &entry;
-    return nullptr; // of a refinement
+    return nullptr; // the code is that of a refinement
 }
 
 } // namespace

@@ -28,7 +28,7 @@ struct Edge {
     }
 };
 
-/// Disjoint sets that also know whether an element's sign agrees with that of its set's root.
+/// Disjoint sets that also record whether the sign of an element agrees with that of its set's root.
 class SignedSets {
 public:
     explicit SignedSets(std::size_t n) : parent_(n), flipped_(n, 0), size_(n, 1)
@@ -71,7 +71,7 @@ private:
     std::vector<std::uint32_t> size_;
 };
 
-/// Direction of least spread of the found points; zero when fewer than three are given.
+/// The direction of least spread of the points found; zero for fewer than three.
 Vec3 LeastSpread(const std::vector<Vec3>& points, const std::vector<Tree::Neighbour>& found)
 {
     if (found.size() < 3) return {};
@@ -84,15 +84,15 @@ Vec3 LeastSpread(const std::vector<Vec3>& points, const std::vector<Tree::Neighb
     return length > 0.0F ? n / length : Vec3{};
 }
 
-/// Points that are connected by edges.
+/// Points connected by edges.
 struct Piece {
     double sum[3] = {};
     double count = 0.0;
     int outwards = 0; // normals that point away from the centroid, less those that point towards it
 };
 
-/// Makes the signs of neighbouring normals agree: a minimum spanning forest over `edges` (Kruskal), then one vote per
-/// tree.
+/// Makes the signs of neighbouring normals agree: builds a minimum spanning forest of `edges` (Kruskal), then takes one
+/// vote per tree.
 void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals, std::vector<Edge>& edges)
 {
     std::sort(edges.begin(), edges.end());

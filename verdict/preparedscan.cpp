@@ -18,7 +18,7 @@ constexpr double SmallestExtent = 1.0;    // mm
 constexpr double LargestExtent = 20000.0; // mm
 constexpr float LengthTolerance = 1e-3F;  // of a unit normal
 
-/// Drops points that are not finite or lie where another one lies.
+/// Drops points that are not finite or coincide with an earlier one.
 void KeepUsablePoints(PreparedScan& p)
 {
     const std::vector<std::size_t> first = FirstAtSamePlace(p.scan.points);
@@ -45,7 +45,7 @@ double LengthOf(const Vec3& n)
     return n.IsValid() ? std::hypot(double{n.x}, double{n.y}, double{n.z}) : 0.0;
 }
 
-/// Normals have one length (1, as a rule); colours or other columns that were taken for normals have all lengths.
+/// Normals have one length, usually 1; colours and other columns mistaken for normals vary in length.
 bool LookLikeNormals(const std::vector<Vec3>& normals)
 {
     std::vector<double> lengths;
@@ -54,9 +54,9 @@ bool LookLikeNormals(const std::vector<Vec3>& normals)
     if (lengths.empty()) return false;
     const auto middle = lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2);
     std::nth_element(lengths.begin(), middle, lengths.end());
-    const double usual = *middle;
+    const double median = *middle;
     const auto near = std::count_if(lengths.begin(), lengths.end(),
-                                    [&](double length) { return std::abs(length - usual) <= 0.1 * usual; });
+                                    [&](double length) { return std::abs(length - median) <= 0.1 * median; });
     return static_cast<double>(near) >= 0.8 * static_cast<double>(lengths.size());
 }
 
@@ -122,18 +122,16 @@ Remarks Describe(const PreparedScan& p)
 {
     Remarks r;
     if (p.notFinite > 0)
-        r.warnings.push_back(VoAlgo::Format("dropped %zu of %zu points whose coordinates are not finite (NaN, Inf)",
+        r.warnings.push_back(VoAlgo::Format("dropped %zu of %zu points: their coordinates are not finite (NaN, Inf)",
                                             p.notFinite, p.read));
-    if (p.duplicates > 0)
-        r.notes.push_back(VoAlgo::Format("dropped %zu points that lie exactly where another one lies", p.duplicates));
-    if (p.implausibleNormals)
-        r.warnings.push_back("ignored its normals, which cannot be normals (all zero, or of many lengths)");
+    if (p.duplicates > 0) r.notes.push_back(VoAlgo::Format("dropped %zu duplicate points", p.duplicates));
+    if (p.implausibleNormals) r.warnings.push_back("ignored the normals: they are all zero or vary widely in length");
     if (p.estimatedNormals) r.notes.push_back("estimated the normals from neighbouring points");
-    if (p.scaledNormals > 0) r.notes.push_back(VoAlgo::Format("brought %zu normals to unit length", p.scaledNormals));
+    if (p.scaledNormals > 0) r.notes.push_back(VoAlgo::Format("scaled %zu normals to unit length", p.scaledNormals));
     if (p.zeroNormals > 0) r.notes.push_back(VoAlgo::Format("%zu points have no normal (zero length)", p.zeroNormals));
     const double extent = p.Extent();
     if (extent < SmallestExtent || extent > LargestExtent)
-        r.warnings.push_back(VoAlgo::Format("its largest extent is %.4g mm; is the unit right? (--unit)", extent));
+        r.warnings.push_back(VoAlgo::Format("its largest extent is %.4g mm; is the unit right?", extent));
     double farthest = 0.0;
     for (unsigned k = 0; k < 3; ++k)
         farthest = std::max({farthest, std::abs(double{p.low[k]}), std::abs(double{p.high[k]})});
@@ -141,7 +139,7 @@ Remarks Describe(const PreparedScan& p)
     if (resolution > 0.02 * p.spacing && p.spacing > 0.0)
         r.warnings.push_back(
             VoAlgo::Format("lies so far from the origin (%.3g mm) that single precision resolves only %.2g mm; "
-                           "move it nearer before export",
+                           "shift it closer before exporting",
                            farthest, resolution));
     return r;
 }

@@ -1,5 +1,5 @@
-// From two scans to a pose with a justified yes or no:
-//   1. prepare both scans: drop unusable points, estimate missing normals; refuse scans that cannot determine a pose;
+// From two scans to a pose, or to the reason why there is none:
+//   1. prepare both scans (drop unusable points, estimate missing normals); refuse scans that cannot determine a pose;
 //   2. derive the settings from spacing and roughness, and let the host adjust them;
 //   3. thin both scans and compute features on them;
 //   4. search for poses and verify them (detail_search.cpp), or refine the one that was given.

@@ -6,7 +6,7 @@ namespace prereg {
 
 const JudgedTrafo& Registration::Best() const
 {
-    if (refusal || results.empty()) throw std::logic_error("no pose to be trusted: " + refusal.text);
+    if (refusal || results.empty()) throw std::logic_error("no pose can be trusted: " + refusal.text);
     return results.front();
 }
 

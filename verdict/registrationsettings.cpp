@@ -9,10 +9,10 @@ namespace prereg {
 namespace {
 
 constexpr double RadiansPerDegree = 0.0174532925199433;
-// Even scans without noise sample the surface at different points; in multiples of the spacing.
+// In multiples of the spacing: even without noise, two scans sample the surface at different points.
 constexpr double MinRoughness = 0.05;
 
-/// What a preset chooses, lengths in multiples of the spacing.
+/// What a preset sets; lengths in multiples of the spacing.
 struct PresetFactors {
     double workingSpacing;
     double featureRadius;

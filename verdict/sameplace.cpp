@@ -13,7 +13,7 @@ std::vector<std::size_t> FirstAtSamePlace(const std::vector<kdtree::Vector<3>>& 
     std::vector<std::size_t> order;
     order.reserve(points.size());
     for (const std::size_t i : first)
-        if (points[i].IsValid()) order.push_back(i); // NaN has no order
+        if (points[i].IsValid()) order.push_back(i); // NaN cannot be ordered
     const auto key = [&](std::size_t i) { return std::make_tuple(points[i].x, points[i].y, points[i].z, i); };
     std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return key(a) < key(b); });
     for (std::size_t k = 1; k < order.size(); ++k)

@@ -25,22 +25,23 @@ bool IsNear(double ratio, double factor, double tolerance)
     return ratio > factor / tolerance && ratio < factor * tolerance;
 }
 
-/// Extents and spacings that both differ by about the same common factor between units.
+/// Refuses extents and spacings that both differ by about the same factor, one that is common between units.
 Refusal DifferentUnits(const PreparedScan& fix, const PreparedScan& flt)
 {
     const bool fixIsLarger = fix.Extent() > flt.Extent();
     const PreparedScan& large = fixIsLarger ? fix : flt;
     const PreparedScan& small = fixIsLarger ? flt : fix;
-    // Both figures must agree: a scan of a small part has a smaller extent, but not a smaller spacing.
+    // Both must differ: a scan of a small part has a smaller extent, but not a smaller spacing.
     const double extents = large.Extent() / small.Extent(), spacings = large.spacing / small.spacing;
     for (const double factor : {10.0, 25.4, 100.0, 1000.0})
         if (IsNear(extents, factor, 1.5) && IsNear(spacings, factor, 2.0))
             return {
                 ERefusal::UnitsDiffer,
-                VoAlgo::Format("the units of the scans probably differ by %g: extent %.4g mm, spacing %.3g mm in %s, "
-                               "but %.4g mm and %.3g mm in %s; convert one of them",
-                               factor, large.Extent(), large.spacing, large.scan.name.c_str(), small.Extent(),
-                               small.spacing, small.scan.name.c_str())};
+                VoAlgo::Format(
+                    "the units of the scans probably differ by a factor of %g: extent %.4g mm, spacing %.3g mm in %s, "
+                    "but %.4g mm and %.3g mm in %s; convert one of them",
+                    factor, large.Extent(), large.spacing, large.scan.name.c_str(), small.Extent(), small.spacing,
+                    small.scan.name.c_str())};
     return {};
 }
 
@@ -74,7 +75,7 @@ Refusal FindTooFewPoints(const PreparedScan& prepared, std::size_t minPoints)
     const std::size_t count = prepared.scan.points.size();
     if (count >= minPoints) return {};
     return {ERefusal::TooFewPoints,
-            prepared.scan.name + VoAlgo::Format(": too few points: %zu, the registration needs %zu", count, minPoints)};
+            prepared.scan.name + VoAlgo::Format(": too few points: %zu; the registration needs %zu", count, minPoints)};
 }
 
 } // namespace prereg

@@ -8,7 +8,7 @@
 namespace prereg {
 namespace {
 
-/// The verification of one pose, step by step; each step says whether the next one is to follow.
+/// The verification of one pose, step by step; each step returns whether to go on with the next one.
 class PoseVerification {
 public:
     PoseVerification(const CFPFHPointSet& fix, const CFPFHPointSet& flt, const Verification& verification,
@@ -40,7 +40,7 @@ private:
     bool refineFromFlt()
     {
         ConfigurationICP config = verification_.icp;
-        config.dMinOverlapRatio = 0.0; // fix may be much the larger one
+        config.dMinOverlapRatio = 0.0; // fix may be much larger than flt
         backward_ = flt_.ComputeICPRegistration(config, fix_, forward_.trafo.GetInverse(true));
         return accepts(backward_, config, EStage::FixOnFlt);
     }
@@ -65,8 +65,7 @@ private:
         return !isTooLoose || object(ERefusal::NeighbourhoodsDiffer, stage);
     }
 
-    /// A looser fit and a smaller overlap, which chance more easily brings about, must agree better with their
-    /// surroundings.
+    /// The limit rises for a looser fit and for a smaller overlap, which come about by chance more easily.
     [[nodiscard]] double minSmallBigRatio(const ICPResult& result) const
     {
         constexpr double SmallOverlap = 0.3;
@@ -84,7 +83,7 @@ private:
     bool object(ERefusal code, EStage stage)
     {
         judged_.objection = {code,
-                             (stage == EStage::FixOnFlt ? "from the other side: " : "") + std::string(TextOf(code))};
+                             (stage == EStage::FixOnFlt ? "refining FIX onto FLT: " : "") + std::string(TextOf(code))};
         return false;
     }
 

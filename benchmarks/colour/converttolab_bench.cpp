@@ -7,7 +7,7 @@ using namespace VoAlgo::cs;
 
 constexpr std::size_t Pixels = 10'000'000;
 
-/// A smooth picture with a scanner's noise; n pixels.
+/// A smooth picture of n pixels with a scanner's noise.
 template <class Pixel>
 std::vector<Pixel> Picture()
 {
@@ -34,7 +34,7 @@ void Run(benchmark::State& state, const Work& work)
     state.counters["pixel"] = bench::PerUnit(static_cast<double>(Pixels));
 }
 
-/// What moving the same bytes costs.
+/// The cost of moving the same bytes.
 void BM_Memcpy(benchmark::State& state)
 {
     Run<RGB>(state, [](const auto& from, auto& to) {

@@ -1,4 +1,4 @@
-// A case with two clouds of 500,000 points and 150,000 features each, through a stream in memory and back.
+// Writes a case with two clouds of 500,000 points and 150,000 features each to a stream in memory and reads it back.
 #include "VoAlgorithms/documents/records.h"
 #include "support/clouds.h"
 
@@ -39,7 +39,7 @@ const element::object& Document()
     return document;
 }
 
-/// At its start; its memory is there before the clock runs.
+/// Rewound; its memory is allocated before the clock starts.
 std::stringstream& Stream()
 {
     static std::stringstream stream;
@@ -56,7 +56,7 @@ void CountBytes(benchmark::State& state)
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Document().size()));
 }
 
-/// What one copy costs: into memory that is in use already, or into fresh memory that is given back again.
+/// The cost of one copy: into memory already in use, or into fresh memory that is released again.
 void BM_Memcpy(benchmark::State& state)
 {
     const bool isFresh = state.range(0) != 0;
@@ -104,7 +104,7 @@ void BM_Unfreeze(benchmark::State& state)
 }
 BENCHMARK(BM_Unfreeze)->Unit(benchmark::kMillisecond);
 
-/// With the trees and ellipsoids of both sets.
+/// Includes building the trees and ellipsoids of both sets.
 void BM_FromObject(benchmark::State& state)
 {
     for (auto _ : state) benchmark::DoNotOptimize(from_object<prereg::CFPFHPreRegistration>(Document()));
@@ -112,7 +112,7 @@ void BM_FromObject(benchmark::State& state)
 }
 BENCHMARK(BM_FromObject)->Unit(benchmark::kMillisecond);
 
-/// Building both sets from arrays that are in memory: what is left of reading without the document.
+/// Builds both sets from arrays in memory: the part of reading that has nothing to do with the document.
 void BM_RebuildSets(benchmark::State& state)
 {
     for (auto _ : state)

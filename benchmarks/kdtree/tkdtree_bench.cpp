@@ -27,7 +27,7 @@ PointTree SurfaceTree()
     return {&Surface()[0].x, Surface().size(), 4};
 }
 
-/// Places near the surface, like those of a scan that is being fitted to it.
+/// Points near the surface, like those of a scan that is being fitted to it.
 std::vector<Vec3> Queries()
 {
     std::mt19937 engine(2);
@@ -85,7 +85,7 @@ void BM_NearestFive(benchmark::State& state)
 }
 BENCHMARK(BM_NearestFive)->Unit(benchmark::kMicrosecond)->Apply(bench::Repeat);
 
-/// 200 shapes of one bump per block, each many times with noise.
+/// 200 shapes with one bump per block, each repeated many times with noise.
 std::vector<Histogram> SyntheticHistograms(std::size_t n)
 {
     std::mt19937 engine(3);
@@ -123,7 +123,7 @@ void BuildFeatures(benchmark::State& state, const std::vector<Histogram>& histog
     state.counters["histogram"] = bench::PerUnit(static_cast<double>(histograms.size()));
 }
 
-/// Every feature of one scan is looked up among those of another.
+/// Looks up every feature of one scan among those of another.
 void LookUp(benchmark::State& state, const std::vector<Histogram>& histograms, const std::vector<Histogram>& queries)
 {
     constexpr std::size_t MaxQueries = 1000;

@@ -1,4 +1,4 @@
-// A message of the size of a large case through the block of the cases, against the two copies that it needs.
+// Sends a message as large as a big case through the block used for cases, compared with the two copies that it needs.
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 
 #include <benchmark/benchmark.h>
@@ -14,8 +14,8 @@ namespace {
 
 constexpr std::size_t BLOCK = 0xa00000, SIZE = 300'000'000;
 
-// Sender and receiver each have their own view and their own buffer, touched before; wall time from the first byte sent
-// to the last received.
+// Sender and receiver each have their own view and their own buffer, touched beforehand; wall time from the first byte
+// sent to the last one received.
 void BM_PipeMessage(benchmark::State& state)
 {
     const std::wstring name = L"VoAlgorithms-bench-" + std::to_wstring(std::random_device()());
@@ -34,7 +34,7 @@ void BM_PipeMessage(benchmark::State& state)
 }
 BENCHMARK(BM_PipeMessage)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
-// The same bytes copied into a block and out again, piece by piece, by one thread.
+// Copies the same bytes into a block and out again, piece by piece, on one thread.
 void BM_TwoCopies(benchmark::State& state)
 {
     const std::vector<unsigned char> message(SIZE, 1);

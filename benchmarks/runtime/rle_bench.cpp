@@ -38,7 +38,7 @@ const Bytes& Noise()
     return noise;
 }
 
-// Independent letters as frequent as in English prose (blanks included), in words of two cases: entropy 4.2 bits.
+// Independent letters with the frequencies of English prose (blanks included), in two cases: entropy 4.2 bits.
 const Bytes& Text()
 {
     static const Bytes text = [] {
@@ -54,7 +54,7 @@ const Bytes& Text()
     return text;
 }
 
-// Figures per decoded byte, whichever direction.
+// Figures are per decoded byte in both directions.
 void CountBytes(benchmark::State& state)
 {
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(Size));

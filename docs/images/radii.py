@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws radii.svg from radii.csv: accepted proposals of 1,000 polygons against one length, in spacings."""
+"""Draws radii.svg from radii.csv: accepted proposals among 1,000 polygons against one length in spacings."""
 
 import csv
 import math
@@ -55,5 +55,5 @@ lines.append(f'<text transform="rotate(-90 14 {TOP + HEIGHT / 2})" x="14" y="{TO
 for i, (name, colour) in enumerate(COLOURS.items()):
     x = LEFT + i * 190
     lines.append(f'<circle cx="{x}" cy="{bottom + 20}" r="4" fill="{colour}"/><text x="{x + 10}" y="{bottom + 24}">{name}</text>')
-lines.append(f'<text x="{LEFT + 390}" y="{bottom + 24}">hollow: no pose handed out   dashed: the tool\'s default</text></svg>')
+lines.append(f'<text x="{LEFT + 390}" y="{bottom + 24}">hollow: no pose accepted   dashed: default</text></svg>')
 open("radii.svg", "w").write("\n".join(lines))

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws features.png, polygons.png and pairs.png: lengths that are too small, right and too large on the scans of
+"""Draws features.png, polygons.png and pairs.png: lengths that are too small, good and too large on the scans of
 examples/data. Needs matplotlib and the Python module: PYTHONPATH=build/package/python python3 docs/images/scans.py"""
 
 import pathlib
@@ -42,21 +42,21 @@ def features_of(scan, radius):
 
 
 def distances(a, b):
-    """From each row of a to each of b."""
-    a, b = a.astype(float), b.astype(float)  # squares cancel
+    """Distances from each row of a to each row of b."""
+    a, b = a.astype(float), b.astype(float)  # double precision, since squares cancel
     square = (a**2).sum(1)[:, None] + (b**2).sum(1) - 2 * a @ b.T
     return np.sqrt(np.maximum(square, 0))
 
 
 def camera(scan):
-    """Right, up and back of one who sees the scan as its scanner did."""
+    """Right, up and backward axes of a view from the scanner's direction."""
     back = scan.normals.mean(0) / np.linalg.norm(scan.normals.mean(0))
     right = np.cross((0, 1, 0), back) / np.linalg.norm(np.cross((0, 1, 0), back))
     return np.array([right, np.cross(back, right), back])
 
 
 def draw(axes, view, scan, colour, size):
-    """Points that face the camera, the far ones first, darker where the surface turns away."""
+    """Draws the points that face the camera, far ones first, darker where the surface turns away."""
     at, facing = scan.points @ view.T, scan.normals @ view[2]
     order = np.argsort(at[:, 2])
     order = order[facing[order] > 0.05]
@@ -65,7 +65,7 @@ def draw(axes, view, scan, colour, size):
 
 
 def panels(name, view, rows, titles, legend):
-    """Three columns, too small to too large. Gives the axes and what writes the picture."""
+    """Makes three columns, too small to too large. Returns the axes and a function that saves the picture."""
     figure, axes = plt.subplots(rows, 3, figsize=(12, 1.2 + 2.2 * rows), dpi=90, squeeze=False)
     for ax in axes.flat:
         ax.set_aspect("equal")
@@ -116,7 +116,7 @@ def draw_features():
 
 
 def random_polygons(points, diameter, count):
-    """Four points each, at most the diameter and at least a third of it apart."""
+    """Yields polygons of four points, at most the diameter and at least a third of it apart."""
     random, apart = np.random.default_rng(1), distances(points, points)
     while count:
         polygon = random.choice(np.flatnonzero(apart[random.integers(len(points))] < diameter), 4)
@@ -178,7 +178,7 @@ def draw_pairs():
 FIX, FLT = Scan.read("hippo1.ply"), Scan.read("hippo2.ply")
 FOUND = vo.register((FIX.points, FIX.normals), (FLT.points, FLT.normals))
 POSE, CONFIG = FOUND.best.trafo, FOUND.settings["config"]
-S = FOUND.settings["workingSpacing"] / 2  # the point spacing; features are computed at twice of it
+S = FOUND.settings["workingSpacing"] / 2  # the point spacing; scans are thinned to twice as much for the features
 PLACED = FLT.moved(POSE)
 
 if __name__ == "__main__":

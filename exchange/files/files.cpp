@@ -13,7 +13,7 @@ void MakeDirectory(const std::string& path)
 {
     std::error_code error;
     std::filesystem::create_directories(path, error);
-    if (error || !std::filesystem::is_directory(path)) throw InputError("cannot make the directory " + path);
+    if (error || !std::filesystem::is_directory(path)) throw InputError("cannot create the directory " + path);
 }
 
 std::string InDirectory(const std::string& directory, const std::string& name)
@@ -40,6 +40,17 @@ void RequireWritable(const std::string& path)
     const bool isNew = !std::filesystem::exists(path);
     if (!std::ofstream(path, std::ios::app)) throw InputError("cannot write " + path);
     if (isNew) std::filesystem::remove(path);
+}
+
+void RequireWritableDirectory(const std::string& path)
+{
+    namespace fs = std::filesystem;
+    const fs::path directory = fs::absolute(path).lexically_normal();
+    fs::path existing = directory;
+    while (!fs::exists(existing)) existing = existing.parent_path();
+    MakeDirectory(path);
+    RequireWritable((directory / "voalgo.tmp").string());
+    for (fs::path made = directory; made != existing; made = made.parent_path()) fs::remove(made);
 }
 
 std::string ReadText(const std::string& path)

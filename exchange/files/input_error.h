@@ -4,7 +4,7 @@
 
 namespace voalgo {
 
-/// What is wrong with the input, in words for the user.
+/// Something is wrong with the input; the text is for the user.
 struct InputError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

@@ -38,7 +38,7 @@ constexpr std::array<Type, 16> Types = {{{"char", 1},
                                          {"double", 8},
                                          {"float64", 8}}};
 
-/// Bytes of a value; 0 for an unknown type.
+/// Size of a value in bytes; 0 for an unknown type.
 std::uint64_t SizeOf(std::string_view type)
 {
     for (const Type& known : Types)
@@ -46,10 +46,10 @@ std::uint64_t SizeOf(std::string_view type)
     return 0;
 }
 
-/// Reads a header line by line and adds up the fewest bytes that its rows can take.
+/// Reads a header line by line and adds up the fewest bytes that its rows can occupy.
 class Header {
 public:
-    /// False when the line has no place in a header.
+    /// Returns false for a line that does not belong in a header.
     bool Take(const std::string& line)
     {
         std::istringstream stream(line);
@@ -57,51 +57,52 @@ public:
         for (std::string word; stream >> word;) words.push_back(word);
         if (words.empty()) return false;
         if (words[0] == "comment" || words[0] == "obj_info") return true;
-        if (words[0] == "format") return TakeFormat(words);
-        if (words[0] == "element") return TakeElement(words);
-        return words[0] == "property" && TakeProperty(words);
+        if (words[0] == "format") return takeFormat(words);
+        if (words[0] == "element") return takeElement(words);
+        return words[0] == "property" && takeProperty(words);
     }
-    [[nodiscard]] bool Complete() const { return known_ && elements_ > 0; }
+    [[nodiscard]] bool IsComplete() const { return hasFormat_ && elements_ > 0; }
     [[nodiscard]] std::uint64_t LeastBytes() const
     {
-        return ascii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
+        return isAscii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
     }
 
-    [[nodiscard]] PlyHeader Start() const { return {0, !ascii_, beginsWithSingleX_}; }
+    [[nodiscard]] PlyHeader Start() const { return {0, !isAscii_, beginsWithSingleX_}; }
 
 private:
-    bool TakeFormat(const std::vector<std::string>& words)
+    bool takeFormat(const std::vector<std::string>& words)
     {
-        ascii_ = words.size() == 3 && words[1] == "ascii";
-        known_ =
-            ascii_ || (words.size() == 3 && (words[1] == "binary_little_endian" || words[1] == "binary_big_endian"));
-        littleEndian_ = !ascii_ && known_ && words[1] == "binary_little_endian";
-        return known_;
+        isAscii_ = words.size() == 3 && words[1] == "ascii";
+        hasFormat_ =
+            isAscii_ || (words.size() == 3 && (words[1] == "binary_little_endian" || words[1] == "binary_big_endian"));
+        isLittleEndian_ = !isAscii_ && hasFormat_ && words[1] == "binary_little_endian";
+        return hasFormat_;
     }
-    bool TakeElement(const std::vector<std::string>& words)
+    bool takeElement(const std::vector<std::string>& words)
     {
-        if (!known_ || words.size() != 3 || words[2].find_first_not_of("0123456789") != std::string::npos) return false;
+        if (!hasFormat_ || words.size() != 3 || words[2].find_first_not_of("0123456789") != std::string::npos)
+            return false;
         ++elements_;
         std::istringstream(words[2]) >> rows_; // the largest number when it overflows
         return true;
     }
-    bool TakeProperty(const std::vector<std::string>& words)
+    bool takeProperty(const std::vector<std::string>& words)
     {
         const bool list = words.size() == 5 && words[1] == "list" && SizeOf(words[3]) != 0;
         const std::uint64_t size = SizeOf(words.size() > 2 ? words[list ? 2 : 1] : "");
         if (elements_ == 0 || size == 0 || (!list && words.size() != 3)) return false;
         if (!hasProperty_)
-            beginsWithSingleX_ = littleEndian_ && (words[1] == "float" || words[1] == "float32") && words[2] == "x";
+            beginsWithSingleX_ = isLittleEndian_ && (words[1] == "float" || words[1] == "float32") && words[2] == "x";
         hasProperty_ = true;
-        const std::uint64_t least = ascii_ ? 2 : size; // a digit and a separator; of a list the count
+        const std::uint64_t least = isAscii_ ? 2 : size; // a digit and a separator; a list has at least its count
         const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - leastBytes_;
         leastBytes_ += rows_ > room / least ? room : rows_ * least;
         return true;
     }
 
-    bool known_ = false; // the format
-    bool ascii_ = false;
-    bool littleEndian_ = false;
+    bool hasFormat_ = false; // a known one
+    bool isAscii_ = false;
+    bool isLittleEndian_ = false;
     bool hasProperty_ = false;
     bool beginsWithSingleX_ = false;
     std::uint64_t elements_ = 0;
@@ -121,21 +122,22 @@ PlyHeader ReadPlyHeader(const std::string& path)
         return line;
     };
     std::string line = nextLine();
-    if (line != "ply") throw InputError(path + ": does not begin as a PLY file");
+    if (line != "ply") throw InputError(path + ": not a PLY file: its first line is not \"ply\"");
     Header header;
     for (line = nextLine(); line != "end_header"; line = nextLine()) {
-        if (!file) throw InputError(path + ": the PLY header has no end");
+        if (!file) throw InputError(path + ": the PLY header has no end_header line");
         if (!header.Take(line))
-            throw InputError(path + ": wrong line in the PLY header: \"" + line.substr(0, 60) + "\"");
+            throw InputError(path + ": invalid line in the PLY header: \"" + line.substr(0, 60) + "\"");
     }
-    if (!header.Complete()) throw InputError(path + ": the PLY header names no format or no element");
+    if (!header.IsComplete()) throw InputError(path + ": the PLY header lacks a format or an element");
     PlyHeader result = header.Start();
     result.dataOffset = static_cast<std::uint64_t>(file.tellg());
     const std::uint64_t present = std::filesystem::file_size(path) - result.dataOffset;
     if (present < header.LeastBytes())
-        throw InputError(path + VoAlgo::Format(": cut off: %llu bytes of data, but the header announces at least %llu",
-                                               static_cast<unsigned long long>(present),
-                                               static_cast<unsigned long long>(header.LeastBytes())));
+        throw InputError(path +
+                         VoAlgo::Format(": truncated: %llu bytes of data, but the header announces at least %llu",
+                                        static_cast<unsigned long long>(present),
+                                        static_cast<unsigned long long>(header.LeastBytes())));
     return result;
 }
 

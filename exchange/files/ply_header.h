@@ -5,16 +5,15 @@
 
 namespace voalgo {
 
-/// What the reading of a PLY file needs to know of its header.
+/// What is needed from a header in order to read a PLY file.
 struct PlyHeader {
     std::uint64_t dataOffset = 0;   ///< bytes before the data
-    bool isBinary = false;          ///< the data are
-    bool beginsWithSingleX = false; ///< they begin with a little-endian float x of a vertex
+    bool isBinary = false;          ///< the data are binary
+    bool beginsWithSingleX = false; ///< the data begin with a little-endian float x of a vertex
 };
 
-/// Reads the header. Throws InputError when the header of a PLY file is not well formed, or announces more data than
-/// the file has. Why: the reader library trusts the header; where that is wrong it fills points with whatever lies in
-/// memory, or does not end.
+/// Reads the header of a PLY file. Throws InputError when it is malformed or announces more data than the file has. The
+/// reader library trusts the header: a wrong one makes it fill points with uninitialised memory, or never end.
 PlyHeader ReadPlyHeader(const std::string& path);
 
 } // namespace voalgo

@@ -17,7 +17,7 @@ bool IsOneOf(const std::string& ending, std::initializer_list<const char*> known
     return std::find(known.begin(), known.end(), ending) != known.end();
 }
 
-/// Twice the area of each triangle, along its normal, summed at its corners.
+/// For each vertex, the sum of its triangles' normals, each as long as twice the area of its triangle.
 std::vector<kdtree::Vector<3>> NormalsOfTriangles(const Mesh& mesh)
 {
     std::vector<kdtree::Vector<3>> normals(mesh.vertices.size());
@@ -28,7 +28,8 @@ std::vector<kdtree::Vector<3>> NormalsOfTriangles(const Mesh& mesh)
     return normals;
 }
 
-/// Formats without shared vertices, and those that split a vertex whose normals differ, name one place several times.
+/// The vertices, each place once: formats without shared vertices, and those that split a vertex whose normals differ,
+/// repeat places.
 prereg::Scan VerticesOf(const Mesh& mesh, const std::vector<kdtree::Vector<3>>& normals)
 {
     const std::vector<std::size_t> first = prereg::FirstAtSamePlace(mesh.vertices);
@@ -63,9 +64,9 @@ prereg::Scan ReadCloud(const std::string& path)
     else if (IsOneOf(ending, {".xyz", ".xyzn", ".txt", ".asc", ".csv"}))
         cloud = ReadXyz(path);
     else
-        throw InputError(
-            path + ": unknown kind of file; known are .ply, .obj, .stl and text as .xyz, .xyzn, .txt, .asc or .csv");
-    if (cloud.points.empty()) throw InputError(path + ": holds no points");
+        throw InputError(path +
+                         ": unknown file type; expected .ply, .obj, .stl, or text (.xyz, .xyzn, .txt, .asc, .csv)");
+    if (cloud.points.empty()) throw InputError(path + ": contains no points");
     return cloud;
 }
 

@@ -6,9 +6,9 @@
 
 namespace voalgo {
 
-/// Reads a cloud by the ending of the file's name: .ply, .obj and .stl, or text (.xyz, .xyzn, .txt, .asc, .csv). Points
-/// come in the file's order and unit, faults included; normals are empty when the file has none. Of a mesh the vertices
-/// are taken, each place once, with the mean of its normals (of its triangles' normals by area, when it has no others).
+/// Reads a cloud; the ending of the file's name says how: .ply, .obj and .stl, or text (.xyz, .xyzn, .txt, .asc, .csv).
+/// Points keep the file's order, unit and faults; normals are empty when the file has none. A mesh gives its vertices,
+/// each place once, with the mean of the normals there, or of the adjacent triangles' normals, weighted by area.
 /// Throws InputError with the file's name and the reason.
 prereg::Scan ReadCloud(const std::string& path);
 

@@ -22,7 +22,7 @@ kdtree::Vector<3> Convert(const aiVector3D& v)
     return {v.x, v.y, v.z};
 }
 
-/// Polygons are cut into a fan of triangles; points and lines give none.
+/// Splits a polygon into a fan of triangles; points and lines give none.
 void AppendFace(Mesh& mesh, const aiFace& face, std::uint32_t firstVertex)
 {
     for (unsigned k = 2; k < face.mNumIndices; ++k)
@@ -49,11 +49,13 @@ void RequireVerticesOfTriangles(const Mesh& mesh, const std::string& path)
 {
     for (const auto& triangle : mesh.triangles)
         for (const std::uint32_t corner : triangle)
-            if (corner >= mesh.vertices.size()) throw InputError(path + ": a face names a vertex that is not there");
+            if (corner >= mesh.vertices.size())
+                throw InputError(path + ": a face refers to a vertex that does not exist");
 }
 
-/// The scene of a PLY file. The reader library takes bytes that look like line ends, right after the header of a binary
-/// file, for its end and shifts all data: such a first byte goes in as its neighbour, and the coordinate gets it back.
+/// Reads a PLY file. The reader library mistakes bytes that look like line ends, right after the header of a binary
+/// file, for part of the header and shifts all data. Such a first byte is therefore changed by one and restored in the
+/// coordinate that was read.
 const aiScene* ReadPly(Assimp::Importer& importer, const std::string& path, Model& model)
 {
     const PlyHeader header = ReadPlyHeader(path);
@@ -82,11 +84,11 @@ Model ReadModel(const std::string& path)
     if (Ending(path) == ".ply") {
         scene = ReadPly(importer, path, model);
     } else {
-        scene = importer.ReadFile(path, 0); // no post-processing: it would merge, drop or reorder points
+        scene = importer.ReadFile(path, 0); // no post-processing, which would merge, drop or reorder points
         if (scene != nullptr) AppendAll(model, *scene);
     }
     if (scene == nullptr)
-        throw InputError(path + ": not readable as a cloud or mesh (" + importer.GetErrorString() + ")");
+        throw InputError(path + ": cannot be read as a cloud or mesh (" + importer.GetErrorString() + ")");
     RequireVerticesOfTriangles(model.mesh, path);
     if (model.normals.size() != model.mesh.vertices.size()) model.normals.clear();
     return model;

@@ -6,10 +6,10 @@
 
 namespace voalgo {
 
-/// What a PLY, OBJ or STL file holds, in the file's order and unit.
+/// The contents of a PLY, OBJ or STL file, in the file's order and unit.
 struct Model {
     Mesh mesh;                              ///< no triangles: a cloud
-    std::vector<kdtree::Vector<3>> normals; ///< one per vertex, or none when the file has none
+    std::vector<kdtree::Vector<3>> normals; ///< one per vertex; empty when the file has none
 };
 
 /// Throws InputError with the file's name and the reason.

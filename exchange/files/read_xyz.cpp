@@ -2,9 +2,11 @@
 
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
+#include "exchange/files/parse_number.h"
 #include "platform/format.h"
 
-#include <charconv>
+#include <algorithm>
+#include <optional>
 #include <string_view>
 
 namespace voalgo {
@@ -32,7 +34,7 @@ std::string_view NextWord(std::string_view& rest)
 /// The first six columns of a line.
 struct Row {
     float value[6];
-    unsigned columns; // all of the line's
+    unsigned columns; // of the whole line
 };
 
 Row ReadRow(std::string_view text, const std::string& path, std::size_t line)
@@ -40,12 +42,9 @@ Row ReadRow(std::string_view text, const std::string& path, std::size_t line)
     Row row{};
     for (std::string_view word = NextWord(text); !word.empty(); word = NextWord(text)) {
         if (row.columns < 6) {
-            const std::string_view digits = word.front() == '+' ? word.substr(1) : word;
-            double value = 0.0;
-            const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-            if (error != std::errc{} || end != digits.data() + digits.size())
-                Fail(path, line, "not a number: \"" + std::string(word.substr(0, 40)) + "\"");
-            row.value[row.columns] = static_cast<float>(value);
+            const std::optional<double> value = ParseNumber(word);
+            if (!value) Fail(path, line, "not a number: \"" + std::string(word.substr(0, 40)) + "\"");
+            row.value[row.columns] = static_cast<float>(*value);
         }
         ++row.columns;
     }
@@ -70,7 +69,8 @@ prereg::Scan ReadXyz(const std::string& path)
         if (cloud.points.empty()) withNormals = row.columns >= 6;
         if (withNormals != (row.columns >= 6))
             Fail(path, line,
-                 withNormals ? "no normal, but the lines before have one" : "a normal, but the lines before have none");
+                 withNormals ? "has no normal, but earlier lines have one"
+                             : "has a normal, but earlier lines have none");
         cloud.points.emplace_back(v[0], v[1], v[2]);
         if (withNormals) cloud.normals.emplace_back(v[3], v[4], v[5]);
     }

@@ -6,10 +6,10 @@
 
 namespace voalgo {
 
-/// Reads a cloud from text: one point a line, x y z, perhaps followed by nx ny nz; further columns are ignored (4 or 5
-/// columns: a point without a normal). Columns are separated by blanks, tabs, commas or semicolons; empty lines and
-/// what follows a # are skipped. All lines have normals or none has. In the file's unit; the normals are empty when
-/// there are none. Throws InputError with the file and the line.
+/// Reads a cloud from text in the file's unit: one point per line, x y z, optionally followed by nx ny nz. Further
+/// columns are ignored; with 4 or 5 columns a point has no normal. Columns are separated by blanks, tabs, commas or
+/// semicolons; empty lines and everything after a # are skipped. Either all lines have normals or none has. Throws
+/// InputError with the file and the line.
 prereg::Scan ReadXyz(const std::string& path);
 
 } // namespace voalgo

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 namespace voalgo {
@@ -21,29 +22,27 @@ public:
     Reader(const std::string& path, const Json& object, const std::string& key)
         : path_(path), object_(object), inside_(key.empty() ? "" : key + ".")
     {
-        if (!object.is_object()) Fail(key, "must be a JSON object, is " + TypeOf(object));
+        if (!object.is_object()) Fail(key, "must be a JSON object, is " + typeOf(object));
     }
 
-    void operator()(const prereg::FieldInfo& info, std::uint32_t& field)
+    /// Takes over the value of a setting if the object has one.
+    template <class T>
+    void operator()(const prereg::FieldInfo& info, T& field)
     {
-        const char* key = info.key;
-        const Json* value = Find(key);
+        const Json* value = Find(info.key);
         if (value == nullptr) return;
-        if (!value->is_number_integer()) Fail(inside_ + key, "must be a whole number, is " + TypeOf(*value));
-        if (!value->is_number_unsigned() || value->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max())
-            Fail(inside_ + key, "must lie between 0 and 4294967295, is " + value->dump());
-        field = value->get<std::uint32_t>();
-    }
-    void operator()(const prereg::FieldInfo& info, double& field)
-    {
-        const char* key = info.key;
-        const Json* value = Find(key);
-        if (value == nullptr) return;
-        if (!value->is_number()) Fail(inside_ + key, "must be a number, is " + TypeOf(*value));
-        field = value->get<double>();
+        const std::string key = inside_ + info.key;
+        if constexpr (std::is_same_v<T, std::uint32_t>) {
+            if (!value->is_number_integer()) Fail(key, "must be a whole number, is " + typeOf(*value));
+            if (!value->is_number_unsigned() || value->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max())
+                Fail(key, "must be between 0 and 4294967295, is " + value->dump());
+        } else if (!value->is_number()) {
+            Fail(key, "must be a number, is " + typeOf(*value));
+        }
+        field = value->get<T>();
     }
 
-    /// The object under a key, null when there is none.
+    /// The value under a key, null when there is none.
     const Json* Find(const char* key)
     {
         known_.emplace_back(key);
@@ -51,13 +50,12 @@ public:
         return found == object_.end() ? nullptr : &*found;
     }
 
-    /// Refuses every key that was not asked for.
+    /// Refuses every key that nobody asked for.
     void RequireKnownKeys() const
     {
         for (const auto& [key, value] : object_.items()) {
             if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
-            Fail(inside_ + key,
-                 "unknown key; the nearest known one is \"" + inside_ + prereg::NearestKey(key, known_) + "\"");
+            Fail(inside_ + key, "unknown key; did you mean \"" + inside_ + prereg::NearestKey(key, known_) + "\"?");
         }
     }
 
@@ -67,7 +65,7 @@ public:
     }
 
 private:
-    static std::string TypeOf(const Json& value)
+    static std::string typeOf(const Json& value)
     {
         const std::string type = value.type_name();
         return type == "number" && value.is_number_float() ? value.dump() : type;
@@ -75,7 +73,7 @@ private:
 
     const std::string& path_;
     const Json& object_;
-    std::string inside_; // where the object lies: empty, or a key and a dot
+    std::string inside_; // key of the object with a dot; empty for the outermost one
     std::vector<std::string> known_;
 };
 
@@ -86,33 +84,35 @@ Json Parse(const std::string& path)
         return Json::parse(text);
     } catch (const Json::exception& error) {
         const std::string what = error.what();
-        const std::size_t end = what.find("] "); // of the library's own error number
+        const std::size_t end = what.find("] "); // after the error number of the JSON library
         throw InputError(path + ": not valid JSON: " + (end == std::string::npos ? what : what.substr(end + 2)));
     }
+}
+
+Json FieldsOf(const auto& record)
+{
+    Json json;
+    prereg::VisitFields(record, [&](const prereg::FieldInfo& info, const auto& field) { json[info.key] = field; });
+    return json;
 }
 
 } // namespace
 
 Json ToJson(const prereg::ConfigurationICP& config)
 {
-    Json json;
-    prereg::VisitFields(config, [&](const prereg::FieldInfo& info, const auto& field) { json[info.key] = field; });
-    return json;
+    return FieldsOf(config);
 }
 
 Json ToJson(const prereg::ConfigurationFPFH& config)
 {
-    Json json;
-    prereg::VisitFields(config, [&](const prereg::FieldInfo& info, const auto& field) { json[info.key] = field; });
+    Json json = FieldsOf(config);
     json[prereg::IcpKey] = ToJson(config.icpConfig);
     return json;
 }
 
 Json ToJson(const prereg::Verification& verification)
 {
-    Json json;
-    prereg::VisitFields(verification,
-                        [&](const prereg::FieldInfo& info, const auto& field) { json[info.key] = field; });
+    Json json = FieldsOf(verification);
     json[prereg::IcpKey] = ToJson(verification.icp);
     return json;
 }
@@ -127,7 +127,7 @@ void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
         prereg::VisitFields(config.icpConfig, std::ref(icpReader));
         icpReader.RequireKnownKeys();
     }
-    // A refinement's key at the outer level would get a misleading "nearest" answer.
+    // For a key of the refinement at the outer level the suggestion would mislead.
     prereg::VisitFields(config.icpConfig, [&](const prereg::FieldInfo& info, const auto&) {
         if (json.contains(info.key)) reader.Fail(info.key, "belongs inside \"icpConfig\"");
     });

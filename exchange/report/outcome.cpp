@@ -3,7 +3,7 @@
 #include "VoAlgorithms/prereg/eicpresulttype.h"
 #include "VoAlgorithms/version.h"
 #include "exchange/report/config_json.h"
-#include "exchange/report/number.h"
+#include "exchange/report/short_number.h"
 
 #include <type_traits>
 
@@ -28,6 +28,14 @@ Json ToJson(const prereg::CFPFHPreRegistration::Statistics& s)
             {"failures", causes}};
 }
 
+Json ToJson(const prereg::AcceptanceTest& t)
+{
+    const prereg::TestInfo& info = InfoOf(t.test);
+    return {{"code", info.code},      {"name", info.name},         {"stage", NameOf(t.stage)},
+            {"setting", t.Setting()}, {"unit", info.unit},         {"value", t.value},
+            {"limit", t.limit},       {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+}
+
 } // namespace
 
 PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit)
@@ -41,13 +49,13 @@ PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit)
     return matrix;
 }
 
-Json ToJson(const prereg::CFPFHPreRegistration::VerifiedTrafo& r, double mmPerUnit)
+Json ToJson(const prereg::JudgedTrafo& judged, double mmPerUnit)
 {
-    Json json = {{"pose", InUnit(r.trafo, mmPerUnit)},
-                 {"resultType", r.resultType},
-                 {"resultCode", CodeOf(static_cast<EICPResultType>(r.resultType))},
-                 {"clusterSize", r.clusterSize}};
-    prereg::VisitFields(static_cast<const prereg::ICPResult&>(r),
+    Json json = {{"pose", InUnit(judged.trafo, mmPerUnit)},
+                 {"resultType", judged.resultType},
+                 {"resultCode", CodeOf(static_cast<EICPResultType>(judged.resultType))},
+                 {"clusterSize", judged.clusterSize}};
+    prereg::VisitFields(static_cast<const prereg::ICPResult&>(judged),
                         [&](const prereg::FieldInfo& info, const auto& field) {
                             if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
                                 json[info.key] = ShortNumber(field);
@@ -55,15 +63,9 @@ Json ToJson(const prereg::CFPFHPreRegistration::VerifiedTrafo& r, double mmPerUn
                                 json[info.key] = field;
                             }
                         });
+    json["tests"] = Json::array();
+    for (const prereg::AcceptanceTest& test : judged.tests) json["tests"].push_back(ToJson(test));
     return json;
-}
-
-Json ToJson(const prereg::AcceptanceTest& t)
-{
-    const prereg::TestInfo& info = InfoOf(t.test);
-    return {{"code", info.code},      {"name", info.name},         {"stage", NameOf(t.stage)},
-            {"setting", t.Setting()}, {"unit", info.unit},         {"value", t.value},
-            {"limit", t.limit},       {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
 }
 
 Json ToJson(const prereg::PreparedScan& p)
@@ -84,11 +86,7 @@ Json ToJson(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
     Json results = Json::array();
-    for (const prereg::JudgedTrafo& r : registration.results) {
-        results.push_back(ToJson(r, outcome.mmPerUnit));
-        results.back()["tests"] = Json::array();
-        for (const prereg::AcceptanceTest& test : r.tests) results.back()["tests"].push_back(ToJson(test));
-    }
+    for (const prereg::JudgedTrafo& judged : registration.results) results.push_back(ToJson(judged, outcome.mmPerUnit));
     return {{"voalgo", VOALGO_VERSION},
             {"fix", ToJson(outcome.fix)},
             {"flt", ToJson(outcome.flt)},
@@ -103,6 +101,11 @@ Json ToJson(const Outcome& outcome)
               {"workingSpacing", registration.settings.workingSpacing},
               {"config", ToJson(registration.settings.config)},
               {"verification", ToJson(registration.settings.verification)}}}};
+}
+
+std::string JsonText(const Json& json)
+{
+    return json.dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
 } // namespace voalgo

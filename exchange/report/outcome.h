@@ -14,7 +14,7 @@ namespace voalgo {
 using PoseMatrix = std::array<std::array<double, 4>, 4>;
 PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit);
 
-/// A registration with what its files were; borrowed.
+/// A registration and the files it was made of; the references are borrowed.
 struct Outcome {
     const prereg::PreparedScan& fix;
     const prereg::PreparedScan& flt;
@@ -22,18 +22,18 @@ struct Outcome {
     std::string preset = "auto"; ///< name
     std::string unit = "mm";     ///< of the files
     double mmPerUnit = 1.0;
-    double readingSeconds = 0.0; ///< of both files, with their normals
+    double readingSeconds = 0.0; ///< to read both files and prepare the scans
 };
 
-///@{
-/// What results, page and programs say of each: stable codes beside the words. Poses in the given unit; figures that
-/// are not finite are null.
-nlohmann::ordered_json ToJson(const prereg::CFPFHPreRegistration::VerifiedTrafo& result, double mmPerUnit);
-nlohmann::ordered_json ToJson(const prereg::AcceptanceTest& test);
+/// A pose with its figures and tests; the pose is in the given unit. Figures that are not finite are null.
+nlohmann::ordered_json ToJson(const prereg::JudgedTrafo& judged, double mmPerUnit);
+/// The counts and sizes of a scan, in millimetres.
 nlohmann::ordered_json ToJson(const prereg::PreparedScan& prepared);
-///@}
-/// Everything that can be said about the outcome, without times: the same input gives the same text. Poses are in the
-/// files' unit, all other lengths in millimetres.
+/// The whole outcome without times: the same input gives the same text. Poses are in the files' unit, all other lengths
+/// in millimetres; codes for programs stand beside the words.
 nlohmann::ordered_json ToJson(const Outcome& outcome);
+
+/// Indented JSON text. Whatever is not UTF-8, which may be in a file's name, becomes a replacement character.
+std::string JsonText(const nlohmann::ordered_json& json);
 
 } // namespace voalgo

@@ -61,23 +61,23 @@ nlohmann::ordered_json PackCloud(const prereg::Scan& cloud, const std::vector<st
             {"normals", Base64(normals)}};
 }
 
-std::vector<float> SignedDistances(const Nearness& near, const std::vector<std::uint32_t>& chosen,
+std::vector<float> SignedDistances(const Pairing& pairing, const std::vector<std::uint32_t>& chosen,
                                    const VoAlgo::CTrafo& pose)
 {
-    const kdtree::TKdTree<3, 48> tree(&near.fix.points.at(0).x, near.fix.points.size(), 4);
-    const auto radiusSq = static_cast<float>(near.radius * near.radius);
-    const auto minCosine = static_cast<float>(std::cos(near.angle));
+    const kdtree::TKdTree<3, 48> tree(&pairing.fix.points.at(0).x, pairing.fix.points.size(), 4);
+    const auto radiusSq = static_cast<float>(pairing.radius * pairing.radius);
+    const auto minCosine = static_cast<float>(std::cos(pairing.angle));
     std::vector<float> distances;
     distances.reserve(chosen.size());
     for (const std::uint32_t i : chosen) {
-        const Vec3 p = pose * near.flt.points[i];
+        const Vec3 p = pose * pairing.flt.points[i];
         const int nearest = tree.Nearest(&p.x, radiusSq);
         float distance = NoDistance;
         if (nearest >= 0) {
             const auto q = static_cast<std::size_t>(nearest);
-            const Vec3& normal = near.fix.normals[q];
-            if (normal.Dot(pose.Rotate(near.flt.normals[i])) > minCosine)
-                distance = (p - near.fix.points[q]).Dot(normal);
+            const Vec3& normal = pairing.fix.normals[q];
+            if (normal.Dot(pose.Rotate(pairing.flt.normals[i])) > minCosine)
+                distance = (p - pairing.fix.points[q]).Dot(normal);
         }
         distances.push_back(distance);
     }

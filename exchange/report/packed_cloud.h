@@ -1,8 +1,7 @@
 #pragma once
 
-#include "VoAlgorithms/verdict/scan.h"
-
 #include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/verdict/scan.h"
 
 #include <nlohmann/json.hpp>
 
@@ -12,29 +11,29 @@
 
 namespace voalgo {
 
-/// What a page shows of a cloud: at most so many of its points, drawn at random but always the same ones.
+/// The points of a cloud that a page shows: at most `most` of them, drawn at random but always the same ones.
 std::vector<std::uint32_t> ShownPoints(std::size_t numPoints, std::size_t most);
 
-/// The points in 16 bits a coordinate over their bounding box, the normals in 8 bits a component, in base64, with what
-/// it takes to read them: position = low + code / 65535 × size (mm), normal = code / 127.
+/// The points with 16 bits per coordinate over their bounding box and the normals with 8 bits per component, in base64,
+/// and the box: position = low + code / 65535 × size (mm), normal = code / 127.
 nlohmann::ordered_json PackCloud(const prereg::Scan& cloud, const std::vector<std::uint32_t>& shown);
 
-/// What belongs together in a comparison of both clouds.
-struct Nearness {
-    double radius;           ///< mm, farther points do not
-    double angle;            ///< rad, points whose normals differ by more do not
+/// Two clouds and the limits within which their points pair up.
+struct Pairing {
+    double radius;           ///< mm, of the distance between the points
+    double angle;            ///< rad, between their normals
     prereg::Scan const& fix; ///< borrowed
     prereg::Scan const& flt; ///< borrowed
 };
 
 constexpr float NoDistance = 1e30F;
 
-/// For each of flt's chosen points, moved by the pose, the signed distance (mm) to the tangent plane of its nearest
-/// point of fix, positive on the side that fix's normal points to; NoDistance where none is near.
-std::vector<float> SignedDistances(const Nearness& near, const std::vector<std::uint32_t>& chosen,
+/// For each chosen point of flt, moved by the pose, the signed distance (mm) to the tangent plane of its nearest point
+/// of fix, positive on the side that fix's normal points to; NoDistance where there is no pair.
+std::vector<float> SignedDistances(const Pairing& pairing, const std::vector<std::uint32_t>& chosen,
                                    const VoAlgo::CTrafo& pose);
 
-/// The distances in 16 bits, in base64: distance = code / 32767 × largest (mm), −32768 for none.
+/// The distances with 16 bits each, in base64: distance = code / 32767 × largest (mm), −32768 for NoDistance.
 std::string PackDistances(const std::vector<float>& distances, double largest);
 
 std::string Base64(const std::vector<unsigned char>& bytes);

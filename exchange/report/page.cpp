@@ -1,12 +1,10 @@
 #include "exchange/report/page.h"
 
-#include "exchange/report/number.h"
 #include "exchange/report/packed_cloud.h"
 #include "exchange/report/page_template.h"
 #include "platform/clock.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace voalgo {
 
@@ -14,10 +12,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t MostPoints = 150000; // of a cloud on the page
-constexpr std::size_t MostPoses = 5;       // results, and refused ones, on the page: it stays below 10 MB
+// These keep the page below 10 MB.
+constexpr std::size_t MostPoints = 150000; // of each cloud
+constexpr std::size_t MostPoses = 5;       // of the results, and of the refused poses
 
-/// Meaning and unit of every setting on the page.
+/// Unit and meaning of every setting on the page.
 Json FieldsOf(const prereg::RegistrationSettings& settings)
 {
     Json fields;
@@ -27,7 +26,7 @@ Json FieldsOf(const prereg::RegistrationSettings& settings)
     prereg::VisitFields(settings.config, add);
     prereg::VisitFields(settings.config.icpConfig, add);
     prereg::VisitFields(settings.verification, add);
-    add({"workingSpacing", "mm", "scans are thinned to this spacing for the features", "not thinned"}, 0.0);
+    add({"workingSpacing", "mm", "spacing to which scans are thinned for the features", "not thinned"}, 0.0);
     return fields;
 }
 
@@ -58,49 +57,46 @@ public:
         Json data = ToJson(outcome_);
         data["fix"] = ScanOf(outcome_.fix, fix_);
         data["flt"] = ScanOf(outcome_.flt, flt_);
-        data.erase("results"); // they are among the poses
+        data.erase("results"); // which are among the poses
         data["fields"] = FieldsOf(settings_);
         data["mmPerUnit"] = outcome_.mmPerUnit;
         data["isRefinement"] = registration.isRefinement;
-        data["pairRadius"] = PairRadius();
-        data["pairAngle"] = PairAngle();
+        data["pairRadius"] = pairRadius();
+        data["pairAngle"] = pairAngle();
         data["poses"] = Json::array();
         data["refusedCount"] = registration.refused.size();
         data["resultCount"] = registration.results.size();
-        AddPoses(data["poses"], registration.results);
-        AddPoses(data["poses"], registration.refused);
+        addPoses(data["poses"], registration.results);
+        addPoses(data["poses"], registration.refused);
         return data;
     }
 
 private:
-    /// Twice the tolerance of the search shows what just misses it too.
-    [[nodiscard]] double PairRadius() const { return 2.0 * settings_.verification.icp.dPositionTolerance; }
-    [[nodiscard]] double PairAngle() const { return settings_.verification.icp.dNormalAngleTolerance; }
+    /// Twice the tolerance of the verification also shows points that just miss it.
+    [[nodiscard]] double pairRadius() const { return 2.0 * settings_.verification.icp.dPositionTolerance; }
+    [[nodiscard]] double pairAngle() const { return settings_.verification.icp.dNormalAngleTolerance; }
 
-    void AddPoses(Json& poses, const std::vector<prereg::JudgedTrafo>& judged) const
+    void addPoses(Json& poses, const std::vector<prereg::JudgedTrafo>& judged) const
     {
         for (std::size_t i = 0; i < std::min(judged.size(), MostPoses); ++i) {
             const prereg::JudgedTrafo& j = judged[i];
-            Json tests = Json::array();
-            for (const prereg::AcceptanceTest& test : j.tests) tests.push_back(ToJson(test));
             Json pose = ToJson(j, 1.0);
             pose["objection"] = j.objection.text;
             pose["objectionCode"] = CodeOf(j.objection.code);
-            pose["tests"] = tests;
             pose["distances"] = PackDistances(
-                SignedDistances({PairRadius(), PairAngle(), outcome_.fix.scan, outcome_.flt.scan}, flt_, j.trafo),
-                PairRadius());
+                SignedDistances({pairRadius(), pairAngle(), outcome_.fix.scan, outcome_.flt.scan}, flt_, j.trafo),
+                pairRadius());
             poses.push_back(pose);
         }
     }
 
     const Outcome& outcome_;
     const prereg::RegistrationSettings& settings_;
-    std::vector<std::uint32_t> fix_; // shown points
-    std::vector<std::uint32_t> flt_;
+    std::vector<std::uint32_t> fix_; // indices of the points shown
+    std::vector<std::uint32_t> flt_; // the same of flt
 };
 
-/// JSON that may stand in a script element, whatever names the files have.
+/// JSON that is safe inside a script element, whatever the files are called.
 std::string ForScript(const Json& data)
 {
     std::string text = data.dump(-1, ' ', true, Json::error_handler_t::replace);

@@ -4,7 +4,7 @@
 
 namespace voalgo {
 
-/// The page without its data, from report/dist/report.html.
+/// The page without its data, from report/web/dist/report.html.
 std::string_view ReportTemplate();
 
 } // namespace voalgo

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The one place that states the version; the build system and the tool read it from here.
+/// The only place that states the version; the build system and the tool read it from here.
 
 ///@{
 /// Version of the headers, and its three parts.
@@ -11,5 +11,5 @@
 #define VOALGO_VERSION "0.1.0"
 ///@}
 
-/// Raised whenever programs must be compiled anew; part of the shared library's name.
+/// Incremented whenever programs must be recompiled; part of the shared library's name.
 #define VOALGO_ABI_VERSION 1

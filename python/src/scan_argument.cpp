@@ -73,11 +73,9 @@ prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::opt
         prepared = prereg::PrepareScan(std::move(scan));
         if (!prepared.scan.points.empty()) remarks = Describe(prepared);
     }
-    for (const std::string& warning : remarks.warnings) {
-        const std::string text = warning.substr(0, warning.find(" (--unit)")); // an option of the tool alone
-        if (PyErr_WarnEx(PyExc_UserWarning, (prepared.scan.name + ": " + text).c_str(), 1) != 0)
+    for (const std::string& warning : remarks.warnings)
+        if (PyErr_WarnEx(PyExc_UserWarning, (prepared.scan.name + ": " + warning).c_str(), 1) != 0)
             throw py::error_already_set();
-    }
     return prepared;
 }
 

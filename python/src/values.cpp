@@ -124,10 +124,7 @@ py::object ValueOf(const Json& json)
 
 py::dict ToDict(const JudgedTrafo& r)
 {
-    Json tests = Json::array();
-    for (const prereg::AcceptanceTest& test : r.tests) tests.push_back(ToJson(test));
     py::dict dict = ValueOf(ToJson(r, 1.0));
-    dict["tests"] = ValueOf(tests);
     dict["objection"] = r.objection.text;
     dict["objectionCode"] = CodeOf(r.objection.code);
     dict["ellipsoid"] = ArrayOf(r.ellipsoid).attr("tolist")();

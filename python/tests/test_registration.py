@@ -142,7 +142,7 @@ def test_refusals_say_why(hippo, tmp_path):
         (lambda p: p[:1], "points_coincide", "flt: "),
         (lambda p: p * [1, 1, 0], "points_coplanar", "flt: all points lie on a plane"),
         (lambda p: p[::100], "too_few_points", "flt: too few points"),
-        (lambda p: p * 25.4, "units_differ", "the units of the scans probably differ by 25.4"),
+        (lambda p: p * 25.4, "units_differ", "the units of the scans probably differ by a factor of 25.4"),
     ],
 )
 @pytest.mark.filterwarnings("ignore::UserWarning")

@@ -107,9 +107,9 @@ def test_doubtful_scans_warn():
     points = 10 * sphere(600)
     spoilt = points.copy()
     spoilt[0, 0] = np.nan
-    with pytest.warns(UserWarning, match="fix: dropped 1 of 600 points whose coordinates are not finite"):
+    with pytest.warns(UserWarning, match="fix: dropped 1 of 600 points: their coordinates are not finite"):
         vo.derive_settings(spoilt, points)
-    with pytest.warns(UserWarning, match="flt: ignored its normals"):
+    with pytest.warns(UserWarning, match="flt: ignored the normals"):
         vo.icp(points, (points, np.zeros_like(points)))
     with pytest.warns(UserWarning, match=r"^small.ply: its largest extent is .* mm; is the unit right\?$"):
         vo.compute_features(vo.Scan(points / 1000, name="small.ply"))

@@ -42,7 +42,7 @@ inline std::string NamesOf(const element::object& o)
     return names;
 }
 
-/// What the call gives, or nothing when it throws "parse error"; other exceptions pass.
+/// The result of the call, or nothing when it throws "parse error"; other exceptions propagate.
 template <class Call>
 auto Parsed(Call call) -> std::optional<decltype(call())>
 {
@@ -60,7 +60,7 @@ bool IsParseError(auto call)
     return !Parsed(call);
 }
 
-/// A stream without positions that hands its bytes out in small pieces and never tells how many are left.
+/// A stream without positions that delivers its bytes in small pieces and never reports how many are left.
 class DripStream : private std::streambuf, public std::istream {
 public:
     explicit DripStream(Bytes bytes) : std::istream(static_cast<std::streambuf*>(this)), bytes_(std::move(bytes)) {}
@@ -81,7 +81,7 @@ private:
     std::size_t next_ = 0;
 };
 
-/// A document that fuzzing may start from goes where VOALGO_CORPUS says.
+/// Saves a document as a seed for fuzzing in the folder VOALGO_CORPUS, if that is set.
 inline void KeepSeed(const std::string& target, const std::string& name, const Bytes& bytes)
 {
     const char* const corpus = std::getenv("VOALGO_CORPUS");

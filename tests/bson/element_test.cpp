@@ -23,7 +23,7 @@ struct GoldenRow {
     Bytes bytes;
 };
 
-// By hand from the layout: type, name, NUL, value, all little-endian.
+// Worked out by hand from the layout: type, name, NUL, value, all little-endian.
 std::vector<GoldenRow> GoldenRows()
 {
     const unsigned char raw[] = {0xDE, 0xAD, 0xBE};
@@ -72,7 +72,7 @@ TEST(Element, EveryTypeHasItsBytes)
         EXPECT_EQ(read, row.made);
         EXPECT_EQ(read.size_of_value(), row.bytes.size() - std::string(read.name()).size() - 2);
         EXPECT_EQ(read.raw_value(), read.raw() + std::string(read.name()).size() + 2);
-        // Cut anywhere it is an error, save before the type byte and inside an object's count.
+        // Truncation anywhere is an error, except before the type byte and inside the count of an object.
         for (std::size_t n = 0; n < row.bytes.size(); ++n) {
             const auto cut = [&] { return element::unfreeze(Bytes(row.bytes.begin(), At(row.bytes, n)).data(), n); };
             if (n == 0) {
@@ -86,8 +86,8 @@ TEST(Element, EveryTypeHasItsBytes)
     }
 }
 
-// Each row's own reader gives the value, every other one throws, as do all of them for the empty element.
-TEST(Element, ReadersAcceptTheirOwnTypeAlone)
+// The reader for a row's type gives its value and all others throw; for the empty element all of them do.
+TEST(Element, ReadersAcceptOnlyTheirOwnType)
 {
     const std::vector<std::pair<int, std::function<void(const element&)>>> readers = {
         {1, [](const element& e) { EXPECT_EQ(e.as_double(), -2.0); }},
@@ -118,17 +118,12 @@ TEST(Element, ReadersAcceptTheirOwnTypeAlone)
     for (const GoldenRow& row : rows)
         for (const auto& [type, read] : readers) {
             SCOPED_TRACE(std::to_string(row.type) + " read as " + std::to_string(type));
-            if (type == row.type) {
+            if (type == row.type)
                 read(row.made);
-                continue;
-            }
-            try {
-                read(row.made);
-                ADD_FAILURE() << "no exception";
-            } catch (const std::bad_cast& e) {
-                EXPECT_STREQ(e.what(), "bad cast");
-            }
+            else
+                EXPECT_THROW(read(row.made), std::bad_cast);
         }
+    EXPECT_STREQ(VoAlgo::bson::bad_cast().what(), "bad cast");
 }
 
 TEST(Element, CopiesAndMovesItsBytes)
@@ -143,12 +138,8 @@ TEST(Element, CopiesAndMovesItsBytes)
     a = std::move(c);
     EXPECT_EQ(a.raw(), raw);
     EXPECT_EQ(c, element()); // NOLINT(bugprone-use-after-move)
-    c = a;
-    a = element();
-    EXPECT_STREQ(a.name(), "");
-    EXPECT_EQ(a.raw(), nullptr);
-    EXPECT_EQ(a.freeze().second, 0U);
-    EXPECT_NE(a, c);
+    EXPECT_STREQ(c.name(), "");
+    EXPECT_EQ(c.freeze().second, 0U);
     EXPECT_NE(element("a", 1), element("a", 1U));
     EXPECT_EQ(element("ä€").name_utf16(), L"ä€");
     EXPECT_EQ(element("\xC3(\xFF").name_utf16(), L"\xFFFD(\xFFFD");
@@ -179,8 +170,8 @@ TEST(Object, HasItsBytes)
     EXPECT_TRUE(IsParseError([&] { return object::unfreeze(one.data(), one.size() - 1); }));
 }
 
-// The terminator ends an object, not its count; and what is read has right counts.
-TEST(Object, CountsAreNotReliedUpon)
+// The terminator ends an object, not its count; the object read has correct counts.
+TEST(Object, CountsAreIgnoredAndCorrected)
 {
     const object nested((element("o", (element("a", 1), element("p", object(element("q"))))), element("z", "end")));
     const Bytes right = BytesOf(nested);

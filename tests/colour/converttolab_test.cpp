@@ -13,7 +13,7 @@ namespace {
 
 using namespace VoAlgo::cs;
 
-// All NaNs count as one, their payload is no promise.
+// All NaNs count as equal: their payload is not specified.
 std::uint64_t Bits(double x)
 {
     return x != x ? 1 : std::bit_cast<std::uint64_t>(x);
@@ -30,8 +30,9 @@ void ExpectTheBitsOfTheClass(const std::vector<Pixel>& from, std::size_t n)
     ASSERT_EQ(to[n], untouched);
 }
 
-// Bright and dark colours in one group of four and apart, what must be clamped, and what is no number: the wide kernel
-// must take each lane's own branch. Every length up to some groups: no pixel left out, none written behind the end.
+// Bright and dark colours together and apart in groups of four, values to clamp, and NaN: the wide kernel must take the
+// right branch in each lane. All lengths up to several groups: no pixel is left out, and none is written beyond the
+// end.
 TEST(ConvertToLab, HasTheBitsOfTheClass)
 {
     const double special[] = {0.0,   -0.0,      255,      256,      -1, 2.258, std::numeric_limits<double>::quiet_NaN(),

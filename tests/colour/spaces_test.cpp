@@ -23,7 +23,7 @@ double MaxDifference(const Color& a, const Color& b)
     return std::max({std::abs(a[0] - b[0]), std::abs(a[1] - b[1]), std::abs(a[2] - b[2])});
 }
 
-// All corners, edges and faces of 0 … 255, and the inside, every 5.
+// The cube 0 … 255 in steps of 5, with its corners, edges and faces.
 std::vector<RGB> Cube()
 {
     std::vector<RGB> colors;
@@ -33,7 +33,7 @@ std::vector<RGB> Cube()
     return colors;
 }
 
-// What the compiler can work out, it does: the packed layouts byte by byte, the clamps, the deliberate oddities.
+// Checked at compile time: the packed layouts byte by byte, the clamps, the deliberate oddities.
 static_assert(RGB(255, 0, 0).ToARGB() == 0xFFFF0000U && RGB(255, 0, 0).ToRGBA() == 0xFF0000FFU);
 static_assert(RGB(255, 0, 0).ToBGRA() == 0x0000FFFFU && RGB(255, 0, 0).ToABGR() == 0xFF0000FFU);
 static_assert(RGB(1, 2, 3).ToARGB() == 0xFF010203U && RGB(1, 2, 3).ToABGR() == 0xFF030201U);
@@ -94,8 +94,8 @@ TEST(Conversions, GoldenValues)
     EXPECT_EQ(HSV(RGB(0, 0, 0)), HSV(0, 0, 0));
 }
 
-// f of L*a*b* against the library's cube root and the textbook's line; two of Halley's steps leave a known error, so
-// a step more or less, or another guess, shows.
+// f of L*a*b* against the C library's cube root and the textbook's line. Two Halley steps leave a known error, which
+// reveals another number of steps and another initial guess.
 TEST(Conversions, CubeRootIsThatOfTwoHalleySteps)
 {
     double largest = 0;
@@ -108,7 +108,7 @@ TEST(Conversions, CubeRootIsThatOfTwoHalleySteps)
     EXPECT_GT(largest, 2e-15);
 }
 
-// There and back. The two matrices of the linear path are inverse to six digits; the gamma amplifies that near black.
+// Round trips. The two matrices of the linear path are inverse to six digits; the gamma amplifies that near black.
 TEST(RoundTrips, OverTheCube)
 {
     double linear = 0, coded = 0, lab = 0, hsv = 0, hsl = 0;

@@ -1,19 +1,19 @@
 #!/usr/bin/env python3
-"""Runs or looks up every code block of README and guides.
+"""Checks every code block of the README and the guides.
 
     check_guides.py VOALGO_DIR FILE.md ...
 
-VOALGO_DIR holds the built tool. What becomes of a block is told by its first line:
+VOALGO_DIR holds the built tool. The first line of a block says how it is checked; each FILE.md has a scratch folder:
 
-    ```sh            runs in a folder of its own file, with the tool on the PATH; must succeed
-    ```console       lines after "$ " run; the lines below must be printed in that order ("..." stands for any lines,
-                     "~" at a line's end for any rest); "$? N" states the exit code
-    ```json NAME     becomes the file NAME
-    ```python        runs in that folder
-    ```sh ci         stands, line by line, in the scripts that check every change
-    ```cpp           stands word for word in a program of examples/, includes left aside
-    ```cmake         stands, line by line, in tests/packages/CMakeLists.txt
-    ```text          is no code
+    ```sh            must run without error in that folder, with the tool on the PATH
+    ```console       runs each line that starts with "$ "; its output must contain the lines below in that order ("..."
+                     matches any lines, a final "~" the rest of a line); "$? N" is the exit code, otherwise 0
+    ```json NAME     is saved as the file NAME
+    ```python        must run without error in that folder
+    ```sh ci         each line must occur in the scripts that check every change
+    ```cpp           must occur word for word in a program of examples/, at any indentation, without its includes
+    ```cmake         each line must occur in tests/packages/CMakeLists.txt
+    ```text          is not code
 """
 
 import os
@@ -22,12 +22,13 @@ import re
 import subprocess
 import sys
 import tempfile
+import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def blocks(text):
-    """(line, words of the first line, body) of every fenced block."""
+    """(line number, words of the first line, body) of every fenced block."""
     for match in re.finditer(r"^```([^\n]*)\n(.*?)^```$", text, re.M | re.S):
         yield text.count("\n", 0, match.start()) + 1, match[1].split(), match[2]
 
@@ -73,7 +74,7 @@ def check_console(body, folder, env):
 
 def missing_line(body, checked):
     lost = [line for line in body.splitlines() if line.strip() not in checked]
-    return f"no check runs '{lost[0]}'" if lost else None
+    return f"'{lost[0]}' is not checked" if lost else None
 
 
 def check(words, body, folder, env, sources):
@@ -94,10 +95,11 @@ def check(words, body, folder, env, sources):
         return done.stdout if done.returncode else None
     if kind == "cpp":
         code = re.sub(r"^#include.*\n", "", body, flags=re.M).strip("\n")
-        return None if code in sources else "stands in no program of examples/"
+        found = any(textwrap.indent(code, indent) in sources for indent in ("", "    "))
+        return None if found else "occurs in no program of examples/"
     if kind == "cmake":
         return missing_line(body, (ROOT / "tests/packages/CMakeLists.txt").read_text())
-    return "names no kind of block that is known"
+    return "unknown kind of block"
 
 
 def main(tool_dir, *files):
@@ -114,7 +116,7 @@ def main(tool_dir, *files):
                 failed += fault is not None
                 if fault is not None:
                     print(f"{name}:{line}: {fault}")
-    print(f"{checked} blocks, {failed} faults")
+    print(f"{checked} blocks, {failed} failed")
     return failed or not checked
 
 

@@ -30,7 +30,7 @@ std::string Outline(const object& o)
     return outline;
 }
 
-/// The object without the elements named.
+/// The object without the elements of this name.
 object Without(const object& o, const std::string& name)
 {
     object rest;
@@ -59,7 +59,7 @@ const std::string ResultOutline =
     PoseOutline + ") ellipsoid(" + EllipsoidOutline + ")";
 const std::string SetOutline = "Points:5 Normals:5 FeaturePoints:5 FeatureNormals:5 Features:5";
 
-/// Every field holds a value of its own.
+/// Every field has a different value.
 ConfigurationFPFH OddConfiguration()
 {
     ConfigurationFPFH c{1, 2, 3, 0.1, 0.2, 4, 0.3, 0.4, 0.5, 0.6, 5, {}};
@@ -101,17 +101,12 @@ CFPFHPointSet SmallSet(std::size_t n, unsigned seed)
 
 void ExpectSameSet(const CFPFHPointSet& a, const CFPFHPointSet& b)
 {
-    EXPECT_TRUE(test_support::SameBits(a.GetPoints(), b.GetPoints()));
-    EXPECT_TRUE(test_support::SameBits(a.GetNormals(), b.GetNormals()));
-    EXPECT_TRUE(test_support::SameBits(a.GetFeaturePoints(), b.GetFeaturePoints()));
-    EXPECT_TRUE(test_support::SameBits(a.GetFeatureNormals(), b.GetFeatureNormals()));
-    ASSERT_EQ(a.SizeFeatures(), b.SizeFeatures());
     EXPECT_EQ(BytesOf(to_object(a)), BytesOf(to_object(b)));
     EXPECT_EQ(a.GetPointsKdTree().Size(), b.GetPointsKdTree().Size());
     EXPECT_EQ(a.GetFeatureKdTree().Size(), b.GetFeatureKdTree().Size());
 }
 
-TEST(Registration, RecordsHaveTheirKeysInOrder)
+TEST(Records, RecordsHaveTheirKeysInOrder)
 {
     EXPECT_EQ(Outline(to_object(CTrafo())), PoseOutline);
     EXPECT_EQ(Outline(to_object(VoAlgo::CbMatrix4Rd())), PoseOutline);
@@ -129,22 +124,18 @@ TEST(Registration, RecordsHaveTheirKeysInOrder)
                                                     ResultOutline + ") 1(" + ResultOutline + "))");
 }
 
-TEST(Registration, RecordsComeBackExactly)
+TEST(Records, RecordsComeBackExactly)
 {
     EXPECT_EQ(from_object<ConfigurationFPFH>(to_object(OddConfiguration())), OddConfiguration());
     EXPECT_EQ(from_object<ConfigurationICP>(to_object(OddConfiguration().icpConfig)), OddConfiguration().icpConfig);
-    const ICPResult written = OddResult(), read = from_object<ICPResult>(to_object(written));
-    ICPResult expected = written; // all but three fields
-    expected.resultType = -1;
-    expected.fStart_OverlapRatio = written.fStop_OverlapRatio;
-    expected.fStop_OverlapRatio = ICPResult().fStop_OverlapRatio;
-    EXPECT_EQ(read.resultType, expected.resultType);
-    EXPECT_EQ(read.fStart_OverlapRatio, expected.fStart_OverlapRatio);
-    EXPECT_EQ(read.fStop_OverlapRatio, expected.fStop_OverlapRatio);
-    expected.fStop_OverlapRatio = expected.fStart_OverlapRatio; // what writing it again takes
-    ICPResult again = read;
-    again.fStop_OverlapRatio = read.fStart_OverlapRatio;
-    EXPECT_EQ(BytesOf(to_object(again)), BytesOf(to_object(expected)));
+    const ICPResult written = OddResult();
+    ICPResult read = from_object<ICPResult>(to_object(written)); // all but three fields
+    EXPECT_EQ(read.resultType, -1);
+    EXPECT_EQ(read.fStart_OverlapRatio, written.fStop_OverlapRatio);
+    EXPECT_EQ(read.fStop_OverlapRatio, ICPResult().fStop_OverlapRatio);
+    read.fStart_OverlapRatio = written.fStart_OverlapRatio;
+    read.fStop_OverlapRatio = written.fStop_OverlapRatio;
+    EXPECT_EQ(BytesOf(to_object(read)), BytesOf(to_object(written)));
     for (unsigned seed = 0; seed < 50; ++seed) {
         const CTrafo pose = test_support::Random(seed).Pose(3.0F, 100.0F), back = from_object<CTrafo>(to_object(pose));
         EXPECT_LT(pose.GetRotationDistance(back), 1e-3F);
@@ -157,7 +148,7 @@ TEST(Registration, RecordsComeBackExactly)
     EXPECT_FALSE(from_object<CTrafo>(to_object(CTrafo::Invalid())));
 }
 
-TEST(Registration, ReadingFollowsTheKeys)
+TEST(Records, ReadingFollowsTheKeys)
 {
     EXPECT_EQ(from_object<ConfigurationFPFH>(object()), ConfigurationFPFH());
     EXPECT_EQ(from_object<CTrafo>(object()), CTrafo());
@@ -174,18 +165,13 @@ TEST(Registration, ReadingFollowsTheKeys)
     EXPECT_EQ(from_object<CTrafo>(onlyX), CTrafo({1, 0, 0}, {0, -1, 0}, {0, 0, -1}, {}));
 }
 
-// A known key of another type: every key of every record, however deep.
-TEST(Registration, OtherTypesAreBadCasts)
+// A known key with a value of another type, for every key of every record, nested ones too.
+TEST(Records, OtherTypesAreBadCasts)
 {
     const auto check = [](const object& document, auto read) {
         for (const element& e : document) {
             const object wrong(element::make_int64(e.name(), 1));
-            try {
-                read(wrong);
-                ADD_FAILURE() << e.name();
-            } catch (const std::bad_cast& error) {
-                EXPECT_STREQ(error.what(), "bad cast");
-            }
+            EXPECT_THROW(read(wrong), VoAlgo::bson::bad_cast) << e.name();
         }
     };
     const ICPResult result;
@@ -202,7 +188,7 @@ TEST(Registration, OtherTypesAreBadCasts)
     EXPECT_THROW((void)from_object<CFPFHPreRegistration>(transforms), std::bad_cast);
 }
 
-TEST(Registration, PointSetsAreTheirBytes)
+TEST(Records, PointSetsAreTheirBytes)
 {
     const CFPFHPointSet set = SmallSet(40, 3);
     const object document = to_object(set);
@@ -214,12 +200,13 @@ TEST(Registration, PointSetsAreTheirBytes)
     ExpectSameSet(from_object<CFPFHPointSet>(document), set);
     Bytes bytes = BytesOf(document);
     ExpectSameSet(from_object<CFPFHPointSet>(object::unfreeze(bytes.data(), bytes.size())), set);
-    // The fourth lane of a point is 0 whatever the document says: first point, behind count and head.
+    // The fourth lane of a point is read as 0, whatever the document says. This is the first point, after count and
+    // head.
     bytes[4 + 1 + 7 + 5 + 12] = 1;
     ExpectSameSet(from_object<CFPFHPointSet>(object::unfreeze(bytes.data(), bytes.size())), set);
 }
 
-TEST(Registration, BrokenPointSetsAreRefused)
+TEST(Records, BrokenPointSetsAreRefused)
 {
     test_support::LogCapture log;
     const object document = to_object(SmallSet(8, 3));
@@ -236,7 +223,7 @@ TEST(Registration, BrokenPointSetsAreRefused)
     EXPECT_TRUE(from_object<CFPFHPointSet>(object()).Empty());
 }
 
-TEST(Registration, CasesComeBack)
+TEST(Records, CasesComeBack)
 {
     const CFPFHPointSet fix = SmallSet(40, 1), flt = SmallSet(30, 2);
     CFPFHPreRegistration written(fix, flt, OddConfiguration(), false);

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-/// What must hold for every input; its failure is a finding.
+/// A condition that must hold for every input; its failure is a finding.
 inline void Require(bool condition)
 {
     if (!condition) std::abort();

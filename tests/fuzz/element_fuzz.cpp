@@ -1,5 +1,5 @@
-// An element that parses is the same from memory and from a stream, comes back from its own bytes, is read by the
-// reader of its type alone, and gives valid JSON. Everything else is a "parse error".
+// An element that parses is the same from memory and from a stream, is restored from its own bytes, is accepted only by
+// the reader of its type, and gives valid JSON. Any other input is a "parse error".
 #include "VoAlgorithms/bson/element.h"
 #include "tests/bson/bson_support.h"
 #include "tests/fuzz/detail_require.h"

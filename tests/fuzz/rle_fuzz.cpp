@@ -1,6 +1,6 @@
-// Of any bytes, taken as a stream: the decoders read none behind them and write what a walk over the tokens says; the
-// checked forms never exceed their room and say when it is too small. Of any bytes, taken as data: what the coders
-// write fits the documented room and decodes to the same bytes. The address sanitizer watches blocks of exact size.
+// Any bytes as a stream: the decoders do not read beyond them and write as many bytes as a walk over the tokens counts;
+// the checked forms never exceed their room and report when it is too small. Any bytes as data: the output of the
+// coders fits the documented room and decodes to the same bytes. The address sanitizer watches blocks of exact size.
 
 #include "VoAlgorithms/runtime/rle.h"
 

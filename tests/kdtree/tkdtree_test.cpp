@@ -45,8 +45,8 @@ double PlainDistanceSq(const std::array<float, D>& a, const std::array<float, D>
     return sum;
 }
 
-// Holds every query of a tree against linear scans. The distances themselves come from the tree's own unbounded search,
-// which prunes nothing, once they are found right; all comparisons are then exact.
+// Compares every query of a tree with linear scans. The distances are taken from the tree's own unbounded search, which
+// prunes nothing, after they were checked; all further comparisons are exact.
 template <unsigned D, unsigned B>
 void CompareWithScan(const std::string& name, const Points<D>& points, const Points<D>& queries)
 {
@@ -136,7 +136,7 @@ Points<3> Joined(Points<3> a, const Points<3>& b)
     return a;
 }
 
-// Catches wrong pruning, lost or repeated points, strict against inclusive radii.
+// Catches wrong pruning, lost or repeated points, and confusion of strict and inclusive radii.
 TEST(TKdTree, QueriesEqualLinearScansInSpace)
 {
     const float ulp = std::numeric_limits<float>::epsilon();
@@ -169,7 +169,7 @@ TEST(TKdTree, QueriesEqualLinearScansInSpace)
     for (const auto& c : cases) CompareWithScan<3, 48>(c.name, c.points, c.queries);
 }
 
-// As histograms come: sums to 1 per block, many bins equal; leaves of six.
+// Data like histograms, with many equal bins; leaves of six.
 TEST(TKdTree, QueriesEqualLinearScansIn33Dimensions)
 {
     Points<33> dirty = Uniform<33>(100, 12);
@@ -202,7 +202,7 @@ TEST(TKdTree, PointsThatCannotBeSplitLeaveATreeWithoutRoot)
     EXPECT_TRUE(nearest.empty());
 }
 
-// Queries that are no place, and a stride wider than the point.
+// Queries that are not finite, and a stride wider than the point.
 TEST(TKdTree, OddQueriesAndStrides)
 {
     Points<5> wide = Uniform<5>(200, 20);
@@ -225,7 +225,7 @@ TEST(TKdTree, OddQueriesAndStrides)
     EXPECT_EQ((kdtree::TKdTree<3, 48>().GetMemUsage()), 0U);
 }
 
-// Catches collisions taken for equality and a copy other than the first surviving.
+// Catches hash collisions taken for equality, and the survival of any copy but the first.
 TEST(UniqueFinite, KeepsTheFirstOfEqualFinitePoints)
 {
     Points<3> mixed = OnGrid<3>(2000, 11, -5.0F, 1.0F);

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 out=$PWD/build/ci/packages
 root=$out/root
-pair=(examples/data/hippo1.ply examples/data/hippo2.ply 0.46)
+pair=(examples/data/hippo1.ply examples/data/hippo2.ply)
 jobs=$(nproc)
 version=$(sed -n 's/#define VOALGO_VERSION "\(.*\)"/\1/p' include/VoAlgorithms/version.h)
 
@@ -34,13 +34,14 @@ cmake --install build/release --prefix "$prefix" >/dev/null
 env -u LD_LIBRARY_PATH "$prefix/bin/voalgo" info
 
 say "running the tool"
-"$root/usr/bin/voalgo" register "${pair[@]:0:2}" --quiet --out "$out/result"
+"$root/usr/bin/voalgo" register "${pair[@]}" --quiet --out "$out/result"
 [[ -s $out/result/pose.txt ]]
 
 say "a program by find_package, by pkg-config and by add_subdirectory"
 cmake -S tests/packages -B "$out/found" -G Ninja -DCMAKE_PREFIX_PATH="$root/usr" | tee "$out/found.log" | grep 'found version'
 cmake --build "$out/found" >/dev/null
 mkdir -p "$out/pkg"
+cp examples/sample_scan.h "$out/pkg/"
 cp examples/register.cpp "$out/pkg/app.cpp"
 (
     cd "$out/pkg"

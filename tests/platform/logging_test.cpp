@@ -17,6 +17,7 @@ struct Entry {
     ELogLevel level;
     std::string function;
     int line;
+    std::string file;
     std::wstring text;
 };
 
@@ -32,7 +33,7 @@ protected:
     {
         Logging::SetLevel(level);
         Logging::SetSink([this](const Logging::Message& m) {
-            entries_.push_back({m.channel, m.level, m.function, m.line, m.text});
+            entries_.push_back({m.channel, m.level, m.function, m.line, m.file, m.text});
         });
     }
 
@@ -52,10 +53,12 @@ TEST_F(LoggingTest, SinkGetsEveryPartOfAMessage)
     EXPECT_EQ(entries_[0].level, ELogLevel::Warn);
     EXPECT_EQ(entries_[0].function, "CClass::Function");
     EXPECT_EQ(entries_[0].line, line);
+    EXPECT_THAT(entries_[0].file, testing::EndsWith("tests/platform/logging_test.cpp"));
+    EXPECT_THAT(entries_[0].file, testing::Not(testing::HasSubstr(VOALGO_SOURCE_DIR)));
     EXPECT_EQ(entries_[0].text, L"12 points, 0.250 s, wide é, narrow");
 }
 
-TEST_F(LoggingTest, LongTextsAreNotCut)
+TEST_F(LoggingTest, LongAndBrokenTextsReachTheSink)
 {
     Collect(ELogLevel::Info);
     for (const std::size_t length : {510U, 511U, 512U, 513U, 2048U, 100000U}) {
@@ -63,17 +66,11 @@ TEST_F(LoggingTest, LongTextsAreNotCut)
         VOALGO_LOG(Logging::GetLogger("long"), Info, "f", L"%ls", text.c_str());
         EXPECT_EQ(entries_.back().text, text) << length;
     }
+    VOALGO_LOG(Logging::GetLogger("broken"), Error, "f", L"file %hs", "\xff\xfe"); // cannot be converted
+    EXPECT_THAT(entries_.back().text, testing::StartsWith(L"file "));
 }
 
-TEST_F(LoggingTest, TextThatCannotBeConvertedStillReachesTheSink)
-{
-    Collect(ELogLevel::Error);
-    VOALGO_LOG(Logging::GetLogger("broken"), Error, "f", L"file %hs", "\xff\xfe");
-    ASSERT_EQ(entries_.size(), 1U);
-    EXPECT_THAT(entries_[0].text, testing::StartsWith(L"file "));
-}
-
-TEST_F(LoggingTest, LevelIncludesTheGraverOnesAndGuardsTheArguments)
+TEST_F(LoggingTest, LevelIncludesTheMoreSevereOnesAndGuardsTheArguments)
 {
     const auto& logger = Logging::GetLogger("levels");
     int evaluated = 0;
@@ -117,7 +114,7 @@ TEST_F(LoggingTest, SinkMayLogAndReplaceItself)
     EXPECT_THAT(texts, testing::ElementsAre(L"first", L"second from the sink"));
 }
 
-// For the thread sanitizer above all: registry, sink and level are shared by all threads of a host.
+// Mainly for the thread sanitizer: all threads of a host share the registry, the sink and the level.
 TEST_F(LoggingTest, ThreadsLogWhileTheSinkChanges)
 {
     Logging::SetLevel(ELogLevel::Info);

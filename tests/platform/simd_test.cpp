@@ -20,25 +20,13 @@ using VoAlgo::simd::ScalarF8;
 constexpr float Infinity = std::numeric_limits<float>::infinity();
 constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
 
-// Any bit pattern, ordinary numbers, and what breaks kernels.
+// Any bit pattern, ordinary numbers, and values that break kernels.
 float AnyFloat(std::mt19937& engine)
 {
-    static const float special[] = {0.0F,
-                                    -0.0F,
-                                    0.5F,
-                                    1.5F,
-                                    2.5F,
-                                    -0.5F,
-                                    -1.5F,
-                                    Infinity,
-                                    -Infinity,
-                                    NaN,
-                                    std::numeric_limits<float>::denorm_min(),
-                                    std::numeric_limits<float>::max(),
-                                    std::numeric_limits<float>::min(),
-                                    2147483648.0F,
-                                    -2147483648.0F,
-                                    2147483520.0F};
+    using Limits = std::numeric_limits<float>;
+    constexpr float Largest = Limits::max(), Smallest = Limits::min(), Denormal = Limits::denorm_min(), Two31 = 0x1p31F;
+    static const float special[] = {0.0F,      -0.0F, 0.5F,    1.5F,     2.5F,     -0.5F, -1.5F,  Infinity,      NaN,
+                                    -Infinity, NaN,   Largest, Smallest, Denormal, Two31, -Two31, 0x1.fffffep30F};
     switch (engine() % 4) {
     case 0:
         return special[engine() % std::size(special)];
@@ -49,7 +37,7 @@ float AnyFloat(std::mt19937& engine)
     }
 }
 
-// The bits of a float; all NaNs count as one, their payload is no promise.
+// The bits of a float. All NaNs count as equal: their payload is not specified.
 std::uint32_t Bits(float x)
 {
     return x != x ? 0x7FC00000U : std::bit_cast<std::uint32_t>(x);
@@ -94,7 +82,7 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     return bits;
 }
 
-// Catches an operand order, a NaN rule or a sum order in which the register and the plain pack differ.
+// Catches differences between the register and the scalar pack in operand order, treatment of NaN, or order of sums.
 TEST(Simd, PacksGiveTheBitsOfTheirPlainTwin)
 {
     std::mt19937 engine(1);

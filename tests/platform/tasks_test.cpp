@@ -12,7 +12,7 @@ namespace {
 
 using VoAlgo::tasks::ForRanges;
 
-// Catches lost or doubled entries at the seams of the ranges, and reads of what the caller wrote before.
+// Catches lost or repeated entries at the borders of ranges, and missing synchronisation with the caller's writes.
 TEST(TasksParallel, EveryEntryIsWorkedOnOnce)
 {
     for (const std::size_t count : {0U, 1U, 2U, 3U, 7U, 8U, 9U, 63U, 64U, 65U, 1000U, 4097U})

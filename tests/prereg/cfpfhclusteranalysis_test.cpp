@@ -1,61 +1,55 @@
 #include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"
 
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
-#include "VoAlgorithms/platform/logging.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 
 #include "prereg/detail_kmeans.h"
+#include "support/log_capture.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace {
 
-using prereg::CFPFHClusterAnalysis;
-using prereg::CFPFHPointSet;
-using prereg::ConfigurationFPFH;
-using prereg::CPointFeatureHistogram;
+using namespace prereg;
+using test_support::LogCapture;
+using testing::ElementsAre;
+using testing::StartsWith;
 using Features = std::vector<CPointFeatureHistogram>;
 using Sizes = std::vector<std::size_t>;
 
+const std::string Channel = "KEP.PreRegistration|";
+
 CFPFHPointSet MakeSet(const Features& features)
 {
-    std::vector<kdtree::Vector<3>> points, normals;
-    for (std::size_t i = 0; i < features.size(); ++i) {
+    std::vector<kdtree::Vector<3>> points;
+    for (std::size_t i = 0; i < features.size(); ++i)
         points.emplace_back(static_cast<float>(i), 0.0F, 0.1F * static_cast<float>(i % 17));
-        normals.emplace_back(0.0F, 0.0F, 1.0F);
-    }
+    const std::vector normals(points.size(), kdtree::Vector<3>(0.0F, 0.0F, 1.0F));
     return {points, normals, points, normals, features};
 }
 
-// Groups of distinct histograms, far from each other and tight in themselves, in mixed order: (feature, group).
-std::vector<std::pair<CPointFeatureHistogram, unsigned>> MakeGroups(const Sizes& sizes)
+/// Groups of distinct histograms, far from each other and tight in themselves, in mixed order.
+Features MakeGroups(const Sizes& sizes, std::vector<unsigned>* groupOf = nullptr)
 {
     std::mt19937 engine(3);
     std::uniform_real_distribution<float> uniform(0.0F, 0.01F);
-    std::vector<std::pair<CPointFeatureHistogram, unsigned>> features;
-    for (unsigned group = 0; group < sizes.size(); ++group)
-        for (std::size_t i = 0; i < sizes[group]; ++i) {
-            CPointFeatureHistogram h;
-            for (std::size_t b = 0; b < CPointFeatureHistogram::NumBins; ++b) h[b] = uniform(engine);
-            for (std::size_t block = 0; block < 33; block += 11) h[block + group % 11] += 1.0F;
-            features.emplace_back(h, group);
-        }
-    std::shuffle(features.begin(), features.end(), engine);
-    return features;
-}
-
-Features FeaturesOf(const std::vector<std::pair<CPointFeatureHistogram, unsigned>>& grouped)
-{
-    Features features;
-    for (const auto& entry : grouped) features.push_back(entry.first);
+    std::vector<unsigned> groups;
+    for (unsigned group = 0; group < sizes.size(); ++group) groups.insert(groups.end(), sizes[group], group);
+    std::shuffle(groups.begin(), groups.end(), engine);
+    Features features(groups.size());
+    for (std::size_t i = 0; i < features.size(); ++i)
+        for (std::size_t b = 0; b < 33; ++b)
+            features[i][b] = uniform(engine) + (b % 11 == groups[i] % 11 ? 1.0F : 0.0F);
+    if (groupOf != nullptr) *groupOf = groups;
     return features;
 }
 
@@ -65,7 +59,7 @@ Features RandomFeatures(std::size_t n)
     std::uniform_real_distribution<float> uniform(0.0F, 1.0F);
     Features features(n);
     for (auto& h : features) {
-        for (std::size_t b = 0; b < CPointFeatureHistogram::NumBins; ++b) h[b] = uniform(engine) * uniform(engine);
+        for (float& bin : h.bins) bin = uniform(engine) * uniform(engine);
         h.Normalize();
     }
     return features;
@@ -79,161 +73,109 @@ ConfigurationFPFH Config(double bandwidth, std::uint32_t vertices)
     return config;
 }
 
-Sizes SizesOf(const CFPFHClusterAnalysis& analysis)
+/// The sizes of the clusters and all members one after the other; checks the order and that n features come once each.
+std::pair<Sizes, std::vector<unsigned>> Content(const CFPFHClusterAnalysis& analysis, std::size_t n)
 {
     Sizes sizes;
-    for (std::size_t c = 0; c < analysis.GetNumClusters(); ++c) sizes.push_back(analysis.GetClusterSize(c));
-    return sizes;
-}
-
-std::vector<unsigned> Members(const CFPFHClusterAnalysis& analysis, std::size_t c)
-{
-    const auto range = analysis.GetCluster(c);
-    return {range.begin(), range.end()};
-}
-
-// Every feature once, clusters by ascending size, members by ascending index.
-void ExpectOrderedPartition(const CFPFHClusterAnalysis& analysis, std::size_t n)
-{
-    std::vector<unsigned> all;
+    std::vector<unsigned> members, all(n);
     for (std::size_t c = 0; c < analysis.GetNumClusters(); ++c) {
-        const std::vector<unsigned> members = Members(analysis, c);
-        EXPECT_EQ(members.size(), analysis.GetClusterSize(c));
-        EXPECT_TRUE(std::is_sorted(members.begin(), members.end()));
-        all.insert(all.end(), members.begin(), members.end());
+        const auto range = analysis.GetCluster(c);
+        EXPECT_TRUE(std::is_sorted(range.begin(), range.end()));
+        EXPECT_EQ(static_cast<std::size_t>(range.end() - range.begin()), analysis.GetClusterSize(c));
+        members.insert(members.end(), range.begin(), range.end());
+        sizes.push_back(analysis.GetClusterSize(c));
     }
-    const Sizes sizes = SizesOf(analysis);
     EXPECT_TRUE(std::is_sorted(sizes.begin(), sizes.end()));
-    std::sort(all.begin(), all.end());
-    ASSERT_EQ(all.size(), n);
-    for (unsigned i = 0; i < n; ++i) ASSERT_EQ(all[i], i);
-    EXPECT_EQ(analysis.GetClusterSize(analysis.GetNumClusters()), 0U);
-    const auto outside = analysis.GetCluster(analysis.GetNumClusters());
-    EXPECT_EQ(outside.begin(), outside.end());
+    std::iota(all.begin(), all.end(), 0U);
+    EXPECT_THAT(members, testing::UnorderedElementsAreArray(all));
+    EXPECT_EQ(analysis.GetClusterSize(sizes.size()), 0U);
+    EXPECT_EQ(analysis.GetCluster(sizes.size()).begin(), analysis.GetCluster(sizes.size()).end());
+    return {sizes, members};
 }
 
-class CFPFHClusterAnalysisTest : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        Logging::SetLevel(Logging::ELogLevel::Trace);
-        Logging::SetSink([this](const Logging::Message& m) {
-            if (m.channel != std::string("KEP.PreRegistration")) return;
-            messages_.emplace_back(m.level, m.text);
-        });
-    }
-    void TearDown() override
-    {
-        Logging::SetSink(nullptr);
-        Logging::SetLevel(Logging::ELogLevel::Warn);
-    }
-    [[nodiscard]] bool HasMessage(Logging::ELogLevel level, const std::wstring& text) const
-    {
-        return std::count(messages_.begin(), messages_.end(), std::pair(level, text)) == 1;
-    }
-
-    std::vector<std::pair<Logging::ELogLevel, std::wstring>> messages_;
-};
-
-TEST_F(CFPFHClusterAnalysisTest, FindsTheGroupsByEitherMethod)
+TEST(CFPFHClusterAnalysis, FindsTheGroupsByEitherMethod)
 {
-    const auto grouped = MakeGroups({30, 5, 12, 12, 1});
-    const CFPFHPointSet set = MakeSet(FeaturesOf(grouped));
+    const LogCapture quiet;
+    std::vector<unsigned> groupOf;
+    const CFPFHPointSet set = MakeSet(MakeGroups({30, 5, 12, 12, 1}, &groupOf));
     for (const auto& config : {Config(0.5, 0), Config(-1.0, 5), Config(0.0, 5)}) {
         const CFPFHClusterAnalysis analysis(set, config);
-        ExpectOrderedPartition(analysis, grouped.size());
-        EXPECT_EQ(SizesOf(analysis), (Sizes{1, 5, 12, 12, 30}));
+        EXPECT_EQ(Content(analysis, 60).first, (Sizes{1, 5, 12, 12, 30}));
         for (std::size_t c = 0; c < analysis.GetNumClusters(); ++c)
             for (const unsigned i : analysis.GetCluster(c))
-                EXPECT_EQ(grouped[i].second, grouped[*analysis.GetCluster(c).begin()].second);
+                EXPECT_EQ(groupOf[i], groupOf[*analysis.GetCluster(c).begin()]);
     }
 }
 
-TEST_F(CFPFHClusterAnalysisTest, PartitionsFeaturesWithoutGroups)
+// Features without groups; clusters of equal size follow the order in which mean shift found them.
+TEST(CFPFHClusterAnalysis, OrdersClustersBySizeThenByDiscovery)
 {
+    const LogCapture quiet;
     const Features features = RandomFeatures(400);
     const CFPFHPointSet set = MakeSet(features);
-    for (const auto& config : {Config(0.9, 0), Config(1.5, 0), Config(1e-30, 0), Config(0.0, 10), Config(0.0, 1000)})
-        ExpectOrderedPartition(CFPFHClusterAnalysis(set, config), features.size());
+    for (const auto& config : {Config(1.5, 0), Config(1e-30, 0), Config(0.0, 10), Config(0.0, 1000)})
+        (void)Content(CFPFHClusterAnalysis(set, config), features.size());
 
-    // Clusters of equal size follow the order in which mean shift found them.
-    VoAlgo::CMeanShiftClusterer clusterer(features[0].bins, features.size(), CPointFeatureHistogram::NumBins, 0.9F);
+    VoAlgo::CMeanShiftClusterer clusterer(features[0].bins, features.size(), 33, 0.9F);
     ASSERT_TRUE(clusterer.Run([](std::size_t, const float* a, const float* b) {
-        CPointFeatureHistogram ha, hb;
-        std::copy_n(a, CPointFeatureHistogram::NumBins, ha.bins);
-        std::copy_n(b, CPointFeatureHistogram::NumBins, hb.bins);
-        return ha.SquaredChi2Distance(hb);
+        const auto histogram = [](const float* bins) { return *reinterpret_cast<const CPointFeatureHistogram*>(bins); };
+        return histogram(a).SquaredChi2Distance(histogram(b));
     }));
     std::vector<unsigned> expected(features.size());
-    for (unsigned i = 0; i < expected.size(); ++i) expected[i] = i;
+    std::iota(expected.begin(), expected.end(), 0U);
     std::stable_sort(expected.begin(), expected.end(), [&](unsigned a, unsigned b) {
         const unsigned ca = clusterer.GetCluster(a), cb = clusterer.GetCluster(b);
         return std::pair(clusterer.GetClusterSize(ca), ca) < std::pair(clusterer.GetClusterSize(cb), cb);
     });
-    const CFPFHClusterAnalysis analysis(set, Config(0.9, 0));
-    const unsigned* sizes = clusterer.GetClusterHistogram(); // empty clusters can be left in it
-    EXPECT_EQ(analysis.GetNumClusters(),
-              std::count_if(sizes, sizes + clusterer.GetNumClusters(), [](unsigned size) { return size > 0; }));
-    std::vector<unsigned> members;
-    for (std::size_t c = 0; c < analysis.GetNumClusters(); ++c)
-        members.insert(members.end(), analysis.GetCluster(c).begin(), analysis.GetCluster(c).end());
+    const auto [sizes, members] = Content(CFPFHClusterAnalysis(set, Config(0.9, 0)), features.size());
     EXPECT_EQ(members, expected);
+    const unsigned* counts = clusterer.GetClusterHistogram(); // empty clusters can be left in it
+    EXPECT_EQ(sizes.size(), clusterer.GetNumClusters() - std::count(counts, counts + clusterer.GetNumClusters(), 0U));
 }
 
-TEST_F(CFPFHClusterAnalysisTest, SaysWhatItDoesWithTheConfiguration)
+TEST(CFPFHClusterAnalysis, ReportsWhatItDoes)
 {
-    using Level = Logging::ELogLevel;
-    const CFPFHPointSet set = MakeSet(FeaturesOf(MakeGroups({2, 3})));
-    const CFPFHClusterAnalysis ignoring(set, Config(0.5, 5));
-    EXPECT_EQ(ignoring.GetNumClusters(), 2U);
-    EXPECT_TRUE(HasMessage(Level::Warn, L"ignoring setting uiNumPolygonVertices=5 while Mean-Shift cluster analysis is "
-                                        L"active (dFeatureClusteringBandwidth=0.5 > 0)"));
-    EXPECT_TRUE(HasMessage(Level::Info, L"Clustering feature space ..."));
-    EXPECT_TRUE(HasMessage(Level::Trace, L"  0: 2 [0,2]"));
-    EXPECT_TRUE(HasMessage(Level::Trace, L"  1: 3 [2,5]"));
-    EXPECT_NE(messages_[2].second.find(L" s) => 2 clusters detected"), std::wstring::npos);
-    EXPECT_EQ(messages_[3].second.rfind(L"Dunn index: ", 0), 0U);
-
-    messages_.clear();
-    const CFPFHClusterAnalysis kMeans(set, Config(0.0, 2));
-    EXPECT_EQ(kMeans.GetNumClusters(), 2U);
-    ASSERT_EQ(messages_.size(), 3U);
-    EXPECT_EQ(messages_[2].second.rfind(L"Clustered feature space in ", 0), 0U);
-
-    messages_.clear();
-    const CFPFHClusterAnalysis contradictory(set, Config(0.0, 0));
-    EXPECT_EQ(contradictory.GetNumClusters(), 0U);
-    EXPECT_TRUE(HasMessage(Level::Error, L"invalid combination of configuration parameters: "
-                                         L"dFeatureClusteringBandwidth<=0 in conflict with uiNumPolygonVertices==0"));
+    const CFPFHPointSet set = MakeSet(MakeGroups({2, 3}));
+    LogCapture log;
+    EXPECT_EQ(CFPFHClusterAnalysis(set, Config(0.5, 5)).GetNumClusters(), 2U);
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Channel + "W|ignoring setting uiNumPolygonVertices=5 while Mean-Shift cluster analysis is "
+                                      "active (dFeatureClusteringBandwidth=0.5 > 0)",
+                            Channel + "I|Clustering feature space ...",
+                            testing::MatchesRegex(".*.T.done .[0-9.]+ s. => 2 clusters detected"),
+                            StartsWith(Channel + "T|Dunn index: "), Channel + "T|  0: 2 [0,2]",
+                            Channel + "T|  1: 3 [2,5]"));
+    EXPECT_EQ(CFPFHClusterAnalysis(set, Config(0.0, 2)).GetNumClusters(), 2U);
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "T|  0: 2 [0,2]", Channel + "T|  1: 3 [2,5]",
+                                        StartsWith(Channel + "T|Clustered feature space in ")));
+    EXPECT_EQ(CFPFHClusterAnalysis(set, Config(0.0, 0)).GetNumClusters(), 0U);
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "E|invalid combination of configuration parameters: "
+                                                  "dFeatureClusteringBandwidth<=0 in conflict with "
+                                                  "uiNumPolygonVertices==0"));
 }
 
-TEST_F(CFPFHClusterAnalysisTest, BadDataEndsDefined)
+TEST(CFPFHClusterAnalysis, BadDataEndsDefined)
 {
+    const LogCapture quiet;
     Features features = RandomFeatures(50);
     features[7][20] = std::numeric_limits<float>::quiet_NaN();
     const CFPFHPointSet set = MakeSet(features);
-    ASSERT_EQ(set.SizeFeatures(), 50U);
-    for (const double bandwidth : {0.5, 1e-60}) { // the second is 0 in single precision
-        const CFPFHClusterAnalysis single(set, Config(bandwidth, 0));
-        ASSERT_EQ(SizesOf(single), Sizes{50});
-        ExpectOrderedPartition(single, 50);
-    }
-    ExpectOrderedPartition(CFPFHClusterAnalysis(set, Config(0.0, 5)), 50);
-
-    const Features equal(50, features[0]);
-    EXPECT_EQ(SizesOf(CFPFHClusterAnalysis(MakeSet(equal), Config(0.0, 5))), Sizes{50});
+    for (const double bandwidth : {0.5, 1e-60}) // the second is 0 in single precision
+        EXPECT_EQ(Content(CFPFHClusterAnalysis(set, Config(bandwidth, 0)), 50).first, Sizes{50});
+    (void)Content(CFPFHClusterAnalysis(set, Config(0.0, 5)), 50);
+    const CFPFHPointSet equal = MakeSet(Features(50, features[0]));
+    EXPECT_EQ(Content(CFPFHClusterAnalysis(equal, Config(0.0, 5)), 50).first, Sizes{50});
     for (const auto& config : {Config(0.5, 0), Config(0.0, 5)}) {
         const CFPFHClusterAnalysis none(CFPFHPointSet(), config);
-        EXPECT_EQ(none.GetNumClusters(), 0U);
-        EXPECT_EQ(none.GetCluster(0).begin(), none.GetCluster(0).end());
+        EXPECT_TRUE(Content(none, 0).first.empty() && none.IsOutlier(0, 1.5));
         EXPECT_EQ(none.GetInlierClusterRange(1.5), (std::pair<std::size_t, std::size_t>(0, 0)));
-        EXPECT_TRUE(none.IsOutlier(0, 1.5));
     }
 }
 
 // The quartiles and fences are worked out by hand.
-TEST_F(CFPFHClusterAnalysisTest, ClustersOfOrdinarySize)
+TEST(CFPFHClusterAnalysis, ClustersOfOrdinarySize)
 {
+    const LogCapture quiet;
     constexpr double Inf = std::numeric_limits<double>::infinity();
     const struct {
         Sizes sizes;
@@ -251,8 +193,7 @@ TEST_F(CFPFHClusterAnalysisTest, ClustersOfOrdinarySize)
         {{2, 9}, Inf, {0, 1}},
     };
     for (const auto& row : rows) {
-        const CFPFHClusterAnalysis analysis(MakeSet(FeaturesOf(MakeGroups(row.sizes))), Config(0.5, 0));
-        ASSERT_EQ(SizesOf(analysis), row.sizes);
+        const CFPFHClusterAnalysis analysis(MakeSet(MakeGroups(row.sizes)), Config(0.5, 0));
         const auto range = analysis.GetInlierClusterRange(row.k);
         EXPECT_EQ(range, row.range) << testing::PrintToString(row.sizes) << ", k = " << row.k;
         for (std::size_t c = 0; c <= row.sizes.size(); ++c)
@@ -262,48 +203,46 @@ TEST_F(CFPFHClusterAnalysisTest, ClustersOfOrdinarySize)
 
 // The file has a fixed name; where that is no drive, it lies in a folder "d:" of the working directory.
 #ifndef _WIN32
-TEST_F(CFPFHClusterAnalysisTest, ScansBandwidths)
+TEST(CFPFHClusterAnalysis, ScansBandwidths)
 {
     namespace fs = std::filesystem;
     const fs::path before = fs::current_path();
     const fs::path folder = fs::temp_directory_path() / ("voalgo_bic_" + std::to_string(std::random_device()()));
     fs::create_directories(folder / "d:");
     fs::current_path(folder);
-    CFPFHClusterAnalysis::ScanBandwidth(MakeSet(FeaturesOf(MakeGroups({5, 6, 7}))), 0.0, 1.0, 3);
+    LogCapture log;
+    CFPFHClusterAnalysis::ScanBandwidth(MakeSet(MakeGroups({5, 6, 7})), 0.0, 1.0, 3);
     std::ifstream file("d:/BIC.csv");
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    double h[2] = {}, bic[2] = {};
+    std::string rest;
+    EXPECT_TRUE(file >> h[0] >> bic[0] >> h[1] >> bic[1]);
+    EXPECT_FALSE(file >> rest);
     fs::current_path(before);
     fs::remove_all(folder);
-
-    ASSERT_EQ(lines.size(), 2U); // bandwidth 0 fails
-    EXPECT_TRUE(HasMessage(Logging::ELogLevel::Error, L"clustering FAILED!"));
-    EXPECT_EQ(lines[0].rfind("0.5 ", 0), 0U);
-    EXPECT_EQ(lines[1].rfind("1 ", 0), 0U);
-    const std::wstring bic(lines[1].begin() + 2, lines[1].end());
-    EXPECT_EQ(messages_.back().second.rfind(L"(h=1) DunnIndex: ", 0), 0U);
-    EXPECT_NE(messages_.back().second.find(L", BIC: " + bic + L" (3 clusters)"), std::wstring::npos);
+    EXPECT_THAT(h, ElementsAre(0.5, 1.0)); // bandwidth 0 fails
+    std::ostringstream message;
+    message << ", BIC: " << bic[1] << " (3 clusters)";
+    EXPECT_THAT(log.Take(), ElementsAre(Channel + "E|clustering FAILED!", StartsWith(Channel + "I|(h=0.5) DunnIndex: "),
+                                        testing::AllOf(StartsWith(Channel + "I|(h=1) DunnIndex: "),
+                                                       testing::EndsWith(message.str()))));
 }
 #endif
 
-TEST(KMeans, EveryFeatureIsInTheClusterOfItsNearestCentre)
+TEST(KMeans, MeansTellWhereMembersBelong)
 {
     const Features features = RandomFeatures(300);
     const auto clusters = prereg::detail::ClusterByKMeans(features, 6);
-    const auto again = prereg::detail::ClusterByKMeans(features, 6);
-    EXPECT_EQ(clusters.clusterOf, again.clusterOf);
+    EXPECT_EQ(clusters.clusterOf, prereg::detail::ClusterByKMeans(features, 6).clusterOf);
     ASSERT_EQ(clusters.sizes.size(), 6U);
-    // The centres are not handed out: their means must at least tell most members where they belong.
-    std::vector<CPointFeatureHistogram> means(6);
+    Features means(6); // the centres are not handed out; their means still tell where most members belong
     for (std::size_t i = 0; i < features.size(); ++i)
         means[clusters.clusterOf[i]].Add(features[i], 1.0F / static_cast<float>(clusters.sizes[clusters.clusterOf[i]]));
     std::size_t right = 0;
     for (std::size_t i = 0; i < features.size(); ++i) {
-        unsigned nearest = 0;
-        for (unsigned c = 1; c < 6; ++c)
-            if (features[i].SquaredChi2Distance(means[c]) < features[i].SquaredChi2Distance(means[nearest]))
-                nearest = c;
-        right += nearest == clusters.clusterOf[i] ? 1 : 0;
+        const auto nearest = std::min_element(means.begin(), means.end(), [&](const auto& a, const auto& b) {
+            return features[i].SquaredChi2Distance(a) < features[i].SquaredChi2Distance(b);
+        });
+        right += static_cast<unsigned>(nearest - means.begin()) == clusters.clusterOf[i] ? 1 : 0;
     }
     EXPECT_GT(right, 270U);
 }
@@ -311,8 +250,7 @@ TEST(KMeans, EveryFeatureIsInTheClusterOfItsNearestCentre)
 TEST(KMeans, ReportsOnRequest)
 {
     testing::internal::CaptureStdout();
-    const Features equal(3, CPointFeatureHistogram::Identity());
-    prereg::detail::ClusterByKMeans(equal, 2, true);
+    prereg::detail::ClusterByKMeans(Features(3, CPointFeatureHistogram::Identity()), 2, true);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Fehler=0\nAbbruch nach #1 Schritten (Stagnation, Fehler=0)\n");
 
     const Features features = RandomFeatures(20);
@@ -320,8 +258,9 @@ TEST(KMeans, ReportsOnRequest)
     const auto verbose = prereg::detail::ClusterByKMeans(features, 3, true);
     const std::string report = testing::internal::GetCapturedStdout();
     EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 1001);
-    EXPECT_NE(report.find("\nAbbruch nach #1000 Schritten (maxiter)\n"), std::string::npos);
-    EXPECT_EQ(verbose.clusterOf, prereg::detail::ClusterByKMeans(features, 3).clusterOf); // the early end is no other
+    EXPECT_THAT(report, testing::EndsWith("\nAbbruch nach #1000 Schritten (maxiter)\n"));
+    EXPECT_EQ(verbose.clusterOf,
+              prereg::detail::ClusterByKMeans(features, 3).clusterOf); // ending early changes nothing
 }
 
 } // namespace

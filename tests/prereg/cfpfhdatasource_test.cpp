@@ -21,23 +21,12 @@
 
 namespace {
 
-using prereg::CFPFHDataSource;
-using prereg::CFPFHPointSet;
-using prereg::CPointFeatureHistogram;
-using test_support::Cloud;
-using test_support::LogCapture;
-using test_support::Random;
-using test_support::SameBits;
-using test_support::Vec3;
+using namespace prereg;
+using namespace test_support;
 using VoAlgo::CTrafo;
 
 constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
 const std::string Channel = "KEP.PreRegistration.FPFH|";
-
-bool SameBits(const std::vector<CPointFeatureHistogram>& a, const std::vector<CPointFeatureHistogram>& b)
-{
-    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
-}
 
 void ExpectSame(const CFPFHDataSource& a, const CFPFHDataSource& b)
 {
@@ -104,12 +93,13 @@ TEST(CFPFHDataSource, FeaturesEqualTwoLoopsOverAllPairs)
         const CFPFHDataSource source = FromScratch(row.cloud, static_cast<double>(row.radius), 0);
         const auto features = source.GetFeatures();
         const auto expected = PlainFeatures(row.cloud, row.radius);
-        EXPECT_GT(features.size(), 30U);
+        const auto places = source.GetFeaturePoints(), normals = source.GetFeatureNormals();
+        EXPECT_GT(features.size(), 10U);
         std::size_t index = 0; // feature points come in the order of the points
         for (std::size_t f = 0; f < features.size(); ++f, ++index) {
-            while (index < row.cloud.Size() && row.cloud.points[index] != source.GetFeaturePoints()[f]) ++index;
+            while (index < row.cloud.Size() && row.cloud.points[index] != places[f]) ++index;
             ASSERT_LT(index, row.cloud.Size());
-            ASSERT_EQ(source.GetFeatureNormals()[f], row.cloud.normals[index]);
+            ASSERT_EQ(normals[f], row.cloud.normals[index]);
             ASSERT_EQ(std::memcmp(&features[f], &expected[index], sizeof(features[f])), 0) << index;
         }
         EXPECT_TRUE(SameBits(source.GetPoints(), row.cloud.points));
@@ -134,7 +124,9 @@ TEST(CFPFHDataSource, CurvatureQualityChoosesFeaturePoints)
         FromScratch(plane, 1.5, 0); // flat points count, but none whose surroundings are cut off
     EXPECT_GE(all.GetFeatures().size(), 29U * 29U);
     for (const Vec3& p : all.GetFeaturePoints()) EXPECT_LT(std::max(std::fabs(p.x), std::fabs(p.y)), 4.0F - 0.05F);
-    EXPECT_TRUE(FromScratch(test_support::Plane(41, 1.0F), 1.5, 0).GetFeatures().empty()); // too few neighbours to tell
+    const Cloud sparse = test_support::Plane(41, 1.0F); // eight neighbours are too few to tell, twelve are not
+    EXPECT_TRUE(FromScratch(sparse, 2.66, 0).GetFeatures().empty());
+    EXPECT_EQ(FromScratch(sparse, 2.67, 0).GetFeatures().size(), 37U * 37U);
 
     Cloud line; // no surface, however the normals bend
     Random random(7);
@@ -149,6 +141,47 @@ TEST(CFPFHDataSource, CurvatureQualityChoosesFeaturePoints)
     const CFPFHDataSource whole = FromScratch(holes, 2.0, 10);
     EXPECT_GT(whole.GetFeatures().size(), 1900U); // two thirds; a point without normal is none
     for (const Vec3& n : whole.GetFeatureNormals()) EXPECT_GT(n.NormSq(), 0.9F);
+}
+
+/// Larger ÷ smaller eigenvalue of the scatter of a point's neighbours in a basis of its tangent plane, by plain sums.
+double ScatterRatio(const Cloud& cloud, std::size_t point, double reach)
+{
+    const Vec3& normal = cloud.normals[point];
+    const Vec3 across = normal.Cross(std::fabs(normal.x) < 0.7F ? Vec3(1, 0, 0) : Vec3(0, 1, 0));
+    const Vec3 e = across / across.Norm();
+    const Vec3 f = normal.Cross(e);
+    double s = 0.0, a = 0.0, b = 0.0, aa = 0.0, ab = 0.0, bb = 0.0;
+    for (const Vec3& p : cloud.points) {
+        const Vec3 d = p - cloud.points[point];
+        const double weight = 1.0 - static_cast<double>(d.NormSq()) / (reach * reach);
+        if (weight <= 0.0 || d.NormSq() == 0.0F) continue;
+        const auto u = static_cast<double>(d.Dot(e)), v = static_cast<double>(d.Dot(f));
+        s += weight;
+        a += weight * u;
+        b += weight * v;
+        aa += weight * u * u;
+        ab += weight * u * v;
+        bb += weight * v * v;
+    }
+    const double uu = aa / s - a / s * a / s, uv = ab / s - a / s * b / s, vv = bb / s - b / s * b / s;
+    const double spread = std::hypot(uu - vv, 2.0 * uv);
+    return (uu + vv + spread) / (uu + vv - spread);
+}
+
+// Catches another limit, its wrong side, another weight or centre, and a scatter that is not the tangent plane's.
+TEST(CFPFHDataSource, FeaturePointsAreSurroundedByNeighbours)
+{
+    const Cloud cut = test_support::Body(3000, 2, 1, [](const Vec3& p) { return p.x > -4.0F; });
+    const auto points = FromScratch(cut, 4.0, 0).GetFeaturePoints();
+    unsigned passed = 0;
+    for (std::size_t i = 0; i < cut.Size(); ++i) {
+        const double ratio = ScatterRatio(cut, i, 3.0);
+        if (std::fabs(ratio - 1.1236) < 1e-4) continue; // rounding decides
+        passed += ratio < 1.1236 ? 1U : 0U;
+        ASSERT_EQ(std::count(points.begin(), points.end(), cut.points[i]), ratio < 1.1236 ? 1 : 0) << i << ' ' << ratio;
+    }
+    EXPECT_GT(passed, 100U);
+    EXPECT_LT(passed, cut.Size() - 100);
 }
 
 TEST(CFPFHDataSource, CandidatesRestrictTheFeaturePoints)
@@ -214,39 +247,27 @@ TEST(CFPFHDataSource, IncrementalUpdatesEqualComputationFromScratch)
         std::swap(cloud.points[i], cloud.points[k]);
         std::swap(cloud.normals[i], cloud.normals[k]);
     };
+    const auto reverse = [&](std::size_t begin, std::size_t end) {
+        while (begin + 1 < end) swapOrder(begin++, --end);
+    };
     const std::pair<const char*, std::function<void()>> edits[] = {
         {"first scan", [&] { grow([](const Vec3& p) { return p.x < 5.0F; }); }},
         {"the same again", [] {}},
         {"a patch grows", [&] { grow([](const Vec3& p) { return p.x >= 5.0F && p.y < 0.0F; }); }},
         {"another patch grows", [&] { grow([](const Vec3& p) { return p.x >= 5.0F && p.y >= 0.0F; }); }},
         {"a point moves within its fine cell", [&] { cloud.points[700].x += 1e-3F; }},
-        {"a point moves far",
-         [&] {
-             cloud.points[701] = {30.0F, 0.0F, 0.0F};
-         }},
+        {"a point moves far", [&] { cloud.points[701] = Vec3(30.0F, 0.0F, 0.0F); }},
         {"a normal turns", [&] { cloud.normals[702] = Vec3(0.6F, 0.8F, 0.0F); }},
         {"zero changes its sign", [&] { cloud.normals[703] = Vec3(0.0F, 1.0F, 0.0F); }},
         {"and back", [&] { cloud.normals[703] = Vec3(-0.0F, 1.0F, 0.0F); }},
-        {"neighbours change places",
-         [&] {
-             for (std::size_t i = 0; i < 40; ++i) swapOrder(900 + i, 960 - i);
-         }},
-        {"all points in reverse",
-         [&] {
-             for (std::size_t i = 0; i < cloud.Size() / 2; ++i) swapOrder(i, cloud.Size() - 1 - i);
-         }},
+        {"neighbours change places", [&] { reverse(900, 961); }},
+        {"all points in reverse", [&] { reverse(0, cloud.Size()); }},
         {"points go", [&] { erase([](std::size_t i) { return i % 17 == 0; }); }},
         {"a region goes", [&] { erase([](std::size_t i) { return i < 300; }); }},
         {"only candidates", [&] { useCandidates = true; }},
-        {"other candidates",
-         [&] {
-             for (unsigned& c : candidates) c += 350;
-         }},
+        {"other candidates", [&] { std::iota(candidates.begin(), candidates.end(), 450U); }},
         {"all may be features again", [&] { useCandidates = false; }},
-        {"everything elsewhere",
-         [&] {
-             for (Vec3& p : cloud.points) p += Vec3(100, 0, 0);
-         }},
+        {"everything elsewhere", [&] { cloud = Moved(cloud, CTrafo(Vec3(), Vec3(100, 0, 0))); }},
         {"nothing", [&] { cloud = {}; }},
         {"something again", [&] { grow([](const Vec3& p) { return p.z > 0.0F; }); }},
     };
@@ -331,18 +352,13 @@ TEST(CFPFHDataSource, WarnsWhenAlmostNoPointIsAFeature)
     EXPECT_TRUE(log.TakeComplaints().empty());
 }
 
-CFPFHPointSet SetOf(const CFPFHDataSource& source)
-{
-    return CFPFHPointSet(source);
-}
-
 // The merge against a map from integer cells to sums; cells come in the order in which they were first hit.
 TEST(CFPFHDataSource, MergesPosedSets)
 {
     const CTrafo pose = Random(3).Pose(0.8F, 15.0F);
     const Cloud body = test_support::Body(1500, 6, 1);
     const Cloud moved = Moved(test_support::Body(1300, 6, 2), pose.GetInverse());
-    const CFPFHPointSet a = SetOf(FromScratch(body, 4.0, 25)), b = SetOf(FromScratch(moved, 4.0, 25));
+    const CFPFHPointSet a = CFPFHPointSet(FromScratch(body, 4.0, 25)), b = CFPFHPointSet(FromScratch(moved, 4.0, 25));
     constexpr double Edge = 1.2;
 
     struct Sum {
@@ -401,7 +417,7 @@ TEST(CFPFHDataSource, MergeRefusesWhatCannotBeMerged)
 {
     const Cloud body = test_support::Body(1000, 9, 1);
     const CFPFHDataSource before = FromScratch(body, 4.0, 25);
-    const CFPFHPointSet set = SetOf(before);
+    const CFPFHPointSet set(before);
     CFPFHDataSource source = before;
     LogCapture log;
     for (const double edge : {0.0, -1.0, static_cast<double>(NaN), std::numeric_limits<double>::infinity()}) {

@@ -14,14 +14,8 @@
 
 namespace {
 
-using prereg::CFPFHClusterAnalysis;
-using prereg::CFPFHPointSet;
-using prereg::CFPFHPolygon;
-using prereg::ConfigurationFPFH;
-using prereg::CPointFeatureHistogram;
-using test_support::LogCapture;
-using test_support::Random;
-using test_support::Vec3;
+using namespace prereg;
+using namespace test_support;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using VoAlgo::CTrafo;
@@ -218,6 +212,21 @@ double Weight(const Vec3* a, const Vec3* b, std::size_t k)
     const auto worst = static_cast<double>(std::max({mismatch(0, 1), mismatch(1, 2), mismatch(2, 0)}));
     const auto own = static_cast<double>(std::max(mismatch(k, (k + 1) % 3), mismatch((k + 2) % 3, k)));
     return (10.0 - 9.9 * own / worst) * (10.0 - 9.9 * own / worst);
+}
+
+// Thousands of features that look alike: as many candidates for each vertex would need a graph of millions of edges.
+TEST(CFPFHPolygon, NumberOfNeighborsCannotOutgrowTheFeatures)
+{
+    std::vector<Feature> features = Scattered(3000, 10.0F);
+    for (std::size_t i = 0; i < features.size(); ++i)
+        features[i] = {features[i].point, 0, 1e-5F * static_cast<float>(i)};
+    const CFPFHPointSet set = MakeSet(features);
+    ConfigurationFPFH config = Config(3);
+    config.uiNumNeighbors = 0xFFFFFFFFU;
+    const CFPFHPolygon polygon = Seed(set, config);
+    EXPECT_EQ(CFPFHPolygon::ComputePreRegistration(polygon, set, set, config), CTrafo());
+    config.uiNumNeighbors = 181; // of sqrt(33 * 3000 / 3)
+    EXPECT_EQ(CFPFHPolygon::ComputePreRegistration(polygon, set, set, config), CTrafo());
 }
 
 // A triangle of features and what becomes of it.

@@ -15,8 +15,7 @@
 namespace {
 
 using prereg::CPointFeatureHistogram;
-using test_support::Random;
-using test_support::Vec3;
+using namespace test_support;
 using VoAlgo::simd::F8;
 using VoAlgo::simd::ScalarF8;
 

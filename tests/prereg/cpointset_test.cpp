@@ -13,15 +13,13 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
 
 using prereg::Ellipsoid;
-using test_support::Cloud;
-using test_support::LogCapture;
-using test_support::Random;
-using test_support::Vec3;
+using namespace test_support;
 using VoAlgo::CTrafo;
 
 constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
@@ -107,6 +105,17 @@ TEST(CPointSet, MasksAndFilters)
     EXPECT_EQ(corner.GetEllipsoid()[0], Vec3(-3.5F, 3.0F, 0.0F));
     EXPECT_EQ(set.filterSurfelsWithPredicate([](const Vec3& p) { return p.x == 0.0F; }).first.size(), 9U);
 
+    const float s = std::sqrt(0.5F), root = std::sqrt(0.8F);
+    Cloud two; // the cloud flattened to z = 0, to the x axis, and to one place
+    two.Add({1, 2, 3}, {0.6F, 0.0F, 0.8F});
+    two.Add({1, 2, 3}, {s, s, 0.0F});
+    const std::tuple<Vec3, Vec3, Vec3> flat[] = {{{2, 1, 0}, {0, 0, 1}, {root / 2, root, 0}},
+                                                 {{2, 0, 0}, {0, 0, 1}, {0, 1, 0}},
+                                                 {{0, 0, 0}, {0.6F, 0, 0.8F}, {s, s, 0}}};
+    for (const auto& [factors, first, second] : flat) {
+        const auto normals = Surfels(two).scaleSurfels(factors).second;
+        EXPECT_LT((normals[0] - first).Norm() + (normals[1] - second).Norm(), 1e-6F);
+    }
     const Surfels sphere(test_support::Sphere(100, 2.0F));
     EXPECT_EQ(sphere.scaleSurfels({3.0F, 3.0F, 3.0F}).second, sphere.GetNormals());
     const auto scaled = sphere.scaleSurfels({1.0F, 2.0F, 4.0F});

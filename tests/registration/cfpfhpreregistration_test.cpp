@@ -19,11 +19,7 @@
 namespace {
 
 using namespace test_support;
-using prereg::CFPFHDataSource;
-using prereg::CFPFHPointSet;
-using prereg::CFPFHPreRegistration;
-using prereg::ConfigurationFPFH;
-using prereg::ICPResult;
+using namespace prereg;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -63,10 +59,10 @@ testing::AssertionResult IsNear(const ICPResult& result, const ScanPair& pair)
     return testing::AssertionFailure() << turn << " rad, " << shift << " mm: " << result.ToString(false);
 }
 
-// The whole road: two scans of one body in any pose come together, and the search stops at the quorum.
+// End to end: two scans of one body in any pose come together, and the search stops at the quorum.
 TEST(PreRegistration, FindsThePoseOfTwoScans)
 {
-    for (unsigned shape = 1; shape <= 6; ++shape) {
+    for (unsigned shape = 1; shape <= 4; ++shape) {
         SCOPED_TRACE(shape);
         const ScanPair pair(shape);
         for (const double diameter : {15.0, -1.0}) { // polygons within a diameter; polygons of the feature clusters
@@ -89,7 +85,7 @@ TEST(PreRegistration, FindsThePoseOfTwoScans)
     }
 }
 
-// A host that looks up between steps gets what one long search gives.
+// A host that searches in steps gets what one long search gives; each step clusters the features anew.
 TEST(PreRegistration, GoesOnWhereItStopped)
 {
     const ScanPair pair(2);
@@ -97,11 +93,13 @@ TEST(PreRegistration, GoesOnWhereItStopped)
         ConfigurationFPFH config = BodyConfig();
         config.dMaxPolygonDiameter = diameter;
         config.uiTrafoClusteringQuorum = 0;
-        config.uiNumPolygons = 300;
+        config.uiNumPolygons = 150;
         CFPFHPreRegistration whole(pair.fix, pair.flt, config, false);
         config.uiNumPolygons = 50;
         CFPFHPreRegistration steps(pair.fix, pair.flt, config, false);
-        for (int i = 0; i < 6; ++i) (void)steps.Compute();
+        LogCapture log;
+        for (int i = 0; i < 3; ++i) (void)steps.Compute();
+        EXPECT_THAT(log.Take(), Contains(HasSubstr("Clustered feature space")).Times(diameter < 0.0 ? 3 : 0));
         ASSERT_TRUE(whole.Compute());
         EXPECT_EQ(steps.GetStatistics().uiNumProposals, whole.GetStatistics().uiNumProposals);
         EXPECT_EQ(steps.PeekBestResult().trafo, whole.PeekBestResult().trafo);
@@ -180,7 +178,7 @@ TEST(PreRegistration, RefusesSampleScansThatDoNotOverlap)
 // A refusal is an answer, with its causes.
 TEST(PreRegistration, RefusesScansOfDifferentBodies)
 {
-    for (unsigned shape = 1; shape <= 6; ++shape) {
+    for (unsigned shape = 1; shape <= 3; ++shape) {
         SCOPED_TRACE(shape);
         const ScanPair pair(shape), other(shape + 20);
         CFPFHPreRegistration driver(pair.fix, other.flt, BodyConfig(), false);
@@ -232,9 +230,8 @@ TEST(PreRegistration, TooLeanSetsAreRefusedAtOnce)
         EXPECT_EQ(driver->InjectTrafo(CTrafo()).resultType, -1);
         EXPECT_EQ(driver->GetStatistics().uiNumProposals, 0U);
     }
-    CFPFHPreRegistration sparse(pair.fix, pair.flt, BodyConfig(),
-                                false); // polygons without vertices pass the first test
-    sparse.GetMatchingConfig().uiNumPolygonVertices = 0;
+    CFPFHPreRegistration sparse(pair.fix, pair.flt, BodyConfig(), false);
+    sparse.GetMatchingConfig().uiNumPolygonVertices = 0; // passes the first test
     sparse.GetMatchingConfig().uiNumPolygons = 2;
     (void)log.Take();
     EXPECT_FALSE(sparse.Compute());
@@ -337,13 +334,20 @@ TEST(PreRegistration, ClustersByPositionThenByOrientation)
         for (const char* size : {"(size 2)", "(size 3)"}) // in the order in which their modes were found
             EXPECT_THAT(messages, Contains(testing::AllOf(HasSubstr("T|  orientation cluster #"), HasSubstr(size))));
     }
-    config.dTrafoClusteringBandwidth = -1.0; // no clustering is possible: every pose for itself
-    CFPFHPreRegistration driver(ball, ball, config, false);
-    for (const float angle : {0.0F, 0.02F}) (void)driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3()));
-    (void)log.Take();
-    EXPECT_TRUE(driver.Compute());
-    EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|(position) clustering failed!"));
-    EXPECT_EQ(driver.GetAllResults().size(), 2U);
+    // No clustering is possible, or the search for modes ends without any: every pose stands for itself.
+    for (const auto& [bandwidth, message] :
+         {std::pair(-1.0, "W|(position) clustering failed!"),
+          std::pair(std::nan(""), "W|(position) clustering failed!"),
+          std::pair(1e-30, "T|clustering: found 0 position-clusters among 2 trafos")}) {
+        config.dTrafoClusteringBandwidth = bandwidth;
+        CFPFHPreRegistration driver(ball, ball, config, false);
+        for (const float angle : {0.0F, 0.02F}) (void)driver.InjectTrafo(CTrafo(Vec3(0, 0, angle), Vec3()));
+        (void)log.Take();
+        EXPECT_TRUE(driver.Compute());
+        EXPECT_THAT(log.Take(), ElementsAre(Channel + message));
+        ASSERT_EQ(driver.GetVerifiedTrafos().size(), 2U);
+        for (const auto& result : driver.GetVerifiedTrafos()) EXPECT_EQ(result.clusterSize, 1U);
+    }
 }
 
 // Copies go on as the original would; results come in the same order one by one and all at once.
@@ -402,8 +406,18 @@ TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
     EXPECT_EQ(best.fStop_OverlapArea,
               pair.fix.EstimateOverlapArea(pair.flt, best.trafo, tolerance, 2.0F * tolerance, 1e9F));
     EXPECT_GT(best.fStop_OverlapArea, 100.0F);
-    EXPECT_EQ(driver.GetAllResults()[0].fStop_OverlapArea, best.fStop_OverlapArea);
     EXPECT_GT(driver.InjectTrafo(best.trafo).fStop_OverlapArea, 100.0F);
+    ICPResult restored = best; // as a document keeps it
+    restored.resultType = -1;
+    restored.fStop_OverlapArea = -1.0F;
+    driver.InjectICPResult(restored);
+    LogCapture log;
+    for (const bool isFirst : {true, false}) { // each area is estimated once
+        for (const ICPResult& result : driver.GetAllResults()) EXPECT_GT(result.fStop_OverlapArea, 100.0F);
+        EXPECT_EQ(log.Take().empty(), !isFirst);
+    }
+    EXPECT_EQ(driver.GetNextResult().fStop_OverlapArea, best.fStop_OverlapArea);
+    EXPECT_TRUE(log.Take().empty());
     for (const double share : {0.9, 1.1}) {
         config.icpConfig.dMinOverlapArea = share * static_cast<double>(best.fStop_OverlapArea);
         CFPFHPreRegistration limited(pair.fix, pair.flt, config, false);
@@ -416,7 +430,7 @@ TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
     }
 }
 
-// The promise of equal bits over the whole road: features, results and files for every number of threads, two runs, and
+// The promise of equal bits from end to end: features, results and files for every number of threads, two runs, and
 // whether the scan came at once or grew.
 TEST(PreRegistration, ThreadsAndGrowthGiveTheSameBits)
 {
@@ -436,9 +450,8 @@ TEST(PreRegistration, ThreadsAndGrowthGiveTheSameBits)
             hash.Add(source.GetFeaturePoints());
             const std::string name = testing::TempDir() + "same_bits.xyz";
             sets.back().SaveFeaturePointsXYZN(name, 0xFFFFFFFF);
-            std::ifstream file(name, std::ios::binary);
-            const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
-            hash.Add(text);
+            const std::string text = FileText(name);
+            hash.Add(text.data(), text.size());
             std::filesystem::remove(name);
         }
         CFPFHPreRegistration driver(sets[0], sets[1], BodyConfig(), false);
@@ -446,7 +459,7 @@ TEST(PreRegistration, ThreadsAndGrowthGiveTheSameBits)
         return std::to_string(hash.Value()) + ' ' + Figures(driver.GetAllResults()) + driver.GetStatistics().ToString();
     };
     const std::string expected = fingerprint(0, false);
-    for (const unsigned threads : {0U, 1U, 2U, 8U})
+    for (const unsigned threads : {1U, 2U, 8U})
         for (const bool grows : {false, true}) EXPECT_EQ(fingerprint(threads, grows), expected) << threads << grows;
 }
 

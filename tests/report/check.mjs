@@ -1,4 +1,4 @@
-// Opens reports in headless Chromium without a network and looks at them as a user would:
+// Opens reports in headless Chromium without a network and checks what a user would see:
 //     node tests/report/check.mjs found=a.html refused=b.html ...
 // Node alone, no packages: the browser is driven through its pipe.
 import { spawn } from "node:child_process";
@@ -6,6 +6,7 @@ import { mkdtempSync, readFileSync, rmSync, statSync, writeFileSync } from "node
 import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { pathToFileURL } from "node:url";
+import { ADVICE, CAUSES } from "../../exchange/report/web/texts.js";
 
 const LARGEST = 10e6; // bytes
 const SCREENS = { laptop: [1366, 768], small: [1024, 700], phone: [390, 800] };
@@ -71,7 +72,7 @@ class Browser {
     }
 }
 
-/** Runs in the page: texts that lie on each other or stick out of the page. What a list has scrolled away is not seen. */
+/** Runs in the page: texts that overlap or stick out of the page, apart from what is scrolled out of sight. */
 function faultsOfLayout() {
     const seenOf = (rect, element) => {
         let { left, right, top, bottom } = rect;
@@ -107,7 +108,7 @@ function faultsOfLayout() {
     return faults;
 }
 
-/** Runs in the page: how many pixels of the view have each kind of colour. */
+/** Runs in the page: counts the pixels of the view by kind of colour. */
 async function coloursOf(png) {
     const image = await createImageBitmap(new Blob([Uint8Array.from(atob(png), (c) => c.charCodeAt(0))]));
     const r = document.getElementById("canvas").getBoundingClientRect();
@@ -135,7 +136,7 @@ async function check(browser, file, isFound) {
     expect(statSync(file).size < LARGEST, `has ${statSync(file).size} bytes`);
     browser.events.length = 0;
     await browser.screen(SCREENS.laptop);
-    await browser.send("Page.navigate", { url: "about:blank" }); // so that the same report opens anew
+    await browser.send("Page.navigate", { url: "about:blank" }); // makes the same report open anew
     await browser.send("Page.navigate", { url: pathToFileURL(resolve(file)).href + "#theme=light" });
     await browser.until("document.documentElement?.dataset.readyAfter !== undefined");
     const milliseconds = await browser.ask("document.documentElement.dataset.readyAfter");
@@ -145,6 +146,8 @@ async function check(browser, file, isFound) {
     expect((await browser.ask("document.getElementById('verdict').textContent")).startsWith(isFound ? "\u2713Registered" : "\u2715Refused"), "the verdict is wrong");
     expect(await browser.ask("document.querySelectorAll('#causes .track').length > 1"), "there are no causes");
     expect(await browser.ask("document.querySelectorAll('#settings tr').length > 30"), "there are no settings");
+    expect(await browser.ask("[...document.querySelectorAll('#settings tbody tr')].every((row) => row.querySelector('.meaning').textContent.length > 5)"), "a setting has no meaning");
+    expect(isFound || await browser.ask("document.querySelector('#verdict .advice')?.textContent.length > 20"), "there is no advice");
     const hasPoses = await browser.ask("JSON.parse(document.getElementById('data').textContent).poses.length > 0");
     expect(hasPoses || !isFound, "there is no pose");
     if (hasPoses) {
@@ -180,8 +183,23 @@ async function check(browser, file, isFound) {
     return faults.length === 0;
 }
 
+/** Codes of refusals for which the page has nothing to say. */
+function codesWithoutAdvice() {
+    const codesIn = (file, end) => [...readFileSync(new URL(`../../${file}`, import.meta.url), "utf8").split(end)[0].matchAll(/"([a-z_]+)"/g)]
+        .map(([, code]) => code).filter((code) => !["undefined", "success", "unknown", "cancelled"].includes(code));
+    const ofRefinement = codesIn("prereg/eicpresulttype.cpp");
+    const all = [...ofRefinement, ...codesIn("verdict/erefusal.cpp", "{NoFinitePoints")]; // scans at fault give no report
+    if (all.length < 17) return ["the sources, which list too few"];
+    return [...all.filter((code) => !ADVICE[code]), ...ofRefinement.filter((code) => !CAUSES[code])];
+}
+
 const browser = new Browser();
 let isGood = process.argv.length > 2;
+const silent = codesWithoutAdvice();
+if (silent.length) {
+    console.log(`no advice on ${silent.join(", ")}`);
+    isGood = false;
+}
 try {
     await browser.attach();
     for (const argument of process.argv.slice(2)) {

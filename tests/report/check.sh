@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# The report's page is what its sources make, and reports of a found, a refused and a large pair work in a browser that
-# has no network. Needs the release build and the demo's files.
+# The committed page is the one that its sources make, and reports of a found, a refused and a large pair work in a browser
+# without a network. Needs the release build and the files of ./run demo.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 ./run packages chromium fonts-dejavu-core
 command -v npm >/dev/null || ./run packages nodejs npm
 
-(cd tools/voalgo/report && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
-git diff --exit-code --stat -- tools/voalgo/report/dist || {
-    echo "tools/voalgo/report/dist is not what its sources make: run 'npm ci && npm run build' there and commit it"
+(cd exchange/report/web && npm ci --ignore-scripts --no-audit --no-fund && npm run build)
+git diff --exit-code --stat -- exchange/report/web/dist || {
+    echo "exchange/report/web/dist differs from what its sources make: run 'npm ci && npm run build' there and commit it"
     exit 1
 }
 

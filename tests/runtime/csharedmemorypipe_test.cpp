@@ -4,10 +4,8 @@
 #include "platform/namedobjects.h"
 #include "runtime/detail_systemerror.h"
 #include "runtime/peer_process.h"
-#include "runtime/pipe_message.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
@@ -16,8 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include <unistd.h>
-
 namespace {
 
 using testing::StartsWith;
@@ -25,80 +21,68 @@ using testing::ThrowsMessage;
 using VoAlgo::CSharedMemory;
 using VoAlgo::CSharedMemoryPipe;
 using VoAlgo::platform::NamedSemaphore;
+using Bytes = std::vector<unsigned char>;
 
-std::string UniqueName(const std::string& what = "pipe")
+const std::wstring Name = L"VoAlgorithms-test-" + std::to_wstring(getpid());
+
+/// The message of a given length that both processes know.
+Bytes Message(std::size_t size)
 {
-    return "VoAlgorithms-test-" + what + "-" + std::to_string(getpid());
+    Bytes message(size);
+    for (std::size_t i = 0; i < size; ++i) message[i] = static_cast<unsigned char>((i * i + size) >> 2);
+    return message;
 }
 
-std::wstring Wide(const std::string& text)
-{
-    return {text.begin(), text.end()};
-}
-
-std::vector<std::string> Arguments(const char* command, const std::string& name, std::size_t block,
-                                   const std::vector<std::size_t>& sizes = {})
-{
-    std::vector<std::string> arguments = {command, name, std::to_string(block)};
-    for (const std::size_t size : sizes) arguments.push_back(std::to_string(size));
-    return arguments;
-}
-
+/// A process that creates the pipe and receives these messages.
 struct Receiver : PeerProcess {
-    Receiver(const std::string& name, std::size_t block, const std::vector<std::size_t>& sizes)
-        : PeerProcess(PIPE_PEER, Arguments("receive", name, block, sizes))
+    Receiver(std::size_t block, const std::vector<std::size_t>& sizes)
+        : PeerProcess([&] {
+              auto pipe = CSharedMemoryPipe::Create(Name, block);
+              Say("ready");
+              for (const std::size_t size : sizes)
+                  if (pipe.Receive() != Message(size)) throw std::runtime_error("wrong message");
+          })
     {
         EXPECT_EQ(Line(), "ready");
     }
 };
 
-struct Sender : PeerProcess {
-    Sender(const std::string& name, std::size_t block, const std::vector<std::size_t>& sizes)
-        : PeerProcess(PIPE_PEER, Arguments("send", name, block, sizes))
-    {
-    }
-};
-
-void ExpectNewPairWorks(const std::string& name, std::size_t block)
+void Send(std::size_t block, const std::vector<std::size_t>& sizes)
 {
-    Receiver receiver(name, block, {1, 5 * block});
-    Sender sender(name, block, {1, 5 * block});
-    EXPECT_EQ(sender.ExitCode(), 0);
+    auto pipe = CSharedMemoryPipe::Open(Name, block);
+    for (const std::size_t size : sizes) pipe.Send(Message(size));
+}
+
+void ExpectNewPairWorks(std::size_t block)
+{
+    Receiver receiver(block, {1, 5 * block});
+    Send(block, {1, 5 * block});
     EXPECT_EQ(receiver.ExitCode(), 0);
-    EXPECT_FALSE(CSharedMemory::Open(Wide(name)));
+    EXPECT_FALSE(CSharedMemory::Open(Name));
 }
 
 /// The other end of a pipe, chunk by chunk as the layout says.
 class RawEnd {
 public:
-    explicit RawEnd(const std::string& name)
-        : view_(CSharedMemory::Open(Wide(name)).CreateView()),
-          items_(NamedSemaphore::Open(L"Global\\" + Wide(name) + L".sem.items")),
-          spaces_(NamedSemaphore::Open(L"Global\\" + Wide(name) + L".sem.spaces"))
-    {
-    }
-
     void Put(std::uint32_t first, std::uint32_t bytes, const std::string& payload)
     {
         spaces_->Wait();
-        std::memcpy(At(0), &first, 4);
-        std::memcpy(At(4), &bytes, 4);
-        std::memcpy(At(8), payload.data(), payload.size());
+        std::memcpy(at(0), &first, 4);
+        std::memcpy(at(4), &bytes, 4);
+        std::memcpy(at(8), payload.data(), payload.size());
         items_->Release();
     }
-
     /// Header words and payload of the chunk in the block.
     std::string Take()
     {
         items_->Wait();
         std::uint32_t first = 0, bytes = 0;
-        std::memcpy(&first, At(0), 4);
-        std::memcpy(&bytes, At(4), 4);
-        std::string text = std::to_string(first) + " " + std::to_string(bytes) + " " + std::string(At(8), bytes);
+        std::memcpy(&first, at(0), 4);
+        std::memcpy(&bytes, at(4), 4);
+        std::string text = std::to_string(first) + " " + std::to_string(bytes) + " " + std::string(at(8), bytes);
         spaces_->Release();
         return text;
     }
-
     /// Returns when the other end has taken the last chunk.
     void WaitUntilTaken()
     {
@@ -107,58 +91,35 @@ public:
     }
 
 private:
-    char* At(std::size_t offset) { return static_cast<char*>(view_.get()) + offset; }
+    [[nodiscard]] char* at(std::size_t offset) const { return static_cast<char*>(view_.get()) + offset; }
 
-    std::shared_ptr<void> view_;
-    std::unique_ptr<NamedSemaphore> items_;
-    std::unique_ptr<NamedSemaphore> spaces_;
+    std::shared_ptr<void> view_ = CSharedMemory::Open(Name).CreateView();
+    std::unique_ptr<NamedSemaphore> items_ = NamedSemaphore::Open(L"Global\\" + Name + L".sem.items");
+    std::unique_ptr<NamedSemaphore> spaces_ = NamedSemaphore::Open(L"Global\\" + Name + L".sem.spaces");
 };
 
-// Catches wrong chunk counts and lengths at the seams; an empty message must leave no trace.
+// Catches wrong chunk counts and lengths at the chunk borders; an empty message must leave no trace. The last block has
+// the size used for cases.
 TEST(SharedMemoryPipe, MessagesOfAllLengthsPassBetweenProcesses)
 {
     for (const std::size_t block : {9U, 10U, 64U, 5000U}) {
         const std::size_t c = block - 8;
-        const std::vector<std::size_t> sent = {0, 1, c - 1, c, 0, c + 1, 3 * c + 7, 0, 1};
-        std::vector<std::size_t> received = sent;
-        std::erase(received, 0U);
-        Receiver receiver(UniqueName(), block, received);
-        Sender sender(UniqueName(), block, sent);
-        EXPECT_EQ(sender.ExitCode(), 0) << block;
+        Receiver receiver(block, {1, c, c + 1, 3 * c + 7, 1});
+        Send(block, {0, 1, c, 0, c + 1, 3 * c + 7, 0, 1});
         EXPECT_EQ(receiver.ExitCode(), 0) << block;
     }
-}
-
-TEST(SharedMemoryPipe, LargeMessagePassesThroughTheBlockOfTheCases)
-{
-    constexpr std::size_t BLOCK = 0xa00000, SIZE = 300'000'000;
-    Receiver receiver(UniqueName(), BLOCK, {SIZE});
-    Sender sender(UniqueName(), BLOCK, {SIZE});
-    EXPECT_EQ(sender.ExitCode(), 0);
+    Receiver receiver(0xa00000, {25'000'000});
+    Send(0xa00000, {25'000'000});
     EXPECT_EQ(receiver.ExitCode(), 0);
 }
 
-TEST(SharedMemoryPipe, TwoPipesDoNotDisturbEachOther)
-{
-    Receiver one(UniqueName("one"), 32, {100'000, 1, 50'000}), two(UniqueName("two"), 48, {70'000, 80'000});
-    Sender first(UniqueName("one"), 32, {100'000, 1, 50'000}), second(UniqueName("two"), 48, {70'000, 80'000});
-    EXPECT_EQ(first.ExitCode(), 0);
-    EXPECT_EQ(second.ExitCode(), 0);
-    EXPECT_EQ(one.ExitCode(), 0);
-    EXPECT_EQ(two.ExitCode(), 0);
-}
-
-// Headers by hand from the layout: block 12 holds 4 bytes of payload.
+// Headers worked out by hand from the layout: a block of 12 bytes holds 4 bytes of payload.
 TEST(SharedMemoryPipe, ChunksLieInTheBlockAsTheLayoutSays)
 {
-    auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), 12);
-    RawEnd raw(UniqueName());
+    auto pipe = CSharedMemoryPipe::Create(Name, 12);
+    RawEnd raw;
     std::thread sender([&] {
-        pipe.Send(std::string("abc"));
-        pipe.Send(std::string());
-        pipe.Send(std::string("abcd"));
-        pipe.Send(std::string("abcde"));
-        pipe.Send(std::string("abcdefghijk"));
+        for (const char* text : {"abc", "", "abcd", "abcde", "abcdefghijk"}) pipe.Send(std::string(text));
     });
     for (const char* chunk : {"1 3 abc", "1 4 abcd", "2 4 abcd", "1 1 e", "3 4 abcd", "1 4 efgh", "2 3 ijk"})
         EXPECT_EQ(raw.Take(), chunk);
@@ -174,14 +135,14 @@ TEST(SharedMemoryPipe, ChunksLieInTheBlockAsTheLayoutSays)
     std::size_t size = 99;
     pipe.Receive(buffer, size);
     EXPECT_EQ(std::string(buffer, size), "abcdefghij");
-    std::vector<unsigned char> vector(5, 'z');
+    Bytes vector(5, 'z');
     pipe.Receive(vector);
-    EXPECT_EQ(vector, std::vector<unsigned char>{'k'});
+    EXPECT_EQ(vector, Bytes{'k'});
     foreign.join();
 }
 
-// A message comes from outside: what cannot be part of it is refused, nothing is read past the block, nothing hangs,
-// and the next message passes.
+// A chunk that cannot be part of the message, such as the first one of a new sender, is refused: nothing is read past
+// the block, nothing hangs, and the next message passes.
 TEST(SharedMemoryPipe, ImpossibleChunksAreRefused)
 {
     struct Case {
@@ -193,8 +154,8 @@ TEST(SharedMemoryPipe, ImpossibleChunksAreRefused)
          {Case{"larger than its block", false, 1, 5}, Case{"larger than its block", false, 1, 0xffffffff},
           Case{"larger than its block", true, 1, 5}, Case{"out of sequence", true, 2, 4},
           Case{"out of sequence", true, 0, 4}, Case{"too short", false, 2, 3}, Case{"too short", true, 1, 3}}) {
-        auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), 12);
-        RawEnd raw(UniqueName());
+        auto pipe = CSharedMemoryPipe::Create(Name, 12);
+        RawEnd raw;
         std::thread foreign([&] {
             if (c.second) raw.Put(0xffffffff, 4, "abcd");
             raw.Put(c.first, c.bytes, "efgh");
@@ -202,139 +163,120 @@ TEST(SharedMemoryPipe, ImpossibleChunksAreRefused)
         });
         EXPECT_THAT([&] { (void)pipe.Receive(); },
                     ThrowsMessage<std::invalid_argument>(std::string("shared memory chunk ") + c.what));
-        EXPECT_EQ(pipe.Receive(), std::vector<unsigned char>{'k'}) << c.what;
+        EXPECT_EQ(pipe.Receive(), Bytes{'k'}) << c.what;
         foreign.join();
     }
 }
 
-TEST(SharedMemoryPipe, NewPairWorksAfterTheReceiverWasKilledBetweenTwoChunks)
+// A killed receiver, a killed sender whose receiver still waits, and a killed creator that left a full block.
+TEST(SharedMemoryPipe, NewPairWorksAfterAPeerWasKilled)
 {
-    Receiver receiver(UniqueName(), 12, {100});
-    RawEnd raw(UniqueName());
-    raw.Put(25, 4, "abcd");
-    raw.WaitUntilTaken();
-    receiver.Kill();
-    ExpectNewPairWorks(UniqueName(), 12);
-    ExpectNewPairWorks(UniqueName(), 40);
-}
-
-TEST(SharedMemoryPipe, NewPairWorksAfterTheSenderWasKilledBetweenTwoChunks)
-{
-    const auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), 12);
-    Sender sender(UniqueName(), 12, {100});
-    EXPECT_THAT(RawEnd(UniqueName()).Take(), StartsWith("25 4 "));
-    sender.Kill();
-    ExpectNewPairWorks(UniqueName(), 12); // although an old receiver is still there
-}
-
-TEST(SharedMemoryPipe, WaitingReceiverDoesNotTakeANewSendersMessageForTheRestOfTheOld)
-{
-    Receiver receiver(UniqueName(), 12, {100});
-    RawEnd raw(UniqueName());
-    raw.Put(25, 4, "abcd");
-    raw.Put(1, 1, "x");
-    EXPECT_EQ(receiver.Line(), "shared memory chunk too short");
-    EXPECT_EQ(receiver.ExitCode(), 3);
-}
-
-// The killed creator left a full block and counts 1 and 0.
-TEST(SharedMemoryPipe, CreateStartsFreshOnWhatACrashedCreatorLeft)
-{
-    PeerProcess crashed(PIPE_PEER, Arguments("leave", UniqueName(), 64));
+    {
+        Receiver receiver(12, {100});
+        RawEnd raw;
+        raw.Put(25, 4, "abcd");
+        raw.WaitUntilTaken();
+        receiver.Kill();
+        ExpectNewPairWorks(12);
+        ExpectNewPairWorks(40);
+    }
+    {
+        const auto pipe = CSharedMemoryPipe::Create(Name, 12);
+        PeerProcess sender([] { Send(12, {100}); });
+        EXPECT_THAT(RawEnd().Take(), StartsWith("25 4 "));
+        sender.Kill();
+        ExpectNewPairWorks(12);
+    }
+    PeerProcess crashed([] {
+        auto pipe = CSharedMemoryPipe::Create(Name, 64);
+        pipe.Send("x", 1);
+        PeerProcess::Say("ready");
+        pause();
+    });
     EXPECT_EQ(crashed.Line(), "ready");
     crashed.Kill();
-    EXPECT_TRUE(CSharedMemory::Open(Wide(UniqueName()))); // so there is something to take over
-    ExpectNewPairWorks(UniqueName(), 64);
+    EXPECT_TRUE(CSharedMemory::Open(Name)); // so there is something to take over
+    ExpectNewPairWorks(64);
 }
 
-TEST(SharedMemoryPipe, NamesGoWithTheirCreatorOnly)
+TEST(SharedMemoryPipe, OnlyTheCreatorRemovesTheNames)
 {
-    const std::wstring name = Wide(UniqueName());
-    const auto there = [&] {
-        try {
-            (void)CSharedMemoryPipe::Open(name, 64);
-            return true;
-        } catch (const std::runtime_error&) {
-            return false;
-        }
-    };
-    auto older = CSharedMemoryPipe::Create(name, 64);
-    auto newer = CSharedMemoryPipe::Create(name, 64); // takes the name over
+    const auto exists = [] { return static_cast<bool>(CSharedMemory::Open(Name)); };
+    auto older = CSharedMemoryPipe::Create(Name, 64);
+    auto newer = CSharedMemoryPipe::Create(Name, 64); // takes the name over
     older = CSharedMemoryPipe();
-    EXPECT_TRUE(there());
-    EXPECT_TRUE(there()); // an opener that goes takes nothing with it
-    auto opened = CSharedMemoryPipe::Open(name, 64);
+    EXPECT_TRUE(exists());
+    (void)CSharedMemoryPipe::Open(Name, 64);
+    auto opened = CSharedMemoryPipe::Open(Name, 64);
     opened.Send("a", 1);
-    EXPECT_EQ(newer.Receive(), std::vector<unsigned char>{'a'});
-    const auto moved = std::move(newer);
-    EXPECT_TRUE(there());
-    newer = std::move(opened);
+    EXPECT_EQ(newer.Receive(), Bytes{'a'});
     {
-        const auto gone = CSharedMemoryPipe::Create(Wide(UniqueName("gone")), 64);
+        const auto moved = std::move(newer);
+        newer = std::move(opened);
+        EXPECT_TRUE(exists());
     }
-    EXPECT_FALSE(CSharedMemory::Open(Wide(UniqueName("gone"))));
+    EXPECT_FALSE(exists());
+    EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, 64), std::runtime_error);
 }
 
 TEST(SharedMemoryPipe, FailuresSayWhatWasTriedAndWhatTheSystemSaid)
 {
     using Text = testing::Matcher<std::string>;
     const auto throwsText = [](const Text& text) { return ThrowsMessage<std::runtime_error>(text); };
-    EXPECT_THAT([] { (void)CSharedMemoryPipe::Open(Wide(UniqueName()), 64); },
+    EXPECT_THAT([] { (void)CSharedMemoryPipe::Open(Name, 64); },
                 throwsText("VoAlgo::CSharedMemoryPipe::Open: No such file or directory"));
     EXPECT_THAT([] { (void)CSharedMemoryPipe::Create(std::wstring(300, L'x'), 64); },
                 throwsText(StartsWith("VoAlgo::CSharedMemoryPipe::Create: ")));
-    EXPECT_THAT([] { (void)CSharedMemory::Open(Wide(UniqueName())).CreateView(); },
+    EXPECT_THAT([] { (void)CSharedMemory::Open(Name).CreateView(); },
                 throwsText("VoAlgo::CSharedMemory::CreateView/MapViewOfFile: No such file or directory"));
     EXPECT_STREQ(VoAlgo::SystemError("F:", 0x12345).what(), "F: failed; Unknown error code 00012345 (74565)");
-    // More memory than there is: refused at once, not by a signal at the first write, and no name is left.
-    EXPECT_THROW((void)CSharedMemoryPipe::Create(Wide(UniqueName()), std::size_t{1} << 50), std::runtime_error);
-    EXPECT_FALSE(CSharedMemory::Open(Wide(UniqueName())));
-    // Semaphores whose names are too long for the system, although the block's is not: the block goes again.
-    const std::wstring longName = Wide(UniqueName() + std::string(230 - UniqueName().size(), 'x'));
-    EXPECT_THROW((void)CSharedMemoryPipe::Create(longName + std::wstring(10, L'y'), 64), std::runtime_error);
-    EXPECT_FALSE(CSharedMemory::Open(longName + std::wstring(10, L'y')));
+    // More memory than the machine has is refused at once, not by a signal at the first write. Then the names of the
+    // semaphores are too long for the system, although that of the block is not. No name is left behind.
+    const std::wstring longName = Name + std::wstring(240 - Name.size(), L'x');
+    EXPECT_THROW((void)CSharedMemoryPipe::Create(Name, std::size_t{1} << 50), std::runtime_error);
+    EXPECT_THROW((void)CSharedMemoryPipe::Create(longName, 64), std::runtime_error);
+    EXPECT_FALSE(CSharedMemory::Open(Name) || CSharedMemory::Open(longName));
 }
 
 TEST(SharedMemoryPipe, UnusablePipesThrow)
 {
     const auto tooSmall = ThrowsMessage<std::invalid_argument>(std::string("shared memory buffer too small"));
-    CSharedMemoryPipe none;
-    EXPECT_THAT([&] { none.Send("a", 1); }, tooSmall);
-    EXPECT_THAT([&] { (void)none.Receive(); }, tooSmall);
-    for (const std::size_t block : {0U, 1U, 8U}) {
-        auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), block);
+    const auto expectUnusable = [&](CSharedMemoryPipe pipe) {
         EXPECT_THAT([&] { pipe.Send("a", 1); }, tooSmall);
         EXPECT_THAT([&] { pipe.Send(std::string()); }, tooSmall);
         EXPECT_THAT([&] { (void)pipe.Receive(); }, tooSmall);
-    }
-    const auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), 64);
-    EXPECT_THROW((void)CSharedMemoryPipe::Open(Wide(UniqueName()), 10'000), std::invalid_argument);
+    };
+    expectUnusable({});
+    for (const std::size_t block : {0U, 1U, 8U}) expectUnusable(CSharedMemoryPipe::Create(Name, block));
+    const auto pipe = CSharedMemoryPipe::Create(Name, 64);
+    EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, 10'000), std::invalid_argument);
 }
 
-TEST(SharedMemoryPipe, ThreadsOfOneProcessMayShareAPipe)
+TEST(SharedMemoryPipe, ThreadsOfOneProcessMayShareTwoPipes)
 {
-    auto pipe = CSharedMemoryPipe::Create(Wide(UniqueName()), 64);
-    std::thread sender([&] {
-        for (std::size_t size = 1; size < 2000; size += 37) pipe.Send(PipeMessage(size));
-    });
-    for (std::size_t size = 1; size < 2000; size += 37) EXPECT_EQ(pipe.Receive(), PipeMessage(size));
-    sender.join();
+    auto one = CSharedMemoryPipe::Create(Name, 64), two = CSharedMemoryPipe::Create(Name + L"2", 48);
+    const auto sendAll = [](CSharedMemoryPipe& pipe) {
+        for (std::size_t size = 1; size < 2000; size += 37) pipe.Send(Message(size));
+    };
+    std::thread first(sendAll, std::ref(one)), second(sendAll, std::ref(two));
+    for (std::size_t size = 1; size < 2000; size += 37)
+        for (CSharedMemoryPipe* pipe : {&one, &two}) EXPECT_EQ(pipe->Receive(), Message(size));
+    first.join();
+    second.join();
 }
 
-TEST(SharedMemory, ViewOutlivesItsBlockAndNamesStayApart)
+TEST(SharedMemory, ViewOutlivesItsBlockAndSimilarNamesDiffer)
 {
-    const std::wstring name = Wide(UniqueName());
+    const std::wstring slash = Name + L"/\x20ac", escaped = Name + L"%2F\x20ac";
     std::shared_ptr<void> view;
     {
-        const auto block = CSharedMemory::Create(name + L"/\x20ac", 3);
-        const auto other = CSharedMemory::Create(name + L"%2F\x20ac", 5);
-        ASSERT_TRUE(block && other);
-        EXPECT_EQ(CSharedMemory::Open(name + L"/\x20ac").Size(), 3U);
-        EXPECT_EQ(CSharedMemory::Open(name + L"%2F\x20ac").Size(), 5U);
+        const auto block = CSharedMemory::Create(slash, 3), other = CSharedMemory::Create(escaped, 5);
+        EXPECT_EQ(CSharedMemory::Open(slash).Size(), 3U);
+        EXPECT_EQ(CSharedMemory::Open(escaped).Size(), 5U);
         view = block.CreateView();
         std::memcpy(CSharedMemory::Open(block.Name()).CreateView().get(), "ab", 3);
     }
-    EXPECT_FALSE(CSharedMemory::Open(name + L"/\x20ac"));
+    EXPECT_FALSE(CSharedMemory::Open(slash));
     EXPECT_STREQ(static_cast<const char*>(view.get()), "ab");
 }
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,26 +11,40 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// A program started with arguments; killed and collected in the end, unless it was waited for.
+/// Another process, forked from this one; killed on destruction unless it was waited for.
 class PeerProcess {
 public:
-    explicit PeerProcess(const std::string& program, std::vector<std::string> arguments)
+    /// Runs a function; the exit code is 0 when it returns and 1 when it throws.
+    explicit PeerProcess(const std::function<void()>& work)
     {
-        std::vector<char*> words = {const_cast<char*>(program.c_str())};
-        for (auto& argument : arguments) words.push_back(argument.data());
-        words.push_back(nullptr);
         int ends[2];
         if (pipe(ends) != 0) throw std::runtime_error("no pipe");
         id_ = fork();
         if (id_ == 0) {
+            alarm(300); // a peer that waits for ever must not outlive its test
             dup2(ends[1], STDOUT_FILENO);
             close(ends[0]);
             close(ends[1]);
-            execv(words[0], words.data());
-            _exit(127);
+            try {
+                work();
+                _exit(0);
+            } catch (...) {
+                _exit(1);
+            }
         }
         close(ends[1]);
         output_ = fdopen(ends[0], "r");
+    }
+    /// Runs a program with arguments.
+    PeerProcess(const std::string& program, std::vector<std::string> arguments)
+        : PeerProcess([&] {
+              std::vector<char*> words = {const_cast<char*>(program.c_str())};
+              for (auto& argument : arguments) words.push_back(argument.data());
+              words.push_back(nullptr);
+              execv(words[0], words.data());
+              _exit(127);
+          })
+    {
     }
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;
@@ -38,6 +53,9 @@ public:
         Kill();
         std::fclose(output_);
     }
+
+    /// Called in the peer: writes a line to its standard output.
+    static void Say(const std::string& line) { (void)!write(STDOUT_FILENO, (line + '\n').data(), line.size() + 1); }
 
     /// The next line of its standard output, waited for; empty when it ended without one.
     std::string Line()

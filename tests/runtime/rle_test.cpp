@@ -2,7 +2,7 @@
 
 #include "runtime/detail_movetofront.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -11,6 +11,7 @@
 #include <memory>
 #include <numeric>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -29,7 +30,7 @@ Bytes AllValues()
     return values;
 }
 
-// The plain twins: one byte at a time, as the format's page reads.
+// The oracles: one byte at a time, as the page of the format says.
 Bytes PlainPositions(const Bytes& bytes)
 {
     Bytes table = AllValues();
@@ -94,7 +95,7 @@ PlainDecoded PlainRead(const Bytes& stream, bool front, std::size_t capacity)
     return result;
 }
 
-// What a function writes. Both buffers end where their bytes end, for the address sanitizer to notice one too many.
+// The output of a function. Both buffers have the exact size, so that the address sanitizer notices one byte too many.
 template <class Function>
 Bytes Output(const Bytes& in, std::size_t capacity, Function function)
 {
@@ -111,7 +112,7 @@ Bytes Compressed(const Bytes& bytes, int escape, std::size_t capacity)
     return Output(bytes, capacity, [escape](auto in, auto out, auto n) { return Compress(in, out, n, escape); });
 }
 
-// Both forms of a decoder against the twin: exactly enough room, one byte less, none.
+// Compares both forms of a decoder with the oracle: with exactly enough room, one byte less, half of it, none.
 void ExpectDecodes(const Bytes& stream, bool front)
 {
     const PlainDecoded all = PlainRead(stream, front, SIZE_MAX);
@@ -129,7 +130,7 @@ void ExpectDecodes(const Bytes& stream, bool front)
     }
 }
 
-// All coders against their twins, and back to the bytes.
+// Compares all coders with their oracles, and decodes again.
 void ExpectCodes(const Bytes& bytes, int escape)
 {
     Bytes plain = PlainTokens(bytes, static_cast<unsigned char>(escape));
@@ -156,8 +157,8 @@ public:
 
     std::size_t Below(std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(engine_); }
 
-    // Runs of typical lengths and of those around the limits of the format, of few or many values; equal neighbours
-    // make runs of their own.
+    // Runs of typical lengths and of lengths around the limits of the format, of few or many values; equal neighbours
+    // form longer runs.
     Bytes Runs(std::size_t size)
     {
         static constexpr std::size_t lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
@@ -177,7 +178,7 @@ private:
 
 // Catches wide loads and stores beyond an end, runs cut or joined at the borders of words and pieces, and lengths off
 // by one; every size up to 80, then random ones, every escape.
-TEST(RLE, CodesAsThePlainTwins)
+TEST(RLE, CodesAsTheOracles)
 {
     Source source(1);
     for (std::size_t round = 0; round < 600 && !testing::Test::HasFailure(); ++round) {
@@ -200,8 +201,8 @@ TEST(RLE, CodesAsThePlainTwins)
     }
 }
 
-// Streams that no coder wrote: cut at every place, random bytes, lengths that a coder would write shorter.
-TEST(RLE, DecodesAnyBytesAsThePlainTwin)
+// Streams that no coder writes: truncated anywhere, random bytes, lengths with a shorter code.
+TEST(RLE, DecodesAnyBytesAsTheOracle)
 {
     Source source(2);
     for (int round = 0; round < 300; ++round) {
@@ -215,15 +216,14 @@ TEST(RLE, DecodesAnyBytesAsThePlainTwin)
         ExpectDecodes(stream, false);
         ExpectDecodes(stream, true);
     }
-    const Bytes whole = Compressed(Source(3).Runs(250), -1, 501);
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-        ExpectDecodes({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, false);
-        ExpectDecodes({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}, true);
+    for (Bytes whole = Compressed(Source(3).Runs(250), -1, 501); !whole.empty(); whole.pop_back()) {
+        ExpectDecodes(whole, false);
+        ExpectDecodes(whole, true);
     }
 }
 
-// The table that every machine can run gives the same positions and bytes as the one that this machine runs, also in
-// place; 33 to 256 symbols reach behind the first registers.
+// The portable table gives the same positions and bytes as the one that this machine uses, in place too; 33 to 256
+// symbols reach beyond the registers.
 TEST(RLE, BothMoveToFrontTablesAgree)
 {
     Source source(4);
@@ -245,8 +245,8 @@ TEST(RLE, BothMoveToFrontTablesAgree)
     }
 }
 
-// Escapes computed by a separate program with integers of any size, over the high bytes of the generator below, seeded
-// with n; fewer than 2048 bytes are all counted, more are sampled.
+// Escapes computed by a separate program with integers of unlimited size, for the high bytes of the generator below,
+// seeded with n. All bytes are counted up to 2047, a sample from 2048 on.
 TEST(RLE, TakesTheRarestByteOfTheSampleAsEscape)
 {
     const std::tuple<std::size_t, int> table[] = {{1, 0},     {255, 0},  {256, 1},     {2047, 220},  {2048, 0},
@@ -259,7 +259,7 @@ TEST(RLE, TakesTheRarestByteOfTheSampleAsEscape)
         EXPECT_EQ(stream[0], escape) << n;
         EXPECT_EQ(Output(stream, n, Uncompress), bytes);
     }
-    Bytes all = AllValues(); // none is missing; one stands once, the others twice
+    Bytes all = AllValues(); // none is missing; 88 stands once, the others at least twice
     all.insert(all.end(), all.begin(), all.end());
     all[88] = 1;
     EXPECT_EQ(Compressed(all, -1, 1025)[0], 88);
@@ -270,28 +270,20 @@ TEST(RLE, RefusesNoInputAndForeignEscapes)
     const unsigned char in[2] = {1, 2};
     unsigned char out[8] = {};
     for (const int escape : {256, -2, 1000, INT32_MIN}) {
-        try {
-            static_cast<void>(Compress(in, out, 2, escape));
-            ADD_FAILURE() << escape;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), "invalid escape symbol");
-        }
+        EXPECT_THAT([&] { (void)Compress(in, out, 2, escape); },
+                    testing::ThrowsMessage<std::invalid_argument>("invalid escape symbol"));
         EXPECT_EQ(Compress(in, out, 0, escape), 0U); // nothing to do comes first
     }
-    const auto check = [](const unsigned char* from, unsigned char* to, std::size_t n) {
-        EXPECT_EQ(Compress(from, to, n, -1), 0U);
-        EXPECT_EQ(CompressWithMTF(from, to, n), 0U);
-        EXPECT_EQ(Uncompress(from, to, n), 0U);
-        EXPECT_EQ(UncompressWithMTF(from, to, n), 0U);
-        EXPECT_EQ(MoveToFront(from, to, n), nullptr);
-        EXPECT_EQ(InverseMoveToFront(from, to, n), nullptr);
+    for (const auto& [from, to, n] : {std::tuple<const unsigned char*, unsigned char*, std::size_t>(nullptr, out, 2),
+                                      {in, nullptr, 2},
+                                      {in, out, 0}}) {
+        EXPECT_EQ(Compress(from, to, n, -1) + CompressWithMTF(from, to, n), 0U);
+        EXPECT_EQ(Uncompress(from, to, n) + UncompressWithMTF(from, to, n), 0U);
+        EXPECT_TRUE(MoveToFront(from, to, n) == nullptr && InverseMoveToFront(from, to, n) == nullptr);
         const EDecoded end = from != nullptr && n != 0 ? EDecoded::TooLarge : EDecoded::Whole;
         EXPECT_EQ(UncompressWithMTFChecked(from, to, n, 8).end, end);
         EXPECT_EQ(UncompressChecked(from, to, n, 8).end, end);
-    };
-    check(nullptr, out, 2);
-    check(in, nullptr, 2);
-    check(in, out, 0);
+    }
     EXPECT_EQ(Bytes(out, out + 8), Bytes(8, 0));
 }
 
@@ -312,27 +304,21 @@ Bytes FromHex(const std::string& text)
 TEST(RLE, WorkedExamplesOfTheFormatHold)
 {
     std::ifstream page(VOALGO_SOURCE_DIR "/docs/run-length-format.md");
-    const char* corpus = std::getenv("VOALGO_CORPUS");
+    const std::regex row(R"(\| ([0-9a-f* ]+) \| (move to front|[0-9a-f]+) \| ([0-9a-f* ]+) \|)");
+    const char* const corpus = std::getenv("VOALGO_CORPUS");
     if (corpus != nullptr) std::filesystem::create_directories(std::string(corpus) + "/rle");
     int examples = 0;
     for (std::string line; std::getline(page, line);) {
-        std::string bytesText, escape, streamText;
-        std::istringstream cells(line);
-        if (!std::getline(cells, bytesText, '|') || !bytesText.empty() || !std::getline(cells, bytesText, '|') ||
-            !std::getline(cells, escape, '|') || !std::getline(cells, streamText, '|') ||
-            streamText.find_first_of("0123456789") == std::string::npos)
-            continue;
+        std::smatch cells;
+        if (!std::regex_match(line, cells, row)) continue;
         SCOPED_TRACE(line);
         ++examples;
-        const Bytes bytes = FromHex(bytesText);
-        const Bytes stream = FromHex(streamText);
-        if (escape == " move to front ") {
-            EXPECT_EQ(Output(bytes, 2 * bytes.size(), CompressWithMTF), stream);
-            EXPECT_EQ(Output(stream, bytes.size(), UncompressWithMTF), bytes);
-        } else {
-            EXPECT_EQ(Compressed(bytes, std::stoi(escape, nullptr, 16), 1 + 2 * bytes.size()), stream);
-            EXPECT_EQ(Output(stream, bytes.size(), Uncompress), bytes);
-        }
+        const Bytes bytes = FromHex(cells[1]), stream = FromHex(cells[3]);
+        const bool front = cells[2] == "move to front";
+        EXPECT_EQ(front ? Output(bytes, 2 * bytes.size(), CompressWithMTF)
+                        : Compressed(bytes, std::stoi(cells[2], nullptr, 16), 1 + 2 * bytes.size()),
+                  stream);
+        EXPECT_EQ(Output(stream, bytes.size(), front ? UncompressWithMTF : Uncompress), bytes);
         if (corpus != nullptr)
             std::ofstream(std::string(corpus) + "/rle/" + std::to_string(examples), std::ios::binary)
                 .write(reinterpret_cast<const char*>(stream.data()), static_cast<std::streamsize>(stream.size()));

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -28,12 +29,13 @@ struct Cloud {
     [[nodiscard]] std::size_t Size() const { return points.size(); }
 };
 
-inline bool SameBits(const std::vector<Vec3>& a, const std::vector<Vec3>& b)
+template <class T>
+bool SameBits(const std::vector<T>& a, const std::vector<T>& b)
 {
-    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(Vec3)) == 0);
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
 }
 
-/// Seeded source of what tests need; std:: distributions over one engine.
+/// Seeded random values for tests: std:: distributions over one engine.
 class Random {
 public:
     explicit Random(unsigned seed) : engine_(seed) {}
@@ -142,6 +144,13 @@ inline Cloud ReadSampleScan(const std::string& path)
         cloud.Add({v[0], v[1], v[2]}, {v[3], v[4], v[5]});
     if (n == 0 || cloud.Size() != n) throw std::runtime_error("cannot read " + path);
     return cloud;
+}
+
+/// The bytes of a file.
+inline std::string FileText(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// 64-bit FNV-1a over bytes, chained.

@@ -29,9 +29,9 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    /// What came since the last call.
+    /// The entries since the last call.
     std::vector<std::string> Take() { return std::exchange(entries_, {}); }
-    /// The same without what is only informative or traced.
+    /// The same without info and trace entries.
     std::vector<std::string> TakeComplaints()
     {
         std::vector<std::string> entries = Take();

@@ -22,9 +22,6 @@ using prereg::CFPFHPreRegistration;
 using testing::HasSubstr;
 using VoAlgo::bson::element;
 
-const std::string Fix = VOALGO_SOURCE_DIR "/examples/data/hippo1.ply";
-const std::string Flt = VOALGO_SOURCE_DIR "/examples/data/hippo2.ply";
-
 std::string Bytes(const element::object& document)
 {
     const auto [bytes, size] = document.freeze();
@@ -50,7 +47,7 @@ CFPFHPreRegistration SmallCase()
     return registration;
 }
 
-/// Everything of the answer that must not depend on where the clouds came from.
+/// The part of the answer that must not depend on where the clouds came from.
 json Answer(const Outcome& outcome)
 {
     EXPECT_NE(outcome.output, "") << outcome.errors;
@@ -77,7 +74,7 @@ TEST(ToolCase, RunGivesTheResultsOfTheCloudsToTheLastBit)
         EXPECT_TRUE(place.Read(std::string("reg") + file) == place.Read(std::string("again") + file)) << file;
 }
 
-/// With the settings that the scans' spacing gives.
+/// The settings here are those that follow from the scans.
 TEST(ToolCase, RefusalsAreRepeatedToo)
 {
     const Workplace place;
@@ -107,7 +104,7 @@ TEST(ToolCase, ShowIsJsonWithoutTheBytesOfTheScans)
     EXPECT_THAT(outcome.output, HasSubstr("\n  \"Configuration\": {\n    \"uiNumPolygons\": 7,\n"));
 }
 
-/// What is no whole case is named as such, at once; nothing is written and nothing sent.
+/// A damaged case is reported at once; nothing is written and nothing sent.
 TEST(ToolCase, BrokenCasesAreBadInput)
 {
     const element::object good = VoAlgo::bson::to_object(SmallCase());
@@ -125,17 +122,17 @@ TEST(ToolCase, BrokenCasesAreBadInput)
         bool parses; // as a case
     };
     const Row table[] = {
-        {"", "no whole document", false},
-        {"solid scan\n", "no whole document", false},
-        {bytes.substr(0, bytes.size() - 1), "no whole document", false},
-        {bytes.substr(0, bytes.size() / 2), "no whole document", false},
-        {bytes + '\0', "no whole document", false},
-        {std::string(5, '\0'), "no case: \"FixPointSet\" is missing", false},
-        {Bytes(element::object(element("FixPointSet", 1))), "no case: \"FixPointSet\" is missing", false},
-        {with("Configuration", 7), "a broken case: bad cast", false},
-        {with("FltPointSet", lame), "a broken case: ", false},
-        {with("FltPointSet", longer), "a broken case: ", false},
-        {with("Tool", element::object(element("unit", "furlong"))), "a broken case: unknown preset or unit", false},
+        {"", "truncated, or not a case file", false},
+        {"solid scan\n", "truncated, or not a case file", false},
+        {bytes.substr(0, bytes.size() - 1), "truncated, or not a case file", false},
+        {bytes.substr(0, bytes.size() / 2), "truncated, or not a case file", false},
+        {bytes + '\0', "truncated, or not a case file", false},
+        {std::string(5, '\0'), "not a case: \"FixPointSet\" is missing", false},
+        {Bytes(element::object(element("FixPointSet", 1))), "not a case: \"FixPointSet\" is missing", false},
+        {with("Configuration", 7), "damaged case: bad cast", false},
+        {with("FltPointSet", lame), "damaged case: ", false},
+        {with("FltPointSet", longer), "damaged case: ", false},
+        {with("Tool", element::object(element("unit", "furlong"))), "damaged case: unknown preset or unit", false},
         {with("Configuration", noRadius), "\"dFeatureRadius\": must be greater than 0", true},
     };
     const Workplace place;
@@ -146,7 +143,7 @@ TEST(ToolCase, BrokenCasesAreBadInput)
         EXPECT_THAT(run.errors, HasSubstr(std::string("case.bson: ") + row.message));
         const Outcome send = place.Run("case send case.bson --pipe VoAlgorithms-test-nobody");
         EXPECT_EQ(send.exitCode, 3) << row.message;
-        EXPECT_THAT(send.errors, HasSubstr(row.parses ? "nobody waits for a case" : row.message));
+        EXPECT_THAT(send.errors, HasSubstr(row.parses ? "no process is waiting for a case" : row.message));
     }
     EXPECT_FALSE(place.Has("results"));
 
@@ -159,7 +156,7 @@ TEST(ToolCase, BrokenCasesAreBadInput)
     EXPECT_EQ(place.Run("case run deep.bson").exitCode, 3);
 }
 
-/// Calls until it works: the process at the other end needs its time to create the pipe.
+/// Calls until it succeeds: the other process takes a while to create the pipe.
 void Retry(const std::function<bool()>& send)
 {
     for (int i = 0; i < 600 && !send(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -4,25 +4,15 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
-#include <fstream>
 #include <numbers>
 #include <sstream>
+#include <tuple>
 
 namespace tooltest {
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-
-const std::string Fix = VOALGO_SOURCE_DIR "/examples/data/hippo1.ply";
-const std::string Flt = VOALGO_SOURCE_DIR "/examples/data/hippo2.ply";
-
-std::string FileBytes(const std::string& path)
-{
-    std::ostringstream bytes;
-    bytes << std::ifstream(path, std::ios::binary).rdbuf();
-    return bytes.str();
-}
 
 std::vector<double> Numbers(const std::string& text)
 {
@@ -32,14 +22,18 @@ std::vector<double> Numbers(const std::string& text)
     return numbers;
 }
 
-/// Two runs into one directory write the same bytes, whatever the number of threads; --json prints what result.json
-/// says.
+/// Two runs write the same bytes, whatever the number of threads; the text has the pose and the files that were
+/// written,
+/// --json prints the same as result.json.
 TEST(ToolRegister, FilesAreCompleteAndRepeatable)
 {
     const Workplace place;
     const Outcome first = place.Run("register " + Fix + ' ' + Flt + " --out a --threads 1");
     ASSERT_EQ(first.exitCode, 0) << first.errors;
-    EXPECT_THAT(first.output, HasSubstr("rank  overlap"));
+    EXPECT_THAT(first.output, testing::StartsWith("rank  overlap"));
+    EXPECT_THAT(first.output, testing::EndsWith("pose that maps FLT into FIX, in mm:\n" + place.Read("a/pose.txt") +
+                                                "wrote a/result.json\nwrote a/pose.txt\nwrote a/registered.ply\n"
+                                                "wrote a/registered.png\nwrote a/case.bson\n"));
     EXPECT_THAT(first.errors, HasSubstr("hippo2.ply: 2 points have no normal"));
     EXPECT_THAT(first.errors, Not(HasSubstr("\r"))) << "no progress bar without a terminal";
     const Outcome second = place.Run("register " + Fix + ' ' + Flt + " --out b --threads 2 --json --quiet");
@@ -54,7 +48,12 @@ TEST(ToolRegister, FilesAreCompleteAndRepeatable)
     const auto result = nlohmann::json::parse(place.Read("a/result.json"));
     EXPECT_EQ(printed, result);
     EXPECT_EQ(result["found"], true);
+    EXPECT_EQ(result["reasonCode"], "");
     EXPECT_EQ(result["results"][0]["resultType"], 0);
+    EXPECT_EQ(result["results"][0]["resultCode"], "success");
+    EXPECT_THAT(result["results"][0]["tests"].dump(),
+                testing::AllOf(HasSubstr(R"({"code":"rmse",)"), HasSubstr(R"({"code":"stability",)"),
+                               HasSubstr(R"({"code":"runner_up",)"), Not(HasSubstr("failed"))));
     std::vector<double> pose;
     for (const auto& row : result["results"][0]["pose"])
         for (const double v : row) pose.push_back(v);
@@ -93,8 +92,7 @@ TEST(ToolRegister, PoseIsInTheUnitOfTheFiles)
     EXPECT_NEAR(both.points[0].x, ParsePly(FileBytes(Fix)).points[0].x / 1000.0F, 1e-6F);
 }
 
-/// Data that begin with a byte that looks like a line end must not be taken for the end of the header: all coordinates
-/// would shift.
+/// The first byte of the data may look like a line end; taking it for part of the header would shift all coordinates.
 TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
 {
     const Workplace place;
@@ -108,7 +106,7 @@ TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
     }
 }
 
-/// What pose.txt states reads back as the same pose: a refinement without iterations writes the same bytes again.
+/// pose.txt reads back as the same pose: a refinement without iterations writes the same bytes again.
 TEST(ToolRegister, PoseFilesRoundTrip)
 {
     const Workplace place;
@@ -138,8 +136,8 @@ TEST(ToolRegister, FaultyPoseFilesAreRefused)
     const Workplace place;
     place.Write("a.ply", PlyBytes(Blob(3000, 100.0F)));
     const std::pair<const char*, const char*> table[] = {
-        {"1 0 0 0  0 1 0 0  0 0 1 0", "a pose has 16 numbers, this file has 12"},
-        {"1 0 0 0  0 1 0 0  0 0 1 0  0 0 0 2", "the last row of a pose is 0 0 0 1"},
+        {"1 0 0 0  0 1 0 0  0 0 1 0", "a pose has 16 numbers, but this file has 12"},
+        {"1 0 0 0  0 1 0 0  0 0 1 0  0 0 0 2", "the last row of a pose must be 0 0 0 1"},
         {"1 0 0 x  0 1 0 0  0 0 1 0  0 0 0 1", "not a number: \"x\""},
         {"1 0 0 nan  0 1 0 0  0 0 1 0  0 0 0 1", "the pose is not finite"},
         {"2 0 0 0  0 2 0 0  0 0 2 0  0 0 0 1", "is not a rotation"},
@@ -154,13 +152,32 @@ TEST(ToolRegister, FaultyPoseFilesAreRefused)
     EXPECT_THAT(place.Run("register a.ply a.ply --start none.txt").errors, HasSubstr("none.txt: no such file"));
 }
 
-/// A refusal says why, leaves no pose, and takes away the one of an earlier run.
-TEST(ToolRegister, RefusalLeavesNoPose)
+/// Bad input leaves the results and the report of an earlier run untouched. A refusal says why, leaves no pose, and
+/// removes that of the earlier run.
+TEST(ToolRegister, OldResultsStayUntilThereAreNewOnes)
 {
     const Workplace place;
     place.Write("away.txt", "1 0 0 500 0 1 0 0 0 0 1 0 0 0 0 1");
-    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --out r").exitCode, 0);
+    place.Write("wrong.json", R"({"uiNumPolygons": "many"})");
+    place.Write("many.json", R"({"icpConfig": {"uiNumSamples": 100000}})");
+    place.Write("line.xyz", "0 0 0\n1 1 1\n2 2 2\n");
+    ASSERT_EQ(place.Run("register " + Fix + ' ' + Flt + " --out r --report r.html").exitCode, 0);
     ASSERT_TRUE(place.Has("r/pose.txt"));
+    const auto before = place.Everything();
+    const std::tuple<std::string, int, const char*> faults[] = {
+        {Flt + " --config wrong.json", 3, "must be a whole number"},
+        {Flt + " --config many.json", 3, "hippo1.ply: too few points: 6104; the registration needs 100000"},
+        {Flt + " --start missing.txt", 3, "missing.txt: no such file"},
+        {"line.xyz", 3, "all points lie on a line"},
+        {Flt + " --preset best", 64, "--preset"},
+    };
+    for (const auto& [arguments, exitCode, message] : faults) {
+        const Outcome outcome = place.Run("register " + Fix + ' ' + arguments + " --out r --report r.html");
+        EXPECT_EQ(outcome.exitCode, exitCode) << arguments;
+        EXPECT_THAT(outcome.errors, HasSubstr(message));
+        EXPECT_EQ(outcome.output, "") << arguments;
+        EXPECT_TRUE(place.Everything() == before) << arguments;
+    }
     const Outcome outcome = place.Run("register " + Fix + ' ' + Flt + " --start away.txt --out r");
     EXPECT_EQ(outcome.exitCode, 2);
     EXPECT_THAT(outcome.output, HasSubstr("no registration found: initial overlap of point sets is too small"));
@@ -169,12 +186,13 @@ TEST(ToolRegister, RefusalLeavesNoPose)
     EXPECT_THAT(place.Read("r/unregistered.png"), testing::StartsWith("\x89PNG"));
     const auto result = nlohmann::json::parse(place.Read("r/result.json"));
     EXPECT_EQ(result["found"], false);
-    EXPECT_NE(result["reason"], "");
+    EXPECT_EQ(result["reasonCode"], "initial_overlap_too_small");
+    EXPECT_EQ(result["statistics"]["failures"][0]["code"], "initial_overlap_too_small");
     EXPECT_TRUE(result["results"].empty());
 }
 
-/// A body that a half turn about z maps onto itself: r depends on even powers of x and y only. Two poses fit, in the
-/// same place, and neither may be handed out.
+/// A half turn about z maps this body onto itself: r depends on even powers of x and y only. Two poses fit at the same
+/// place, and neither may be handed out.
 TEST(ToolRegister, LikenessToItselfIsAmbiguous)
 {
     const auto body = [](double phase) {
@@ -196,6 +214,8 @@ TEST(ToolRegister, LikenessToItselfIsAmbiguous)
     EXPECT_EQ(outcome.exitCode, 2);
     EXPECT_THAT(outcome.output, HasSubstr("no registration found: ambiguous: different poses fit about equally well"));
     EXPECT_THAT(outcome.output, testing::ContainsRegex("\n   1 .*\n   2 ")) << "both are shown";
+    EXPECT_THAT(outcome.output, Not(HasSubstr("pose that maps"))) << "but none is handed out";
+    EXPECT_EQ(nlohmann::json::parse(place.Read("r/result.json"))["reasonCode"], "ambiguous");
     EXPECT_FALSE(place.Has("r/pose.txt"));
 }
 
@@ -225,7 +245,7 @@ TEST(ToolFeatures, WritesEveryFeaturePoint)
     const std::string text = place.Read("f.xyzn");
     const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
     EXPECT_GT(lines, 30U);
-    EXPECT_THAT(outcome.output, testing::StartsWith(std::to_string(lines) + " feature points of 6104 points"));
+    EXPECT_THAT(outcome.output, testing::StartsWith(std::to_string(lines) + " feature points out of 6104 points"));
     EXPECT_EQ(Numbers(text).size(), 6 * lines);
     EXPECT_EQ(place.Run("features " + Fix + " --out missing/f.xyzn").exitCode, 3);
 }

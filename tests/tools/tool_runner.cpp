@@ -41,8 +41,22 @@ void Workplace::Write(const std::string& name, const std::string& content) const
 
 std::string Workplace::Read(const std::string& name) const
 {
-    std::ifstream file(path_ / name, std::ios::binary);
-    if (!file) throw std::runtime_error("no file " + name);
+    return FileBytes(path_ / name);
+}
+
+std::map<std::string, std::string> Workplace::Everything() const
+{
+    std::map<std::string, std::string> everything;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
+        everything[entry.path().string()] = entry.is_regular_file() ? FileBytes(entry.path()) : "";
+    for (const char* name : {"stdout.txt", "stderr.txt"}) everything.erase(PathOf(name));
+    return everything;
+}
+
+std::string FileBytes(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("no file " + path.string());
     std::ostringstream content;
     content << file.rdbuf();
     return content.str();

@@ -3,10 +3,15 @@
 #include "VoAlgorithms/kdtree/vector.h"
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace tooltest {
+
+/// Two real scans that overlap.
+inline const std::string Fix = VOALGO_SOURCE_DIR "/examples/data/hippo1.ply";
+inline const std::string Flt = VOALGO_SOURCE_DIR "/examples/data/hippo2.ply";
 
 struct Outcome {
     int exitCode;
@@ -14,7 +19,7 @@ struct Outcome {
     std::string errors; // standard error
 };
 
-/// A directory of its own that goes away with the object; the tool runs in it.
+/// A temporary directory in which the tool runs; it is removed with the object.
 class Workplace {
 public:
     Workplace();
@@ -22,16 +27,21 @@ public:
     Workplace& operator=(const Workplace&) = delete;
     ~Workplace();
 
-    /// Runs `voalgo arguments` (words as for a shell).
+    /// Runs `voalgo arguments`; a shell splits the arguments.
     [[nodiscard]] Outcome Run(const std::string& arguments) const;
     void Write(const std::string& name, const std::string& content) const;
     [[nodiscard]] std::string Read(const std::string& name) const;
     [[nodiscard]] std::string PathOf(const std::string& name) const { return (path_ / name).string(); }
     [[nodiscard]] bool Has(const std::string& name) const { return std::filesystem::exists(path_ / name); }
+    /// The content of every file, by path, save for the output of the last run.
+    [[nodiscard]] std::map<std::string, std::string> Everything() const;
 
 private:
     std::filesystem::path path_;
 };
+
+/// The bytes of a file, wherever it is.
+std::string FileBytes(const std::filesystem::path& path);
 
 using Points = std::vector<kdtree::Vector<3>>;
 

@@ -37,7 +37,7 @@ TEST(ToolUsage, WrongUsageHasAnExitCodeOfItsOwn)
     }
 }
 
-/// A typing error in a configuration must never run with a default instead.
+/// A misspelt key must never leave a default in force.
 TEST(ToolUsage, ConfigurationErrorsNameTheKey)
 {
     struct Row {
@@ -45,21 +45,21 @@ TEST(ToolUsage, ConfigurationErrorsNameTheKey)
         const char* message;
     };
     const Row table[] = {
-        {R"({"uiNumPolygon": 3})", R"("uiNumPolygon": unknown key; the nearest known one is "uiNumPolygons")"},
-        {R"({"icpConfig": {"dMaxRSME": 1}})", R"(the nearest known one is "icpConfig.dMaxRMSE")"},
+        {R"({"uiNumPolygon": 3})", R"("uiNumPolygon": unknown key; did you mean "uiNumPolygons"?)"},
+        {R"({"icpConfig": {"dMaxRSME": 1}})", R"(did you mean "icpConfig.dMaxRMSE"?)"},
         {R"({"dMaxRMSE": 1})", R"("dMaxRMSE": belongs inside "icpConfig")"},
         {R"({"uiNumPolygons": "3"})", R"("uiNumPolygons": must be a whole number, is string)"},
         {R"({"uiNumPolygons": 3.5})", R"("uiNumPolygons": must be a whole number, is 3.5)"},
-        {R"({"uiNumPolygons": -1})", R"("uiNumPolygons": must lie between 0 and 4294967295, is -1)"},
-        {R"({"uiNumPolygons": 4294967296})", R"(must lie between 0 and 4294967295)"},
+        {R"({"uiNumPolygons": -1})", R"("uiNumPolygons": must be between 0 and 4294967295, is -1)"},
+        {R"({"uiNumPolygons": 4294967296})", R"(must be between 0 and 4294967295)"},
         {R"({"icpConfig": {"dMaxRMSE": null}})", R"("icpConfig.dMaxRMSE": must be a number, is null)"},
         {R"({"icpConfig": 3})", R"("icpConfig": must be a JSON object, is number)"},
         {R"({"dFeatureRadius": 0})", R"("dFeatureRadius": must be greater than 0)"},
         {R"({"uiNumPolygonVertices": 2})", R"("uiNumPolygonVertices": must be at least 3)"},
         {R"([1, 2])", "must be a JSON object, is array"},
-        {R"({"uiNumPolygons": })", "no valid JSON: parse error at line 1, column 19"},
-        {R"({"dFeatureRadius": 1e999})", "no valid JSON"},
-        {"", "no valid JSON"},
+        {R"({"uiNumPolygons": })", "not valid JSON: parse error at line 1, column 19"},
+        {R"({"dFeatureRadius": 1e999})", "not valid JSON"},
+        {"", "not valid JSON"},
     };
     const Workplace place;
     place.Write("a.ply", PlyBytes(Blob(3000, 100.0F)));

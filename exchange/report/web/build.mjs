@@ -1,4 +1,4 @@
-// Makes dist/report.html, the page without its data, of the sources in this folder: `npm ci && npm run build`.
+// Makes dist/report.html, the page without its data, from the sources in this folder: `npm ci && npm run build`.
 import { build } from "esbuild";
 import { mkdirSync, readFileSync, writeFileSync } from "node:fs";
 

@@ -21,9 +21,9 @@ export function legend(range, largest, onRange) {
     ];
 }
 
-/** Signed distances as bars, with lines at ± RMSE and ± its limit. */
-export function histogram({ near, within99 }, range, rmse, limit) {
-    const domain = niceCeil(Math.max(within99 ?? 1, 1.15 * (rmse ?? 0)));
+/** A histogram of signed distances with lines at ± RMSE and ± its limit. */
+export function histogram({ near, within995 }, range, rmse, limit) {
+    const domain = niceCeil(Math.max(within995 ?? 1, 1.15 * (rmse ?? 0)));
     const bins = 41, counts = new Array(bins).fill(0);
     for (const d of near)
         if (Math.abs(d) < domain) ++counts[Math.floor((d / domain + 1) / 2 * bins)];
@@ -58,7 +58,7 @@ export function histogram({ near, within99 }, range, rmse, limit) {
     return shape;
 }
 
-/** Horizontal bars: [label, value, text, class, remark]. */
+/** Horizontal bars of { label, value, text, kind, remark }. */
 export function bars(rows) {
     const most = Math.max(1e-12, ...rows.map((row) => row.value));
     return make("div", { class: "bars" }, ...rows.flatMap((row) => [
@@ -69,18 +69,18 @@ export function bars(rows) {
     ]));
 }
 
-/** One bar of parts that make up the whole, with a list. */
+/** One bar for the whole, divided into its parts, and a list of them. */
 export function stacked(parts) {
     const whole = parts.reduce((sum, part) => sum + part.value, 0);
     return make("div", { class: "stacked" },
-        make("div", { class: "whole", role: "img", "aria-label": "Shares of the time" },
+        make("div", { class: "whole", role: "img", "aria-label": "Shares of the total time" },
             ...parts.map((part, i) => make("i", { class: `part${i}`, style: `flex-grow:${100 * part.value / whole}`, title: part.label }))),
         make("ul", {}, ...parts.map((part, i) => make("li", {}, make("i", { class: `swatch part${i}` }), make("span", {}, part.label),
             make("b", {}, seconds(part.value)), make("small", {}, percent(part.value / whole, 2)))),
-        make("li", { class: "sum" }, make("i", { class: "swatch" }), make("span", {}, "Together"), make("b", {}, seconds(whole)), make("small", {}))));
+        make("li", { class: "sum" }, make("i", { class: "swatch" }), make("span", {}, "Total"), make("b", {}, seconds(whole)), make("small", {}))));
 }
 
-/** How near a value came to its limit: the limit in the middle, the side that passes shaded. */
+/** How close a value is to its limit: the limit is in the middle, the passing side is shaded. */
 export function margin(test) {
     const ratio = test.limit > 0 ? test.value / test.limit : 0;
     const at = 100 * Math.min(1, Math.max(0, ratio / 2));

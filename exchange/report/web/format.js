@@ -6,7 +6,7 @@ export function count(value) {
     return Math.round(value).toString().replace(/\B(?=(\d{3})+$)/g, NARROW);
 }
 
-/** A figure with so many significant digits, never in powers of ten unless it is tiny or huge. */
+/** A figure with that many significant digits, in powers of ten only if it is tiny or huge. */
 export function figure(value, digits = 3) {
     if (value === null || value === undefined || !Number.isFinite(value)) return "\u2013";
     if (value === 0) return "0";

@@ -1,10 +1,10 @@
-// Fills the page from the data of the run.
+// Fills the page with the data of a registration.
 import { Matrix4 } from "three";
 import { bars, byHowMuch, histogram, legend, margin, stacked } from "./charts.js";
 import { breakable, capital, count, figure, fileName, make, percent, quantity, round, seconds } from "./format.js";
 import * as pack from "./pack.js";
 import { niceCeil } from "./scale.js";
-import { ADVICE, ADVICE_ON_START, CAUSES, SETTINGS, STAGES, TIMES } from "./texts.js";
+import { ADVICE, ADVICE_ON_START, CAUSES, STAGES, TIMES } from "./texts.js";
 import { Viewer } from "./viewer.js";
 
 const data = JSON.parse(document.getElementById("data").textContent);
@@ -18,7 +18,7 @@ let viewer = null;
 
 const shareOf = (ratio) => ratio < 0 ? "\u2013" : percent(ratio); // below 0: not reached
 const isFit = (pose) => pose.objection === "";
-const limitOf = (pose, name) => pose.tests.find((t) => t.name.startsWith(name) && t.stage !== "FIX on FLT")?.limit ?? null;
+const limitOf = (pose, code) => pose.tests.find((t) => t.code === code && t.stage !== "FIX on FLT")?.limit ?? null;
 
 /* The verdict. */
 
@@ -29,8 +29,8 @@ function turnAndShift(matrix) {
     return [Math.acos(Math.min(1, Math.max(-1, (trace - 1) / 2))), Math.hypot(...moved.map((v, k) => v - middle[k]))];
 }
 
-function adviceOn({ isRefinement, poses, reason }) {
-    return (isRefinement && ADVICE_ON_START[poses[0].resultType]) || ADVICE.find(([words]) => words.test(reason))?.[1];
+function adviceOn({ isRefinement, reasonCode }) {
+    return (isRefinement && ADVICE_ON_START[reasonCode]) || ADVICE[reasonCode];
 }
 
 function showVerdict() {
@@ -41,10 +41,10 @@ function showVerdict() {
     put("version", `voalgo ${data.voalgo}`);
     const advice = adviceOn(data);
     const passed = data.found ? data.poses[0].tests.filter((t) => t.outcome === "passed").length : 0;
-    const headline = data.found ? "Registered" : "Refused: no pose is handed out";
+    const headline = data.found ? "Registered" : "Refused: no pose can be trusted";
     const text = data.found
         ? `The pose passed all ${passed} acceptance tests` + (data.resultCount > 1
-            ? `; ${data.resultCount - 1} other pose${data.resultCount > 2 ? "s" : ""} passed too, but explain${data.resultCount > 2 ? "" : "s"} clearly less.` : ".")
+            ? `; ${data.resultCount - 1} other pose${data.resultCount > 2 ? "s" : ""} passed, too, but explain${data.resultCount > 2 ? "" : "s"} much less of FLT.` : ".")
         : capital(data.reason) + ".";
     $("verdict").classList.add(data.found ? "good" : "bad");
     put("verdict", make("span", { class: "badge", "aria-hidden": "true" }, data.found ? "\u2713" : "\u2715"),
@@ -57,30 +57,30 @@ function showFigures() {
     const tile = (name, value, remark) => make("div", { class: "tile" }, make("span", {}, name), make("strong", {}, value), make("small", {}, remark));
     const s = data.statistics;
     const total = Object.values(data.seconds).reduce((a, b) => a + b, 0);
-    const time = tile("Time", seconds(total), "reading to report");
+    const time = tile("Time", seconds(total), "from reading to report");
     const pose = data.poses[state.pose];
     if (data.found || data.isRefinement) {
         const [turn, shift] = turnAndShift(pose.pose);
-        const limit = (name, sign, unit) => { const l = limitOf(pose, name); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
-        put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("RMSE", "\u2264", "mm")),
-            tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("Overlap", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
-            tile("Small/big ratio", pose.fStop_SmallBigRatio < 0 ? "\u2013" : figure(pose.fStop_SmallBigRatio), limit("Small/big", "\u2265", "")),
+        const limit = (code, sign, unit) => { const l = limitOf(pose, code); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
+        put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("rmse", "\u2264", "mm")),
+            tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("overlap_ratio", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
+            tile("Small/big ratio", pose.fStop_SmallBigRatio < 0 ? "\u2013" : figure(pose.fStop_SmallBigRatio), limit("small_big_ratio", "\u2265", "")),
             pose.fStop_OverlapArea >= 0 ? tile("Overlap area", quantity(pose.fStop_OverlapArea, "mm2"), "of FIX covered by FLT")
                 : tile("Agreeing proposals", count(pose.clusterSize), data.isRefinement ? "the given pose" : "led to this pose"),
-            tile("Turn", quantity(turn, "rad"), "of FLT by the pose"),
-            tile("Shift", quantity(shift, "mm"), "of FLT\u2019s middle"), time);
+            tile("Rotation", quantity(turn, "rad"), "applied to FLT"),
+            tile("Translation", quantity(shift, "mm"), "of FLT\u2019s centre"), time);
     } else {
-        put("figures", tile("Polygons", count(s.uiNumPolygons), "allowed"), tile("Proposed poses", count(s.uiNumProposals), "refined, each once"),
+        put("figures", tile("Polygons", count(s.uiNumPolygons), "at most"), tile("Proposed poses", count(s.uiNumProposals), "each refined once"),
             tile("Accepted", count(s.uiNumSuccessful), "by the search"), tile("Refused", count(s.uiNumFailed), "by the search"),
-            tile("Point spacing", quantity(spacing, "mm"), "the larger of both scans"), time);
+            tile("Point spacing", quantity(spacing, "mm"), "of the coarser scan"), time);
     }
 }
 
-/* Poses, distances, tests of the pose that is chosen. */
+/* The poses, and the distances and tests of the chosen one. */
 
 function showPoses() {
     if (data.poses.length === 0) {
-        put("poses", make("p", { class: "empty" }, "No proposed pose got as far as the verification, so there is none to show. The view has both scans as their files have them."));
+        put("poses", make("p", { class: "empty" }, "No proposed pose reached the verification, so there is none to show. The view shows both scans as loaded."));
         return;
     }
     const button = (pose, i) => make("button", { type: "button", role: "radio", "aria-checked": i === state.pose, class: "pose", onclick: () => { choosePose(i); if (state.view === "before") setView("after", true); } },
@@ -114,23 +114,23 @@ function choosePose(i) {
 function showDistances() {
     const pose = data.poses[state.pose];
     const { figures } = pose;
-    const limit = limitOf(pose, "RMSE"), rmse = pose.fStop_RMSE;
+    const limit = limitOf(pose, "rmse"), rmse = pose.fStop_RMSE;
     const row = (name, value) => [make("dt", {}, name), make("dd", {}, value)];
     put("histogram", histogram(figures, state.range, rmse, limit),
-        make("p", { class: "keys" }, make("span", {}, make("i", { class: "line rmse" }), "\u00b1 RMSE"), make("span", {}, make("i", { class: "line limit" }), "\u00b1 its limit"), make("span", {}, "height: % of partners")),
+        make("p", { class: "keys" }, make("span", {}, make("i", { class: "line rmse" }), "\u00b1 RMSE"), make("span", {}, make("i", { class: "line limit" }), "\u00b1 its limit"), make("span", {}, "height: % of pairs")),
         make("dl", {}, ...row("With a partner", percent(figures.share)), ...row("Root mean square", quantity(figures.rms, "mm")),
             ...row("Median", quantity(figures.median, "mm")), ...row("95 % within \u00b1", quantity(figures.within95, "mm"))),
-        make("p", { class: "note" }, `${data.flt.shown < data.flt.points ? `${count(data.flt.shown)} of ${count(data.flt.points)}` : `All ${count(data.flt.points)}`} points of FLT, each to the plane of its nearest point of FIX within ${quantity(data.pairRadius, "mm")}, normals within ${quantity(data.pairAngle, "rad", 2)}.`));
+        make("p", { class: "note" }, `${data.flt.shown < data.flt.points ? `${count(data.flt.shown)} of ${count(data.flt.points)}` : `All ${count(data.flt.points)}`} points of FLT. Distance to the tangent plane of the nearest point of FIX within ${quantity(data.pairRadius, "mm")} whose normal differs by less than ${quantity(data.pairAngle, "rad", 2)}.`));
     put("legend", ...legend(state.range, data.pairRadius, (range) => { state.range = range; refreshRange(); }));
     viewer?.setByDistance(state.view === "distance", state.range);
 }
 
-/** While the slider is held it must stay the same element. */
+/** Keeps the slider, which must remain the same element while it is held. */
 function refreshRange() {
     const ticks = document.querySelectorAll("#legend .ramp span");
     [1, 0.5, 0, -0.5, -1].forEach((t, i) => { ticks[i].textContent = (t > 0 ? "+" : "") + round(t * state.range); });
     const pose = data.poses[state.pose];
-    $("histogram").firstChild.replaceWith(histogram(pose.figures, state.range, pose.fStop_RMSE, limitOf(pose, "RMSE")));
+    $("histogram").firstChild.replaceWith(histogram(pose.figures, state.range, pose.fStop_RMSE, limitOf(pose, "rmse")));
     viewer?.setByDistance(state.view === "distance", state.range);
 }
 
@@ -159,14 +159,14 @@ function showTests() {
             make("td", { class: "gauge" }, isKnown ? margin(t) : ""), make("td", { class: "much" }, isKnown ? byHowMuch(t) : ""),
             make("td", { class: "outcome" }, outcome[t.outcome])));
     }
-    put("tests", make("table", {}, make("thead", {}, make("tr", {}, ...[["Test", ""], ["Limit", "number"], ["Value", "number"], ["Against the limit", "gauge"], ["", ""], ["Outcome", ""]]
+    put("tests", make("table", {}, make("thead", {}, make("tr", {}, ...[["Test", ""], ["Limit", "number"], ["Value", "number"], ["Margin", "gauge"], ["", ""], ["Outcome", ""]]
         .map(([name, kind]) => make("th", { scope: "col", class: kind }, name)))), make("tbody", {}, ...rows)));
 }
 
 function showMatrix() {
     const pose = data.poses[state.pose];
     const rows = pose.pose.map((row, r) => row.map((v, c) => c === 3 && r < 3 ? v / data.mmPerUnit : v));
-    put("poseLead", `Maps FLT into FIX: rotation and shift, in ${data.unit}` + (isFit(pose) && data.found ? "." : ". Not to be used: this pose was refused."));
+    put("poseLead", `Maps FLT into FIX: rotation and translation, in ${data.unit}` + (isFit(pose) && data.found ? "." : ". Do not use it: this pose was refused."));
     put("matrix", ...rows.flat().map((v) => make("span", {}, v.toFixed(6).replace("-", "\u2212"))));
     $("copy").onclick = async () => {
         const text = rows.map((row) => row.map((v) => Number(v.toPrecision(9))).join(" ")).join("\n");
@@ -175,16 +175,16 @@ function showMatrix() {
     };
 }
 
-/* What does not depend on the chosen pose. */
+/* Independent of the chosen pose. */
 
 function showCauses() {
     const s = data.statistics;
     $("causesCard").hidden = data.isRefinement; // nothing was proposed
-    put("causesLead", s.uiNumProposals === 0 ? "No pose was proposed." : `${count(s.uiNumProposals)} poses were proposed from matched polygons (${count(s.uiNumPolygons)} allowed) and each was refined. Most proposals are wrong ones, and are meant to be refused.`);
+    put("causesLead", s.uiNumProposals === 0 ? "No pose was proposed." : `${count(s.uiNumProposals)} poses were proposed from up to ${count(s.uiNumPolygons)} polygons, and each was refined. Most proposals are wrong and are meant to be refused.`);
     const rows = s.uiNumSuccessful + s.uiNumFailed === 0 ? [] : [{ label: "Accepted by the search", value: s.uiNumSuccessful, text: count(s.uiNumSuccessful), kind: "good",
-        remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of those did not pass the verification.` : "Similar poses count as one; each was then verified from both sides." }];
+        remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of these failed the verification.` : "Similar poses count as one; each was then verified in both directions." }];
     for (const f of s.failures) {
-        const [meaning, change] = CAUSES[f.resultType] ?? ["", ""];
+        const [meaning, change] = CAUSES[f.code] ?? ["", ""];
         rows.push({ label: capital(f.cause), value: f.count, text: `${count(f.count)}  (${percent(f.count / (s.uiNumFailed + s.uiNumSuccessful), 2)})`, remark: data.found || change === "As above." ? meaning : `${meaning} ${change}` });
     }
     put("causes", rows.length ? bars(rows) : make("p", { class: "empty" }, `Nothing was refined. ${adviceOn(data) ?? ""}`));
@@ -204,15 +204,15 @@ function showScans() {
 
 function showSettings() {
     const text = (key, value) => {
-        const [unit, , off] = SETTINGS[key] ?? ["", ""];
+        const { unit, off } = data.fields[key];
         return off && value <= 0 ? off : Number.isInteger(value) && !unit ? count(value) : quantity(value, unit, 4);
     };
     const table = (caption, heads, rows) => make("div", { class: "scroll" }, make("table", { class: "plain settings" }, make("caption", {}, caption),
         make("thead", {}, make("tr", {}, ...heads.map((h) => make("th", { scope: "col" }, h)))),
-        make("tbody", {}, ...rows.map(([key, ...values]) => make("tr", {}, make("th", { scope: "row" }, make("code", {}, key)), ...values.map((v) => make("td", { class: "number" }, text(key, v))), make("td", { class: "meaning" }, SETTINGS[key]?.[1] ?? ""))))));
+        make("tbody", {}, ...rows.map(([key, ...values]) => make("tr", {}, make("th", { scope: "row" }, make("code", {}, key)), ...values.map((v) => make("td", { class: "number" }, text(key, v))), make("td", { class: "meaning" }, capital(data.fields[key].meaning)))))));
     const { config, verification, workingSpacing, preset } = data.settings;
     const plain = (object) => Object.entries(object).filter(([, v]) => typeof v === "number");
-    put("settings", make("p", { class: "lead" }, `Preset ${preset}. What no configuration stated was scaled from the spacing and the roughness of the points.`),
+    put("settings", make("p", { class: "lead" }, `Preset ${preset}. Settings that no configuration states are derived from the spacing and the roughness of the points.`),
         make("div", { class: "columns" }, make("div", {}, table("Search", ["Setting", "Value", "Meaning"], [["workingSpacing", workingSpacing], ...plain(config)]),
             table("Verification", ["Setting", "Value", "Meaning"], plain(verification))),
         table("Refinement of a pose", ["Setting", "Search", "Verification", "Meaning"], Object.entries(config.icpConfig).map(([k, v]) => [k, v, verification.icpConfig[k]]))));
@@ -220,7 +220,7 @@ function showSettings() {
 
 /* The 3D view. */
 
-function matrixOf(pose) { // into the frame of the view, whose origin is the middle of FIX
+function matrixOf(pose) { // in the frame of the view, whose origin is the middle of FIX
     const m = pose ? new Matrix4().set(...pose.pose.flat()) : new Matrix4();
     const [x, y, z] = origin;
     return new Matrix4().makeTranslation(-x, -y, -z).multiply(m).multiply(new Matrix4().makeTranslation(x, y, z));
@@ -259,10 +259,10 @@ function startViewer() {
     try {
         viewer = new Viewer($("canvas"), pack.cloud(data.fix.cloud, origin), pack.cloud(data.flt.cloud, origin));
     } catch (error) {
-        $("canvas").append(make("p", { class: "empty" }, "The 3D view needs WebGL 2, which this browser does not offer or has switched off. Everything else on this page works."));
+        $("canvas").append(make("p", { class: "empty" }, "The 3D view needs WebGL 2, which this browser lacks or has disabled. Everything else on this page works."));
         return;
     }
-    // Where fewer points are shown than there are, each stands for several.
+    // Where only some of the points are shown, each stands for several.
     for (const name of ["fix", "flt"]) viewer[name].spacing = data[name].spacing * Math.sqrt(data[name].points / data[name].shown);
     viewer.onFrame = showRuler;
     for (const [box, name] of [["showFix", "fix"], ["showFlt", "flt"]])

@@ -1,4 +1,4 @@
-// Reads what the tool packed.
+// Decodes the clouds and distances that the tool packed.
 
 function bytes(base64) {
     if (Uint8Array.fromBase64) return Uint8Array.fromBase64(base64);
@@ -29,7 +29,7 @@ export function distances(base64, largest) {
     return out;
 }
 
-/** Figures of those that have a partner. */
+/** Statistics of the points with a partner. */
 export function describe(values) {
     const near = values.filter((d) => d < NONE);
     const sizes = near.map(Math.abs).sort();
@@ -39,6 +39,6 @@ export function describe(values) {
     for (const d of near) sum += d * d;
     return {
         near, share: near.length / values.length, rms: near.length ? Math.sqrt(sum / near.length) : null,
-        median: at(sorted, 0.5), within95: at(sizes, 0.95), within99: at(sizes, 0.995),
+        median: at(sorted, 0.5), within95: at(sizes, 0.95), within995: at(sizes, 0.995),
     };
 }

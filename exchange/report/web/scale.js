@@ -1,4 +1,4 @@
-// The colours of signed distances, from behind FIX (blue) over on it (sand) to in front of it (red).
+// The colours of signed distances: from blue (behind FIX) through sand (on it) to red (in front of it).
 
 export const STOPS = [
     [0.0, [33, 82, 156]], [0.25, [103, 160, 207]], [0.5, [236, 229, 208]], [0.75, [235, 144, 98]], [1.0, [176, 32, 38]],

@@ -1,4 +1,4 @@
-// The 3D view: two clouds of round points, lit from the camera, drawn when something changed.
+// The 3D view: two clouds of round points, lit from the camera, redrawn when something changes.
 import {
     BufferAttribute, BufferGeometry, Color, GLSL3, Matrix4, PerspectiveCamera, Points, Quaternion, Scene, ShaderMaterial,
     Vector3, WebGLRenderer,
@@ -21,14 +21,14 @@ vec3 scaleColour(float share)
 void main()
 {
     vec4 eye = modelViewMatrix * vec4(position, 1.0);
-    // Pushed back along its ray, so that what nearly coincides with it stays in front.
+    // Pushed back along its ray, so that the other cloud stays in front where they nearly coincide.
     gl_Position = projectionMatrix * vec4(eye.xyz * (1.0 + back / length(eye.xyz)), 1.0);
     gl_PointSize = clamp(size * pixels / -eye.z, 1.5, 48.0);
     vec3 n = normalMatrix * normal;
     float facing = dot(n, n) < 0.01 ? 0.8 : dot(normalize(n), normalize(-eye.xyz));
     vec3 base = colour;
     if (byDistance) base = distance_ > 1e29 ? none : scaleColour(0.5 + 0.5 * distance_ / range);
-    // The back of a surface is dim, so that one sees from which side one looks.
+    // The back of a surface is dim, which tells the sides apart.
     shade = base * (facing >= 0.0 ? 0.42 + 0.58 * facing : 0.34 - 0.12 * facing);
 }`;
 
@@ -66,7 +66,7 @@ function points({ positions, normals }) {
     return object;
 }
 
-/** Every so many points, moved: enough to know where a cloud lies. */
+/** Some of the points, moved: enough to find the bounds of a cloud. */
 function sample(object) {
     const { array } = object.geometry.attributes.position;
     const step = 3 * Math.max(1, Math.floor(array.length / 3 / 4000));
@@ -131,13 +131,13 @@ export class Viewer {
         this.onFrame(this.millimetresPerPixel());
     }
 
-    /** Reading a pixel waits for the graphics, which "finish" does not in every browser. */
+    /** Reading a pixel waits for the GPU; "finish" does not in every browser. */
     waitUntilDrawn() {
         const gl = this.renderer.getContext();
         gl.readPixels(0, 0, 1, 1, gl.RGBA, gl.UNSIGNED_BYTE, new Uint8Array(4));
     }
 
-    /** At the depth of the point that the camera turns about, in CSS pixels. */
+    /** Per CSS pixel, at the depth of the point that the camera rotates about. */
     millimetresPerPixel() {
         const distance = this.camera.position.distanceTo(this.controls.target);
         return 2 * distance * Math.tan(this.camera.fov * Math.PI / 360) / this.host.clientHeight;
@@ -193,7 +193,7 @@ export class Viewer {
         step();
     }
 
-    /** Shows everything that is visible, from where most surfaces face. */
+    /** Shows everything visible, from the side that most surfaces face. */
     fit(keepDirection) {
         const objects = [this.fix, this.flt].filter((o) => o.visible);
         const seen = objects.length ? objects : [this.fix];
@@ -211,7 +211,7 @@ export class Viewer {
         this.draw();
     }
 
-    /** The mean normal of FIX, turned a little aside; where scans close around the object there is none to speak of. */
+    /** The mean normal of FIX, rotated slightly; a fixed direction where a scan from all around has hardly any. */
     facing() {
         const { array } = this.fix.geometry.attributes.normal;
         const mean = new Vector3();

@@ -24,7 +24,7 @@ namespace detail {
 struct View;
 }
 
-/// What the typed readers throw; its text is "bad cast" on every platform.
+/// Thrown by the typed readers; its text is "bad cast" on every platform.
 class VOALGO_API bad_cast : public std::bad_cast {
 public:
     /// "bad cast".
@@ -32,17 +32,17 @@ public:
 };
 
 /// One named, typed value in its serialised form: a type byte, the name (UTF-8) with its NUL, the bytes of the value,
-/// all integers little-endian. The element owns these bytes alone; they are always well formed, down to the innermost
-/// object. An object value is its frozen form, so nothing here recurses, however deeply documents are nested.
+/// all integers little-endian. The element is the only owner of these bytes; they are always well formed, down to the
+/// innermost object. The value of an object is its frozen form, so nothing here recurses, however deep the nesting.
 ///
 /// Names, patterns and options must not contain NUL (std::invalid_argument). Strings, binaries and objects hold less
-/// than 2 GiB, 2 GiB and 4 GiB (std::length_error). Text that is not UTF-8 is kept as it is; conversions put U+FFFD in
-/// the place of what is broken.
+/// than 2 GiB, 2 GiB and 4 GiB (std::length_error). Text that is not UTF-8 is kept as it is; conversions replace broken
+/// parts by U+FFFD.
 class VOALGO_API element {
 public:
     class object;
 
-    /// The type byte. Numbers are little-endian, floating point is IEEE 754; where no size is given, the name has it.
+    /// The type byte. Numbers are little-endian, floating point is IEEE 754; the names of integers give their size.
     enum Type : unsigned char {
         Double = 1,   ///< 64 bits
         String = 2,   ///< UTF-8 with its length
@@ -64,22 +64,22 @@ public:
         UInt8 = 132,
         Int8 = 133,
         ///@}
-        Empty = 255, ///< of the empty element, never stored
+        Empty = 255, ///< the empty element; never stored
     };
-    /// What the bytes of a binary are; any other byte is kept as well.
+    /// Meaning of the bytes of a binary; other values are kept as well.
     enum class BinaryType : unsigned char {
         Generic = 0,       ///< any
         Function = 1,      ///< code
         Uuid = 4,          ///< 16 bytes of a UUID
         Md5 = 5,           ///< 16 bytes of a checksum
-        UserDefined = 128, ///< the writer knows
+        UserDefined = 128, ///< private to the writer
     };
 
     /// The empty element: no bytes, type 255.
     element() noexcept = default;
     ///@{
-    /// An element of the type that the value has in C++, by width and sign; character pointers and strings become
-    /// String, the name alone Null. Copies the value.
+    /// An element of the type that matches the C++ type by width and sign; character pointers and strings become
+    /// String, a name without a value becomes Null. Copies the value.
     explicit element(std::string_view name);
     element(std::string_view name, signed char value);
     element(std::string_view name, unsigned char value);
@@ -107,7 +107,7 @@ public:
     element(std::string_view name, const T* value) = delete;
 
     ///@{
-    /// A copy has bytes of its own; what was moved from is the empty element.
+    /// A copy has its own bytes; a moved-from element is the empty element.
     element(const element& other);
     element(element&& other) noexcept;
     element& operator=(const element& other);
@@ -116,7 +116,7 @@ public:
     ~element() = default;
 
     ///@{
-    /// An element of the type in the name. Throws as the class says.
+    /// An element of the type in the function's name. Throws as stated for the class.
     [[nodiscard]] static element make_int8(std::string_view name, std::int8_t value);
     [[nodiscard]] static element make_uint8(std::string_view name, std::uint8_t value);
     [[nodiscard]] static element make_int16(std::string_view name, std::int16_t value);
@@ -145,7 +145,7 @@ public:
     /// The name in the platform's wide characters.
     [[nodiscard]] std::wstring name_utf16() const;
     ///@{
-    /// All bytes and those of the value; borrowed, null for the empty element.
+    /// All bytes, and those of the value; borrowed, null for the empty element.
     [[nodiscard]] const unsigned char* raw() const noexcept { return buffer_.get(); }
     [[nodiscard]] const unsigned char* raw_value() const noexcept { return buffer_.get() + (total_ - value_); }
     ///@}
@@ -155,8 +155,7 @@ public:
     bool operator==(const element& other) const noexcept;
 
     ///@{
-    /// The typed readers accept their own type alone, without any widening, and throw bad_cast for every other.
-    /// Any boolean byte but 0 is true; objects copy the bytes of each child.
+    /// The typed readers accept only their own type, without any widening, and throw bad_cast for every other.
     std::int8_t as_int8() const;
     std::uint8_t as_uint8() const;
     std::int16_t as_int16() const;
@@ -178,17 +177,17 @@ public:
     /// Bytes (borrowed, not aligned), their number, subtype.
     std::tuple<const unsigned char*, unsigned, BinaryType> as_binary() const;
 
-    /// The elements of an object element; as_object by another name.
+    /// The elements of an object element, as as_object.
     object children() const;
-    /// Copy of the first child of that name; the empty element when there is none or this is no object.
+    /// Copy of the first child of that name; the empty element when there is none or this is not an object.
     element child(std::string_view name) const;
-    /// The same for the first name that matches as a whole. Names of more than 1,024 bytes never match: the standard
-    /// library's matcher uses stack for every character.
+    /// Copy of the first child whose whole name matches. Names of more than 1,024 bytes never match: the standard
+    /// library's matcher recurses for every character.
     element child(const std::regex& pattern) const;
     ///@{
-    /// Copy of the element at a path below this one, names between slashes; empty names do not count, and the path
-    /// without names leads to this element. At every step the first child of that name is taken; the empty element when
-    /// one is missing. Children are passed over, not copied.
+    /// Copy of the element at a path below this one: names separated by slashes, of which each selects the first child
+    /// of that name. Empty names are ignored; a path without names leads to this element. The empty element when a
+    /// child is missing. Only the result is copied.
     template <std::convertible_to<std::string_view> Path>
     element query(const Path& path) const
     {
@@ -199,15 +198,15 @@ public:
 
     /// All bytes (borrowed) and their number.
     std::pair<const unsigned char*, std::uint64_t> freeze() const noexcept { return {buffer_.get(), total_}; }
-    /// Writes them; true exactly when the stream's position advanced by their number (never for a stream without one).
+    /// Writes them; true exactly when the stream's position advanced by their number (never for a stream without
+    /// positions).
     bool freeze(std::ostream& stream) const; // NOLINT(modernize-use-nodiscard)
 
-    /// Reads one element. A stream that is exhausted before the type byte gives the empty element. Anything else that
-    /// is not a whole element of a known type throws std::invalid_argument "parse error". The counts of objects are not
-    /// relied upon but put right. Memory grows with what the input
-    /// holds, never with what its counts claim.
+    /// Reads one element. A stream that is exhausted before the type byte gives the empty element. Any other input that
+    /// is not a complete element of a known type throws std::invalid_argument "parse error". The counts of objects are
+    /// not trusted but corrected. Memory grows with the input read, not with the counts in it.
     static element unfreeze(std::istream& stream);
-    /// The same from memory (borrowed); what follows the element is not looked at.
+    /// The same from memory (borrowed); bytes after the element are ignored.
     static element unfreeze(const unsigned char* data, std::size_t size);
 
     /// The value as JSON; see object::to_json.
@@ -264,7 +263,7 @@ public:
     element child(const std::regex& pattern) &&;
     ///@}
     ///@{
-    /// As element::query; the path without names leads nowhere.
+    /// As element::query; a path without names gives the empty element.
     template <std::convertible_to<std::string_view> Path>
     element query(const Path& path) const
     {
@@ -279,17 +278,16 @@ public:
     bool freeze(std::ostream& stream) const; // NOLINT(modernize-use-nodiscard)
 
     ///@{
-    /// Reads elements up to the terminating zero byte; the count is not relied upon. Fewer than four bytes give the
-    /// empty object. Errors as element::unfreeze; a missing terminator is one.
+    /// Reads elements up to the terminating zero byte; the count is ignored. Fewer than four bytes give the empty
+    /// object. Errors as for element::unfreeze; a missing terminator is one.
     static object unfreeze(std::istream& stream);
     static object unfreeze(const unsigned char* data, std::size_t size);
     ///@}
-    /// For bytes that are known to hold a whole object: only its terminator ends the reading.
+    /// For bytes that are known to hold a complete object: reading ends only at its terminator.
     static object unfreeze(const unsigned char* data);
 
-    /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order; names that repeat are repeated. Numbers
-    /// are the shortest text that reads back exactly; NaN and infinities are the strings "NaN", "Infinity",
-    /// "-Infinity".
+    /// JSON text (RFC 8259, UTF-8, no spaces) of the elements in order, repeated names included. Numbers are the
+    /// shortest text that reads back exactly; NaN and infinities are the strings "NaN", "Infinity" and "-Infinity".
     /// - binary: `{"$binary":{"base64":"…","subType":"00"}}`, the subtype in hexadecimal; one of more than
     ///   `longestBinary` bytes `{"$binary":{"size":n,"subType":"00"}}`
     /// - datetime: `{"$date":{"$numberLong":"…"}}`, milliseconds
@@ -307,14 +305,14 @@ private:
 };
 
 ///@{
-/// element , element is an object of both; object , element and object , object append (a const object is copied).
+/// element , element gives an object of both; object , element and object , object append (a const object is copied).
 inline element::object operator,(element first, element second)
 {
     element::object both(std::move(first));
     both.append(std::move(second));
     return both;
 }
-/// What the comma operators take on their right.
+/// Right operand of the comma operators.
 template <class Next>
 concept element_or_object = std::same_as<Next, element> || std::same_as<Next, element::object>;
 template <element_or_object Next>

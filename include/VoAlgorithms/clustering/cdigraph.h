@@ -9,8 +9,8 @@
 
 namespace VoAlgo {
 
-/// A directed graph with weighted edges and shortest paths from one node (Dijkstra). Made for many small graphs one
-/// after the other: Reset keeps all storage, so that a graph that is no larger than an earlier one allocates nothing.
+/// A directed graph with weighted edges and shortest paths from one node (Dijkstra). Made for many small graphs, one
+/// after another: Reset keeps all storage, so that a graph that is no larger than an earlier one allocates nothing.
 /// One thread at a time. Deterministic: of equally distant nodes the one with the lower index is settled first, and of
 /// equally short paths the first found stays.
 class VOALGO_API CDiGraph {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VoAlgorithms/clustering/tclusteriterator.h"
 #include "VoAlgorithms/export.h"
 
 #include <cstddef>
@@ -20,43 +21,14 @@ public:
     /// function stands for the squared Euclidean distance.
     using Distance = std::function<float(std::size_t d, const float* a, const float* b)>;
 
-    /// The number of no cluster.
+    /// Stands for no cluster.
     static constexpr unsigned None = 0xFFFFFFFFU;
 
-    /// Iterates over the members of one cluster in ascending point order, up to a default-constructed (empty) iterator.
-    /// The clusterer must outlive it.
-    class VOALGO_API ClusterIterator {
-    public:
-        /// Exhausted.
-        ClusterIterator() = default;
-        /// At the first member of the cluster; exhausted at once when there is no such cluster.
-        ClusterIterator(const CMeanShiftClusterer& clusterer, unsigned cluster);
+    /// Iterates over the members of one cluster.
+    using ClusterIterator = TClusterIterator<CMeanShiftClusterer>;
 
-        /// To the next member; stays exhausted at the end.
-        ClusterIterator& operator++();
-        ///@{
-        /// Compare the addresses of the current points; all exhausted iterators are equal.
-        bool operator==(const ClusterIterator& other) const { return datum() == other.datum(); }
-        bool operator!=(const ClusterIterator& other) const { return datum() != other.datum(); }
-        ///@}
-        /// Coordinate k of the current point; unchecked.
-        float operator[](int k) const { return datum()[k]; }
-        /// The d coordinates of the current point, null when exhausted.
-        const float* operator->() const { return datum(); }
-        /// Size of the cluster, 0 for an empty iterator.
-        [[nodiscard]] unsigned GetClusterSize() const;
-
-    private:
-        void skipOthers();
-        [[nodiscard]] const float* datum() const;
-
-        const CMeanShiftClusterer* clusterer_ = nullptr;
-        unsigned cluster_ = None;
-        unsigned point_ = 0;
-    };
-
-    /// Without points: Run answers false.
-    CMeanShiftClusterer() = default;
+    /// Without points: Run returns false.
+    CMeanShiftClusterer();
     /// Copies n points of d coordinates, point after point. h: the bandwidth. Throws std::invalid_argument "mean shift
     /// clustering: missing input data" for null, n = 0 or d = 0, then "mean shift clustering: invalid bandwidth" for h
     /// ≤ 0, and std::length_error when n or d needs more than 32 bits. A NaN bandwidth is let through: every point then
@@ -98,7 +70,9 @@ public:
     [[nodiscard]] float ComputeBIC(const Distance& distance) const;
 
 private:
-    static constexpr unsigned Seed = 47110815U;
+    friend ClusterIterator;
+    [[nodiscard]] std::size_t numPoints() const { return clusterOf_.size(); }
+    [[nodiscard]] const float* point(std::size_t i) const { return data_.data() + i * dimension_; }
 
     static float euclideanNormSq(std::size_t d, const float* a, const float* b);
 
@@ -107,7 +81,7 @@ private:
     unsigned dimension_ = 0;
     std::vector<float> data_;
     std::vector<unsigned> clusterOf_; // of every point
-    std::mt19937 engine_{Seed};
+    std::mt19937 engine_;
     std::uniform_real_distribution<float> uniform_{0.0F, 1.0F};
     std::vector<float> centres_; // d coordinates each
     std::vector<unsigned> sizes_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VoAlgorithms/clustering/tclusteriterator.h"
 #include "VoAlgorithms/export.h"
 
 #include <array>
@@ -14,47 +15,14 @@ namespace VoAlgo {
 /// but a point that reached no mode belongs to no cluster. One thread at a time; deterministic for a fresh object.
 class VOALGO_API CMeanShiftClusterer3D {
 public:
-    /// The number of no cluster.
+    /// Stands for no cluster.
     static constexpr unsigned None = 0xFFFFFFFFU;
 
-    /// Iterates over the members of one cluster in ascending point order; false when exhausted. The clusterer must
-    /// outlive it.
-    class VOALGO_API ClusterIterator {
-    public:
-        /// Exhausted.
-        ClusterIterator() = default;
-        /// At the first member of the cluster; exhausted at once when there is no such cluster.
-        ClusterIterator(const CMeanShiftClusterer3D& clusterer, unsigned cluster);
+    /// Iterates over the members of one cluster.
+    using ClusterIterator = TClusterIterator<CMeanShiftClusterer3D>;
 
-        /// To the next member; stays exhausted at the end.
-        ClusterIterator& operator++();
-        /// Whether there is a current point.
-        explicit operator bool() const { return datum() != nullptr; }
-        ///@{
-        /// Compare the addresses of the current points; all exhausted iterators are equal.
-        bool operator==(const ClusterIterator& other) const { return datum() == other.datum(); }
-        bool operator!=(const ClusterIterator& other) const { return datum() != other.datum(); }
-        ///@}
-        /// Coordinate k of the current point; unchecked.
-        float operator[](int k) const { return datum()[k]; }
-        /// x, y, z of the current point, null when exhausted.
-        const float* operator->() const { return datum(); }
-        /// Index of the current point.
-        [[nodiscard]] unsigned GetIndex() const { return point_; }
-        /// Size of the cluster, 0 for an empty iterator.
-        [[nodiscard]] unsigned GetClusterSize() const;
-
-    private:
-        void skipOthers();
-        [[nodiscard]] const float* datum() const;
-
-        const CMeanShiftClusterer3D* clusterer_ = nullptr;
-        unsigned cluster_ = None;
-        unsigned point_ = 0;
-    };
-
-    /// Without points: Run answers false.
-    CMeanShiftClusterer3D() = default;
+    /// Without points: Run returns false.
+    CMeanShiftClusterer3D();
     ///@{
     /// Copy n points (packed triples x y z; doubles are narrowed). h: the bandwidth. Throw std::invalid_argument "mean
     /// shift clustering: missing input data" for null or no points, then "mean shift clustering: invalid bandwidth" for
@@ -91,15 +59,17 @@ public:
     [[nodiscard]] static float ComputeAngleFromBandwidthForNormalClustering(float h);
 
 private:
-    static constexpr unsigned Seed = 47110815U;
+    friend ClusterIterator;
+    [[nodiscard]] std::size_t numPoints() const { return points_.size(); }
+    [[nodiscard]] const float* point(std::size_t i) const { return points_[i].xyz; }
 
-    /// A point is one vector register: three coordinates and the index of its cluster.
+    /// A point in one vector register: three coordinates and the index of its cluster.
     struct alignas(16) Record {
         float xyz[3];
         std::uint32_t cluster;
     };
     struct alignas(16) Centre {
-        float xyzw[4];
+        float xyzw[4] = {};
     };
 
     template <class T>
@@ -108,7 +78,7 @@ private:
     float bandwidth_ = 0.0F;
     float stopThreshold_ = 0.0F;
     std::vector<Record> points_;
-    std::mt19937 engine_{Seed};
+    std::mt19937 engine_;
     std::uniform_real_distribution<float> uniform_{0.0F, 1.0F};
     std::vector<Centre> centres_;
     std::vector<unsigned> sizes_;

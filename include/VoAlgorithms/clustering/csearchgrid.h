@@ -10,7 +10,7 @@
 
 namespace VoAlgo {
 
-/// Uniform grid over points in space for the question "which points lie within the radius", one radius for all. Points
+/// Uniform grid over points in space that finds the points within one fixed radius of a place. Points
 /// are kept sorted by cell (z, then y, then x of the cell; in a cell in the caller's order) as coordinate planes, so
 /// that the 27 cells around a point are nine contiguous runs. Read-only after construction; may be shared by threads.
 class VOALGO_API CSearchGrid {
@@ -74,8 +74,8 @@ public:
     void AppendRuns(const kdtree::Range<3>& box, std::vector<Run>& runs) const;
 
 private:
-    void SortByCell(const std::vector<kdtree::Vector<3>>& points);
-    void FindNeighbourhoods();
+    void sortByCell(const std::vector<kdtree::Vector<3>>& points);
+    void findNeighbourhoods();
 
     float radius_ = 0.0F;
     double inverseEdge_ = 0.0;

@@ -73,9 +73,9 @@ private:
     void addBlock()
     {
         // A block starts with the link to the block before it.
-        constexpr std::size_t most = (std::numeric_limits<std::size_t>::max() - Alignment) / BlockElements;
+        constexpr std::size_t Most = (std::numeric_limits<std::size_t>::max() - Alignment) / BlockElements;
         void* memory =
-            elementSize_ == 0 || elementSize_ > most
+            elementSize_ == 0 || elementSize_ > Most
                 ? nullptr
                 : ::operator new (Alignment + BlockElements * elementSize_, std::align_val_t{Alignment}, std::nothrow);
         if (memory == nullptr) throw CbException("CbPlexManager: memory allocation failed");
@@ -91,14 +91,14 @@ private:
 
 /// Hash map with chained elements out of a block pool. Hash gives 32 evenly spread bits, Compare tells whether two keys
 /// are the same. Elements never move: pointers to values stay valid until the element is erased. The order of a walk
-/// depends only on what was done with the map, not on addresses. Throws CbException when the pool cannot allocate.
+/// depends only on the operations so far, not on addresses. Throws CbException when the pool cannot allocate.
 template <class Key, class Value, class Hash, class Compare>
 class THashMap {
 public:
     /// Empty; allocates nothing.
     THashMap() = default;
     ///@{
-    /// A copy has elements of its own and the same order of a walk; what was moved from is empty.
+    /// A copy has its own elements and is walked in the same order; a moved-from map is empty.
     THashMap(const THashMap& other) : buckets_(other.buckets_.size(), nullptr)
     {
         try {
@@ -126,7 +126,7 @@ public:
     [[nodiscard]] std::size_t Size() const { return size_; }
     /// Whether there is no element.
     [[nodiscard]] bool Empty() const { return size_ == 0; }
-    /// Chains that the next element is spread over. Grows fourfold when there are as many elements.
+    /// Number of hash chains; grows fourfold when there are as many elements.
     [[nodiscard]] std::size_t NumBuckets() const { return buckets_.empty() ? InitialBuckets : buckets_.size(); }
 
     ///@{

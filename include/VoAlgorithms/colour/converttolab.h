@@ -10,9 +10,9 @@
 namespace VoAlgo::cs {
 
 ///@{
-/// Pixels by the million: to[i] = Lab(from[i]), the same bits as from the class in a program that, like this library,
-/// is compiled without contracted multiply-adds (-ffp-contract=off). The spans must not overlap. Converts as many as
-/// both spans have place for and returns that number.
+/// Converts many pixels: to[i] = Lab(from[i]), with the bits that the class gives in a program compiled, like this
+/// library, without contracted multiply-adds (-ffp-contract=off). The spans must not overlap. Converts as many pixels
+/// as the shorter span holds and returns their number.
 VOALGO_API std::size_t ConvertToLab(std::span<const RGB> from, std::span<Lab> to) noexcept;
 VOALGO_API std::size_t ConvertToLab(std::span<const RGB::Packed> from, std::span<Lab> to) noexcept;
 ///@}

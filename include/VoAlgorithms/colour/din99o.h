@@ -3,15 +3,12 @@
 #include "VoAlgorithms/colour/lab.h"
 #include "VoAlgorithms/export.h"
 
-#include <cstddef>
-
 namespace VoAlgo::cs {
 
-/// DIN99o (DIN 6176), a space in which the Euclidean distance is about the perceived difference. L 0 … 100; a and b
+/// DIN99o (DIN 6176), a space in which the Euclidean distance approximates the perceived difference. L 0 … 100; a and b
 /// nominally −128 … 127.
-class DIN99o {
+class DIN99o : public TColor<DIN99o> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
 
@@ -62,17 +59,11 @@ public:
     /// From L*a*b*; nothing is clamped.
     DIN99o(const Lab& lab) noexcept { fromLab(lab); }
 
-    /// To L*a*b*, the inverse of the above.
+    /// To L*a*b*; the inverse of the constructor above.
     [[nodiscard]] VOALGO_API Lab ToLab() const noexcept;
 
     ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
-    ///@}
-
-    ///@{
-    /// Euclidean distance over (L, a, b), and, chromatic, over (a, b) alone; Sq: its square.
+    /// Euclidean distance over (L, a, b), chromatic distance over (a, b) only; Sq: its square.
     [[nodiscard]] constexpr double DistanceSq(const DIN99o& other) const noexcept
     {
         const double dL = other.L - L;
@@ -91,27 +82,17 @@ public:
     [[nodiscard]] VOALGO_API double Chroma() const noexcept;
     /// The other colour's chroma minus this one's.
     [[nodiscard]] double DeltaC(const DIN99o& other) const noexcept { return other.Chroma() - Chroma(); }
-    /// Degrees, from 0 to a rounding above 360; 0 for grey. On the b axis 90.00000000000017 and 269.9999999999999
-    /// (deliberate).
+    /// In degrees, from 0 to 360 plus a rounding error; 0 for grey. On the b axis 90.00000000000017 and
+    /// 269.9999999999999 (deliberate).
     [[nodiscard]] VOALGO_API double Hue() const noexcept;
-
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<DIN99o> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<DIN99o>(points);
-    }
-    ///@}
 
     /// Exact equality of all components.
     friend constexpr bool operator==(const DIN99o&, const DIN99o&) noexcept = default;
 
 private:
+    friend class TColor<DIN99o>;
+    static constexpr double DIN99o::*Components[3] = {&DIN99o::L, &DIN99o::a, &DIN99o::b};
+
     VOALGO_API void fromLab(const Lab& lab) noexcept;
 };
 

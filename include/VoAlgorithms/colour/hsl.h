@@ -3,16 +3,14 @@
 #include "VoAlgorithms/colour/rgb.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace VoAlgo::cs {
 
-/// Hue (degrees, 0 … 360), saturation and lightness (percent, 0 … 100; HSV has unit fractions instead). The conversions
-/// are kept with their odd scales: from RGB they take components of 0 … 1 and give S and L of 0 … 1, to RGB they take
-/// percent and give components of 0 … 1.
-class HSL {
+/// Hue (degrees, 0 … 360), saturation and lightness (percent, 0 … 100; HSV has unit fractions instead). The scales of
+/// the conversions are odd, but deliberate: from RGB they take components of 0 … 1 and give S and L of 0 … 1; to RGB
+/// they take percent and give components of 0 … 1.
+class HSL : public TColor<HSL> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 360}, {0, 100}, {0, 100}};
 
@@ -25,12 +23,12 @@ public:
 
     /// All components 0.
     constexpr HSL() noexcept = default;
-    /// Brings each component into its range, NaN excepted.
+    /// Clamps each component to its range, NaN excepted.
     constexpr HSL(double hue, double saturation, double lightness) noexcept
         : H(Ranges[0].Clamp(hue)), S(Ranges[1].Clamp(saturation)), L(Ranges[2].Clamp(lightness))
     {
     }
-    /// Of the components as they are, meant to be 0 … 1; nothing is scaled or clamped.
+    /// From components as they are, expected in 0 … 1; nothing is scaled or clamped.
     constexpr HSL(const RGB& rgb) noexcept
     {
         const double max = std::max(std::max(rgb.r, rgb.g), rgb.b), min = std::min(std::min(rgb.r, rgb.g), rgb.b);
@@ -48,32 +46,16 @@ public:
         return {component(p, q, h + 1.0 / 3), component(p, q, h), component(p, q, h - 1.0 / 3)};
     }
 
-    ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? H : (i == 1 ? S : L); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? H : (i == 1 ? S : L); }
-    ///@}
-
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<HSL> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<HSL>(points);
-    }
-    ///@}
-
     /// Exact equality of all components.
     friend constexpr bool operator==(const HSL&, const HSL&) noexcept = default;
 
 private:
-    friend class HSV;
+    friend class TColor<HSL>;
+    static constexpr double HSL::*Components[3] = {&HSL::H, &HSL::S, &HSL::L};
 
-    /// Degrees; delta = max − min is not 0.
+    friend class HSV; // for the hue
+
+    /// In degrees; delta = max − min must not be 0.
     static constexpr double hue(const RGB& rgb, double max, double delta) noexcept
     {
         double sextant = 0;

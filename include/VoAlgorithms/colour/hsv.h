@@ -4,14 +4,12 @@
 #include "VoAlgorithms/colour/rgb.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace VoAlgo::cs {
 
 /// Hue (degrees, 0 … 360), saturation and value (unit fractions, 0 … 1; HSL has percent instead).
-class HSV {
+class HSV : public TColor<HSV> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 360}, {0, 1}, {0, 1}};
 
@@ -24,7 +22,7 @@ public:
 
     /// All components 0.
     constexpr HSV() noexcept = default;
-    /// Brings each component into its range, NaN excepted.
+    /// Clamps each component to its range, NaN excepted.
     constexpr HSV(double hue, double saturation, double value) noexcept
         : H(Ranges[0].Clamp(hue)), S(Ranges[1].Clamp(saturation)), V(Ranges[2].Clamp(value))
     {
@@ -39,7 +37,7 @@ public:
         if (S != 0) H = HSL::hue(rgb, max, delta);
     }
 
-    /// To components of 0 … 255. A hue outside its range counts as its nearer end.
+    /// To components of 0 … 255. A hue outside its range counts as the nearer end.
     [[nodiscard]] constexpr RGB ToRGB() const noexcept
     {
         const double x = Ranges[0].Clamp(H) / 360, six = x == 1 ? 0 : 6 * x;
@@ -63,27 +61,12 @@ public:
         }
     }
 
-    ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? H : (i == 1 ? S : V); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? H : (i == 1 ? S : V); }
-    ///@}
-
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<HSV> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<HSV>(points);
-    }
-    ///@}
-
     /// Exact equality of all components.
     friend constexpr bool operator==(const HSV&, const HSV&) noexcept = default;
+
+private:
+    friend class TColor<HSV>;
+    static constexpr double HSV::*Components[3] = {&HSV::H, &HSV::S, &HSV::V};
 };
 
 } // namespace VoAlgo::cs

@@ -4,15 +4,13 @@
 #include "VoAlgorithms/export.h"
 
 #include <bit>
-#include <cstddef>
 #include <cstdint>
 
 namespace VoAlgo::cs {
 
-/// CIE 1976 L*a*b* under D65: L 0 … 100, a and b nominally −128 … 127. Values outside are kept unless clamped.
-class Lab {
+/// CIE 1976 L*a*b* under D65: L 0 … 100, a and b nominally −128 … 127. Values outside are kept until Clamp is called.
+class Lab : public TColor<Lab> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {-128, 127}, {-128, 127}};
 
@@ -30,7 +28,7 @@ public:
         : L(lightness), a(greenRed), b(blueYellow)
     {
     }
-    /// From tristimulus values against the white of XYZ::WhiteReference; nothing is clamped.
+    /// From tristimulus values, relative to XYZ::WhiteReference; nothing is clamped.
     constexpr Lab(const XYZ& xyz) noexcept
     {
         constexpr XYZ White = XYZ::WhiteReference();
@@ -39,10 +37,10 @@ public:
         a = 500 * (fx - fy);
         b = 200 * (fy - fz);
     }
-    /// From linear components; for gamma-coded ones write Lab(XYZ::FromSRGB(rgb)). Many at a time: converttolab.h.
+    /// From linear components; for gamma-coded ones write Lab(XYZ::FromSRGB(rgb)). For whole pictures see ConvertToLab.
     constexpr Lab(const RGB& rgb) noexcept : Lab(XYZ(rgb)) {}
 
-    /// Each component is clamped to 0 … 100: Z of a bright white is cut (deliberate).
+    /// Each component is clamped to 0 … 100, which cuts Z of a bright white (deliberate).
     [[nodiscard]] constexpr XYZ ToXYZ() const noexcept
     {
         constexpr XYZ White = XYZ::WhiteReference();
@@ -53,44 +51,22 @@ public:
     /// To linear components, clamped to 0 … 255.
     [[nodiscard]] constexpr RGB ToRGB() const noexcept { return ToXYZ().ToRGB(); }
 
-    ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? L : (i == 1 ? a : b); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? L : (i == 1 ? a : b); }
-    ///@}
-
-    /// Brings each component into its range, NaN excepted. Returns the object.
-    constexpr Lab& Clamp() noexcept
-    {
-        L = Ranges[0].Clamp(L);
-        a = Ranges[1].Clamp(a);
-        b = Ranges[2].Clamp(b);
-        return *this;
-    }
+    /// Clamps each component to its range, NaN excepted. Returns the object.
+    constexpr Lab& Clamp() noexcept { return clamp(); }
 
     /// The squared colour difference CIEDE2000 with kL = kC = kH = 1.
     /// Source: G. Sharma, W. Wu and E. N. Dalal, Color Res. Appl. 30 (2005) 21-30.
     [[nodiscard]] VOALGO_API double DistanceSq_CIEDE2000(const Lab& other) const noexcept;
 
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<Lab> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<Lab>(points);
-    }
-    ///@}
-
     /// Exact equality of all components.
     friend constexpr bool operator==(const Lab&, const Lab&) noexcept = default;
 
 private:
-    /// The cube root of t from a guess made of its bits and two steps of Halley's method (relative error below 1e-14);
-    /// below Epsilon the line that continues it. Infinity gives NaN.
+    friend class TColor<Lab>;
+    static constexpr double Lab::*Components[3] = {&Lab::L, &Lab::a, &Lab::b};
+
+    /// Above Epsilon the cube root of t, from an initial guess built from its bits and two Halley steps (relative error
+    /// below 1e-14); below it the line that continues the root. Infinity gives NaN.
     static constexpr double pivotXYZ(double t) noexcept
     {
         if (!(t > XYZ::Epsilon())) return (XYZ::Kappa() * t + 16) / 116;

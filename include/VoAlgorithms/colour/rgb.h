@@ -1,16 +1,12 @@
 #pragma once
 
-#include "VoAlgorithms/colour/channelrange.h"
-#include "VoAlgorithms/colour/transfercurve.h"
-
-#include <cstddef>
+#include "VoAlgorithms/colour/tcolor.h"
 
 namespace VoAlgo::cs {
 
-/// Red, green and blue, nominally 0 … 255 each. Whether they are linear or sRGB is up to the caller.
-class RGB {
+/// Red, green and blue, nominally 0 … 255 each. The caller decides whether they are linear or gamma-coded (sRGB).
+class RGB : public TColor<RGB> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 255}, {0, 255}, {0, 255}};
 
@@ -55,23 +51,11 @@ public:
     constexpr RGB(const Packed& bytes) noexcept : r(bytes.r), g(bytes.g), b(bytes.b) {}
     ///@}
 
-    ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? r : (i == 1 ? g : b); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? r : (i == 1 ? g : b); }
-    ///@}
-
-    /// Brings each component into its range, NaN excepted. Returns the object.
-    constexpr RGB& Clamp() noexcept
-    {
-        r = Ranges[0].Clamp(r);
-        g = Ranges[1].Clamp(g);
-        b = Ranges[2].Clamp(b);
-        return *this;
-    }
+    /// Clamps each component to its range, NaN excepted. Returns the object.
+    constexpr RGB& Clamp() noexcept { return clamp(); }
 
     ///@{
-    /// Packing into 32 bits: the name lists the bytes from the most significant one. Components are rounded as in
+    /// Packing into 32 bits: the name lists the bytes from the most significant down. Components are rounded as in
     /// Packed; A is 0xFF.
     [[nodiscard]] constexpr unsigned int ToARGB() const noexcept { return pack(0xFF, ToR(), ToG(), ToB()); }
     [[nodiscard]] constexpr unsigned int ToABGR() const noexcept { return pack(0xFF, ToB(), ToG(), ToR()); }
@@ -79,7 +63,7 @@ public:
     [[nodiscard]] constexpr unsigned int ToRGBA() const noexcept { return pack(ToR(), ToG(), ToB(), 0xFF); }
     ///@}
     ///@{
-    /// Unpacking of 32 bits, the name lists the bytes as above. A is ignored.
+    /// Unpacking of 32 bits; the name lists the bytes as above. A is ignored.
     [[nodiscard]] static constexpr RGB FromARGB(unsigned int argb) noexcept
     {
         RGB c;
@@ -120,23 +104,13 @@ public:
         return toByte(0.212671 * r + 0.71516 * g + 0.072169 * b);
     }
 
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<RGB> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<RGB>(points);
-    }
-    ///@}
-
     /// Exact equality of all components.
     friend constexpr bool operator==(const RGB&, const RGB&) noexcept = default;
 
 private:
+    friend class TColor<RGB>;
+    static constexpr double RGB::*Components[3] = {&RGB::r, &RGB::g, &RGB::b};
+
     static constexpr unsigned char toByte(double component) noexcept
     {
         return static_cast<unsigned char>(Ranges[0].Round(component));

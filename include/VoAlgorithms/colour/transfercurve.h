@@ -9,10 +9,10 @@
 
 namespace VoAlgo::cs {
 
-/// A curve from one colour channel's range into the same range: a piecewise cubic through control points. Between two
-/// neighbouring points it only rises or only falls (up to the last rounding), so it never leaves the values of the
-/// points, and points in ascending (descending) order make an ascending (descending) curve. Left of the first point it
-/// is constant, and so right of the last.
+/// A curve from the range of one colour channel into the same range: a piecewise cubic through control points. Between
+/// two neighbouring points it is monotone (up to the last rounding), so it stays between their values, and ascending
+/// (descending) points make an ascending (descending) curve. It is constant left of the first point and right of the
+/// last.
 /// Slopes: the weighted harmonic mean of the neighbouring secants, F. N. Fritsch and J. Butland, SIAM J. Sci. Stat.
 /// Comput. 5 (1984) 300-304, zero at a local extremum, at the ends the secant. They lie in the region that F. N.
 /// Fritsch and R. E. Carlson, SIAM J. Numer. Anal. 17 (1980) 238-246, show to be monotone.
@@ -20,8 +20,8 @@ class VOALGO_API CChannelTransferCurve {
 public:
     /// A control point.
     struct Point {
-        double x = 0; ///< value that goes in
-        double y = 0; ///< value that comes out
+        double x = 0; ///< input value
+        double y = 0; ///< output value
 
         /// Exact equality of both coordinates.
         friend constexpr bool operator==(const Point&, const Point&) noexcept = default;
@@ -29,14 +29,14 @@ public:
 
     /// The identity, its control points equally spaced over the range, the first and the last at its ends.
     /// Throws std::invalid_argument ("invalid range") unless both ends are finite and min < max, and ("too few control
-    /// points") for less than two points.
+    /// points") for fewer than two points.
     CChannelTransferCurve(ChannelRange range, int points);
 
     /// The range of x and of y.
     [[nodiscard]] const ChannelRange& Range() const noexcept { return range_; }
     /// Number of control points, at least 2.
     [[nodiscard]] std::size_t NumPoints() const noexcept { return knots_.size(); }
-    /// Control point, from left to right. Throws std::out_of_range ("invalid control point index").
+    /// Control point by index, from left to right. Throws std::out_of_range ("invalid control point index").
     [[nodiscard]] Point GetPoint(std::size_t index) const;
 
     /// Moves a control point. Returns false and changes nothing when the new place is not finite, lies outside the
@@ -59,11 +59,11 @@ private:
     std::vector<Knot> knots_; // ascending in x
 };
 
-/// Three channel curves for the colours of one class.
+/// Three channel curves, for the colours of one class.
 template <class Color>
 class TColorTransferCurve {
 public:
-    /// Three identities over the class's ranges. Throws std::invalid_argument ("too few control points") for less than
+    /// Three identities over the class's ranges. Throws std::invalid_argument ("too few control points") for fewer than
     /// two points.
     explicit TColorTransferCurve(int points)
         : channels_{CChannelTransferCurve(Color::Ranges[0], points), CChannelTransferCurve(Color::Ranges[1], points),
@@ -88,7 +88,7 @@ private:
 };
 
 /// The curve of one channel of a colour class, 0, 1 or 2 in the order of its components. Throws std::out_of_range
-/// ("invalid channel index") and what the curve's constructor throws.
+/// ("invalid channel index"), or what the constructor of the curve throws.
 VOALGO_API CChannelTransferCurve CreateChannelTransferCurve(const ChannelRange (&ranges)[3], int channel, int points);
 
 } // namespace VoAlgo::cs

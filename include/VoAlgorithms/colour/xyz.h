@@ -3,15 +3,12 @@
 #include "VoAlgorithms/colour/rgb.h"
 #include "VoAlgorithms/export.h"
 
-#include <cstddef>
-
 namespace VoAlgo::cs {
 
-/// CIE 1931 tristimulus values on the scale where white has Y = 100. Clamps use 0 … 100 for each component, Z too,
+/// CIE 1931 tristimulus values on the scale where white has Y = 100. All components are clamped to 0 … 100, even Z,
 /// although the white point's Z is greater (deliberate).
-class XYZ {
+class XYZ : public TColor<XYZ> {
 public:
-    static constexpr int dim = 3; ///< number of components
     /// Nominal ranges of the components, in their order.
     static constexpr ChannelRange Ranges[3] = {{0, 100}, {0, 100}, {0, 100}};
 
@@ -26,7 +23,7 @@ public:
     constexpr XYZ() noexcept = default;
     /// The components as they are.
     constexpr XYZ(double x, double y, double z) noexcept : X(x), Y(y), Z(z) {}
-    /// From linear components, clamped to 0 … 255; primaries of ITU-R BT.709, white D65. No gamma is removed.
+    /// From linear components, clamped to 0 … 255; primaries of ITU-R BT.709, white point D65. No gamma is removed.
     constexpr XYZ(const RGB& rgb) noexcept
     {
         const RGB c = unit(rgb);
@@ -46,45 +43,23 @@ public:
     /// To gamma-coded components (IEC 61966-2-1), clamped to 0 … 255.
     [[nodiscard]] VOALGO_API RGB ToSRGB() const noexcept;
 
-    ///@{
-    /// Component 0, 1 or 2; unchecked.
-    constexpr double operator[](std::size_t i) const noexcept { return i == 0 ? X : (i == 1 ? Y : Z); }
-    constexpr double& operator[](std::size_t i) noexcept { return i == 0 ? X : (i == 1 ? Y : Z); }
-    ///@}
+    /// Clamps each component to its range, NaN excepted. Returns the object.
+    constexpr XYZ& Clamp() noexcept { return clamp(); }
 
-    /// Brings each component into its range, NaN excepted. Returns the object.
-    constexpr XYZ& Clamp() noexcept
-    {
-        X = Ranges[0].Clamp(X);
-        Y = Ranges[1].Clamp(Y);
-        Z = Ranges[2].Clamp(Z);
-        return *this;
-    }
-
-    /// D65.
+    /// The white point D65.
     [[nodiscard]] static constexpr XYZ WhiteReference() noexcept { return {95.047, 100.0, 108.883}; }
-    /// 216/24389, where the cube root of L*a*b* gives way to a line.
+    /// 216/24389: below it a line replaces the cube root of L*a*b*.
     [[nodiscard]] static constexpr double Epsilon() noexcept { return 0.008856451679035631; }
     /// 24389/27, the slope of that line.
     [[nodiscard]] static constexpr double Kappa() noexcept { return 903.2962962962963; }
-
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
-    [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
-    {
-        return cs::CreateChannelTransferCurve(Ranges, channel, points);
-    }
-    [[nodiscard]] static TColorTransferCurve<XYZ> CreateColorTransferCurve(int points)
-    {
-        return TColorTransferCurve<XYZ>(points);
-    }
-    ///@}
 
     /// Exact equality of all components.
     friend constexpr bool operator==(const XYZ&, const XYZ&) noexcept = default;
 
 private:
+    friend class TColor<XYZ>;
+    static constexpr double XYZ::*Components[3] = {&XYZ::X, &XYZ::Y, &XYZ::Z};
+
     /// Clamped and scaled to 0 … 1.
     static constexpr RGB unit(RGB rgb) noexcept
     {

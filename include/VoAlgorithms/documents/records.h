@@ -20,37 +20,37 @@ namespace VoAlgo::bson {
 /// "Rotation" (w, x, y, z: the unit quaternion, computed in double precision) and "Translation" (x, y, z), all floats.
 [[nodiscard]] VOALGO_API element::object to_object(const CTrafo& trafo);
 ///@{
-/// As the CTrafo that they convert to.
+/// Converted to CTrafo first.
 [[nodiscard]] VOALGO_API element::object to_object(const CbMatrix4Rd& matrix);
 [[nodiscard]] VOALGO_API element::object to_object(const CbMatrix4Rf& matrix);
 ///@}
 ///@{
-/// All settings, defaults too.
+/// All settings, defaults included.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::ConfigurationFPFH& config);
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::ConfigurationICP& config);
 ///@}
 /// "COG" and "ExtremePts" (pt1, pt2, pt3), each x, y, z.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::Ellipsoid& ellipsoid);
-/// All but the result type.
+/// All fields but the result type.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::ICPResult& result);
 /// "Points", "Normals", "FeaturePoints", "FeatureNormals" (records of four floats x, y, z, 0) and "Features" (records
-/// of 33 floats), each one binary. Throws std::length_error for an array of 2 GiB and more.
+/// of 33 floats), each one binary. Throws std::length_error for an array of 2 GiB or more.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::CFPFHPointSet& set);
-/// "FixPointSet", "FltPointSet", "Configuration", "Transforms" (the results "0", "1", …, best first; the sizes of their
-/// clusters are not kept). Throws std::length_error for a point set of 4 GiB and more.
+/// "FixPointSet", "FltPointSet", "Configuration", "Transforms" (the results "0", "1", …, best first; their
+/// cluster sizes are not stored). Throws std::length_error for a point set of 4 GiB or more.
 [[nodiscard]] VOALGO_API element::object to_object(const prereg::CFPFHPreRegistration& registration);
 
 ///@{
-/// The record of a document. Fields without a key keep their default, unknown keys are skipped, of a key that repeats
-/// the last value counts. A known key of another type throws bad_cast.
+/// Reads a record. Fields without a key keep their defaults, unknown keys are skipped, and the last value of a repeated
+/// key wins. A known key with a value of another type throws bad_cast.
 ///
-/// An ICPResult comes back with type −1; "fStop_OverlapRatio" is read into fStart_OverlapRatio (the later of both keys
-/// counts) and fStop_OverlapRatio keeps its default.
+/// An ICPResult comes back with type −1; "fStop_OverlapRatio" is read into fStart_OverlapRatio (the later of the two
+/// keys wins) and fStop_OverlapRatio keeps its default.
 ///
-/// A point set rebuilds its trees and becomes empty where its data ask for that (see prereg::CFPFHPointSet). The fourth
-/// float of every point and normal is set to 0. Throws std::invalid_argument when the length of an array is no multiple
-/// of its record or when arrays that belong together ("Points" and "Normals"; "FeaturePoints", "FeatureNormals" and
-/// "Features") differ in number. Where one of them is absent, the set is read without the others of its group.
+/// A point set rebuilds its trees and becomes empty when its data are unusable (see prereg::CFPFHPointSet). The fourth
+/// float of every point and normal is set to 0. Throws std::invalid_argument when the length of an array is not a
+/// multiple of its record size, or when arrays of one group ("Points" and "Normals"; "FeaturePoints", "FeatureNormals"
+/// and "Features") hold different numbers of records. If one array is absent, its whole group is ignored.
 ///
 /// A CFPFHPreRegistration owns its point sets; its results are those of "Transforms", each with cluster size 1.
 template <class T>

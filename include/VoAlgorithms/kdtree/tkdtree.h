@@ -14,9 +14,10 @@ namespace kdtree {
 
 /// kd-tree over D-dimensional points with at most B points in a leaf. It keeps its own copy of the points; queries
 /// report the points' indices in the caller's list. The build drops points that are not finite and merges exact
-/// duplicates (the first keeps its index). Queries are exact, only read, and may run on several threads at once.
-/// Lengths are those of the points; radii and distances are squared throughout. The library holds TKdTree<3, 48> and
-/// TKdTree<33, 6>.
+/// duplicates (the first keeps its index). It catches its own errors: without points it leaves an empty tree, with
+/// points that cannot be split a tree that finds nothing. Queries are exact, only read the tree, and may run on several
+/// threads at once. Radii and distances are squared throughout, in the unit of the points. The library contains
+/// TKdTree<3, 48> and TKdTree<33, 6>.
 template <unsigned D, unsigned B>
 class VOALGO_API TKdTree {
 public:
@@ -24,11 +25,11 @@ public:
     struct build_error_empty : std::runtime_error {
         build_error_empty() : std::runtime_error("kd-tree: no points") {}
     };
-    /// A leaf would hold a point that is not finite.
+    /// A leaf would hold a point that is not finite. The build drops such points first, so it never throws this error.
     struct build_error_irregular : std::runtime_error {
         build_error_irregular() : std::runtime_error("kd-tree: point is not finite") {}
     };
-    /// More than B points at one place.
+    /// More than B points in a box without extent.
     struct build_error_duplicates : std::runtime_error {
         build_error_duplicates() : std::runtime_error("kd-tree: too many duplicates") {}
     };
@@ -56,12 +57,12 @@ public:
     /// Bytes held outside the object.
     [[nodiscard]] std::size_t GetMemUsage() const;
 
-    /// Index of the nearest point that is strictly nearer than the radius, −1 for none. `distanceSq`, when given,
+    /// Index of the nearest point that is strictly nearer than the radius, −1 for none. `distanceSq`, unless null,
     /// receives its squared distance.
     [[nodiscard]] int Nearest(const float* query, float radiusSq, float* distanceSq = nullptr) const;
-    /// All points within the radius, border included; replaces the content of `indices`. The order is that of the tree.
+    /// All points within the radius, border included, in tree order; replaces the contents of `indices`.
     void AllWithin(const float* query, float radiusSq, std::vector<int>& indices) const;
-    /// The at most k nearest points within the radius, border included, nearest first; replaces the content of
+    /// The at most k nearest points within the radius, border included, nearest first; replaces the contents of
     /// `result`.
     void NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const;
 
@@ -69,7 +70,7 @@ private:
     struct Node {
         std::uint32_t begin = 0; // points of the node, in tree order
         std::uint32_t end = 0;
-        std::uint32_t upper = 0; // second child, 0 in a leaf; the first one, the lower, follows its parent
+        std::uint32_t upper = 0; // upper child, 0 in a leaf; the lower child follows its parent
         std::uint32_t splitDimension = 0;
         float split = 0.0F; // points below it are in the lower child
     };
@@ -81,7 +82,7 @@ private:
     std::uint32_t count_ = 0;
     std::vector<float> coordinates_;     // in tree order: three planes (D = 3), else rows padded to whole registers
     std::vector<std::uint32_t> indices_; // in the caller's list
-    std::vector<Node> nodes_;            // the root first; none: no root
+    std::vector<Node> nodes_;            // the root first; empty without a root
     std::vector<float> boxes_;           // lowest and highest coordinates of every node
 };
 

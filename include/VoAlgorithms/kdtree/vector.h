@@ -18,7 +18,7 @@ struct Vector {
 };
 
 /// A point or direction in space. The fourth lane is always 0, so that points and matrix rows combine in four-wide
-/// operations; every operation here keeps it so.
+/// operations; every operation here preserves that.
 template <>
 struct alignas(16) Vector<3> {
     ///@{
@@ -41,7 +41,7 @@ struct alignas(16) Vector<3> {
     ///@}
 
     ///@{
-    /// Arithmetic by component in single precision. Division divides; it does not multiply by a reciprocal.
+    /// Componentwise arithmetic in single precision. Division divides; it does not multiply by a reciprocal.
     constexpr Vector operator-() const { return {-x, -y, -z}; }
     constexpr Vector operator+(const Vector& o) const { return {x + o.x, y + o.y, z + o.z}; }
     constexpr Vector operator-(const Vector& o) const { return {x - o.x, y - o.y, z - o.z}; }
@@ -61,7 +61,7 @@ struct alignas(16) Vector<3> {
 
     /// (x·x + y·y) + z·z, summed in this order.
     [[nodiscard]] constexpr float Dot(const Vector& o) const { return (x * o.x + y * o.y) + z * o.z; }
-    /// The cross product this × o, square to both.
+    /// The cross product this × o, perpendicular to both.
     [[nodiscard]] constexpr Vector Cross(const Vector& o) const
     {
         return {y * o.z - z * o.y, z * o.x - x * o.z, x * o.y - y * o.x};

@@ -2,11 +2,11 @@
 
 #include <memory>
 
-/// The way to a graphics processor for computations. There is no such path at present: no accessor is ever handed out,
-/// and everything runs on the CPU.
+/// Access to a graphics processor for computation. There is no GPU path at present: nothing is handed out, and
+/// everything runs on the CPU.
 namespace GPGPU {
 
-/// Access to one device; lives as long as somebody holds it.
+/// Access to one device, shared by its holders.
 class IAccessor {
 public:
     virtual ~IAccessor() = default;

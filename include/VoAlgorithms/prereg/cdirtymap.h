@@ -33,8 +33,8 @@ public:
     public:
         /// Marks the fine cell of a point, which lies in this coarse cell; generations come in ascending order.
         void insert(std::uint32_t generation, const kdtree::Vector<3>& p);
-        /// Ends a generation: drops the fine cells that received no point in it. Returns whether cells were won or
-        /// lost.
+        /// Ends a generation: drops the fine cells that received no point in it. Returns whether cells were gained
+        /// or lost.
         bool fix(std::uint32_t generation);
         /// Whether no fine cell is left.
         [[nodiscard]] bool empty() const { return total_ == 0; }

@@ -16,8 +16,8 @@ struct ConfigurationFPFH;
 /// index that the clustering gave them; the members of a cluster are feature indices, ascending. Deterministic.
 class VOALGO_API CFPFHClusterAnalysis {
 public:
-    /// The feature indices of one cluster, from the first pointer up to, but without, the second; valid as long as the
-    /// analysis.
+    /// The feature indices of one cluster, from the first pointer up to, but not including, the second; valid as long
+    /// as the analysis.
     struct ClusterIterator : std::pair<const unsigned*, const unsigned*> {
         using pair::pair;
         ///@{
@@ -31,8 +31,8 @@ public:
     CFPFHClusterAnalysis() = default;
     /// dFeatureClusteringBandwidth > 0: mean shift with that bandwidth, whose square is compared with
     /// SquaredChi2Distance; non-finite histograms then end as one cluster of all features. Otherwise k-means with
-    /// k = uiNumPolygonVertices; both 0: an error is logged and there are no clusters, nor are there any without
-    /// features.
+    /// k = uiNumPolygonVertices; with both 0 an error is logged and there are no clusters. A set without features has
+    /// none either.
     CFPFHClusterAnalysis(const CFPFHPointSet& set, const ConfigurationFPFH& config);
 
     /// Number of clusters, outliers included.

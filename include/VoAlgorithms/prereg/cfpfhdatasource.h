@@ -38,7 +38,7 @@ public:
     /// Points (mm) and unit normals.
     using Vec3 = kdtree::Vector<3>;
 
-    /// Without a scan yet.
+    /// Holds no scan yet.
     /// @param radius  of the features, mm.
     /// @param minCurvatureQuality  smallest curvature quality of a feature point, 0 to 100
     ///         (ConfigurationFPFH::uiMinCurvatureQuality): 100 · min(1, r·k), k the root-mean-square normal curvature.
@@ -57,11 +57,11 @@ public:
                 const std::vector<unsigned>* candidates = nullptr);
     /// Merges point sets, each moved by its pose into the common frame, on a grid of the given cell size (mm): what
     /// falls into one cell becomes one point, its position, normal and histogram the (normalised) means. Returns false
-    /// for a cell size that is not positive and finite, or when nothing finite remains.
+    /// for a cell size that is not positive, finite and normal, or when nothing finite remains.
     bool Update(const std::vector<std::pair<const CFPFHPointSet*, VoAlgo::CTrafo>>& posedSets, double cellSize);
 
     ///@{
-    /// Copies of what the last successful update left: the scan as given, or merged.
+    /// Copies of the points and normals of the last successful update: the scan as given, or merged.
     [[nodiscard]] std::vector<Vec3> GetPoints() const { return points_; }
     [[nodiscard]] std::vector<Vec3> GetNormals() const { return normals_; }
     ///@}
@@ -81,7 +81,7 @@ private:
     struct alignas(32) SimpleHistogram {
         float bins[40] = {};
     };
-    /// What is known of a stored point.
+    /// How far a stored point has been processed.
     enum State : std::uint8_t { Unknown, HasHistogram, HasFeature };
     struct Scan;
     struct Match;
@@ -99,7 +99,7 @@ private:
     std::vector<Vec3> featureNormals_;
     std::vector<std::uint32_t> featureSlots_;      // of the feature points
     std::vector<CPointFeatureHistogram> features_; // by slot
-    // What it was made of, by slot; a point keeps its slot from update to update.
+    // Its intermediate values, by slot; a point keeps its slot from update to update.
     std::vector<State> states_;
     std::vector<SimpleHistogram> simple_;
     std::vector<float> quality_; // curvature quality; negative where the surface is cut off

@@ -29,12 +29,12 @@ public:
 
     /// Empty.
     CFPFHPointSet() = default;
-    /// Copies all; the three feature arrays must have the same length, as must points and normals (else throws
-    /// std::invalid_argument).
+    /// Copies all. Throws std::invalid_argument when points and normals differ in number, or when the three feature
+    /// arrays do; but without histograms, or without feature points, the set becomes empty whatever the others hold.
     CFPFHPointSet(const std::vector<Vec3>& points, const std::vector<Vec3>& normals,
                   const std::vector<Vec3>& featurePoints, const std::vector<Vec3>& featureNormals,
                   const std::vector<CPointFeatureHistogram>& features);
-    /// A copy of what the last successful update of the source left.
+    /// Copies the result of the source's last successful update.
     explicit CFPFHPointSet(const CFPFHDataSource& source);
     CFPFHPointSet(const CFPFHPointSet&) = default;
     CFPFHPointSet(CFPFHPointSet&&) = default;
@@ -77,7 +77,8 @@ public:
     [[nodiscard]] std::vector<unsigned> GetFeatureBitMasks() const { return featureBitMasks_; }
 
     /// The at most k features nearest to `query` in squared Euclidean distance over the 33 bins, none farther than
-    /// `maxDistance`; `result` receives (feature index, squared distance), nearest first. Exact.
+    /// `maxDistance` (negative or NaN: none at all); `result` receives (feature index, squared distance), nearest
+    /// first. Exact.
     void LookupSimilarFeatures(std::vector<std::pair<int, float>>& result, const CPointFeatureHistogram& query,
                                unsigned k, float maxDistance) const;
     /// Whether there are fewer points than one ICP pass samples, or fewer features than 10 per polygon vertex.

@@ -8,10 +8,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <random>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -41,7 +39,7 @@ public:
         operator const VoAlgo::CTrafo&() const { return trafo; } // NOLINT(google-explicit-constructor)
     };
 
-    /// What the search did so far.
+    /// Figures of the search so far.
     struct VOALGO_API Statistics {
         std::uint32_t uiNumPolygons = 0;   ///< configured attempts, also when the search stopped early
         std::uint32_t uiNumProposals = 0;  ///< distinct verified proposals
@@ -70,16 +68,17 @@ public:
     CFPFHPreRegistration& operator=(CFPFHPreRegistration&&) = default;
     ~CFPFHPreRegistration() override = default;
 
-    /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications,
-    /// feature clusters and the random engine go on, so the sets must not change in between.
+    /// Runs the search; true when at least one result exists afterwards. May be called again: proposals, verifications
+    /// and the random engine go on, so the sets must not change in between. Every call with a negative
+    /// dMaxPolygonDiameter clusters the features of 'flt' anew.
     bool Compute() override;
-    /// Whether a result waits.
+    /// Whether another result is available.
     [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
     /// The best result with its overlap area, or a default one (type −1) when there is none.
     [[nodiscard]] ICPResult PeekBestResult() override;
     /// The best result, removed; or a default one (type −1).
     ICPResult GetNextResult() override;
-    /// All results with their overlap areas, best first.
+    /// All results with their overlap areas, best first. An area is estimated when its result is first handed out.
     [[nodiscard]] std::vector<ICPResult> GetAllResults() const;
     /// All results with the sizes of their clusters, best first; cheap: overlap areas are not estimated.
     [[nodiscard]] std::vector<VerifiedTrafo> GetVerifiedTrafos() const;
@@ -88,8 +87,8 @@ public:
     {
         return results_.empty() ? 0 : results_.front().clusterSize;
     }
-    /// The area that 'flt' covers of 'fix' under a pose, mm², as results are handed out with: neighbours within
-    /// dPositionTolerance count as covered, local areas are taken from neighbours within twice that.
+    /// The area of 'fix' that 'flt' covers under a pose, mm², as results carry it: points within dPositionTolerance
+    /// count as covered, local areas are estimated from neighbours within twice that.
     [[nodiscard]] float EstimateOverlapArea(const VoAlgo::CTrafo& pose) const;
 
     /// Refines a pose from outside (maps 'flt' into 'fix') and, when it is accepted, adds it as a result and a
@@ -105,16 +104,16 @@ public:
     static constexpr std::size_t CasePipeBlock = 0xa00000;
     ///@}
     /// Hands the whole case (both point sets, configuration, results) as a document to the process that waits for it
-    /// in ReceiveCase; returns when the last part lies in the pipe. Throws std::runtime_error at once when nobody has
+    /// in ReceiveCase; returns when the last part is in the pipe. Throws std::runtime_error at once when nobody has
     /// created the pipe, std::length_error for sets that are too large for a document.
     void SendCase(const std::wstring& pipe = CasePipe) const;
     /// Creates the pipe and waits, without time-out, for a case. The driver owns its sets; its results are those that
     /// were sent as documents keep them (VoAlgorithms/bson/registration.h), each with cluster size 1. Throws
-    /// std::runtime_error when the pipe cannot be created, std::invalid_argument and std::bad_cast when something
-    /// else than a case was sent.
+    /// std::runtime_error when the pipe cannot be created, std::invalid_argument and std::bad_cast when anything
+    /// but a case was sent.
     [[nodiscard]] static CFPFHPreRegistration ReceiveCase(const std::wstring& pipe = CasePipe);
 
-    /// What all calls of Compute so far have verified.
+    /// Counts over all calls of Compute so far.
     [[nodiscard]] Statistics GetStatistics() const;
     ///@{
     /// Changes apply to the next Compute.
@@ -123,7 +122,7 @@ public:
     ///@}
 
     ///@{
-    /// The sets as they entered; by reference an empty set where there is none, by pointer null.
+    /// The sets as passed in; without one, an empty set by reference and null by pointer.
     [[nodiscard]] const CFPFHPointSet& GetFixPointSet() const override;
     [[nodiscard]] const CFPFHPointSet& GetFltPointSet() const override;
     [[nodiscard]] std::shared_ptr<const CPointSet> GetFixPointSetPtr() const override { return fix_; }
@@ -138,14 +137,12 @@ private:
         bool operator()(const VoAlgo::CTrafo& a, const VoAlgo::CTrafo& b) const { return a == b && b == a; }
     };
 
-    using Group = std::vector<std::size_t>; // accepted poses that are taken for one
-
-    using ClusteredWith = std::tuple<double, std::uint32_t, std::size_t>; // bandwidth, vertices, number of features
+    using Group = std::vector<std::size_t>; // accepted poses that count as one
 
     [[nodiscard]] bool isTooLean() const;
-    void clusterFeatures();
     const ICPResult& verify(const VoAlgo::CTrafo& proposal);
-    ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
+    [[nodiscard]] ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
+    [[nodiscard]] ICPResult evaluate(const VoAlgo::CTrafo& pose) const;
     void fillOverlapArea(ICPResult& result) const;
     void clusterTransformations();
     [[nodiscard]] std::vector<Group> groupByPosition(bool& failed) const;
@@ -157,11 +154,11 @@ private:
     ConfigurationFPFH config_;
     std::mt19937 engine_;
     std::vector<VoAlgo::CTrafo> proposals_;
-    std::vector<VerifiedTrafo> results_; // heap, the best at the front
+    // A heap, the best at the front. Handing out fills in overlap areas, which take no part in the order.
+    mutable std::vector<VerifiedTrafo> results_;
     std::unordered_map<VoAlgo::CTrafo, ICPResult, TrafoHash, TrafoEqual> verified_;
     CFPFHClusterAnalysis clusters_;
-    std::optional<ClusteredWith> clusteredWith_;
-    std::size_t numExamined_ = 0;     // proposals whose outcome was looked at
+    std::size_t numExamined_ = 0;     // proposals whose outcome is known
     std::vector<ICPResult> accepted_; // their successes, in proposal order
 };
 

@@ -10,7 +10,8 @@ namespace prereg {
 struct ConfigurationFPFH {
     std::uint32_t uiNumPolygons = 20;         ///< seeding attempts of one Compute; 0: only cluster what is there
     std::uint32_t uiNumPolygonVertices = 10;  ///< vertices of a polygon
-    std::uint32_t uiNumNeighbors = 10;        ///< similar features looked up in 'fix' for each vertex
+    std::uint32_t uiNumNeighbors = 10;        ///< similar features looked up in 'fix' for each vertex, at most
+                                              ///< √(33 · features of 'fix' ÷ vertices)
     double dMaxPolygonDiameter = -1.0;        ///< largest polygon diameter, mm; < 0: vertices from the feature clusters
     double dMaxPolygonVertexError = 1.0;      ///< largest accepted side-length error of a matched vertex, mm
     std::uint32_t uiMinCurvatureQuality = 25; ///< smallest curvature quality of a feature point, 0 to 100

@@ -14,7 +14,7 @@ struct ConfigurationICP {
     double dPositionTolerance = 800 * 0.001;  ///< search radius of the final evaluation, mm
     double dNormalAngleTolerance = 20 * 0.0174532925199433; ///< largest angle between the normals of a pair, rad
     double dMaxErrorRatio = 3 * 0.01;                       ///< mismatch limit; ≤ 0 disables both mismatch tests
-    double dMaxRotationDistance = -1.0;   ///< largest turn from the reference pose, rad; ≤ 0 disables
+    double dMaxRotationDistance = -1.0;   ///< largest rotation from the reference pose, rad; ≤ 0 disables
     double dMaxMovement = -1.0;           ///< largest movement of the ellipsoid, mm; ≤ 0 disables
     double dMinOverlapRatio = 10 * 0.01;  ///< smallest accepted final overlap ratio
     double dMaxRMSE = 100 * 0.001;        ///< largest accepted RMSE, mm

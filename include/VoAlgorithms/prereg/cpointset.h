@@ -63,8 +63,8 @@ public:
                                                    const VoAlgo::CTrafo* reference = nullptr) const;
 
     /// Area of this set that 'flt' covers under `pose`, mm². `searchRadius`: a point is covered when a moved 'flt'
-    /// point lies within it, mm. `areaRadius`: neighbourhood of the local area estimate, mm. Stops once `maxArea` (mm²)
-    /// is exceeded.
+    /// point lies within it, mm. `areaRadius`: neighbourhood of the local area estimate, mm. With a negative or NaN
+    /// radius the area is 0. Stops once `maxArea` (mm²) is exceeded.
     [[nodiscard]] float EstimateOverlapArea(const CPointSet& flt, const VoAlgo::CTrafo& pose, float searchRadius,
                                             float areaRadius, float maxArea) const;
     /// Area that point i stands for, from its four nearest neighbours within `radius`, mm²; 0 with fewer.
@@ -85,7 +85,8 @@ public:
     /// Points by the pose, normals by its rotation.
     [[nodiscard]] Surfels transformSurfels(const VoAlgo::CTrafo& pose) const;
     /// Points scaled component by component; normals are those of the scaled surface, unit length. The same positive
-    /// factor for all components leaves normals as they are.
+    /// factor for all components leaves normals as they are. A factor of 0 flattens the cloud: a normal then has the
+    /// direction that it approaches as the factor goes to 0.
     [[nodiscard]] Surfels scaleSurfels(const Vec3& scale) const;
 
     /// One correspondence of the ICP.

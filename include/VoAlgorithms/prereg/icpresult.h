@@ -22,10 +22,11 @@ struct VOALGO_API ICPResult {
     std::int32_t iStop_NumberOfInliers = -1;                                       ///< of the best pose
     float fStop_RMSE = std::numeric_limits<float>::infinity();                     ///< of the best pose
     float fStop_MismatchesPerMatchRatio = std::numeric_limits<float>::infinity();  ///< final evaluation
-    std::int32_t iStop_Iterations = -1; ///< iteration whose pose was kept, or at which the run failed
-    float fStop_SmallBigRatio = -1.0F;  ///< final evaluation
-    VoAlgo::CTrafo trafo;               ///< maps 'flt' coordinates into the reference frame
-    Ellipsoid ellipsoid;                ///< of 'flt', moved by the final pose; set on success only
+    std::int32_t iStop_Iterations =
+        -1; ///< iteration whose pose was kept; with type 3 the last one, with 1, 2, 4 and 5 −1
+    float fStop_SmallBigRatio = -1.0F; ///< final evaluation
+    VoAlgo::CTrafo trafo;              ///< maps 'flt' coordinates into the reference frame
+    Ellipsoid ellipsoid;               ///< of 'flt', moved by the final pose; set on success only
 
     /// The ellipsoid of 'flt' at the final pose.
     [[nodiscard]] const Ellipsoid& GetTransformedFltEllipsoid() const { return ellipsoid; }

@@ -8,7 +8,7 @@
 
 namespace prereg {
 
-/// What every point set offers.
+/// Interface of all point sets.
 class VOALGO_API IPointSet {
 public:
     virtual ~IPointSet() = default;

@@ -15,9 +15,9 @@ public:
 
     /// Searches; true when at least one result exists afterwards.
     virtual bool Compute() = 0;
-    /// Whether a result waits.
+    /// Whether another result is available.
     [[nodiscard]] virtual bool HasMoreResults() const = 0;
-    /// The best result, which stays; a default one (type −1) when there is none.
+    /// The best result, without removing it; a default one (type −1) when there is none.
     [[nodiscard]] virtual ICPResult PeekBestResult() = 0;
     /// The best result, removed; a default one (type −1) when there is none.
     virtual ICPResult GetNextResult() = 0;
@@ -25,7 +25,7 @@ public:
     /// `reference`: pose against which the rotation and movement limits are measured; null: `trafo`.
     virtual ICPResult InjectTrafo(const VoAlgo::CTrafo& trafo, const VoAlgo::CTrafo* reference = nullptr) = 0;
     ///@{
-    /// The two sets as they entered; by reference an empty set where there is none, by pointer null.
+    /// The two sets as passed in; without one, an empty set by reference and null by pointer.
     [[nodiscard]] virtual const CPointSet& GetFixPointSet() const = 0;
     [[nodiscard]] virtual const CPointSet& GetFltPointSet() const = 0;
     [[nodiscard]] virtual std::shared_ptr<const CPointSet> GetFixPointSetPtr() const = 0;

@@ -12,35 +12,35 @@ namespace platform {
 class NamedMapping;
 }
 
-/// A block of memory that processes of one machine share by its name.
+/// A named block of memory that processes of one machine share.
 ///
-/// Where the system's names outlive processes (POSIX), the object that created the block removes the name when it goes,
-/// and Create takes over a name that a crashed process left; processes that hold the old block keep it. On Windows the
-/// block lives as long as any process holds it, and Create of an existing name joins it.
+/// Where names outlive processes (POSIX), the object that created the block removes the name on destruction, and Create
+/// takes over a name that a crashed process left behind; processes that hold the old block keep it. On Windows the
+/// block lives as long as any process holds it, and Create opens an existing block of that name.
 class VOALGO_API CSharedMemory {
 public:
     /// Creates a block of `size` bytes for reading and writing, all zero. Tests false when the system refuses.
     [[nodiscard]] static CSharedMemory Create(const std::wstring& name, std::size_t size);
-    /// Opens an existing block. Tests false, at once, when there is none of that name.
+    /// Opens an existing block. Tests false when there is none of that name; does not wait for one.
     static CSharedMemory Open(const std::wstring& name);
 
     ///@{
-    /// The block goes over; the old owner tests false.
+    /// Moves the block; the source tests false.
     CSharedMemory(CSharedMemory&& other) noexcept;
     CSharedMemory& operator=(CSharedMemory&& other) noexcept;
     ///@}
     ~CSharedMemory();
 
-    /// Whether there is a block behind the name: creation or opening went well.
+    /// Whether the block was created or opened.
     explicit operator bool() const { return mapping_ != nullptr; }
     /// The name as given to Create or Open.
     [[nodiscard]] const std::wstring& Name() const { return name_; }
-    /// Bytes of the block, 0 without one; Windows counts whole pages.
+    /// Bytes of the block, on Windows whole pages; 0 without a block.
     [[nodiscard]] std::size_t Size() const;
 
-    /// Maps the whole block into the process; it is unmapped when the last owner lets go, which may be after this
-    /// object has gone. Throws std::runtime_error with the system's text; when there is no block, with that of its
-    /// creation or opening.
+    /// Maps the whole block into the process; it is unmapped when the last owner of the view releases it, which may be
+    /// after this object was destroyed. Throws std::runtime_error with the system's text; without a block, with the
+    /// text of its failed creation or opening.
     [[nodiscard]] std::shared_ptr<void> CreateView() const;
 
 private:

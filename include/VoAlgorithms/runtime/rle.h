@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-/// Run-length coding of bytes with an escape byte, and the move-to-front transform that turns texts of few, clustered
+/// Run-length coding of bytes with an escape byte, and the move-to-front transform, which turns texts of few, clustered
 /// symbols into runs. For data with long runs of equal bytes: masks, label images.
 ///
 /// A coded stream is an escape byte E, then tokens up to its end (docs/run-length-format.md has worked examples):
@@ -14,11 +14,11 @@
 ///     E c v     3 ≤ c ≤ 127    c + 1 times v
 ///     E c d v   c ≥ 128        (c & 0x7F)·256 + d + 1 times v
 ///
-/// With move-to-front, the tokens stand for positions in the table instead of bytes, E is 255 and is not written.
+/// With move-to-front, tokens hold positions in the table instead of bytes; E is 255 and is not written.
 ///
-/// All buffers belong to the caller, and input and output must not overlap. No function allocates, keeps state between
-/// calls or writes a byte behind those it reports. A null input or output or n = 0 gives 0 (null for the two
-/// transforms) and touches nothing. O(n), n the longer of input and output.
+/// The caller owns all buffers; input and output must not overlap. No function allocates, keeps state between calls or
+/// writes a byte beyond those it reports. A null input or output or n = 0 gives 0 (null for the two transforms) and
+/// touches nothing. Linear in the longer of input and output.
 namespace VoAlgo::RLE {
 
 /// Codes n bytes. out: up to 1 + 2·n bytes (every byte equal to the escape). Returns the bytes written.
@@ -27,40 +27,41 @@ namespace VoAlgo::RLE {
 /// values.
 VOALGO_API std::size_t Compress(const void* in, unsigned char* out, std::size_t n, int escape);
 
-/// Decodes a stream of n bytes and returns the bytes written. out must hold the decoded length, which is not checked:
-/// streams of unknown origin want UncompressChecked. A token that is cut short ends the output at the last whole token.
+/// Decodes a stream of n bytes and returns the number of bytes written. out must have room for the decoded length,
+/// which is not checked: use UncompressChecked for streams of unknown origin. A token that is cut short ends the output
+/// after the last whole token.
 VOALGO_API std::size_t Uncompress(const unsigned char* in, void* out, std::size_t n) noexcept;
 
-/// As Compress, for the move-to-front positions of the input. out: up to 2·n bytes.
+/// Codes the move-to-front positions of the input. out: up to 2·n bytes. Returns the bytes written.
 VOALGO_API std::size_t CompressWithMTF(const void* in, unsigned char* out, std::size_t n) noexcept;
 
 /// As Uncompress, for a stream of CompressWithMTF.
 VOALGO_API std::size_t UncompressWithMTF(const unsigned char* in, void* out, std::size_t n) noexcept;
 
-/// How a checked decoder ended.
+/// Why a checked decoder stopped.
 enum class EDecoded {
     Whole,    ///< every token was decoded
     CutShort, ///< the last token lacks bytes; all before it were decoded
     TooLarge  ///< a token would not fit; all before it were decoded
 };
 
-/// What a checked decoder did.
+/// Result of a checked decoder.
 struct DecodeResult {
     std::size_t size; ///< bytes written, never more than the capacity
     EDecoded end;     ///< why it stopped
 };
 
 ///@{
-/// Uncompress and UncompressWithMTF for streams of unknown origin: never write more than `capacity` bytes and say how
-/// they ended. A null input counts as n = 0, a null output as capacity 0.
+/// Uncompress and UncompressWithMTF for streams of unknown origin: they never write more than `capacity` bytes and say
+/// why they stopped. A null input counts as n = 0, a null output as capacity 0.
 [[nodiscard]] VOALGO_API DecodeResult UncompressChecked(const unsigned char* in, void* out, std::size_t n,
                                                         std::size_t capacity) noexcept;
 [[nodiscard]] VOALGO_API DecodeResult UncompressWithMTFChecked(const unsigned char* in, void* out, std::size_t n,
                                                                std::size_t capacity) noexcept;
 ///@}
 
-/// Writes for each of n bytes its position in a table of all byte values, which starts in ascending order; the byte
-/// then moves to the front of the table. Returns out.
+/// Writes for each of n bytes its position in a table of all byte values, which starts in ascending order, and moves
+/// the byte to the front of the table. Returns out.
 VOALGO_API void* MoveToFront(const void* in, void* out, std::size_t n) noexcept;
 
 /// Undoes MoveToFront. Returns out.

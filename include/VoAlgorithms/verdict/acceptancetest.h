@@ -10,7 +10,7 @@
 
 namespace prereg {
 
-/// The tests that a pose must pass, in the order in which a reader meets them.
+/// The tests that a pose must pass, in the order in which they are made.
 enum class ETest {
     AgreeingProposals,
     PairsAtStart,
@@ -29,21 +29,21 @@ enum class ETest {
     RunnerUp,
 };
 
-/// Where in a registration a test is made.
-enum class EStage { Search, FltOnFix, FixOnFlt, BothSides, AllResults, Refinement };
+/// The step of a registration at which a test is made.
+enum class EStage { Search, FltOnFix, FixOnFlt, BothSides, AllResults };
 
-/// How a test came out.
+/// The outcome of a test.
 enum class EOutcome { NotRun, Passed, Failed };
 
-/// What a test compares.
+/// A kind of test: what it compares, and its names.
 struct TestInfo {
     const char* code;    ///< stable identifier for programs
     const char* name;    ///< for people
-    const char* setting; ///< the setting that states the limit; empty: the limit is fixed
+    const char* setting; ///< the setting that holds the limit; empty: the limit is fixed
     const char* unit;    ///< of value and limit: "mm", "mm2", "rad", or empty for a ratio or a count
-    bool isAtMost;       ///< the limit is an upper one
+    bool isAtMost;       ///< whether the limit is an upper one
 };
-/// The same for all poses.
+/// The same for every pose.
 [[nodiscard]] VOALGO_API const TestInfo& InfoOf(ETest test);
 ///@{
 /// Words for results: "search", "FLT on FIX", …; "not run", "passed", "failed".
@@ -53,26 +53,26 @@ struct TestInfo {
 
 /// One acceptance test of one pose.
 struct VOALGO_API AcceptanceTest {
-    ETest test = ETest::AgreeingProposals;
-    EStage stage = EStage::Search;
-    double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or no figure tells
-    double limit = std::numeric_limits<double>::quiet_NaN(); ///< NaN: the test is no comparison
-    EOutcome outcome = EOutcome::NotRun;
-    bool isLimitRaised = false; ///< the limit is stricter than its setting
+    ETest test = ETest::AgreeingProposals;                   ///< what is tested
+    EStage stage = EStage::Search;                           ///< where it is tested
+    double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or not known
+    double limit = std::numeric_limits<double>::quiet_NaN(); ///< NaN: the test compares no figures
+    EOutcome outcome = EOutcome::NotRun;                     ///< passed, failed or not run
+    bool isLimitRaised = false;                              ///< the limit is stricter than its setting
 
-    /// The setting that states the limit, with ", raised" where it is stricter than that.
+    /// The setting that holds the limit, followed by ", raised" where the limit is stricter than it.
     [[nodiscard]] std::string Setting() const;
 };
 
-/// Compares a value with its limit as a refinement does: equality passes, and so does a value that is NaN.
+/// Compares a value with its limit as a refinement does: equality passes, and so does NaN.
 [[nodiscard]] VOALGO_API AcceptanceTest Compared(ETest test, EStage stage, double value, double limit);
 
-/// The tests of one refinement with these settings, in their order, without those that are off. `minSmallBigRatio`: the
-/// limit in force where it is stricter than the setting.
+/// The tests of one refinement with these settings, in their order, without those that are switched off.
+/// `minSmallBigRatio`: the limit in force where it is stricter than the setting.
 [[nodiscard]] VOALGO_API std::vector<AcceptanceTest> TestsOf(const ICPResult& result, const ConfigurationICP& config,
                                                              EStage stage, double minSmallBigRatio = 0.0);
 
-/// The driver's own test, which follows those of a refinement; not run while the result has no area.
+/// The driver's test of the overlap area, which follows those of a refinement; not run while the area is unknown.
 [[nodiscard]] VOALGO_API AcceptanceTest AreaTest(const ICPResult& result, const ConfigurationICP& config, EStage stage);
 
 } // namespace prereg

@@ -25,18 +25,18 @@ enum class ERefusal : std::int32_t {
 
     // The verification of a pose.
     TooFewProposalsAgree = 20, ///< too few proposals led to the pose
-    NeighbourhoodsDiffer,      ///< the small/big ratio is too small for this RMSE and overlap
-    SidesDisagree,             ///< refined from fix's side and from flt's the poses differ
-    NotStable,                 ///< the overlap's shape lets the scans slide or turn against each other
+    NeighbourhoodsDiffer,      ///< the small/big ratio is too small for the RMSE and the overlap
+    SidesDisagree,             ///< refining flt onto fix and fix onto flt leads to different poses
+    NotStable,                 ///< the shape of the overlap lets the scans slide or rotate against each other
 
     // The search.
     TooFewFeaturesInFix = 40,
     TooFewFeaturesInFlt,
     NoPoseAccepted, ///< no proposed pose passed the acceptance tests
     Ambiguous,      ///< different poses fit about equally well
-    Cancelled,      ///< the host's progress function asked for it
+    Cancelled,      ///< by the host's progress function
 
-    // The scans: nothing was searched.
+    // The scans are at fault: nothing was searched.
     NoFinitePoints = 60,
     TooFewPoints,
     PointsCoincide,
@@ -48,20 +48,20 @@ enum class ERefusal : std::int32_t {
 
 /// A refusal in words.
 struct VOALGO_API Refusal {
-    ERefusal code = ERefusal::None;
-    std::string text; ///< empty: nothing is refused
+    ERefusal code = ERefusal::None; ///< None: nothing is refused
+    std::string text;               ///< in words, with figures where they help; empty for None
 
     Refusal() = default;
-    /// With the code's own text.
+    /// With the text of the code.
     explicit Refusal(ERefusal code_);
-    /// With words of its own.
+    /// With another text.
     Refusal(ERefusal code_, std::string text_) : code(code_), text(std::move(text_)) {}
 
     /// Whether something is refused.
     explicit operator bool() const { return code != ERefusal::None; }
 };
 
-/// The failure of a refinement as a refusal.
+/// The refusal that corresponds to the failure of a refinement.
 [[nodiscard]] inline ERefusal RefusalOf(std::int32_t icpResultType)
 {
     return static_cast<ERefusal>(icpResultType);

@@ -11,15 +11,15 @@
 
 namespace prereg {
 
-/// A scan ready to be registered, and what was found and done on the way.
+/// A scan ready to be registered, and what was found and mended while preparing it.
 struct VOALGO_API PreparedScan {
     Scan scan;                       ///< points finite and distinct, normals of unit length or zero
-    std::size_t read = 0;            ///< points of the scan as it came
+    std::size_t read = 0;            ///< points of the original scan
     std::size_t notFinite = 0;       ///< points dropped
     std::size_t duplicates = 0;      ///< points dropped
     std::size_t scaledNormals = 0;   ///< normals whose length was not 1
-    std::size_t zeroNormals = 0;     ///< points kept without a direction
-    bool implausibleNormals = false; ///< what was given as normals cannot be normals and was ignored
+    std::size_t zeroNormals = 0;     ///< points kept without a normal
+    bool implausibleNormals = false; ///< the normals given cannot be normals and were ignored
     bool estimatedNormals = false;   ///< the normals were estimated from the points
     kdtree::Vector<3> low;           ///< corner of the bounding box, mm
     kdtree::Vector<3> high;          ///< the opposite corner, mm
@@ -31,12 +31,12 @@ struct VOALGO_API PreparedScan {
     [[nodiscard]] double Extent() const;
 };
 
-/// Brings a scan into the form above: drops points that are not finite or coincide with an earlier one, scales normals
-/// to unit length, or estimates them where they are missing or implausible. When no point is finite none is left.
+/// Prepares a scan: drops points that are not finite or coincide with an earlier one, scales normals
+/// to unit length, or estimates them where they are missing or implausible. No point is left when none is finite.
 /// Throws std::invalid_argument when points and normals differ in number.
 [[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan);
 
-/// What the user should know about a prepared scan, in words, without its name.
+/// What the user should know about a prepared scan, in words; the texts do not name the scan.
 struct Remarks {
     std::vector<std::string> notes;    ///< what was done
     std::vector<std::string> warnings; ///< what is probably wrong

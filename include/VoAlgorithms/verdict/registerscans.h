@@ -14,17 +14,17 @@
 
 namespace prereg {
 
-/// What a host may ask for; by default everything follows from the scans.
+/// What a host may choose; by default everything follows from the scans.
 struct RegistrationOptions {
-    EPreset preset = EPreset::Automatic;
-    /// Changes the settings that follow from the scans, e.g. [](auto& c) { c.icpConfig.dMaxRMSE = 0.2; }.
+    EPreset preset = EPreset::Automatic; ///< kind of settings to derive
+    /// Changes the settings derived from the scans, e.g. [](auto& c) { c.icpConfig.dMaxRMSE = 0.2; }.
     std::function<void(ConfigurationFPFH&)> adjust = {};
     /// Threads of the feature computation; 0: as many as the machine has. Results do not depend on it.
     unsigned threads = 0;
-    /// A pose (maps flt into fix) to be refined and verified; nothing is searched then.
+    /// A pose (maps flt into fix) to refine and verify instead of searching.
     std::optional<VoAlgo::CTrafo> start = {};
-    /// Called between steps, on the caller's thread, with the stage and the share of it that is done, 0 to 1. Returns
-    /// whether to go on; what it throws leaves the registration.
+    /// Called between steps, on the caller's thread, with the name of the stage and the share of it that is done, 0
+    /// to 1. Returns whether to go on; what it throws passes through the registration.
     std::function<bool(const char* stage, double share)> progress = {};
 };
 
@@ -34,14 +34,14 @@ struct RegistrationOptions {
 /// threads. Throws std::invalid_argument when points and normals differ in number or adjusted settings have no meaning.
 [[nodiscard]] VOALGO_API Registration RegisterScans(const Scan& fix, const Scan& flt,
                                                     const RegistrationOptions& options = {});
-/// The same for scans that were prepared before.
+/// The same for scans that are prepared already.
 [[nodiscard]] VOALGO_API Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt,
                                                     const RegistrationOptions& options = {});
 
-/// The point set, with features, that a registration makes of a scan.
+/// Makes the point set, with features, that a registration uses.
 [[nodiscard]] VOALGO_API std::shared_ptr<const CFPFHPointSet>
 ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads = 0);
-/// Registers two point sets with settings at hand; preset, adjust and threads of the options are not read.
+/// Registers two point sets with given settings; preset, adjust and threads of the options are ignored.
 [[nodiscard]] VOALGO_API Registration RegisterPointSets(std::shared_ptr<const CFPFHPointSet> fix,
                                                         std::shared_ptr<const CFPFHPointSet> flt,
                                                         const RegistrationSettings& settings,

@@ -12,7 +12,7 @@
 
 namespace prereg {
 
-/// Kinds of settings.
+/// How settings are derived from the scans.
 enum class EPreset {
     Automatic, ///< as Scan
     Dense,     ///< fine detail, little noise
@@ -21,10 +21,10 @@ enum class EPreset {
 };
 /// "auto", "dense", "scan", "thorough".
 [[nodiscard]] VOALGO_API const std::vector<std::string>& PresetNames();
-/// The preset of that name; nothing for an unknown one.
+/// The preset of that name, if there is one.
 [[nodiscard]] VOALGO_API std::optional<EPreset> PresetOf(const std::string& name);
 
-/// All that steers a registration. Lengths in millimetres.
+/// Everything that controls a registration. Lengths in millimetres.
 struct RegistrationSettings {
     ConfigurationFPFH config;    ///< of the search
     Verification verification;   ///< of what the search found
@@ -34,8 +34,8 @@ struct RegistrationSettings {
 /// The settings that follow from the spacing and the roughness of two scans with normals.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
                                                              EPreset preset = EPreset::Automatic);
-/// The same after `adjust` has changed what it wants to; limits of the search that it changed hold for the
-/// verification, too. Throws std::invalid_argument, naming the setting, when it leaves one without a meaning.
+/// The same, then changed by `adjust`; limits of the search that it changes hold for the verification, too. Throws
+/// std::invalid_argument, naming the setting, when a value makes no sense.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset preset,
                                                              const std::function<void(ConfigurationFPFH&)>& adjust);
 

@@ -10,12 +10,12 @@
 
 namespace prereg {
 
-/// A scan as a host has it.
+/// A scan as the host provides it.
 struct VOALGO_API Scan {
     std::vector<kdtree::Vector<3>> points;           ///< mm
     std::vector<kdtree::Vector<3>> normals;          ///< unit length, one per point; empty: estimated from the points
     std::optional<kdtree::Vector<3>> viewpoint = {}; ///< where the scanner stood, mm; orients estimated normals
-    std::string name = {};                           ///< what messages call it; empty: its role, "fix" or "flt"
+    std::string name = {};                           ///< for messages; empty: its role, "fix" or "flt"
 
     ///@{
     /// A copy of n packed triples x y z, mm, and of as many normals, or null when there are none.

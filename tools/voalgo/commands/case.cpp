@@ -43,7 +43,7 @@ struct Arguments {
 
 void Pack(const Arguments& a)
 {
-    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    Console console(a.quiet);
     const LogToConsole log(console);
     const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
     if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
@@ -62,7 +62,7 @@ void Show(const Arguments& a)
     std::puts(Indented(ParseDocument(ReadText(a.file), a.file).to_json(LongestBinary), Depth).c_str());
 }
 
-/// A point set of a case as the scan that it was made of.
+/// The scan that a point set of a case was made from.
 prereg::PreparedScan ScanOf(const prereg::CFPFHPointSet& set, const std::string& name)
 {
     prereg::PreparedScan prepared;
@@ -75,7 +75,7 @@ prereg::PreparedScan ScanOf(const prereg::CFPFHPointSet& set, const std::string&
     return prepared;
 }
 
-/// The settings of a case: the limits of its configuration hold for the verification, too.
+/// The settings of a case; the limits of its configuration hold for the verification, too.
 prereg::RegistrationSettings SettingsOf(const Case& stored, const prereg::PreparedScan& fix,
                                         const prereg::PreparedScan& flt, const std::string& file)
 {
@@ -90,9 +90,7 @@ prereg::RegistrationSettings SettingsOf(const Case& stored, const prereg::Prepar
 int RunCase(const Arguments& a)
 {
     const VoAlgo::CStopwatch watch;
-    Console console(a.quiet          ? Console::Mode::Quiet
-                    : a.results.json ? Console::Mode::WithoutProgress
-                                     : Console::Mode::Talkative);
+    Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
     console.Progress("reading", 0.0);
     const Case stored = ParseCase(ReadText(a.file), a.file);
@@ -123,48 +121,48 @@ std::wstring PipeName(const Arguments& a)
     return a.pipe.empty() ? CFPFHPreRegistration::CasePipe : std::filesystem::path(a.pipe).wstring();
 }
 
-/// Sends the file as it is: what the library does not know of goes along.
+/// Sends the file byte for byte, including anything that the library does not know.
 void Send(const Arguments& a)
 {
-    Console console(Console::Mode::Talkative);
+    Console console(false);
     const LogToConsole log(console);
     const std::string bytes = ReadText(a.file);
     (void)ParseCase(bytes, a.file);
     try {
         VoAlgo::CSharedMemoryPipe::Open(PipeName(a), CFPFHPreRegistration::CasePipeBlock).Send(bytes);
     } catch (const std::runtime_error& error) {
-        throw InputError(std::string("nobody waits for a case: ") + error.what());
+        throw InputError(std::string("no process is waiting for a case: ") + error.what());
     }
 }
 
 void Receive(const Arguments& a)
 {
-    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    Console console(a.quiet);
     const LogToConsole log(console);
     auto pipe = VoAlgo::CSharedMemoryPipe::Create(PipeName(a), CFPFHPreRegistration::CasePipeBlock);
     console.Note("waiting for a case");
     const std::vector<unsigned char> message = pipe.Receive();
     const std::string bytes(message.begin(), message.end());
-    (void)ParseCase(bytes, "what was sent");
+    (void)ParseCase(bytes, "received data");
     WriteText(a.file, bytes);
 }
 
 constexpr const char* Help =
-    R"(A case is one file with all that a registration needs and found: both scans with their features, the settings, the
-results. It repeats a registration elsewhere, to the last bit.
+    R"(A case is one file with everything that a registration used and found: both scans with their features, the settings
+and the results. Running it repeats the registration on any machine, bit for bit.
 Examples:
   voalgo case pack front.ply side.ply --out case.bson
   voalgo case show case.bson
   voalgo case run case.bson --out result
-  voalgo case run case.bson --report report.html     # a page to look at, as of voalgo register
-  voalgo case receive --out case.bson                # waits; in another window or program:
+  voalgo case run case.bson --report report.html     # opens in any browser, offline
+  voalgo case receive --out case.bson                # waits; then, in another window:
   voalgo case send case.bson)";
 
 } // namespace
 
 void AddCase(CLI::App& tool, int& exitCode)
 {
-    CLI::App* command = tool.add_subcommand("case", "Keep a registration in one file, repeat it, hand it over");
+    CLI::App* command = tool.add_subcommand("case", "Store a registration in one file, repeat it, pass it on");
     command->require_subcommand(1);
     command->footer(Help);
     auto a = std::make_shared<Arguments>();
@@ -181,30 +179,30 @@ void AddCase(CLI::App& tool, int& exitCode)
     };
     const auto takesFile = [&](CLI::App* added) { added->add_option("FILE", a->file, "The case")->required(); };
     const auto takesPipe = [&](CLI::App* added) {
-        added->add_option("--pipe", a->pipe, "Name of the pipe, the same on both sides; default: PreRegistrationFPFH");
+        added->add_option("--pipe", a->pipe, "Name of the pipe, the same on both sides. Default: PreRegistrationFPFH");
     };
-    const auto isQuiet = [&](CLI::App* added) { added->add_flag("--quiet", a->quiet, "No notes"); };
+    const auto isQuiet = [&](CLI::App* added) { added->add_flag("--quiet", a->quiet, "Print no notes"); };
 
-    CLI::App* pack = add("pack", "Make a case of two scans", withDone(Pack));
-    pack->add_option("FIX", a->fix, "The scan that stays")->required();
+    CLI::App* pack = add("pack", "Make a case from two scans", withDone(Pack));
+    pack->add_option("FIX", a->fix, "The scan that stays in place")->required();
     pack->add_option("FLT", a->flt, "The scan that is moved")->required();
     pack->add_option("--out", a->file, "File for the case")->required();
     a->clouds.AddTo(*pack);
     a->settings.AddTo(*pack);
     isQuiet(pack);
 
-    takesFile(add("show", "Print a case as JSON; of longer binaries the size", withDone(Show)));
+    takesFile(add("show", "Print a case as JSON; long binary values are shown by their size", withDone(Show)));
 
     CLI::App* run = add("run", "Register the scans of a case", RunCase);
     takesFile(run);
     a->results.AddTo(*run);
     isQuiet(run);
 
-    CLI::App* send = add("send", "Hand a case to the process that waits for one", withDone(Send));
+    CLI::App* send = add("send", "Send a case to a process that is waiting for one", withDone(Send));
     takesFile(send);
     takesPipe(send);
 
-    CLI::App* receive = add("receive", "Wait for a case from another process", withDone(Receive));
+    CLI::App* receive = add("receive", "Wait for a case from another process and store it", withDone(Receive));
     receive->add_option("--out", a->file, "File for the case")->required();
     takesPipe(receive);
     isQuiet(receive);

@@ -6,11 +6,13 @@ class App;
 
 namespace voalgo {
 
-/// Each adds a subcommand that leaves the tool's exit code in `exitCode`, which outlives the parsing.
+///@{
+/// Adds a subcommand, which sets `exitCode` when it runs; `exitCode` must outlive the parsing.
 void AddRegister(CLI::App& tool, int& exitCode);
 void AddFeatures(CLI::App& tool, int& exitCode);
 void AddSimulate(CLI::App& tool, int& exitCode);
 void AddCase(CLI::App& tool, int& exitCode);
 void AddInfo(CLI::App& tool, int& exitCode);
+///@}
 
 } // namespace voalgo

@@ -22,7 +22,7 @@ struct Arguments {
     bool quiet = false;
 };
 
-/// Number of features when only the curvature quality's limit is changed.
+/// The number of features for another limit of the curvature quality.
 std::size_t CountFrom(const prereg::Scan& scan, prereg::RegistrationSettings settings, unsigned minQuality)
 {
     settings.config.uiMinCurvatureQuality = minQuality;
@@ -48,13 +48,13 @@ void PrintHistogram(const prereg::Scan& scan, const prereg::RegistrationSettings
 
 void Run(const Arguments& a)
 {
-    Console console(a.quiet ? Console::Mode::Quiet : Console::Mode::Talkative);
+    Console console(a.quiet);
     const LogToConsole log(console);
     const prereg::PreparedScan prepared = a.clouds.Load(a.file, console);
     if (const prereg::Refusal fault = FindFault(prepared)) throw InputError(a.file + ": " + fault.text);
     const prereg::RegistrationSettings settings = a.settings.For(prepared.scan, prepared.scan);
     const auto set = ComputePointSet(prepared.scan, settings, a.settings.threads);
-    std::printf("%zu feature points of %zu points; radius %.4g mm, quality at least %u\n", set->SizeFeatures(),
+    std::printf("%zu feature points out of %zu points; radius %.4g mm, quality at least %u\n", set->SizeFeatures(),
                 prepared.scan.points.size(), settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality);
     PrintHistogram(prepared.scan, settings);
     if (a.out.empty()) return;
@@ -70,15 +70,15 @@ void Run(const Arguments& a)
 void AddFeatures(CLI::App& tool, int& exitCode)
 {
     CLI::App* command =
-        tool.add_subcommand("features", "Show how many feature points a scan has, and how good they are");
+        tool.add_subcommand("features", "Show how many feature points a scan has and how good they are");
     auto a = std::make_shared<Arguments>();
     command->add_option("FILE", a->file, "The scan")->required();
     a->clouds.AddTo(*command);
     a->settings.AddTo(*command);
-    command->add_option("--out", a->out, "Text file for the feature points, x y z nx ny nz a line, mm");
-    command->add_flag("--quiet", a->quiet, "No notes");
+    command->add_option("--out", a->out, "Text file for the feature points: x y z nx ny nz per line, mm");
+    command->add_flag("--quiet", a->quiet, "Print no notes");
     command->footer(
-        "The quality of a point is 100 for a surface that bends on the feature radius or less, 0 for a plane.\n"
+        "The quality of a point is 0 on a plane and 100 where the surface curves within the feature radius or less.\n"
         "Example: voalgo features front.ply --out features.xyzn");
     command->callback([a, &exitCode] {
         Run(*a);

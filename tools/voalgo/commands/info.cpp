@@ -1,7 +1,6 @@
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "VoAlgorithms/version.h"
 #include "commands/commands.h"
-#include "exchange/files/input_error.h"
 #include "exchange/report/outcome.h"
 #include "input/cloud_options.h"
 #include "terminal/exit_code.h"
@@ -29,7 +28,7 @@ std::string Build()
 #elif defined(__GNUC__)
     text = "GCC " __VERSION__;
 #else
-    text = "another compiler";
+    text = "unknown compiler";
 #endif
 #if defined(__AVX2__)
     text += ", AVX2";
@@ -48,7 +47,7 @@ void Print(const prereg::PreparedScan& p)
     std::printf("  extent   %.4g x %.4g x %.4g mm\n", static_cast<double>(extent.x), static_cast<double>(extent.y),
                 static_cast<double>(extent.z));
     std::printf("  spacing  %.4g mm\n", p.spacing);
-    std::printf("  normals  %s\n", p.estimatedNormals ? "none, estimated" : "given");
+    std::printf("  normals  %s\n", p.estimatedNormals ? "estimated" : "from the file");
     const prereg::Remarks remarks = Describe(p);
     for (const std::string& note : remarks.notes) std::printf("  note     %s\n", note.c_str());
     for (const std::string& warning : remarks.warnings) std::printf("  warning  %s\n", warning.c_str());
@@ -69,17 +68,16 @@ void Run(const Arguments& a)
         entry["fault"] = FindFault(cloud).text;
         json["files"].push_back(entry);
     }
-    if (a.json) std::printf("%s\n", json.dump(2).c_str());
+    if (a.json) std::printf("%s\n", JsonText(json).c_str());
 }
 
 } // namespace
 
 void AddInfo(CLI::App& tool, int& exitCode)
 {
-    CLI::App* command =
-        tool.add_subcommand("info", "Show the version, and what files hold and what is wrong with them");
+    CLI::App* command = tool.add_subcommand("info", "Show the version, and the contents and faults of files");
     auto a = std::make_shared<Arguments>();
-    command->add_option("FILE", a->files, "Scans to look at");
+    command->add_option("FILE", a->files, "Scans to inspect");
     a->clouds.AddTo(*command);
     command->add_flag("--json", a->json, "Print JSON");
     command->footer("Example: voalgo info front.ply side.xyz --unit cm");

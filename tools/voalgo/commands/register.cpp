@@ -1,5 +1,4 @@
 #include "VoAlgorithms/verdict/registerscans.h"
-#include "VoAlgorithms/verdict/scanfault.h"
 #include "commands/commands.h"
 #include "exchange/files/input_error.h"
 #include "input/cloud_options.h"
@@ -30,9 +29,7 @@ struct Arguments {
 int Run(const Arguments& a)
 {
     const VoAlgo::CStopwatch watch;
-    Console console(a.quiet          ? Console::Mode::Quiet
-                    : a.results.json ? Console::Mode::WithoutProgress
-                                     : Console::Mode::Talkative);
+    Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
     console.Progress("reading", 0.0);
     const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
@@ -40,7 +37,6 @@ int Run(const Arguments& a)
     prereg::RegistrationOptions options = a.settings.Options();
     options.progress = console.ProgressFunction();
     if (!a.start.empty()) options.start = ReadPose(a.start, a.clouds.MmPerUnit());
-    if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
     a.results.RequireWritable();
     const prereg::Registration registration = RegisterScans(fix, flt, options);
     console.ClearProgress();
@@ -51,28 +47,29 @@ int Run(const Arguments& a)
 
 constexpr const char* Help = R"(Examples:
   voalgo register front.ply side.ply --out result
-  voalgo register front.ply side.ply --report report.html   # a page to look at; opens in any browser, offline
+  voalgo register front.ply side.ply --report report.html   # opens in any browser, offline
   voalgo register front.xyz side.xyz --unit m --viewpoint 0,0,0 --json
-  voalgo register front.ply side.ply --start pose.txt       # refines a pose that is nearly right
+  voalgo register front.ply side.ply --start pose.txt       # refines a nearly right pose
   voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
-Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] a line. Settings come from the spacing of the points unless a
-configuration states them. DIR receives result.json, pose.txt (four rows of four numbers, maps FLT into FIX, in the
-files' unit), registered.ply (both scans), registered.png and case.bson (see voalgo case).
-Exit codes: 0 done, 2 no registration found, 3 bad input, 64 wrong usage.)";
+Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] per line. Settings are derived from the spacing and the roughness
+of the points unless a configuration states them. --out writes result.json, pose.txt (four rows of four numbers, maps
+FLT into FIX, in the files' unit), registered.ply (both scans), registered.png and case.bson (see voalgo case).
+Exit codes: 0 success, 2 no registration found, 3 bad input, 64 wrong usage.)";
 
 } // namespace
 
 void AddRegister(CLI::App& tool, int& exitCode)
 {
-    CLI::App* command = tool.add_subcommand("register", "Find the pose that brings one scan onto another");
+    CLI::App* command = tool.add_subcommand("register", "Find the pose that aligns one scan with another");
     auto a = std::make_shared<Arguments>();
-    command->add_option("FIX", a->fix, "The scan that stays")->required();
+    command->add_option("FIX", a->fix, "The scan that stays in place")->required();
     command->add_option("FLT", a->flt, "The scan that is moved")->required();
     a->clouds.AddTo(*command);
     a->settings.AddTo(*command);
-    command->add_option("--start", a->start, "File with a 4x4 pose that maps FLT into FIX: refine it, do not search");
+    command->add_option("--start", a->start,
+                        "File with a 4x4 pose that maps FLT into FIX, to refine instead of searching");
     a->results.AddTo(*command);
-    command->add_flag("--quiet", a->quiet, "No notes and no progress bar");
+    command->add_flag("--quiet", a->quiet, "Print no notes and no progress bar");
     command->footer(Help);
     command->callback([a, &exitCode] { exitCode = Run(*a); });
 }

@@ -9,6 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 
@@ -66,36 +68,40 @@ void Run(Arguments arguments)
                 s.spacing, arguments.settings.noise);
     const double reached = std::min(s.overlapFix, s.overlapFlt) / (1.0 - arguments.settings.clutter);
     if (std::abs(reached - arguments.settings.overlap) > 0.05)
-        Console(Console::Mode::Quiet)
-            .Warn(VoAlgo::Format("overlap %.2f without the clutter, wanted %.2f: no angle between the views gives it",
-                                 reached, arguments.settings.overlap));
+        Console(true).Warn(
+            VoAlgo::Format("overlap %.2f without clutter instead of %.2f: no angle between the views gives more",
+                           reached, arguments.settings.overlap));
 }
 
 } // namespace
 
 void AddSimulate(CLI::App& tool, int& exitCode)
 {
-    CLI::App* command = tool.add_subcommand("simulate", "Make two virtual scans of an object, with their true pose");
+    CLI::App* command = tool.add_subcommand("simulate", "Make two virtual scans of an object and their true pose");
     auto a = std::make_shared<Arguments>();
     command->add_option("--out", a->directory, "Directory for fix.ply, flt.ply (mm) and truth.txt")->required();
     command->add_option("--mesh", a->meshFile,
-                        "Triangle mesh to scan (PLY, OBJ, STL; mm); default: a free-form object");
-    command->add_option("--size", a->size, "Largest extent of the object, mm; default: 100, or as the mesh is")
+                        "Triangle mesh to scan (PLY, OBJ, STL; mm). Default: a free-form object");
+    command->add_option("--size", a->size, "Largest extent of the object, mm. Default: 100, or that of the mesh")
         ->check(CLI::PositiveNumber);
-    command->add_option("--points", a->settings.points, "Points of a scan, about")
+    command->add_option("--points", a->settings.points, "Approximate number of points of a scan")
         ->check(CLI::Range(100, 5000000))
         ->capture_default_str();
     command
-        ->add_option("--overlap", a->settings.overlap,
-                     "Share of a scan's points that the other one sees too, the smaller of both; clutter not counted")
+        ->add_option(
+            "--overlap", a->settings.overlap,
+            "Share of a scan's points that the other scan sees, too; the smaller of both shares, without clutter")
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str();
-    command->add_option("--noise", a->noise, "Standard deviation of the range, mm; default: size / 2000")
+    command->add_option("--noise", a->noise, "Standard deviation of the range, mm. Default: size / 2000")
         ->check(CLI::NonNegativeNumber);
-    command->add_option("--clutter", a->settings.clutter, "Share of a scan's points that are stray or another object's")
+    command
+        ->add_option("--clutter", a->settings.clutter,
+                     "Share of a scan's points that are stray or lie on another object")
         ->check(CLI::Range(0.0, 0.9))
         ->capture_default_str();
-    command->add_option("--seed", a->settings.seed, "Choice of object, views and pose")->capture_default_str();
+    command->add_option("--seed", a->settings.seed, "Seed of the object, the views and the pose")
+        ->capture_default_str();
     command->footer("Example: voalgo simulate --out scans --overlap 0.4 --seed 7");
     command->callback([a, &exitCode] {
         Run(*a);

@@ -1,12 +1,13 @@
 #include "input/case_file.h"
 
 #include "VoAlgorithms/documents/records.h"
+#include "VoAlgorithms/verdict/registrationsettings.h"
 #include "VoAlgorithms/version.h"
 #include "exchange/files/input_error.h"
+#include "input/cloud_options.h"
 
 #include <algorithm>
 #include <exception>
-#include <initializer_list>
 #include <stdexcept>
 #include <utility>
 
@@ -29,10 +30,8 @@ CaseNotes ReadNotes(const element& stored)
     CaseNotes notes;
     for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
-    const auto isOneOf = [](const std::string& word, std::initializer_list<const char*> known) {
-        return std::find(known.begin(), known.end(), word) != known.end();
-    };
-    if (!isOneOf(notes.preset, {"auto", "dense", "scan", "thorough"}) || !isOneOf(notes.unit, {"mm", "cm", "m"}))
+    const auto& units = CloudOptions::Units();
+    if (!prereg::PresetOf(notes.preset) || std::find(units.begin(), units.end(), notes.unit) == units.end())
         throw std::invalid_argument("unknown preset or unit");
     return notes;
 }
@@ -56,9 +55,9 @@ element::object ParseDocument(const std::string& bytes, const std::string& origi
     try {
         auto document = element::object::unfreeze(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
         if (document.size() == bytes.size()) return document;
-    } catch (const std::invalid_argument&) { // has no more to say
+    } catch (const std::invalid_argument&) { // its text says no more
     }
-    throw InputError(origin + ": no whole document");
+    throw InputError(origin + ": truncated, or not a case file");
 }
 
 Case ParseCase(const std::string& bytes, const std::string& origin)
@@ -66,11 +65,11 @@ Case ParseCase(const std::string& bytes, const std::string& origin)
     const element::object document = ParseDocument(bytes, origin);
     for (const char* key : {"FixPointSet", "FltPointSet"})
         if (document.child(key).type() != element::Object)
-            throw InputError(origin + ": no case: \"" + key + "\" is missing");
+            throw InputError(origin + ": not a case: \"" + key + "\" is missing");
     try {
         return {VoAlgo::bson::from_object<prereg::CFPFHPreRegistration>(document), ReadNotes(document.child(NotesKey))};
     } catch (const std::exception& error) {
-        throw InputError(origin + ": a broken case: " + error.what());
+        throw InputError(origin + ": damaged case: " + error.what());
     }
 }
 

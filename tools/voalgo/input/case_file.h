@@ -8,27 +8,26 @@
 
 namespace voalgo {
 
-/// What the tool keeps in a case beside the library's document, under a key that the library passes over.
+/// What the tool adds to the library's document, under a key that the library ignores.
 struct CaseNotes {
-    std::string preset = "auto"; ///< from which the settings of the verification come
-    std::string unit = "mm";     ///< of the files that the case was made of; the case itself is in mm
+    std::string preset = "auto"; ///< gives the settings of the verification
+    std::string unit = "mm";     ///< of the files that the case was made from; the case itself is in mm
 };
 
-/// A case that was read.
+/// A case read from a file.
 struct Case {
     prereg::CFPFHPreRegistration registration;
     CaseNotes notes;
 };
 
-/// The document of both point sets, the configuration and the results.
+/// A case with both point sets, the configuration and the results, as the bytes of a document.
 std::string CaseBytes(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
                       const prereg::ConfigurationFPFH& config, const std::vector<prereg::ICPResult>& results,
                       const CaseNotes& notes);
 
-/// The elements of a document that fills `bytes`. `origin`: where it is from, for messages. Throws InputError for
-/// anything else.
+/// Parses a document that fills `bytes`; throws InputError for anything else. `origin` names the source in messages.
 VoAlgo::bson::element::object ParseDocument(const std::string& bytes, const std::string& origin);
-/// The case in such a document. Throws InputError when it is none: broken, or without both point sets.
+/// Parses a case. Throws InputError when the document is damaged or lacks a point set.
 Case ParseCase(const std::string& bytes, const std::string& origin);
 
 } // namespace voalgo

@@ -11,14 +11,20 @@ namespace voalgo {
 void CloudOptions::AddTo(CLI::App& command)
 {
     command.add_option("--unit", unit, "Unit of the files' coordinates")
-        ->check(CLI::IsMember({"mm", "cm", "m"}))
+        ->check(CLI::IsMember(Units()))
         ->capture_default_str();
     command
         .add_option("--viewpoint", viewpoint,
-                    "Where the scanner stood, x,y,z in the files' unit: estimated normals "
-                    "point towards it; default: outwards")
+                    "Where the scanner stood, x,y,z in the files' unit; estimated normals "
+                    "point towards it. Default: outwards")
         ->expected(3)
         ->delimiter(',');
+}
+
+const std::vector<std::string>& CloudOptions::Units()
+{
+    static const std::vector<std::string> units = {"mm", "cm", "m"};
+    return units;
 }
 
 double CloudOptions::MmPerUnit() const

@@ -3,7 +3,6 @@
 #include "VoAlgorithms/verdict/preparedscan.h"
 #include "terminal/console.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,16 +12,18 @@ class App;
 
 namespace voalgo {
 
-/// How clouds are read; the options that all commands share.
+/// How clouds are read; options that all commands share.
 struct CloudOptions {
     std::string unit = "mm";
     std::vector<double> viewpoint; ///< x y z in the file's unit; empty: none
 
     void AddTo(CLI::App& command);
+    /// "mm", "cm", "m".
+    [[nodiscard]] static const std::vector<std::string>& Units();
     [[nodiscard]] double MmPerUnit() const;
     /// Reads and prepares a cloud. Throws InputError.
     [[nodiscard]] prereg::PreparedScan Load(const std::string& path) const;
-    /// The same, and tells the console what was found and done.
+    /// The same; reports on the console what was found and done.
     [[nodiscard]] prereg::PreparedScan Load(const std::string& path, Console& console) const;
 };
 

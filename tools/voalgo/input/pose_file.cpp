@@ -2,10 +2,13 @@
 
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
+#include "exchange/files/parse_number.h"
 #include "platform/format.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <optional>
 #include <vector>
 
 namespace voalgo {
@@ -24,12 +27,10 @@ std::vector<double> ReadNumbers(const std::string& path)
             continue;
         }
         const std::size_t end = std::min(text.find_first_of(" \t\r\n,;#", i), text.size());
-        const char* first = text.data() + i + (text[i] == '+' ? 1 : 0);
-        double value = 0.0;
-        const auto [stop, error] = std::from_chars(first, text.data() + end, value);
-        if (error != std::errc{} || stop != text.data() + end)
-            throw InputError(path + ": not a number: \"" + text.substr(i, std::min<std::size_t>(end - i, 40)) + "\"");
-        numbers.push_back(value);
+        const std::string word = text.substr(i, end - i);
+        const std::optional<double> value = ParseNumber(word);
+        if (!value) throw InputError(path + ": not a number: \"" + word.substr(0, 40) + "\"");
+        numbers.push_back(*value);
         i = end;
     }
     return numbers;
@@ -66,9 +67,10 @@ std::string PoseText(const PoseMatrix& pose)
 VoAlgo::CTrafo ReadPose(const std::string& path, double mmPerUnit)
 {
     const std::vector<double> m = ReadNumbers(path);
-    if (m.size() != 16) throw InputError(path + VoAlgo::Format(": a pose has 16 numbers, this file has %zu", m.size()));
+    if (m.size() != 16)
+        throw InputError(path + VoAlgo::Format(": a pose has 16 numbers, but this file has %zu", m.size()));
     if (m[12] != 0.0 || m[13] != 0.0 || m[14] != 0.0 || m[15] != 1.0)
-        throw InputError(path + ": the last row of a pose is 0 0 0 1");
+        throw InputError(path + ": the last row of a pose must be 0 0 0 1");
     const auto row = [&](std::size_t r) {
         return kdtree::Vector<3>(static_cast<float>(m[4 * r]), static_cast<float>(m[4 * r + 1]),
                                  static_cast<float>(m[4 * r + 2]));
@@ -78,7 +80,7 @@ VoAlgo::CTrafo ReadPose(const std::string& path, double mmPerUnit)
     const VoAlgo::CTrafo pose(row(0), row(1), row(2), translation);
     if (!pose) throw InputError(path + ": the pose is not finite");
     if (RotationError(pose) > 1e-3 || row(0).Cross(row(1)).Dot(row(2)) < 0.0F)
-        throw InputError(path + ": the upper left 3x3 is not a rotation");
+        throw InputError(path + ": the upper left 3x3 block is not a rotation");
     return pose;
 }
 

@@ -8,13 +8,17 @@ namespace voalgo {
 
 void SettingsOptions::AddTo(CLI::App& command)
 {
-    command.add_option("--preset", preset, "Kind of settings")
+    command
+        .add_option("--preset", preset,
+                    "Kind of settings: scan (as auto) for ordinary scans, dense for fine detail with little noise, "
+                    "thorough for small overlaps or much clutter")
         ->check(CLI::IsMember(prereg::PresetNames()))
         ->capture_default_str();
-    command.add_option(
-        "--config", config,
-        "JSON file with settings that override the others, also as limits of the verification; lengths in mm");
-    command.add_option("--threads", threads, "Threads of the feature computation, 0: all; results do not depend on it")
+    command.add_option("--config", config,
+                       "JSON file with settings that replace the derived ones; its limits hold for the verification, "
+                       "too; lengths in mm");
+    command
+        .add_option("--threads", threads, "Threads that compute features; 0: all cores. Results do not depend on it")
         ->capture_default_str();
 }
 

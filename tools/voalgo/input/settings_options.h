@@ -10,14 +10,14 @@ class App;
 
 namespace voalgo {
 
-/// Where the settings come from; the options that the commands with settings share.
+/// Where the settings come from; options that several commands share.
 struct SettingsOptions {
     std::string preset = "auto";
     std::string config; ///< file; empty: none
     unsigned threads = 0;
 
     void AddTo(CLI::App& command);
-    /// The same as the library takes them. A faulty configuration file throws InputError when the settings are derived.
+    /// The options of a registration. A faulty configuration file throws InputError once the settings are derived.
     [[nodiscard]] prereg::RegistrationOptions Options() const;
     /// The settings for two scans. Throws InputError when the configuration file is faulty.
     [[nodiscard]] prereg::RegistrationSettings For(const prereg::Scan& fix, const prereg::Scan& flt) const;

@@ -31,11 +31,10 @@ prereg::Scan InFileUnit(prereg::Scan cloud, double mmPerUnit)
 void WriteClouds(const std::string& path, const prereg::Scan& fix, const prereg::Scan& moved, double mmPerUnit)
 {
     const prereg::Scan a = InFileUnit(fix, mmPerUnit), b = InFileUnit(moved, mmPerUnit);
-    WritePly(path,
-             {{&a, {FixColour[0], FixColour[1], FixColour[2]}}, {&b, {FltColour[0], FltColour[1], FltColour[2]}}});
+    WritePly(path, {{&a, FixColour}, {&b, FltColour}});
 }
 
-/// A run with another outcome leaves other files.
+/// Removes files of an earlier run that this one did not write.
 void RemoveStale(const std::string& directory, const std::vector<std::string>& written)
 {
     for (const char* name : {"pose.txt", "registered.ply", "registered.png", "unregistered.png"})
@@ -51,10 +50,8 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     const prereg::Registration& registration = outcome.registration;
     std::vector<std::string> files;
     const auto path = [&](const char* name) { return files.emplace_back(InDirectory(directory, name)); };
-    WriteText(path("result.json"), ToJson(outcome).dump(2) + "\n");
-    WriteText(path("case.bson"),
-              CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
-                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit}));
+    MakeDirectory(directory);
+    WriteText(path("result.json"), JsonText(ToJson(outcome)) + "\n");
     std::optional<prereg::Scan> moved;
     if (registration) {
         const VoAlgo::CTrafo& best = registration.Best().trafo;
@@ -64,6 +61,9 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     }
     WritePicture(path(moved ? "registered.png" : "unregistered.png"), outcome.fix.scan, outcome.flt.scan, moved,
                  std::max(outcome.fix.spacing, outcome.flt.spacing));
+    WriteText(path("case.bson"),
+              CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
+                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit}));
     RemoveStale(directory, files);
     return files;
 }

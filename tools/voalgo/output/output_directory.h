@@ -7,8 +7,8 @@
 
 namespace voalgo {
 
-/// Writes all files of the output directory, removes those of an earlier run with another outcome, and returns the
-/// paths. Without a result there is no pose and no merged cloud, only what was tried.
+/// Writes the files of the output directory, making it if necessary, and returns their paths. Without a registration
+/// there is neither a pose nor a merged cloud; those of an earlier run are removed.
 std::vector<std::string> WriteOutput(const std::string& directory, const Outcome& outcome);
 
 } // namespace voalgo

@@ -26,7 +26,7 @@ std::string Table(const std::vector<prereg::JudgedTrafo>& results)
 
 std::string Pose(const Outcome& outcome)
 {
-    return "pose, maps FLT into FIX, in " + outcome.unit + ":\n" +
+    return "pose that maps FLT into FIX, in " + outcome.unit + ":\n" +
            PoseText(InUnit(outcome.registration.Best().trafo, outcome.mmPerUnit));
 }
 
@@ -42,14 +42,14 @@ std::string Refusal(const prereg::Registration& registration)
     return text;
 }
 
-} // namespace
-
-std::string ToText(const Outcome& outcome)
+std::string Text(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
     const std::string table = registration.results.empty() ? "" : Table(registration.results);
     return table + (registration ? Pose(outcome) : Refusal(registration));
 }
+
+} // namespace
 
 void Print(const Outcome& outcome, bool json, const std::vector<std::string>& files)
 {
@@ -57,10 +57,10 @@ void Print(const Outcome& outcome, bool json, const std::vector<std::string>& fi
         auto object = ToJson(outcome);
         const prereg::Registration::Seconds& seconds = outcome.registration.seconds;
         object["seconds"] = {{"features", seconds.features}, {"search", seconds.search}};
-        std::printf("%s\n", object.dump(2).c_str());
+        std::printf("%s\n", JsonText(object).c_str());
         return;
     }
-    std::fputs(ToText(outcome).c_str(), stdout);
+    std::fputs(Text(outcome).c_str(), stdout);
     for (const std::string& file : files) std::printf("wrote %s\n", file.c_str());
 }
 

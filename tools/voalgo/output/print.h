@@ -7,10 +7,8 @@
 
 namespace voalgo {
 
-/// The ranked results as a table with the best one's pose, or the reason why there is none with the causes of the
-/// refusals.
-std::string ToText(const Outcome& outcome);
-/// Prints the outcome on standard output, as text with the files that were written or, with the times, as JSON.
+/// Prints the outcome to standard output: as JSON with the times, or as text, which is a table of the results with the
+/// best pose or the reason for the refusal, and the files that were written.
 void Print(const Outcome& outcome, bool json, const std::vector<std::string>& files);
 
 } // namespace voalgo

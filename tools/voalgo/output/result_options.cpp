@@ -12,15 +12,15 @@ namespace voalgo {
 
 void ResultOptions::AddTo(CLI::App& command)
 {
-    command.add_option("--out", directory, "Directory for the results; default: only print them");
+    command.add_option("--out", directory, "Directory for result files. Default: only print the results");
     command.add_option("--report", report,
-                       "File for a page (HTML) that shows the outcome: both scans in 3D, distances, tests, causes");
+                       "File for an HTML page that shows the outcome: both scans in 3D, distances, tests and settings");
     command.add_flag("--json", json, "Print the results as JSON");
 }
 
 void ResultOptions::RequireWritable() const
 {
-    if (!directory.empty()) MakeDirectory(directory);
+    if (!directory.empty()) RequireWritableDirectory(directory);
     if (!report.empty()) voalgo::RequireWritable(report);
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <array>
-#include <cstdint>
+#include "exchange/files/write_ply.h"
+
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -10,26 +11,24 @@ namespace voalgo {
 /// An RGB picture; (0, 0) is the top left pixel.
 class Image {
 public:
-    using Colour = std::array<std::uint8_t, 3>;
-
     Image(int width, int height, const Colour& background);
 
     [[nodiscard]] int Width() const { return width_; }
     [[nodiscard]] int Height() const { return height_; }
-    [[nodiscard]] const Colour& At(int x, int y) const { return pixels_[Index(x, y)]; }
-    Colour& At(int x, int y) { return pixels_[Index(x, y)]; }
+    [[nodiscard]] const Colour& At(int x, int y) const { return pixels_[index(x, y)]; }
+    Colour& At(int x, int y) { return pixels_[index(x, y)]; }
 
     /// Fills the part of a rectangle that lies inside the picture.
     void FillRectangle(int x, int y, int width, int height, const Colour& colour);
-    /// Draws plain ASCII text, `scale` pixels per dot of the font, and returns where it ends.
+    /// Draws ASCII text with `scale` pixels per dot of the font and returns the x at which it ends.
     int DrawText(int x, int y, int scale, const std::string& text, const Colour& colour);
-    /// Draws another picture, halved in size, with its top left corner at (x, y); it must fit.
+    /// Draws another picture at half its size with its top left corner at (x, y); it must fit.
     void DrawHalved(int x, int y, const Image& picture);
     /// Throws InputError when the file cannot be written.
     void WritePng(const std::string& path) const;
 
 private:
-    [[nodiscard]] std::size_t Index(int x, int y) const
+    [[nodiscard]] std::size_t index(int x, int y) const
     {
         return static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x);
     }

@@ -13,11 +13,9 @@ namespace {
 
 constexpr int PanelWidth = 640, PanelHeight = 480, CaptionHeight = 30, Margin = 24;
 constexpr Colour Background = {247, 247, 245}, Ink = {60, 60, 60}, Rule = {214, 214, 210};
-constexpr Colour Orange = {FixColour[0], FixColour[1], FixColour[2]};
-constexpr Colour Blue = {FltColour[0], FltColour[1], FltColour[2]};
 
-/// An eye that sees most surfaces from the front, turned by `degrees` around the upright axis y; upright unless it
-/// looks along y.
+/// An eye that sees most surfaces from the front, then rotated by `degrees` about the upright axis: y, or z if it would
+/// look along y.
 Frame EyeFor(const std::vector<ColouredCloud>& clouds, double degrees)
 {
     Frame::Axis front = {0, 0, 0};
@@ -30,7 +28,7 @@ Frame EyeFor(const std::vector<ColouredCloud>& clouds, double degrees)
     const Frame::Axis right = Normalised(Cross(upright, front)), level = Cross(right, upright);
     const double angle = degrees * std::numbers::pi / 180.0;
     Frame::Axis view{};
-    for (unsigned k = 0; k < 3; ++k) // keep a little of the height of the front view
+    for (unsigned k = 0; k < 3; ++k) // keep part of the front view's elevation
         view[k] =
             std::cos(angle) * level[k] + std::sin(angle) * right[k] + (0.25 + 0.3 * Dot(front, upright)) * upright[k];
     Frame eye;
@@ -40,7 +38,7 @@ Frame EyeFor(const std::vector<ColouredCloud>& clouds, double degrees)
     return eye;
 }
 
-/// Draws the clouds from two sides, next to each other, in one scale.
+/// Draws the clouds from two sides, next to each other, at the same scale.
 void DrawRow(Image& image, int top, const std::string& caption, const std::vector<ColouredCloud>& clouds,
              double spacing)
 {
@@ -51,7 +49,7 @@ void DrawRow(Image& image, int top, const std::string& caption, const std::vecto
         scale = std::min({scale, (PanelWidth - 2 * Margin) / std::max(2.0 * f.halfWidth, 1e-6),
                           (PanelHeight - 2 * Margin) / std::max(2.0 * f.halfHeight, 1e-6)});
     for (int side = 0; side < 2; ++side) {
-        Image panel(2 * PanelWidth, 2 * PanelHeight, Background); // drawn at twice the size, for smooth edges
+        Image panel(2 * PanelWidth, 2 * PanelHeight, Background); // twice the size, for smooth edges
         const auto k = static_cast<std::size_t>(side);
         DrawSplats(panel, clouds, eyes[k], fields[k], 2.0 * scale, std::max(1.3 * spacing, 0.8 / scale));
         image.DrawHalved(side * PanelWidth, top + CaptionHeight, panel);
@@ -62,7 +60,7 @@ void DrawRow(Image& image, int top, const std::string& caption, const std::vecto
 void DrawLegend(Image& image)
 {
     int x = image.Width() - 150;
-    for (const auto& [name, colour] : {std::pair{"fix", Orange}, {"flt", Blue}}) {
+    for (const auto& [name, colour] : {std::pair{"fix", FixColour}, {"flt", FltColour}}) {
         image.FillRectangle(x, 11, 14, 14, colour);
         x = image.DrawText(x + 20, 10, 2, name, Ink) + 20;
     }
@@ -75,9 +73,10 @@ void WritePicture(const std::string& path, const prereg::Scan& fix, const prereg
 {
     constexpr int RowHeight = CaptionHeight + PanelHeight;
     Image image(2 * PanelWidth, (moved ? 2 : 1) * RowHeight, Background);
-    DrawRow(image, 0, moved ? "before" : "as they lie: no registration found", {{&fix, Orange}, {&flt, Blue}}, spacing);
+    DrawRow(image, 0, moved ? "before" : "as loaded: no registration found", {{&fix, FixColour}, {&flt, FltColour}},
+            spacing);
     if (moved) {
-        DrawRow(image, RowHeight, "after", {{&fix, Orange}, {&*moved, Blue}}, spacing);
+        DrawRow(image, RowHeight, "after", {{&fix, FixColour}, {&*moved, FltColour}}, spacing);
         image.FillRectangle(0, RowHeight, image.Width(), 1, Rule);
     }
     DrawLegend(image);

@@ -10,13 +10,13 @@ namespace {
 
 constexpr float Nothing = -std::numeric_limits<float>::infinity();
 
-/// Brightness of a surface whose unit normal in the eye's frame is n; a zero normal is lit evenly.
+/// The brightness of a surface with the unit normal n in the eye's frame; without a normal it is medium.
 double Brightness(const Frame::Axis& n)
 {
-    static const Frame::Axis light = Normalised({-0.45, 0.55, 0.9});
+    static const Frame::Axis Light = Normalised({-0.45, 0.55, 0.9});
     if (Dot(n, n) < 0.25) return 0.85;
-    if (n[2] < 0.0) return 0.34 + 0.24 * std::max(0.0, -Dot(n, light)); // seen from behind
-    return 0.48 + 0.60 * std::max(0.0, Dot(n, light));
+    if (n[2] < 0.0) return 0.34 + 0.24 * std::max(0.0, -Dot(n, Light)); // seen from behind
+    return 0.48 + 0.60 * std::max(0.0, Dot(n, Light));
 }
 
 Colour Shade(const Colour& colour, double brightness)
@@ -27,7 +27,7 @@ Colour Shade(const Colour& colour, double brightness)
     return shaded;
 }
 
-/// Distance towards the viewer of what each pixel shows, in pixels.
+/// For each pixel, how far towards the viewer the surface shown there lies, in pixels.
 class DepthImage {
 public:
     DepthImage(int width, int height)
@@ -41,7 +41,7 @@ public:
     {
         return depth_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x)];
     }
-    /// How far the neighbourhood of a pixel lies in front of it, per pixel of distance.
+    /// How steeply the surroundings of a pixel rise towards the viewer.
     [[nodiscard]] double Overhang(int x, int y)
     {
         constexpr int Reach = 3;
@@ -60,7 +60,7 @@ private:
     std::vector<float> depth_;
 };
 
-/// A disc of `radius` pixels that lies in the surface: its depth follows the slope of the normal, up to a limit.
+/// Draws a disc of `radius` pixels whose depth follows the slope of the surface, up to a limit.
 void DrawDisc(Image& image, DepthImage& depth, const Frame::Axis& middle, const Frame::Axis& normal, double radius,
               const Colour& colour)
 {
@@ -101,13 +101,12 @@ void DrawSplats(Image& image, const std::vector<ColouredCloud>& clouds, const Fr
                 double scale, double radius)
 {
     DepthImage depth(image.Width(), image.Height());
-    const Frame turnOnly{{eye.axis[0], eye.axis[1], eye.axis[2]}, {0, 0, 0}};
     for (const ColouredCloud& c : clouds)
         for (std::size_t i = 0; i < c.cloud->points.size(); ++i) {
             const Frame::Axis p = eye.ToLocal(ToDouble(c.cloud->points[i]));
             const Frame::Axis pixel = {0.5 * image.Width() + (p[0] - field.middle[0]) * scale,
                                        0.5 * image.Height() - (p[1] - field.middle[1]) * scale, p[2] * scale};
-            const Frame::Axis normal = turnOnly.ToLocal(ToDouble(c.cloud->normals[i]));
+            const Frame::Axis normal = eye.TurnBack(ToDouble(c.cloud->normals[i]));
             DrawDisc(image, depth, pixel, normal, radius * scale, Shade(c.colour, Brightness(normal)));
         }
     for (int y = 0; y < image.Height(); ++y)

@@ -8,14 +8,14 @@
 
 namespace voalgo {
 
-/// A right-handed orthonormal frame in space, in double precision: where a scanner stands, or where an object lies.
+/// A right-handed orthonormal frame in double precision: the pose of a scanner or of an object.
 struct Frame {
     using Axis = std::array<double, 3>;
 
     Axis axis[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}; ///< unit length, in world coordinates
     Axis origin = {0, 0, 0};                          ///< in world coordinates
 
-    /// A direction given in this frame, in world coordinates.
+    /// Maps a direction from this frame to the world.
     [[nodiscard]] Axis Turn(const Axis& local) const
     {
         Axis world{};
@@ -23,20 +23,25 @@ struct Frame {
             world[i] = axis[0][i] * local[0] + axis[1][i] * local[1] + axis[2][i] * local[2];
         return world;
     }
-    /// A point given in this frame, in world coordinates.
+    /// Maps a point from this frame to the world.
     [[nodiscard]] Axis ToWorld(const Axis& local) const
     {
         Axis world = Turn(local);
         for (unsigned i = 0; i < 3; ++i) world[i] += origin[i];
         return world;
     }
-    /// A point given in world coordinates, in this frame.
+    /// Maps a direction from the world to this frame.
+    [[nodiscard]] Axis TurnBack(const Axis& world) const
+    {
+        Axis local{};
+        for (unsigned k = 0; k < 3; ++k)
+            local[k] = axis[k][0] * world[0] + axis[k][1] * world[1] + axis[k][2] * world[2];
+        return local;
+    }
+    /// Maps a point from the world to this frame.
     [[nodiscard]] Axis ToLocal(const Axis& world) const
     {
-        const Axis d = {world[0] - origin[0], world[1] - origin[1], world[2] - origin[2]};
-        Axis local{};
-        for (unsigned k = 0; k < 3; ++k) local[k] = axis[k][0] * d[0] + axis[k][1] * d[1] + axis[k][2] * d[2];
-        return local;
+        return TurnBack({world[0] - origin[0], world[1] - origin[1], world[2] - origin[2]});
     }
 };
 
@@ -66,7 +71,7 @@ inline Frame::Axis Normalised(const Frame::Axis& a)
     return {a[0] / length, a[1] / length, a[2] / length};
 }
 
-/// A direction, all equally likely.
+/// A random direction; all are equally likely.
 inline Frame::Axis RandomDirection(std::mt19937& engine)
 {
     std::normal_distribution<double> normal;
@@ -74,7 +79,7 @@ inline Frame::Axis RandomDirection(std::mt19937& engine)
     return Normalised({x, y, z});
 }
 
-/// A frame at the origin whose axis 2 is the unit vector `direction`, turned about it by `roll`, rad.
+/// A frame at the origin whose axis 2 is the unit vector `direction`, rotated about it by `roll` (rad).
 inline Frame FrameAlong(const Frame::Axis& direction, double roll)
 {
     const Frame::Axis helper = std::abs(direction[2]) < 0.9 ? Frame::Axis{0, 0, 1} : Frame::Axis{1, 0, 0};

@@ -10,14 +10,14 @@ namespace voalgo {
 
 namespace {
 
-/// Raises (or lowers) the surface around one direction: amplitude · exp(−sharpness · (1 − cos angle)).
+/// Raises or lowers the surface around one direction: amplitude · exp(−sharpness · (1 − cos angle)).
 struct Bump {
     Frame::Axis direction;
     double amplitude;
     double sharpness;
 };
 
-/// `count` bumps with half-widths of `fromDegrees` to `toDegrees` and heights of up to `amplitude`, of either sign.
+/// Adds `count` bumps with half-widths between `fromDegrees` and `toDegrees` and heights of up to ±`amplitude`.
 void AddBumps(std::vector<Bump>& bumps, std::mt19937& engine, unsigned count, double fromDegrees, double toDegrees,
               double amplitude)
 {
@@ -40,7 +40,7 @@ double Radius(const std::vector<Bump>& bumps, const Frame::Axis& u)
     return std::max(radius, 0.25);
 }
 
-/// One face of an octahedron, divided n times along each edge and blown up to the surface.
+/// Adds one face of an octahedron, divided n times along each edge and projected onto the surface.
 void AddOctant(Mesh& mesh, const Frame::Axis& sign, unsigned n, const std::vector<Bump>& bumps,
                const Frame::Axis& stretch)
 {

@@ -9,13 +9,13 @@ namespace voalgo {
 
 namespace {
 
-/// The rays of one scan and the nearest surface on each. A ray has the direction (x, y, 1) in the eye's frame.
+/// The rays of one scan and the nearest surface along each. A ray has the direction (x, y, 1) in the eye's frame.
 class RangeImage {
 public:
     RangeImage(const Scanner& scanner, double offsetX, double offsetY)
         : width_(static_cast<int>(std::ceil(2.0 * scanner.reach / scanner.pitch)) + 1),
           step_(scanner.pitch / scanner.distance), left_(-(0.5 * width_ - offsetX) * step_),
-          top_(-(0.5 * width_ - offsetY) * step_), hits_(Index(width_, 0))
+          top_(-(0.5 * width_ - offsetY) * step_), hits_(index(width_, 0))
     {
     }
 
@@ -24,7 +24,7 @@ public:
         Frame::Axis normal = {}; // in the eye's frame, unit length
     };
 
-    /// Corners in the eye's frame.
+    /// Draws a triangle, given in the eye's frame.
     void Draw(const Frame::Axis (&corner)[3])
     {
         double x[3], y[3];
@@ -36,12 +36,12 @@ public:
         const double area = (x[1] - x[0]) * (y[2] - y[0]) - (x[2] - x[0]) * (y[1] - y[0]);
         if (area == 0.0) return;
         const Frame::Axis normal =
-            Normalised(Cross(Difference(corner[1], corner[0]), Difference(corner[2], corner[0])));
+            Normalised(Cross(difference(corner[1], corner[0]), difference(corner[2], corner[0])));
         const double height = Dot(normal, corner[0]);
-        const int firstRow = Clamp(std::ceil(std::min({y[0], y[1], y[2]})));
-        const int lastRow = Clamp(std::floor(std::max({y[0], y[1], y[2]})));
-        const int firstColumn = Clamp(std::ceil(std::min({x[0], x[1], x[2]})));
-        const int lastColumn = Clamp(std::floor(std::max({x[0], x[1], x[2]})));
+        const int firstRow = clampCell(std::ceil(std::min({y[0], y[1], y[2]})));
+        const int lastRow = clampCell(std::floor(std::max({y[0], y[1], y[2]})));
+        const int firstColumn = clampCell(std::ceil(std::min({x[0], x[1], x[2]})));
+        const int lastColumn = clampCell(std::floor(std::max({x[0], x[1], x[2]})));
         for (int row = firstRow; row <= lastRow; ++row)
             for (int column = firstColumn; column <= lastColumn; ++column) {
                 bool inside = true;
@@ -52,29 +52,29 @@ public:
                 }
                 if (!inside) continue;
                 const double depth = height / Dot(normal, Ray(row, column));
-                Hit& hit = hits_[Index(row, column)];
+                Hit& hit = hits_[index(row, column)];
                 if (depth > 0.0 && depth < hit.depth) hit = {depth, normal};
             }
     }
 
     [[nodiscard]] int Width() const { return width_; }
-    [[nodiscard]] const Hit& At(int row, int column) const { return hits_[Index(row, column)]; }
+    [[nodiscard]] const Hit& At(int row, int column) const { return hits_[index(row, column)]; }
     [[nodiscard]] Frame::Axis Ray(int row, int column) const
     {
         return {left_ + column * step_, top_ + row * step_, 1.0};
     }
 
 private:
-    static Frame::Axis Difference(const Frame::Axis& a, const Frame::Axis& b)
+    static Frame::Axis difference(const Frame::Axis& a, const Frame::Axis& b)
     {
         return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
     }
-    [[nodiscard]] std::size_t Index(int row, int column) const
+    [[nodiscard]] std::size_t index(int row, int column) const
     {
         return static_cast<std::size_t>(row) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(column);
     }
-    // Cells at the border that lie outside a triangle are refused by the inside test.
-    [[nodiscard]] int Clamp(double cell) const { return static_cast<int>(std::clamp(cell, 0.0, width_ - 1.0)); }
+    // Clamped cells outside the triangle fail the inside test.
+    [[nodiscard]] int clampCell(double cell) const { return static_cast<int>(std::clamp(cell, 0.0, width_ - 1.0)); }
 
     int width_;
     double step_, left_, top_;

@@ -17,11 +17,11 @@ struct Scanner {
     double maxIncidence = 75.0; ///< surfaces seen at a flatter angle than this from their normal are lost, degrees
 };
 
-/// Where the scanner stands: looks along axis 2 at the world's origin.
+/// The frame of a scanner that looks along its axis 2 at the world's origin.
 Frame ScannerFrame(const Scanner& scanner, const Frame::Axis& viewDirection, double roll);
 
-/// Scans a mesh. The normals are those of the triangles that were hit, turned towards the eye. `engine` gives the
-/// offset of the grid and the noise.
+/// Scans a mesh. The normals are those of the triangles hit, turned towards the eye. `engine` determines the offset of
+/// the grid and the noise.
 prereg::Scan ScanMesh(const Mesh& mesh, const Scanner& scanner, const Frame& eye, std::mt19937& engine);
 
 } // namespace voalgo

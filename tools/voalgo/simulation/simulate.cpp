@@ -17,7 +17,7 @@ namespace voalgo {
 
 namespace {
 
-/// Random streams of one simulation; each has one purpose, so that changing one choice leaves the others as they were.
+/// Random streams of one simulation, one for each purpose, so that changing one choice leaves the others alone.
 enum Stream : unsigned { Views, GridOfFix, GridOfFlt, ClutterOfFix, ClutterOfFlt, Pose };
 
 std::mt19937 Engine(unsigned seed, Stream stream)
@@ -49,7 +49,7 @@ public:
         rollOfFlt_ = turn(engine);
         const Frame around = FrameAlong(direction_, turn(engine));
         sideways_ = around.axis[0];
-        ChoosePitch(radius);
+        choosePitch(radius);
     }
 
     [[nodiscard]] const Scanner& GetScanner() const { return scanner_; }
@@ -60,23 +60,23 @@ public:
         for (unsigned i = 0; i < 3; ++i) view[i] = std::cos(angle) * direction_[i] + std::sin(angle) * sideways_[i];
         return ScannerFrame(scanner_, view, rollOfFlt_);
     }
-    [[nodiscard]] prereg::Scan ScanFix() const { return ScanFrom(EyeOfFix(), GridOfFix); }
-    [[nodiscard]] prereg::Scan ScanFlt(double angle) const { return ScanFrom(EyeOfFlt(angle), GridOfFlt); }
+    [[nodiscard]] prereg::Scan ScanFix() const { return scanFrom(EyeOfFix(), GridOfFix); }
+    [[nodiscard]] prereg::Scan ScanFlt(double angle) const { return scanFrom(EyeOfFlt(angle), GridOfFlt); }
 
 private:
-    [[nodiscard]] prereg::Scan ScanFrom(const Frame& eye, Stream stream) const
+    [[nodiscard]] prereg::Scan scanFrom(const Frame& eye, Stream stream) const
     {
         auto engine = Engine(settings_.seed, stream);
         return ScanMesh(object_, scanner_, eye, engine);
     }
 
-    /// The number of points goes with 1 ÷ pitch²; a coarse scan tells the factor.
-    void ChoosePitch(double radius)
+    /// The number of points is proportional to 1 ÷ pitch²; a coarse scan gives the factor.
+    void choosePitch(double radius)
     {
         scanner_.pitch = radius / 40.0;
         for (int pass = 0; pass < 2; ++pass) {
             const std::size_t count = ScanFix().points.size();
-            if (count == 0) throw InputError("the scanner sees nothing of the object");
+            if (count == 0) throw InputError("the scanner does not see the object");
             scanner_.pitch *= std::sqrt(static_cast<double>(count) / settings_.points);
         }
     }
@@ -99,7 +99,7 @@ double SmallerOverlap(const prereg::Scan& fix, const prereg::Scan& flt)
     return std::min(OverlapShare(fix, flt, radius), OverlapShare(flt, fix, radius));
 }
 
-/// The angle between the views, rad; the overlap falls with it.
+/// The angle between the views (rad) that gives the overlap, which falls as the angle grows.
 double SearchAngle(const Stage& stage, double wantedOverlap)
 {
     const prereg::Scan fix = stage.ScanFix();
@@ -111,7 +111,7 @@ double SearchAngle(const Stage& stage, double wantedOverlap)
     return 0.5 * (low + high);
 }
 
-/// A patch of `count` points of another object beside the scanned one.
+/// Adds a patch of `count` points of another object beside the scanned one.
 void AddForeignPatch(prereg::Scan& cloud, std::size_t count, const Scanner& scanner, const Frame& eye,
                      std::mt19937& engine)
 {
@@ -134,7 +134,7 @@ void AddForeignPatch(prereg::Scan& cloud, std::size_t count, const Scanner& scan
     for (const std::size_t i : order) cloud.points.push_back(patch.points[i]);
 }
 
-/// Half of the clutter is a patch of another object, half are stray points around the object.
+/// Adds clutter: half of it a patch of another object, half of it stray points around the object.
 void AddClutter(prereg::Scan& cloud, double share, const Scanner& scanner, const Frame& eye, std::mt19937 engine)
 {
     if (share <= 0.0) return;
@@ -177,9 +177,8 @@ Simulation Simulate(const Mesh& object, const SimulationSettings& settings)
     result.overlapFlt = OverlapShare(result.flt, result.fix, 2.0 * result.spacing);
 
     result.truth = RandomPose(Engine(settings.seed, Pose), stage.GetScanner().reach);
-    const Frame turnOnly{{result.truth.axis[0], result.truth.axis[1], result.truth.axis[2]}, {0, 0, 0}};
     for (auto& p : result.flt.points) p = ToFloat(result.truth.ToLocal(ToDouble(p)));
-    for (auto& n : result.flt.normals) n = ToFloat(turnOnly.ToLocal(ToDouble(n)));
+    for (auto& n : result.flt.normals) n = ToFloat(result.truth.TurnBack(ToDouble(n)));
     return result;
 }
 

@@ -7,10 +7,10 @@
 namespace voalgo {
 
 struct SimulationSettings {
-    unsigned points = 20000; ///< of the first scan, about
-    double overlap = 0.6;    ///< wanted, of the object's surface before clutter is added; the smaller of the two shares
+    unsigned points = 20000; ///< of the first scan, approximately
+    double overlap = 0.6;    ///< target for the smaller of the two shares, before clutter is added
     double noise = 0.05;     ///< standard deviation of the range, mm
-    double clutter = 0.0;    ///< share of each scan that is not the object
+    double clutter = 0.0;    ///< share of each scan's points that do not lie on the object
     unsigned seed = 1;
 };
 
@@ -21,12 +21,12 @@ struct Simulation {
     Frame truth;             ///< ToWorld maps flt coordinates into fix coordinates
     double angle = 0.0;      ///< between the two views, degrees
     double spacing = 0.0;    ///< mean distance of neighbouring points without the clutter, the larger of the two, mm
-    double overlapFix = 0.0; ///< measured on the finished scans, see OverlapShare; radius twice the spacing
+    double overlapFix = 0.0; ///< of the finished scans: OverlapShare within twice the spacing
     double overlapFlt = 0.0;
 };
 
-/// Scans the object (its middle at the origin) from two views, whose angle is searched so that the wanted overlap comes
-/// out, and turns flt by a random pose. The same settings give the same scans. Throws InputError when the object
+/// Scans an object, centred at the origin, from two views and moves flt by a random pose. The angle between the views
+/// is searched so that the overlap is reached. The same settings give the same scans. Throws InputError when the object
 /// cannot be scanned.
 Simulation Simulate(const Mesh& object, const SimulationSettings& settings);
 

@@ -30,14 +30,14 @@ bool StandardErrorIsTerminal()
 
 } // namespace
 
-Console::Console(Mode mode)
-    : mode_(mode), terminal_(mode == Mode::Talkative && StandardErrorIsTerminal()), start_(Clock::now())
+Console::Console(bool isQuiet, bool isJson)
+    : isQuiet_(isQuiet), hasProgress_(!isQuiet && !isJson && StandardErrorIsTerminal())
 {
 }
 
 void Console::Note(const std::string& text)
 {
-    if (mode_ == Mode::Quiet) return;
+    if (isQuiet_) return;
     ClearProgress();
     std::fprintf(stderr, "voalgo: %s\n", text.c_str());
 }
@@ -51,18 +51,17 @@ void Console::Warn(const std::string& text)
 void Console::Progress(const char* stage, double share)
 {
     constexpr int Width = 30;
-    constexpr auto Pause = std::chrono::milliseconds(50);
-    const Clock::time_point now = Clock::now();
-    if (!terminal_ || (barIsDrawn_ && now - drawn_ < Pause)) return;
+    constexpr double Pause = 0.05; // seconds
+    const double now = watch_.Seconds();
+    if (!hasProgress_ || (isBarDrawn_ && now - drawnAt_ < Pause)) return;
     const double done = std::clamp(share, 0.0, 1.0);
     const int filled = static_cast<int>(done * Width);
     const std::string bar =
         std::string(static_cast<std::size_t>(filled), '#') + std::string(static_cast<std::size_t>(Width - filled), '-');
-    std::fprintf(stderr, "\r\033[K[%s] %3.0f %%  %5.1f s  %s", bar.c_str(), 100.0 * done,
-                 std::chrono::duration<double>(now - start_).count(), stage);
+    std::fprintf(stderr, "\r\033[K[%s] %3.0f %%  %5.1f s  %s", bar.c_str(), 100.0 * done, now, stage);
     std::fflush(stderr);
-    barIsDrawn_ = true;
-    drawn_ = now;
+    isBarDrawn_ = true;
+    drawnAt_ = now;
 }
 
 std::function<bool(const char*, double)> Console::ProgressFunction()
@@ -75,16 +74,16 @@ std::function<bool(const char*, double)> Console::ProgressFunction()
 
 void Console::ClearProgress()
 {
-    if (!barIsDrawn_) return;
+    if (!isBarDrawn_) return;
     std::fputs("\r\033[K", stderr);
-    barIsDrawn_ = false;
+    isBarDrawn_ = false;
 }
 
 LogToConsole::LogToConsole(Console& console)
 {
     struct State {
         std::mutex mutex;
-        std::set<std::string> said; // a search repeats itself
+        std::set<std::string> said; // a search would repeat them
     };
     Logging::SetSink([&console, state = std::make_shared<State>()](const Logging::Message& message) {
         const std::lock_guard lock(state->mutex);

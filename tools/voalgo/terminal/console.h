@@ -1,43 +1,40 @@
 #pragma once
 
-#include <chrono>
+#include "platform/clock.h"
+
 #include <functional>
 #include <string>
 
 namespace voalgo {
 
-/// What the user sees on standard error: messages, and a progress bar when that is a terminal.
+/// Writes to standard error: messages, and a progress bar if it is a terminal.
 class Console {
 public:
-    enum class Mode { Talkative, WithoutProgress, Quiet };
-
-    /// Quiet: warnings only.
-    explicit Console(Mode mode);
+    /// Quiet: warnings only. There is no progress bar beside JSON.
+    explicit Console(bool isQuiet, bool isJson = false);
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
     ~Console() { ClearProgress(); }
 
-    /// Something was done that the user may want to know.
+    /// Reports something that was done.
     void Note(const std::string& text);
-    /// Something is probably wrong.
+    /// Reports that something is probably wrong.
     void Warn(const std::string& text);
-    /// Draws the bar: what is going on, the share done (0 to 1), the time since the first call.
+    /// Draws the bar: the stage, the share done (0 to 1), the time since the start.
     void Progress(const char* stage, double share);
-    /// The same as a registration takes it.
+    /// Progress, in the form that a registration calls.
     [[nodiscard]] std::function<bool(const char*, double)> ProgressFunction();
     void ClearProgress();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    Mode mode_;
-    bool terminal_;
-    bool barIsDrawn_ = false;
-    Clock::time_point start_;
-    Clock::time_point drawn_;
+    bool isQuiet_;
+    bool hasProgress_;
+    bool isBarDrawn_ = false;
+    VoAlgo::CStopwatch watch_;
+    double drawnAt_ = 0.0; // seconds
 };
 
-/// Sends the library's warnings and errors to the console, which outlives it, instead of to standard error.
+/// Sends the library's warnings and errors to a console, which must outlive it.
 class LogToConsole {
 public:
     explicit LogToConsole(Console& console);

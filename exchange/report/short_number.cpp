@@ -1,4 +1,4 @@
-#include "exchange/report/number.h"
+#include "exchange/report/short_number.h"
 
 #include <cmath>
 #include <cstdio>

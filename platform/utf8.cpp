@@ -1,13 +1,14 @@
-#include "bson/detail_utf8.h"
+#include "platform/utf8.h"
 
-namespace VoAlgo::bson::detail {
+namespace VoAlgo {
 namespace {
 
 constexpr char32_t FirstSurrogate = 0xD800, FirstLowSurrogate = 0xDC00, LastSurrogate = 0xDFFF;
 constexpr char32_t FirstSupplementary = 0x10000, LastCodePoint = 0x10FFFF;
 
-/// Bounds of the second byte, which keep out overlong forms, surrogates and what lies beyond Unicode, and the number of
-/// bytes after the first (Unicode Standard, table 3-7); none for a byte that begins no character.
+/// What a first byte says about the bytes after it (Unicode Standard, table 3-7): how many there are, none when the
+/// byte begins no character, and the bounds of the second one, which exclude overlong forms, surrogates and code points
+/// beyond Unicode.
 struct Lead {
     unsigned numFollowing;
     unsigned char low, high;
@@ -104,4 +105,4 @@ std::string Utf8FromWide(std::wstring_view text)
     return utf8;
 }
 
-} // namespace VoAlgo::bson::detail
+} // namespace VoAlgo

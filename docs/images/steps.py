@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Draws road.png, the steps of a registration on the scans of examples/data, with the library's own features, fits and
-refinement. Needs matplotlib and the Python module: PYTHONPATH=build/package/python python3 docs/images/road.py"""
+"""Draws steps.png, the steps of a registration on the scans of examples/data, with the library's own features, fits and
+refinement. Needs matplotlib and the Python module: PYTHONPATH=build/package/python python3 docs/images/steps.py"""
 
 import itertools
 
@@ -18,7 +18,7 @@ def sides(corners):
 
 
 def proposals(fix, flt, candidates):
-    """Polygons of four feature points of FLT and the counterparts with the same side lengths among their candidates."""
+    """Yields polygons of four feature points of FLT, the matching candidates in FIX, and the pose that follows."""
     random, apart = np.random.default_rng(3), distances(flt.points, flt.points)
     while True:
         near = np.flatnonzero(apart[random.integers(len(flt))] < DIAMETER)
@@ -50,14 +50,14 @@ def turn(axis, angle):
 
 
 view = camera(FIX)
-truth = (turn(view[2], 1.9) @ turn(view[1], 0.5)).inverse()  # FLT lies elsewhere
+truth = (turn(view[2], 1.9) @ turn(view[1], 0.5)).inverse()  # FLT is moved away first
 scan = FLT.moved(truth.inverse() @ POSE)
 (fix, fix_values), (flt, flt_values) = features_of(FIX, 12 * S), features_of(scan, 12 * S)
 similar = distances(flt_values, fix_values).argsort(1)[:, :CANDIDATES]
-road = proposals(fix, flt, similar)
-found = next((p, c, pose, r) for p, c, pose in road
+proposed = proposals(fix, flt, similar)
+first = next((p, c, pose, r) for p, c, pose in proposed
              if (r := vo.icp((FIX.points, FIX.normals), (scan.points, scan.normals), pose, config=CONFIG["icpConfig"])))
-polygon, counterparts, pose, refined = found
+polygon, counterparts, pose, refined = first
 
 figure, axes = plt.subplots(2, 3, figsize=(12, 5.8), dpi=90, height_ratios=(1, 1.35))
 for ax, title in zip(axes.flat, ("two scans", "1 features", "2 a polygon and its counterpart",
@@ -66,7 +66,7 @@ for ax, title in zip(axes.flat, ("two scans", "1 features", "2 a polygon and its
     ax.set_aspect("equal")
     ax.axis("off")
 
-# FLT beside FIX, seen by the same camera.
+# FLT beside FIX, seen from the same direction.
 aside = (FIX.points.mean(0) - scan.points.mean(0) + 88 * view[0]).astype(np.float32)
 shown, shown_features = Scan(scan.points + aside, scan.normals), Scan(flt.points + aside, flt.normals)
 for ax in axes[0]:
@@ -83,8 +83,8 @@ outline(axes[0, 2], view, fix.points[counterparts], ORANGE)
 note(axes[0, 2], "candidates, and those with the same sides")
 
 
-def off(trafo):
-    """Distance of FLT's points from their right places, mm, root mean square."""
+def error(trafo):
+    """Root mean square distance of FLT's points from their true positions, mm."""
     return np.sqrt(((trafo.apply(scan.points) - truth.apply(scan.points)) ** 2).sum(1).mean())
 
 
@@ -92,10 +92,10 @@ for ax, trafo, text in ((axes[1, 0], pose, "closed-form fit of the corners"), (a
     moved = scan.moved(trafo)
     draw(ax, view, FIX, GREY, 8)
     draw(ax, view, moved, ORANGE if trafo is not pose else BLUE, 8)
-    note(ax, f"{text};\n{off(trafo):.2f} mm from the right pose")
+    note(ax, f"{text};\n{error(trafo):.2f} mm from the right pose")
 
 outcomes = [(p, vo.icp((FIX.points, FIX.normals), (scan.points, scan.normals), p, config=CONFIG["icpConfig"]))
-            for _, _, p in itertools.islice(road, 60)]
+            for _, _, p in itertools.islice(proposed, 60)]
 accepted = [r.trafo for _, r in outcomes if r]
 centre = scan.points.mean(0, keepdims=True)
 placed = np.vstack([t.apply(centre) for t in accepted])
@@ -114,4 +114,4 @@ for ax in axes[1]:
 figure.subplots_adjust(0.01, 0.09, 0.99, 0.95, 0.03, 0.2)
 figure.canvas.draw()
 picture = Image.fromarray(np.asarray(figure.canvas.buffer_rgba())).convert("RGB")
-picture.quantize(64, Image.Quantize.MAXCOVERAGE, dither=Image.Dither.NONE).save(HERE / "road.png", optimize=True)
+picture.quantize(64, Image.Quantize.MAXCOVERAGE, dither=Image.Dither.NONE).save(HERE / "steps.png", optimize=True)
