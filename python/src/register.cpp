@@ -117,7 +117,7 @@ JudgedTrafo RefineByIcp(const py::object& fixArgument, const py::object& fltArgu
     const py::gil_scoped_release release;
     const prereg::ICPResult result = Surfels(fix).ComputeICPRegistration(settings, Surfels(flt), from, &limits);
     JudgedTrafo judged({result, 1}, prereg::Refusal(prereg::RefusalOf(result.resultType)));
-    judged.tests = TestsOf(result, settings, prereg::EStage::Refinement);
+    judged.tests = TestsOf(result, settings, prereg::EStage::FltOnFix);
     return judged;
 }
 
