@@ -54,7 +54,7 @@ def test_writes_what_it_reads(tmp_path, hippo):
         (lambda d: vo.read(d), IsADirectoryError, ""),
         (lambda d: vo.read(3), TypeError, "path: must be a str or path-like, is int"),
         (lambda d: vo.read(d / "bad.xyz"), ValueError, 'bad.xyz:2: not a number: "two"'),
-        (lambda d: vo.read(d / "bad.doc"), ValueError, "bad.doc: unknown kind of file"),
+        (lambda d: vo.read(d / "bad.doc"), ValueError, "bad.doc: unknown file type"),
         (lambda d: vo.read(d / "bad.xyz", unit="inch"), ValueError, "unit: must be mm, cm or m, is inch"),
         (lambda d: vo.read(d / "bad.xyz", viewpoint=[1, 2]), ValueError, "viewpoint: needs 3 values"),
         (lambda d: vo.write(d / "no/a.ply", np.eye(3)), FileNotFoundError, "a.ply"),
