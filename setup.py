@@ -1,6 +1,8 @@
-"""Lets CMake build the module and puts it, with the library, into the wheel.
+"""Has CMake build the module and puts it, with the library, into the wheel.
 
-The build folder is build/python, or the one that VOALGO_BUILD names: a finished build is then taken as it is.
+The build folder is build/python, or the one that VOALGO_BUILD names: a finished build is then taken as it is. Needs a
+C++20 compiler, CMake, Ninja, and the Debian packages libtbb-dev, liblapack-dev, libblas-dev, libassimp-dev, zlib1g-dev,
+nlohmann-json3-dev, pybind11-dev and python3-dev, or their counterparts; at run time libtbb and libassimp.
 """
 
 import os

@@ -2,17 +2,17 @@
 //
 //   registration_eval PAIRS.csv [TURNS [PRESET]]
 //
-// PAIRS.csv has a header and per line: name, fix, flt (files relative to the list), then the 16 numbers, row by row, of
-// the pose that maps flt into fix, mm; without them the pair must be refused. What follows is not read. Prints a line a
-// pair and the totals; exits with 1 when a pose is wrong, or a pair accepted that must be refused.
+// PAIRS.csv has a header and, per line: name, fix, flt (files relative to the list), then the 16 numbers, row by row,
+// of the pose that maps flt into fix, mm; without them, or with nan, the pair must be refused. Further fields are
+// ignored. Prints a line per pair and the totals; exits with 1 when a pose is wrong or a pair is accepted that must be
+// refused.
 
-#include "prepare_cloud.h"
-#include "read_cloud.h"
-#include "registration.h"
-#include "sampling.h"
+#include "VoAlgorithms/verdict/registerscans.h"
+#include "exchange/files/read_cloud.h"
+#include "platform/clock.h"
 
 #include <algorithm>
-#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -22,11 +22,13 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
-using voalgo::Cloud;
+using prereg::PreparedScan;
+using prereg::Scan;
 using VoAlgo::CTrafo;
 
 constexpr double MaxTurn = 1.0;            // degrees from the truth
@@ -34,8 +36,8 @@ constexpr double MaxShiftInSpacings = 2.0; // of the middle of flt
 
 struct Pair {
     std::string name;
-    Cloud fix;
-    Cloud flt;
+    PreparedScan fix;
+    PreparedScan flt;
     std::optional<CTrafo> truth;
 };
 
@@ -45,7 +47,9 @@ std::vector<Pair> ReadPairs(const std::string& path)
     if (!in) throw std::runtime_error(path + ": cannot be read");
     const auto folder = std::filesystem::path(path).parent_path();
     const auto read = [&folder](const std::string& name) {
-        return voalgo::PrepareCloud(voalgo::ReadCloud((folder / name).string()), name, 1.0, {}).cloud;
+        Scan scan = voalgo::ReadCloud((folder / name).string());
+        scan.name = name;
+        return prereg::PrepareScan(std::move(scan));
     };
     std::vector<Pair> pairs;
     std::string line;
@@ -54,9 +58,10 @@ std::vector<Pair> ReadPairs(const std::string& path)
         std::stringstream row(line);
         std::vector<std::string> fields;
         for (std::string field; std::getline(row, field, ',');) fields.push_back(field);
-        if (fields.size() < 3) throw std::runtime_error(path + ": a line has less than three fields: " + line);
+        if (fields.size() < 3)
+            throw std::runtime_error((path + ": a line with fewer than three fields: ").append(line));
         Pair pair{fields[0], read(fields[1]), read(fields[2]), {}};
-        if (fields.size() >= 19) {
+        if (fields.size() >= 19 && !std::isnan(std::stod(fields[3]))) {
             VoAlgo::CbMatrix4Rd m;
             for (unsigned i = 0; i < 16; ++i) m(i / 4, i % 4) = std::stod(fields[3 + i]);
             pair.truth = CTrafo(m);
@@ -77,18 +82,18 @@ CTrafo RandomTurn(unsigned seed)
     return {VoAlgo::Quaternion(w, x, y, z).GetNormalized(), kdtree::Vector<3>()};
 }
 
-Cloud Moved(const Cloud& cloud, const CTrafo& pose)
+Scan Moved(const Scan& scan, const CTrafo& pose)
 {
-    Cloud moved = cloud;
+    Scan moved = scan;
     for (auto& p : moved.points) p = pose * p;
     for (auto& n : moved.normals) n = pose.Rotate(n);
     return moved;
 }
 
-kdtree::Vector<3> Middle(const Cloud& cloud)
+kdtree::Vector<3> Middle(const Scan& scan)
 {
     kdtree::Vector<3> sum;
-    for (const auto& p : cloud.points) sum += p / static_cast<float>(cloud.points.size());
+    for (const auto& p : scan.points) sum += p / static_cast<float>(scan.points.size());
     return sum;
 }
 
@@ -101,28 +106,27 @@ struct Totals {
     std::vector<double> seconds;
 };
 
-void Evaluate(const Pair& pair, unsigned turn, voalgo::Preset preset, Totals& totals)
+void Evaluate(const Pair& pair, unsigned turn, const prereg::RegistrationOptions& options, Totals& totals)
 {
     const CTrafo turned = RandomTurn(100 + turn);
-    const Cloud flt = Moved(pair.flt, turned);
-    const auto start = std::chrono::steady_clock::now();
-    const voalgo::Settings settings = voalgo::DeriveSettings(pair.fix, flt, preset);
-    const voalgo::Registration registration = voalgo::Register(pair.fix, flt, settings, {});
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const bool isFound = registration.reason.empty();
+    const PreparedScan flt = prereg::PrepareScan(Moved(pair.flt.scan, turned));
+    const VoAlgo::CStopwatch watch;
+    const prereg::Registration registration = RegisterScans(pair.fix, flt, options);
+    const double seconds = watch.Seconds();
     std::printf("%-18s turn %u  %.3f s  ", pair.name.c_str(), turn, seconds);
-    if (!isFound) {
+    if (!registration) {
         ++(pair.truth ? totals.missed : totals.refused);
-        std::printf("refused: %s (%s)\n", registration.reason.c_str(), registration.statistics.ToString().c_str());
+        std::printf("refused: %s (%s)\n", registration.Reason().c_str(), registration.statistics.ToString().c_str());
     } else {
-        const auto& best = registration.results.front();
+        const prereg::JudgedTrafo& best = registration.Best();
         double degrees = 0.0;
         double shift = 0.0;
         if (pair.truth) {
             const CTrafo truth = *pair.truth * turned.GetInverse(true);
-            const double spacing = std::max(voalgo::MeanSpacing(pair.fix), voalgo::MeanSpacing(pair.flt));
+            const double spacing = std::max(pair.fix.spacing, pair.flt.spacing);
+            const kdtree::Vector<3> middle = Middle(flt.scan);
             degrees = static_cast<double>(best.trafo.GetRotationDistance(truth)) * 57.29577951308232;
-            shift = static_cast<double>((best.trafo * Middle(flt) - truth * Middle(flt)).Norm());
+            shift = static_cast<double>((best.trafo * middle - truth * middle).Norm());
             ++(degrees <= MaxTurn && shift <= MaxShiftInSpacings * spacing ? totals.right : totals.wrong);
         } else {
             ++totals.accepted;
@@ -134,24 +138,21 @@ void Evaluate(const Pair& pair, unsigned turn, voalgo::Preset preset, Totals& to
     if (pair.truth) totals.seconds.push_back(seconds);
 }
 
-voalgo::Preset PresetOf(const std::string& name)
-{
-    if (name == "dense") return voalgo::Preset::Dense;
-    if (name == "scan") return voalgo::Preset::Scan;
-    if (name == "thorough") return voalgo::Preset::Thorough;
-    throw std::runtime_error(name + ": no preset; there are dense, scan and thorough");
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 try {
     if (argc < 2) throw std::runtime_error("usage: registration_eval PAIRS.csv [TURNS [PRESET]]");
     const unsigned turns = argc > 2 ? static_cast<unsigned>(std::stoul(argv[2])) : 1;
-    const voalgo::Preset preset = argc > 3 ? PresetOf(argv[3]) : voalgo::Preset::Automatic;
+    prereg::RegistrationOptions options;
+    if (argc > 3) {
+        const std::optional<prereg::EPreset> preset = prereg::PresetOf(argv[3]);
+        if (!preset) throw std::runtime_error(std::string(argv[3]) + ": unknown preset");
+        options.preset = *preset;
+    }
     Totals totals;
     for (const Pair& pair : ReadPairs(argv[1]))
-        for (unsigned turn = 0; turn < turns; ++turn) Evaluate(pair, turn, preset, totals);
+        for (unsigned turn = 0; turn < turns; ++turn) Evaluate(pair, turn, options, totals);
     std::sort(totals.seconds.begin(), totals.seconds.end());
     std::printf("right %u, wrong %u, missed %u; to be refused: %u refused, %u accepted\n", totals.right, totals.wrong,
                 totals.missed, totals.refused, totals.accepted);

@@ -33,6 +33,11 @@ bool Report(const RegistrationOptions& options, const char* stage, double share)
     return !options.progress || options.progress(stage, share);
 }
 
+PointSetPtr PointSetOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
+{
+    return scan.pointSet ? scan.pointSet : ComputePointSet(scan.scan, settings, threads);
+}
+
 Registration Refused(Registration registration, Refusal refusal)
 {
     registration.refusal = std::move(refusal);
@@ -60,9 +65,9 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
     const VoAlgo::CStopwatch featureWatch;
     if (!Report(options, "features", 0.0)) return Refused(registration, Refusal(ERefusal::Cancelled));
-    PointSetPtr fixSet = ComputePointSet(fix.scan, settings, options.threads);
+    PointSetPtr fixSet = PointSetOf(fix, settings, options.threads);
     if (!Report(options, "features", 0.5)) return Refused(registration, Refusal(ERefusal::Cancelled));
-    PointSetPtr fltSet = ComputePointSet(flt.scan, settings, options.threads);
+    PointSetPtr fltSet = PointSetOf(flt, settings, options.threads);
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;

@@ -17,7 +17,8 @@ struct ColouredCloud {
     Colour colour;
 };
 
-/// Writes binary little-endian PLY with normals; throws InputError when the file cannot be written.
+/// Writes binary little-endian PLY, with normals when every point has one; throws InputError when the file cannot be
+/// written.
 void WritePly(const std::string& path, const prereg::Scan& cloud);
 /// The same for several clouds in one file, with the colour of each.
 void WritePly(const std::string& path, const std::vector<ColouredCloud>& clouds);

@@ -35,7 +35,7 @@ std::vector<Vec3> ReadRows(const py::array& array)
     return vectors;
 }
 
-/// A scaled, mirrored or transposed matrix would otherwise turn out as a wrong pose.
+/// Otherwise a scaled, mirrored or transposed matrix would pass as a wrong pose.
 void RequireRigid(const Doubles& matrix, const std::string& name)
 {
     constexpr double Tolerance = 1e-3;
@@ -46,12 +46,12 @@ void RequireRigid(const Doubles& matrix, const std::string& name)
         for (py::ssize_t j = 0; j < 3; ++j) {
             const double dot = m(i, 0) * m(j, 0) + m(i, 1) * m(j, 1) + m(i, 2) * m(j, 2);
             if (!(std::abs(dot - (i == j ? 1.0 : 0.0)) <= Tolerance))
-                throw py::value_error(name + ": the upper left 3x3 is no rotation");
+                throw py::value_error(name + ": the upper left 3x3 is not a rotation");
         }
     const double determinant = m(0, 0) * (m(1, 1) * m(2, 2) - m(1, 2) * m(2, 1)) -
                                m(0, 1) * (m(1, 0) * m(2, 2) - m(1, 2) * m(2, 0)) +
                                m(0, 2) * (m(1, 0) * m(2, 1) - m(1, 1) * m(2, 0));
-    if (determinant < 0.0) throw py::value_error(name + ": the upper left 3x3 is a reflection, no rotation");
+    if (determinant < 0.0) throw py::value_error(name + ": the upper left 3x3 is a reflection, not a rotation");
 }
 
 Doubles ReadMatrix(const py::object& argument, const char* name)

@@ -8,7 +8,7 @@
 
 #include <vector>
 
-/// Arrays in and out. Whatever is wrong with an argument raises a TypeError or ValueError that begins with its name.
+/// Arrays in and out. A wrong argument raises a TypeError or ValueError that begins with its name.
 namespace voalgo::python {
 
 namespace py = pybind11;
@@ -20,7 +20,7 @@ using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
 /// An array of float32 or float64 in native byte order, of any strides; or a list of numbers. `columns` 0:
 /// one-dimensional; negative: n×d for any d > 0; else n×columns.
 py::array ReadNumbers(const py::object& argument, const char* name, py::ssize_t columns);
-/// The same as doubles or floats; not copied when it is that already.
+/// The same as doubles or floats; not copied when the array already has that form.
 Doubles ReadDoubles(const py::object& argument, const char* name, py::ssize_t columns);
 Floats ReadFloats(const py::object& argument, const char* name, py::ssize_t columns);
 /// n×3 numbers as the library's vectors, read in one pass.
@@ -29,7 +29,7 @@ std::vector<Vec3> ReadVectors(const py::object& argument, const char* name);
 Vec3 ReadVector(const py::object& argument, const char* name);
 /// A Trafo, or a 4×4 array of a rigid pose; finite.
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name);
-/// The pose that `MatrixOf` stored, whatever its numbers.
+/// The pose that `MatrixOf` stored, even when it is not rigid or not finite.
 VoAlgo::CTrafo ReadStoredPose(const py::object& matrix);
 /// Throws unless both have the same number of rows.
 void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB);

@@ -80,7 +80,7 @@ Pixel Find(const std::string& from, const std::string& to)
     throw py::value_error("source, target: no conversion from " + from + " to " + to + "; there are " + known);
 }
 
-/// Pictures mostly come as bytes of linear or gamma-coded components.
+/// Images usually hold bytes.
 Doubles ReadColours(const py::object& argument, const char* name)
 {
     const py::array array = py::array::ensure(argument);
@@ -133,8 +133,8 @@ void DefineColour(py::module_& m)
           R"(Converts colours from one space to another; white is D65.
 
 Ranges: "RGB" (linear) and "sRGB" (gamma-coded, IEC 61966-2-1) 0 to 255, "XYZ" 0 to 100, "Lab" and "DIN99o" L 0 to 100,
-"HSV" hue 0 to 360 degrees, S and V 0 to 1. "HSL" is odd: it takes RGB of 0 to 1 and gives S and L of 0 to 1; back it
-takes percent and gives RGB of 0 to 1.
+"HSV" hue 0 to 360 degrees, S and V 0 to 1. "HSL" is irregular: RGB to HSL takes RGB of 0 to 1 and gives S and L of 0
+to 1, whereas HSL to RGB takes S and L in percent and gives RGB of 0 to 1.
 
 Parameters
 ----------
@@ -148,7 +148,7 @@ Returns
 -------
 (n, 3) array of float64)");
     m.def("colour_difference", &Difference, py::arg("a"), py::arg("b"), py::arg("formula") = "CIEDE2000",
-          R"(Perceived differences of Lab colours, row by row.
+          R"(Computes the perceived differences of Lab colours, row by row.
 
 Parameters
 ----------

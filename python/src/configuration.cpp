@@ -1,13 +1,16 @@
 #include "configuration.h"
 
-#include "config_fields.h"
+#include "platform/format.h"
 #include "scalars.h"
+#include "values.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace voalgo::python {
@@ -22,16 +25,16 @@ public:
     /// `inside`: where the dict lies: empty, or a name and a dot.
     Reader(const py::dict& stated, std::string inside) : stated_(stated), inside_(std::move(inside)) {}
 
-    void operator()(const char* key, std::uint32_t& field)
+    void operator()(const prereg::FieldInfo& info, std::uint32_t& field)
     {
-        if (const py::object value = Find(key)) field = ReadCount(value, inside_ + key);
+        if (const py::object value = Find(info.key)) field = ReadCount(value, inside_ + info.key);
     }
-    void operator()(const char* key, double& field)
+    void operator()(const prereg::FieldInfo& info, double& field)
     {
-        const py::object value = Find(key);
+        const py::object value = Find(info.key);
         if (!value) return;
-        field = ReadReal(value, inside_ + key);
-        if (std::isnan(field)) throw py::value_error(inside_ + key + ": must not be NaN");
+        field = ReadReal(value, inside_ + info.key);
+        if (std::isnan(field)) throw py::value_error(inside_ + info.key + ": must not be NaN");
     }
 
     /// The value of a key, null when it is not stated.
@@ -48,7 +51,7 @@ public:
             const std::string name = py::str(key).cast<std::string>();
             if (std::find(known_.begin(), known_.end(), name) == known_.end())
                 throw py::type_error(inside_ + name + ": no such setting; the nearest known one is " + inside_ +
-                                     NearestKey(name, known_));
+                                     prereg::NearestKey(name, known_));
         }
     }
 
@@ -61,22 +64,22 @@ private:
 void ApplyDict(const py::dict& stated, const std::string& inside, prereg::ConfigurationICP& target)
 {
     Reader reader(stated, inside);
-    VisitIcp(target, std::ref(reader));
+    prereg::VisitFields(target, std::ref(reader));
     reader.RequireKnownKeys();
 }
 
 void ApplyDict(const py::dict& stated, const std::string& inside, prereg::ConfigurationFPFH& target)
 {
     Reader reader(stated, inside);
-    VisitFpfh(target, std::ref(reader));
-    if (const py::object icp = reader.Find(IcpKey)) {
+    prereg::VisitFields(target, std::ref(reader));
+    if (const py::object icp = reader.Find(prereg::IcpKey)) {
         if (!py::isinstance<py::dict>(icp))
-            throw py::type_error(inside + IcpKey + ": must be a dict, is " + TypeOf(icp));
-        ApplyDict(icp.cast<py::dict>(), inside + IcpKey + ".", target.icpConfig);
+            throw py::type_error(inside + prereg::IcpKey + ": must be a dict, is " + TypeOf(icp));
+        ApplyDict(icp.cast<py::dict>(), inside + prereg::IcpKey + ".", target.icpConfig);
     }
     // A refinement's key at the outer level would get a misleading "nearest" answer.
-    VisitIcp(target.icpConfig, [&](const char* key, const auto&) {
-        if (stated.contains(key)) throw py::type_error(inside + key + ": belongs inside " + IcpKey);
+    prereg::VisitFields(target.icpConfig, [&](const prereg::FieldInfo& info, const auto&) {
+        if (stated.contains(info.key)) throw py::type_error(inside + info.key + ": belongs inside " + prereg::IcpKey);
     });
     reader.RequireKnownKeys();
 }
@@ -91,33 +94,68 @@ void ApplyBoth(const py::object& config, const py::dict& keywords, Config& targe
     ApplyDict(keywords, "", target);
 }
 
+/// A line for each field with its type, and one with its meaning.
+template <class Record>
+std::string Describe(const Record& record, bool withDefaults)
+{
+    std::string text;
+    prereg::VisitFields(record, [&](const prereg::FieldInfo& info, const auto& field) {
+        const bool isWhole = std::is_integral_v<std::remove_cvref_t<decltype(field)>>;
+        const std::string unit = UnitInWords(info), off = info.off;
+        std::string meaning = info.meaning;
+        meaning[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(meaning[0])));
+        text += std::string(info.key) + (isWhole ? " : int" : " : float") + (unit.empty() ? "" : ", " + unit);
+        if (withDefaults) text += VoAlgo::Format(", default %.4g", static_cast<double>(field));
+        text += "\n    " + meaning + (off.empty() ? "" : std::string(isWhole ? "; 0: " : "; <= 0: ") + off) + ".\n";
+    });
+    return text;
+}
+
 } // namespace
 
 py::dict ToDict(const prereg::ConfigurationICP& config)
 {
-    py::dict dict;
-    VisitIcp(config, [&](const char* key, const auto& field) { dict[key] = field; });
-    return dict;
+    return FieldsOf(config);
 }
 
 py::dict ToDict(const prereg::ConfigurationFPFH& config)
 {
-    py::dict dict;
-    VisitFpfh(config, [&](const char* key, const auto& field) { dict[key] = field; });
-    dict[IcpKey] = ToDict(config.icpConfig);
+    py::dict dict = FieldsOf(config);
+    dict[prereg::IcpKey] = FieldsOf(config.icpConfig);
     return dict;
 }
 
 void Apply(const py::object& config, const py::dict& keywords, prereg::ConfigurationFPFH& target)
 {
     ApplyBoth(config, keywords, target);
-    RequireRanges(target, "settings");
+    prereg::RequireRanges(target);
 }
 
 void Apply(const py::object& config, const py::dict& keywords, prereg::ConfigurationICP& target)
 {
     ApplyBoth(config, keywords, target);
     if (target.uiNumSamples < 1) throw py::value_error("uiNumSamples: must be at least 1");
+}
+
+std::string DescribeFields(const prereg::ConfigurationFPFH& defaults)
+{
+    return Describe(defaults, true);
+}
+
+std::string DescribeFields(const prereg::ConfigurationICP& defaults)
+{
+    return Describe(defaults, true);
+}
+
+std::string DescribeFields(const prereg::Verification& verification)
+{
+    return Describe(verification, false);
+}
+
+std::string UnitInWords(const prereg::FieldInfo& info)
+{
+    const std::string unit = info.unit;
+    return unit == "mm" ? "millimetres" : unit == "mm2" ? "square millimetres" : unit == "rad" ? "radians" : "";
 }
 
 } // namespace voalgo::python

@@ -1,8 +1,11 @@
 #pragma once
 
-#include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "VoAlgorithms/prereg/fields.h"
+#include "VoAlgorithms/verdict/verification.h"
 
 #include <pybind11/pybind11.h>
+
+#include <string>
 
 namespace voalgo::python {
 
@@ -14,5 +17,15 @@ pybind11::dict ToDict(const prereg::ConfigurationICP& config);
 /// unknown name, with the nearest known one, or a value of the wrong type, ValueError for one out of range.
 void Apply(const pybind11::object& config, const pybind11::dict& keywords, prereg::ConfigurationFPFH& target);
 void Apply(const pybind11::object& config, const pybind11::dict& keywords, prereg::ConfigurationICP& target);
+
+///@{
+/// The settings of a record for help texts: name, type, default, unit, meaning, and what switches one off.
+std::string DescribeFields(const prereg::ConfigurationFPFH& defaults);
+std::string DescribeFields(const prereg::ConfigurationICP& defaults);
+/// These follow from the scans: without defaults.
+std::string DescribeFields(const prereg::Verification& verification);
+///@}
+/// "millimetres", "square millimetres", "radians" or nothing.
+std::string UnitInWords(const prereg::FieldInfo& info);
 
 } // namespace voalgo::python

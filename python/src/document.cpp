@@ -251,16 +251,16 @@ values : dict, optional
 Parameters
 ----------
 data : bytes or another buffer, C order without gaps
-    What follows the document is not looked at; fewer than four bytes give the empty document.
+    Bytes after the document are ignored; fewer than four bytes give the empty document.
 
 Raises
 ------
 ValueError
-    "parse error" for anything else that is no whole document.)")
+    "parse error" when the bytes are truncated or not a document.)")
         .def("to_bytes", &Freeze, "The binary form, bytes.")
         .def(
             "to_dict", [](const Object& document) { return ToDict(document); },
-            R"(The values as a dict; documents inside as dicts.
+            R"(Returns the values as a dict, nested documents as dicts.
 
 Dates become aware datetimes, regular expressions tuples (pattern, options). Text that is not UTF-8 keeps its bytes as
 surrogate escapes.
@@ -268,7 +268,7 @@ surrogate escapes.
 Raises
 ------
 ValueError
-    When a name repeats; `items` holds those documents, too.
+    When a name repeats; use `items` for such documents.
 OverflowError
     For a date outside of the years 1 to 9999.
 RecursionError
@@ -296,11 +296,12 @@ RecursionError
             Apply(config, {}, settings);
             return VoAlgo::bson::to_object(settings);
         },
-        py::arg("config"), "The settings of a registration as a Document; what the dict leaves out has its default.");
+        py::arg("config"),
+        "Stores the settings of a registration in a Document; settings that the dict leaves out get their defaults.");
     m.def(
         "config_from_document",
         [](const Object& document) { return ToDict(VoAlgo::bson::from_object<prereg::ConfigurationFPFH>(document)); },
-        py::arg("document"), "The dict of settings that a Document holds; see `default_config`.");
+        py::arg("document"), "Returns the settings that a Document holds as a dict; see `default_config`.");
 }
 
 } // namespace voalgo::python

@@ -9,8 +9,8 @@ namespace py = pybind11;
 
 namespace {
 
-/// Hands a message to Python's logging, from whatever thread it comes. What a handler raises cannot pass through the
-/// library: it is told as unraisable.
+/// Passes a message to Python's logging, from any thread. An exception of a handler cannot pass through the library: it
+/// is reported as unraisable.
 void Hand(const Logging::Message& message)
 {
     const py::gil_scoped_acquire acquire;
@@ -30,7 +30,7 @@ void Hand(const Logging::Message& message)
 void DefineLog(py::module_& /*m*/)
 {
     Logging::SetSink(&Hand);
-    // While the interpreter ends it takes no messages any more.
+    // The interpreter takes no messages while it shuts down.
     py::module_::import("atexit").attr("register")(py::cpp_function([] { Logging::SetSink({}); }));
 }
 

@@ -1,7 +1,7 @@
 #include "module.h"
 
 #include "VoAlgorithms/version.h"
-#include "errors.h"
+#include "exchange/files/input_error.h"
 
 #include <exception>
 
@@ -23,8 +23,11 @@ PYBIND11_MODULE(_core, m)
     DefineLog(m);
     DefineTrafo(m);
     DefineDocument(m);
+    DefineScan(m);
     DefinePointSet(m);
+    DefineResult(m);
     DefineRegistration(m);
+    DefineRegister(m);
     DefineNumerics(m);
     DefineNls(m);
     DefineSolvers(m);

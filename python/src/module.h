@@ -7,8 +7,11 @@ namespace voalgo::python {
 // Each adds one subject to the module.
 void DefineLog(pybind11::module_& m);
 void DefineTrafo(pybind11::module_& m);
+void DefineScan(pybind11::module_& m);
 void DefinePointSet(pybind11::module_& m);
+void DefineResult(pybind11::module_& m);
 void DefineRegistration(pybind11::module_& m);
+void DefineRegister(pybind11::module_& m);
 void DefineNumerics(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
 void DefineSolvers(pybind11::module_& m);

@@ -160,7 +160,7 @@ Fit Solve(const py::object& residual, const py::object& start, const py::object&
     double rmse = 0.0;
     const CNLSSolver::EResult result = solver.Run(params, rmse, maxIterations, tau, multistarts,
                                                   sampler == "gibbs" ? CNLSSolver::Gibbs : CNLSSolver::HitAndRun);
-    // Deviations that were stated are absolute; without, the residuals tell the scale.
+    // Stated deviations are absolute; without them the residuals determine the scale.
     double scale = 1.0;
     if (sigma.is_none()) {
         const double m = problem.GetNumMeasurements(),
@@ -177,14 +177,15 @@ void DefineNls(py::module_& m)
     py::class_<Fit>(m, "Fit", "The outcome of `nls_solve`. True when the fit converged.")
         .def_readonly("parameters", &Fit::parameters, "(n,) array of float64: the best fit.")
         .def_readonly("rmse", &Fit::rmse,
-                      "float: root mean square of the unweighted residuals, in their unit; infinite without a start.")
+                      "float: root mean square of the unweighted residuals, in their unit; infinite when the fit could "
+                      "not start.")
         .def_property_readonly(
             "result", [](const Fit& f) { return CNLSSolver::ResultText(f.result); },
             R"(str: why the fit stopped; (++) converged, (-) usable but doubtful, (--) failed.)")
         .def_readonly("covariance", &Fit::covariance, R"((n, n) array of float64, linearised at the fit.
 
-With `sigma` it takes that as absolute; else the residuals tell the scale. Inequalities and robust weights do not
-enter; rows and columns of parameters that are constant or not determined are 0.)")
+`sigma` counts as absolute; without it the residuals determine the scale. Inequalities and robust weights are ignored;
+rows and columns of parameters that are constant or undetermined are 0.)")
         .def(py::pickle(
             [](const Fit& f) { return py::make_tuple(f.parameters, f.rmse, static_cast<int>(f.result), f.covariance); },
             [](const py::tuple& s) {
@@ -203,19 +204,19 @@ enter; rows and columns of parameters that are constant or not determined are 0.
           py::arg("sampler") = "gibbs",
           R"(Nonlinear least squares under linear constraints (damped Gauss-Newton).
 
-Minimises the sum of (residual / sigma)^2. What `residual` and `jacobian` raise ends the fit.
+Minimises the sum of (residual / sigma)^2. An exception in `residual` or `jacobian` ends the fit and reaches the caller.
 
 Parameters
 ----------
 residual : callable
-    Takes an (n,) array of float64, gives m residuals as an array of float64 or float32.
+    Takes an (n,) array of float64 and returns m residuals as an array of float64 or float32.
 start : (n,) array
-    Where the fit begins.
+    Parameters that the fit starts from.
 sigma : (m,) array, optional
     Standard deviations of the measurements, in their unit. Default: all 1.
 jacobian : callable, optional
-    Takes what `residual` takes, gives the (m, n) derivatives. Default: by differences, four calls of `residual` for
-    each free parameter.
+    Takes what `residual` takes and returns the (m, n) derivatives. Default: finite differences, with four calls of
+    `residual` per free parameter.
 bounds : (n, 2) array, optional
     Smallest and largest value of each parameter; infinite: none.
 equalities : (E, e), optional
@@ -223,16 +224,16 @@ equalities : (E, e), optional
 inequalities : (A, b), optional
     A p <= b, A of shape (k, n).
 robust : bool, default False
-    Weigh residuals by Tukey's biweight: outliers count little. Fit plainly first and robustly from there.
+    Weight the residuals by Tukey's biweight, so that outliers count little. Start from the result of a plain fit.
 refinement : bool, default True
-    Go on to the minimum where the plain iteration comes to rest beside it: on bounds and other inequalities, and with
-    weights. False: the plain iteration.
+    Continue to the minimum where the plain iteration stops short of it: at bounds and other inequalities, and with
+    robust weights. False: the plain iteration alone.
 max_iterations : int, default 100
-    Of one fit.
+    Largest number of iterations of one fit.
 tau : float, default 1e-3
-    Damping at the start, relative; 1e-6 for a start believed good.
+    Initial damping, relative; 1e-6 suits a start near the minimum.
 multistarts : int, default 0
-    Additional fits from random starts within the bounds and inequalities; the best one counts.
+    Additional fits from random starts within the bounds and inequalities; the best fit is returned.
 sampler : {"gibbs", "hit-and-run"}, default "gibbs"
     How these starts are drawn.
 

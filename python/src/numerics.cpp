@@ -130,7 +130,7 @@ py::array_t<double> Procrustes(const py::object& a, const py::object& b, const p
         const py::gil_scoped_release release;
         isOne = VoAlgo::symsolvers::Procrustes(from.data(), to.data(), each, quaternion, rotation, translation, n);
     }
-    if (!isOne) throw py::value_error("a, b: do not tell one rotation: not finite, identical or on one line");
+    if (!isOne) throw py::value_error("a, b: do not determine the rotation: not finite, identical or on one line");
     return Homogeneous(rotation, translation);
 }
 
@@ -152,7 +152,8 @@ py::array_t<double> PointToPlane(const py::object& src, const py::object& dst, c
                                                        static_cast<int>(n));
     }
     if (!isOne)
-        throw py::value_error("src, dst, normals: do not tell one pose: not finite, too few, or a shape that slides");
+        throw py::value_error(
+            "src, dst, normals: do not determine the motion: not finite, too few, or a shape that can slide");
     const VoAlgo::Quaternion q(angles[0], angles[1], angles[2]);
     double rotation[3][3];
     for (unsigned c = 0; c < 3; ++c) {
@@ -195,9 +196,10 @@ bandwidth : float
 Returns
 -------
 Clusters
-    In the order in which they were found; a point that reached none is a cluster of its own.)");
-    m.def("mean_shift_3d", &MeanShift3D, py::arg("points"), py::arg("bandwidth"),
-          R"(The same for points or unit vectors in space; a point that reached no cluster has the label -1.
+    In the order in which they were found; a point that reaches no other cluster is one of its own.)");
+    m.def(
+        "mean_shift_3d", &MeanShift3D, py::arg("points"), py::arg("bandwidth"),
+        R"(Mean shift for points or unit vectors in three dimensions; a point that reaches no cluster gets the label -1.
 
 Parameters
 ----------
@@ -209,16 +211,16 @@ Returns
 -------
 Clusters)");
     m.def("procrustes", &Procrustes, py::arg("a"), py::arg("b"), py::arg("weights") = py::none(),
-          R"(The rigid fit b = R a + t of corresponding points in double precision (unit-quaternion method).
+          R"(Fits b = R a + t to corresponding points in double precision (unit-quaternion method).
 
 Arrays of float64 in C order are not copied.
 
 Parameters
 ----------
 a, b : (n, 3) arrays of float32 or float64
-    Millimetres; at least three points that are not on one line.
+    Millimetres; at least three points, not all on one line.
 weights : (n,) array, optional
-    They enter the centroids only. Default: all 1.
+    Weights of the centroids; the rotation is not weighted. Default: all 1.
 
 Returns
 -------
@@ -228,10 +230,10 @@ Returns
 Raises
 ------
 ValueError
-    When the points do not tell one rotation.)");
+    When the points do not determine the rotation.)");
     m.def("point_to_plane", &PointToPlane, py::arg("src"), py::arg("dst"), py::arg("normals"),
           py::arg("weights") = py::none(),
-          R"(The rigid motion that brings points onto the planes through their partners, in double precision.
+          R"(Finds the rigid motion that brings points onto the tangent planes of their partners, in double precision.
 
 Minimises the sum of weights * ((R src + t - dst) . normal)^2 by Gauss-Newton steps from the identity.
 
@@ -249,7 +251,7 @@ Returns
 Raises
 ------
 ValueError
-    When the planes do not hold the motion.)");
+    When the planes do not determine the motion.)");
 }
 
 } // namespace voalgo::python

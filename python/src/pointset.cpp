@@ -1,15 +1,13 @@
 #include "VoAlgorithms/documents/records.h"
-#include "VoAlgorithms/prereg/cfpfhdatasource.h"
-#include "cloud_argument.h"
-#include "errors.h"
+#include "VoAlgorithms/verdict/registerscans.h"
 #include "module.h"
-#include "normals.h"
-#include "registration.h"
 #include "scalars.h"
+#include "scan_argument.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace voalgo::python {
@@ -33,57 +31,48 @@ std::vector<CPointFeatureHistogram> ReadHistograms(const py::object& argument, c
 PointSetPtr MakePointSet(const py::object& points, const py::object& normals, const py::object& featurePoints,
                          const py::object& featureNormals, const py::object& features)
 {
-    Cloud cloud{ReadVectors(points, "points"), ReadVectors(normals, "normals")};
-    RequireSameLength(cloud.points.size(), "points", cloud.normals.size(), "normals");
-    const Cloud at{ReadVectors(featurePoints, "feature_points"), ReadVectors(featureNormals, "feature_normals")};
-    RequireSameLength(at.points.size(), "feature_points", at.normals.size(), "feature_normals");
+    const std::vector<Vec3> p = ReadVectors(points, "points"), n = ReadVectors(normals, "normals");
+    RequireSameLength(p.size(), "points", n.size(), "normals");
+    const std::vector<Vec3> at = ReadVectors(featurePoints, "feature_points");
+    const std::vector<Vec3> along = ReadVectors(featureNormals, "feature_normals");
+    RequireSameLength(at.size(), "feature_points", along.size(), "feature_normals");
     const std::vector<CPointFeatureHistogram> histograms = ReadHistograms(features, "features");
-    RequireSameLength(at.points.size(), "feature_points", histograms.size(), "features");
+    RequireSameLength(at.size(), "feature_points", histograms.size(), "features");
     if (histograms.empty()) throw py::value_error("features: needs at least one");
-    const py::gil_scoped_release release;
-    auto set = std::make_shared<PointSet>(cloud.points, cloud.normals, at.points, at.normals, histograms);
-    if (set->Empty()) throw InputError("points, features: none is finite");
+    PointSetPtr set;
+    {
+        const py::gil_scoped_release release;
+        set = std::make_shared<PointSet>(p, n, at, along, histograms);
+    }
+    if (set->Empty()) throw py::value_error("points, features: none is finite");
     return set;
 }
 
-py::array_t<float> EstimatedNormals(const py::object& points, const py::object& viewpoint, const Whole& neighbours)
+PointSetPtr ComputeFeatures(const py::object& points, const py::object& normals, const Real& radius,
+                            const Whole& minCurvatureQuality, const Real& workingSpacing, const Whole& threads)
 {
-    const unsigned count = ReadCount(neighbours, "neighbours", 3);
-    const std::vector<Vec3> vectors = ReadVectors(points, "points");
-    const std::optional<Vec3> from = ReadViewpoint(viewpoint);
-    for (const Vec3& p : vectors)
-        if (!p.IsValid()) throw py::value_error("points: must be finite");
-    std::vector<Vec3> normals;
+    std::optional<double> spacing, featureRadius;
+    if (!workingSpacing.is_none()) {
+        spacing = ReadReal(workingSpacing, "working_spacing");
+        if (!(*spacing >= 0.0)) throw py::value_error("working_spacing: must not be less than 0");
+    }
+    if (!radius.is_none()) featureRadius = ReadPositive(radius, "dFeatureRadius");
+    const std::int64_t quality = ReadWhole(minCurvatureQuality, "uiMinCurvatureQuality", 0, 100);
+    const unsigned numThreads = ReadCount(threads, "threads");
+    const prereg::PreparedScan prepared = Prepare(ReadScan(points, normals), "points");
+    RequirePoints(prepared);
+    PointSetPtr set;
     {
         const py::gil_scoped_release release;
-        normals = EstimateNormals(vectors, from, count);
+        prereg::RegistrationSettings settings = DeriveSettings(prepared.scan, prepared.scan);
+        settings.workingSpacing = spacing.value_or(settings.workingSpacing);
+        settings.config.dFeatureRadius = featureRadius.value_or(settings.config.dFeatureRadius);
+        settings.config.uiMinCurvatureQuality = static_cast<std::uint32_t>(quality);
+        set = std::const_pointer_cast<PointSet>(ComputePointSet(prepared.scan, settings, numThreads));
     }
-    return CopyVectors(normals);
-}
-
-PointSetPtr FeaturesOf(const py::object& points, const py::object& normals, const Real& radius,
-                       const Whole& minCurvatureQuality, const Real& workingSpacing, const Whole& threads)
-{
-    Cloud cloud{ReadVectors(points, "points"), {}};
-    cloud.normals = ReadNormals(normals, "normals", cloud.points.size());
-    Settings settings;
-    if (!workingSpacing.is_none()) {
-        settings.workingSpacing = ReadReal(workingSpacing, "working_spacing");
-        if (!(settings.workingSpacing >= 0.0)) throw py::value_error("working_spacing: must not be less than 0");
-    }
-    if (!radius.is_none()) settings.config.dFeatureRadius = ReadPositive(radius, "dFeatureRadius");
-    settings.config.uiMinCurvatureQuality =
-        static_cast<std::uint32_t>(ReadWhole(minCurvatureQuality, "uiMinCurvatureQuality", 0, 100));
-    settings.threads = ReadCount(threads, "threads");
-    const py::gil_scoped_release release;
-    const PreparedCloud prepared = PrepareCloud(std::move(cloud), "points", 1.0, std::nullopt);
-    const Settings derived = DeriveSettings(prepared.cloud, prepared.cloud, Preset::Automatic);
-    if (workingSpacing.is_none()) settings.workingSpacing = derived.workingSpacing;
-    if (radius.is_none()) settings.config.dFeatureRadius = derived.config.dFeatureRadius;
-    auto set = std::const_pointer_cast<PointSet>(ComputeFeatures(prepared.cloud, settings));
     if (set->Empty())
-        throw InputError("points: none becomes a feature; a lower uiMinCurvatureQuality or a larger dFeatureRadius "
-                         "may find some");
+        throw py::value_error("points: none becomes a feature; a lower uiMinCurvatureQuality or a larger "
+                              "dFeatureRadius may find some");
     return set;
 }
 
@@ -115,19 +104,19 @@ void DefineClass(py::module_& m)
 {
     py::class_<PointSet, PointSetPtr>(
         m, "PointSet",
-        R"(Points with unit normals, and feature points with histograms; made by `compute_features`. Immutable.
+        R"(Points with unit normals, and feature points with histograms; `compute_features` makes one. Immutable.
 
-The arrays it shows are read-only views on its own memory. Points that are not finite or lie where another one lies are
-dropped, so there may be fewer than were given.
+Its arrays are read-only views on its own memory. Points that are not finite or coincide with another one are dropped,
+so there may be fewer than were given.
 
 Parameters
 ----------
 points, normals : (n, 3) arrays of float32 or float64
-    Millimetres, kept in single precision; normals have unit length, a zero normal marks a point without one.
+    Millimetres, stored in single precision. Normals have unit length; a zero normal marks a point without one.
 feature_points, feature_normals : (m, 3) arrays
-    Where the features lie; at least one.
+    Positions and normals of the features; at least one.
 features : (m, 33) array
-    A histogram for each feature point.)")
+    One histogram per feature point.)")
         .def(py::init(&MakePointSet), py::arg("points"), py::arg("normals"), py::kw_only(), py::arg("feature_points"),
              py::arg("feature_normals"), py::arg("features"))
         .def_property_readonly("points", Shows([](const PointSet& s) -> auto& { return s.GetPoints(); }),
@@ -140,14 +129,14 @@ features : (m, 33) array
                                Shows([](const PointSet& s) -> auto& { return s.GetFeatureNormals(); }),
                                "(m, 3) view of float32.")
         .def_property_readonly("features", &FeatureView,
-                               "(m, 33) view of float32: three blocks of 11 bins, the angles alpha, phi and theta.")
+                               "(m, 33) view of float32: 11 bins each for the angles alpha, phi and theta.")
         .def_property_readonly(
             "ellipsoid",
             [](const PointSet& s) {
                 const prereg::Ellipsoid& e = s.GetEllipsoid();
                 return CopyVectors({e[0], e[1], e[2], e[3]});
             },
-            "(4, 3) array of float32: centre and semi-axis ends of the 95 % covariance ellipsoid, millimetres.")
+            "(4, 3) array of float32: centre and ends of the semi-axes of the 95 % covariance ellipsoid, millimetres.")
         .def("__len__", &PointSet::Size)
         .def(
             "transformed",
@@ -156,7 +145,7 @@ features : (m, 33) array
                 const py::gil_scoped_release release;
                 return std::make_shared<PointSet>(set.Transform(trafo));
             },
-            py::arg("pose"), "The set moved by a pose (Trafo or 4x4 array); histograms are kept.")
+            py::arg("pose"), "The set moved by a pose (Trafo or 4x4 array), with the same histograms.")
         .def(
             "overlap_area",
             [](const PointSet& set, const PointSet& flt, const py::object& pose, const Real& searchRadius,
@@ -168,7 +157,7 @@ features : (m, 33) array
                 return set.EstimateOverlapArea(flt, trafo, near, around, std::numeric_limits<float>::infinity());
             },
             py::arg("flt"), py::arg("pose"), py::arg("search_radius"), py::arg("area_radius"),
-            R"(Area of this set that another one covers, square millimetres.
+            R"(Estimates the area of this set that another one covers, square millimetres.
 
 Parameters
 ----------
@@ -178,15 +167,15 @@ pose : Trafo or (4, 4) array
 search_radius : float
     A point is covered when a moved point of `flt` lies within it, millimetres.
 area_radius : float
-    Neighbourhood of the local area estimate, millimetres.
+    Radius of the neighbourhood in which the area per point is estimated, millimetres.
 
 Returns
 -------
 float)")
         .def(
             "to_document", [](const PointSet& set) { return VoAlgo::bson::to_object(set); },
-            "All arrays as a Document.")
-        .def_static("from_document", &SetOf, py::arg("document"), R"(The set that `to_document` stored.
+            "All arrays, as a Document.")
+        .def_static("from_document", &SetOf, py::arg("document"), R"(Restores the set that `to_document` stored.
 
 Raises
 ------
@@ -204,46 +193,30 @@ ValueError
 void DefinePointSet(py::module_& m)
 {
     DefineClass(m);
-    m.def("estimate_normals", &EstimatedNormals, py::arg("points"), py::kw_only(), py::arg("viewpoint") = py::none(),
-          py::arg("neighbours") = 16, R"(Unit normals of a surface cloud, from the neighbours of each point.
-
-Parameters
-----------
-points : (n, 3) array of float32 or float64
-    Millimetres; finite.
-viewpoint : (3,) array, optional
-    Where the scanner stood, millimetres: normals point towards it. Default: signs agree from neighbour to neighbour,
-    and each connected piece points away from its own centroid.
-neighbours : int, default 16
-    Points of the local fit, the point itself included; at least 3.
-
-Returns
--------
-(n, 3) array of float32
-    Zero where there is no normal.)");
-    m.def("compute_features", &FeaturesOf, py::arg("points"), py::arg("normals") = py::none(), py::kw_only(),
+    m.def("compute_features", &ComputeFeatures, py::arg("points"), py::arg("normals") = py::none(), py::kw_only(),
           py::arg("dFeatureRadius") = py::none(), py::arg("uiMinCurvatureQuality") = 25,
           py::arg("working_spacing") = py::none(), py::arg("threads") = 0,
-          R"(Computes the feature histograms of a cloud. The result does not depend on the number of threads.
+          R"(Computes the feature histograms of a scan. The result does not depend on the number of threads.
 
-Histograms are only comparable when they were made with the same radius and working spacing: state both when the
-clouds that shall be registered are sampled differently.
+Histograms can only be compared when they were computed with the same radius and working spacing. State both for scans
+of different spacing that are to be registered with each other.
 
 Parameters
 ----------
-points : (n, 3) array of float32 or float64
-    Millimetres. Points that are not finite or lie where another one lies are dropped.
+points : (n, 3) array of float32 or float64, or a scan in any form that `register` takes
+    Millimetres. Points that are not finite or coincide with another one are dropped.
 normals : (n, 3) array, optional
-    Default: estimated.
+    Default: those of the scan; estimated when it has none.
 dFeatureRadius : float, optional
     Radius of the histograms, millimetres. Default: 12 times the point spacing.
 uiMinCurvatureQuality : int, default 25
-    Smallest quality of a feature point, 0 to 100: 100 for a surface that bends on the radius or less, 0 for a plane.
+    Smallest curvature quality of a feature point, 0 to 100: feature radius / radius of curvature, in percent, at most
+    100. A plane has 0.
 working_spacing : float, optional
-    The cloud is thinned to this spacing for the features, millimetres; 0: not thinned. Default: twice the point
+    Features are computed on the scan thinned to this spacing, millimetres; 0: not thinned. Default: twice the point
     spacing.
 threads : int, default 0
-    0: as many as the machine has.
+    0: one per processor.
 
 Returns
 -------
@@ -252,7 +225,7 @@ PointSet
 Raises
 ------
 ValueError
-    When no point becomes a feature.)");
+    When no point is finite, or none becomes a feature.)");
 }
 
 } // namespace voalgo::python

@@ -63,14 +63,14 @@ py::bytes Uncompress(const Buffer& data, const Whole& largest, bool moveToFront)
 void DefineRunLength(py::module_& m)
 {
     m.def("rle_compress", &Compress, py::arg("data"), py::kw_only(), py::arg("escape") = -1,
-          py::arg("move_to_front") = false, R"(Run-length codes bytes: for masks and label images.
+          py::arg("move_to_front") = false, R"(Compresses bytes by coding run lengths; meant for masks and label images.
 
 Parameters
 ----------
 data : bytes or another buffer, C order without gaps
-    Read where it lies.
+    Read without a copy.
 escape : int, default -1
-    Escape byte, 0 to 255; -1 takes the rarest one. Of no effect with `move_to_front`.
+    Escape byte, 0 to 255; -1 chooses the rarest byte. Ignored with `move_to_front`.
 move_to_front : bool, default False
     Code positions in a table that moves each byte to its front: better for few, clustered symbols.
 
@@ -79,7 +79,7 @@ Returns
 bytes
     At most 1 + 2 n.)");
     m.def("rle_uncompress", &Uncompress, py::arg("data"), py::kw_only(), py::arg("max_size") = std::int64_t{1} << 30,
-          py::arg("move_to_front") = false, R"(Decodes what `rle_compress` wrote; safe for bytes of unknown origin.
+          py::arg("move_to_front") = false, R"(Decodes what `rle_compress` wrote; safe for untrusted bytes.
 
 Parameters
 ----------
@@ -87,7 +87,7 @@ data : bytes or another buffer, C order without gaps
 max_size : int, default 2**30
     Largest accepted decoded size, bytes.
 move_to_front : bool, default False
-    As it was coded.
+    As for `rle_compress`.
 
 Returns
 -------

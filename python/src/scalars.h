@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-/// Numbers and texts in. Whatever is wrong with one raises a TypeError or ValueError that begins with its name.
+/// Numbers and texts in. A wrong one raises a TypeError or ValueError that begins with its name.
 namespace voalgo::python {
 
 namespace py = pybind11;
@@ -16,8 +16,8 @@ inline bool IsAny(PyObject* /*object*/)
     return true;
 }
 
-// Arguments that any object is let through for, so that the readers below can refuse it by its name; signatures show
-// them as what they should be.
+// Argument types that accept any object, so that the readers below can refuse it by its name; signatures show the
+// type that is wanted.
 class Whole : public py::object {
     PYBIND11_OBJECT(Whole, object, IsAny)
 };
@@ -31,7 +31,7 @@ class Text : public py::object {
 /// The name of an object's type.
 std::string TypeOf(const py::handle& object);
 
-/// A whole number; those of numpy too, but no bool.
+/// A whole number, of Python or numpy; no bool.
 std::int64_t ReadWhole(const py::handle& argument, const std::string& name, std::int64_t smallest,
                        std::int64_t largest);
 /// The same within 32 bits without sign.

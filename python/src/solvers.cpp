@@ -60,9 +60,9 @@ py::array_t<double> Programme(const py::object& a, const py::object& b, const py
     if (isOptimal) return ToArray(solver.GetSolution());
     switch (solver.GetStatus()) {
     case CLPSolver::Infeasible:
-        throw py::value_error("A, b: no z meets all rows");
+        throw py::value_error("A, b: no z satisfies all rows");
     case CLPSolver::Unbounded:
-        throw py::value_error("A, b, c: c z grows without end");
+        throw py::value_error("A, b, c: c z is unbounded");
     case CLPSolver::BadInput:
         throw py::value_error("A, b, c: must be finite; b may be infinite");
     default:
@@ -91,41 +91,43 @@ py::tuple Design(const py::object& candidates, const Whole& size, const Whole& s
 
 void DefineSolvers(py::module_& m)
 {
-    m.def("lp_solve", &Programme, py::arg("A"), py::arg("b"), py::arg("c"),
-          R"(Linear programming: the z, free in sign, with A z <= b and the largest c z (two-phase simplex method).
+    m.def(
+        "lp_solve", &Programme, py::arg("A"), py::arg("b"), py::arg("c"),
+        R"(Linear programming: finds the z, free in sign, that maximises c z under A z <= b (two-phase simplex method).
 
 Parameters
 ----------
 A : (m, n) array
-    A row for each inequality; an equation is two of them.
+    One row per inequality; an equation takes two.
 b : (m,) array
-    Right-hand sides; infinite: the row is void.
+    Right-hand sides; a row whose right-hand side is infinite is ignored.
 c : (n,) array
-    What is maximised; -c minimises.
+    Coefficients of the objective; pass -c to minimise.
 
 Returns
 -------
 (n,) array of float64
-    A vertex of the polyhedron, right to a few units in the last place.
+    A vertex of the polyhedron, accurate to a few units in the last place.
 
 Raises
 ------
 ValueError
-    When no z meets all rows, when c z grows without end, for a NaN or an infinity in A or c.
+    When no z satisfies all rows, when c z is unbounded, or when A or c is not finite.
 RuntimeError
-    When double precision cannot tell vertices apart.)");
+    When double precision cannot separate the vertices.)");
     m.def("d_optimal_design", &Design, py::arg("candidates"), py::arg("size"), py::kw_only(), py::arg("starts") = 10,
-          R"(Which measurements to take, so that their number is given and they determine the parameters best.
+          R"(Chooses a given number of measurements so that they determine the parameters best (D-optimal design).
 
-Maximises det(sum of x x^T) over the chosen rows x by exchanges from several starts: no exchange of a pair improves the
-result; now and then a larger rearrangement would.
+Maximises det(sum of x x^T) over the chosen rows x by exchanges from several starts. No exchange of two rows improves
+the result; occasionally a larger rearrangement would.
 
 Parameters
 ----------
 candidates : (m, n) array
-    A row for each possible measurement: its derivatives by the n parameters, divided by its standard deviation.
+    One row per possible measurement: its derivatives with respect to the n parameters, divided by its standard
+    deviation.
 size : int
-    Measurements to take, each at most once; n to m.
+    Number of measurements to choose, each at most once; n to m.
 starts : int, default 10
 
 Returns

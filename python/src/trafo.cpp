@@ -37,7 +37,7 @@ void DefineTrafo(py::module_& m)
     py::class_<CTrafo>(m, "Trafo",
                        R"(A rigid pose p' = R p + t in single precision; lengths in millimetres, angles in radians.
 
-Everything that takes a pose takes a Trafo or a 4x4 array.
+Every function that takes a pose accepts a Trafo or a 4x4 array.
 
 Parameters
 ----------
@@ -47,16 +47,16 @@ matrix : (4, 4) array of float32 or float64, optional
 Raises
 ------
 ValueError
-    When the upper left 3x3 is no rotation (within 1e-3), the last row is another one or a number is not finite.)")
+    When the upper left 3x3 is not a rotation (within 1e-3), the last row is not 0 0 0 1, or a number is not finite.)")
         .def(py::init<>())
         .def(py::init([](const py::object& matrix) { return ReadTrafo(matrix, "matrix"); }), py::arg("matrix"))
         .def_static("from_quaternion", &FromQuaternion, py::arg("quaternion"), py::arg("translation"),
-                    R"(The pose of a rotation and a translation.
+                    R"(Makes a pose of a rotation and a translation.
 
 Parameters
 ----------
 quaternion : (4,) array
-    w, x, y, z; of any length but zero.
+    w, x, y, z, of any nonzero length.
 translation : (3,) array
     Millimetres.)")
         .def_property_readonly("matrix", &MatrixOf, "(4, 4) array of float64: the homogeneous matrix, a copy.")
@@ -87,7 +87,7 @@ Returns
             [](const CTrafo& pose, const py::object& vectors) {
                 return CopyVectors(Applied(pose, ReadVectors(vectors, "vectors"), true));
             },
-            py::arg("vectors"), R"(Turns directions, such as normals: R v.
+            py::arg("vectors"), R"(Rotates directions, such as normals: R v.
 
 Parameters
 ----------
@@ -97,13 +97,13 @@ Returns
 -------
 (n, 3) array of float32)")
         .def(
-            "inverse", [](const CTrafo& pose) { return pose.GetInverse(); }, "The pose that undoes this one.")
+            "inverse", [](const CTrafo& pose) { return pose.GetInverse(); }, "The inverse pose.")
         .def(
             "rotation_distance",
             [](const CTrafo& pose, const py::object& other) {
                 return pose.GetRotationDistance(ReadTrafo(other, "other"));
             },
-            py::arg("other"), "Angle between both rotations, 0 to pi, radians.")
+            py::arg("other"), "Angle of the rotation that takes one pose to the other, 0 to pi, radians.")
         .def(
             "__matmul__", [](const CTrafo& pose, const py::object& other) { return pose * ReadTrafo(other, "other"); },
             "The pose that applies `other` first, then this one.")

@@ -15,6 +15,7 @@ import numpy as np
 import pytest
 
 import voalgorithms as vo
+from test_registration import page_data
 
 
 @pytest.fixture(scope="module")
@@ -22,7 +23,7 @@ def found(hippo):
     return vo.register(*hippo)
 
 
-def test_results_go_through_pickles_and_copies(hippo, found):
+def test_results_go_through_pickles_and_copies(hippo, found, tmp_path):
     arrays = ["points", "normals", "feature_points", "feature_normals", "features", "ellipsoid"]
     refused = vo.register(*hippo, icpConfig={"dMaxRMSE": 1e-4}, uiNumPolygons=100)
     for again in (lambda x: pickle.loads(pickle.dumps(x)), copy.copy, copy.deepcopy):
@@ -30,6 +31,9 @@ def test_results_go_through_pickles_and_copies(hippo, found):
             twin = again(registration)
             assert twin.to_dict() == registration.to_dict() and bool(twin) == bool(registration)
             assert repr(twin) == repr(registration) and twin.results == registration.results
+            registration.write_report(tmp_path / "first.html")
+            twin.write_report(tmp_path / "twin.html")
+            assert page_data(tmp_path / "twin.html") == page_data(tmp_path / "first.html")
             for name in arrays:
                 np.testing.assert_array_equal(getattr(twin.flt, name), getattr(registration.flt, name))
         best = again(found.best)
@@ -38,6 +42,11 @@ def test_results_go_through_pickles_and_copies(hippo, found):
         far = vo.Trafo.from_quaternion([1, 0, 0, 0], [1e4, 0, 0])
         lost = vo.icp(*hippo, far)  # some figures are infinite
         assert not lost and again(lost) == lost and again(lost).objection == lost.objection
+        at_fault = vo.register(hippo[0], hippo[0][0][:3])
+        assert again(at_fault).to_dict() == at_fault.to_dict() and again(at_fault).fix is None
+        scan = vo.Scan(hippo[0][0], viewpoint=[1, 2, 3], name="µ")
+        np.testing.assert_array_equal(again(scan).points, scan.points)
+        assert again(scan).normals is None and again(scan).viewpoint.tolist() == [1, 2, 3] and again(scan).name == "µ"
         document = vo.Document({"a": np.int8(1), "b": {"c": "µ"}})
         assert again(document) == document and again(found.best.trafo) == found.best.trafo
         fit = vo.nls_solve(lambda p: p - [1.0, 2.0], [0.0, 0.0])
@@ -60,7 +69,7 @@ def test_other_processes_hand_results_back(found):
     with multiprocessing.get_context("spawn").Pool(1) as pool:
         good, bad = pool.starmap(judge, [(found.fix, found.flt, pose) for pose in poses])
     assert good and good.best == judge(found.fix, found.flt, poses[0]).best
-    assert not bad and bad.reason
+    assert not bad and bad.reason_code == "initial_overlap_too_small"
 
 
 def test_anything_may_be_compared(found):
@@ -82,6 +91,8 @@ NORMALS = LARGE[::-1].copy()
         lambda p, n: vo.derive_settings((p, n), (p, n)),
         lambda p, n: vo.compute_features(p, n, threads=1),
         lambda p, n: vo.estimate_normals(p),
+        lambda p, n: vo.voxel_down(p, n, 1.0),
+        lambda p, n: vo.Scan(p, n).transformed(np.eye(4)),
         lambda p, n: vo.mean_shift(p[::10], 5.0),
         lambda p, n: vo.mean_shift_3d(p[::10], 5.0),
         lambda p, n: vo.procrustes(LARGE, LARGE),
@@ -142,11 +153,23 @@ def test_interrupt_stops_the_search(hippo, settings):
         vo.register(*hippo, progress=lambda stage, share: 1 / 0)
 
 
-def test_progress_tells_stages_and_shares(hippo):
+def test_progress_tells_stages_and_cancels(hippo):
+    steps = [("features", 0.0), ("features", 0.5)] + [("search", share) for share in (0.0, 0.25, 0.5, 0.75, 1.0)]
+    settings = dict(uiNumPolygons=200, uiTrafoClusteringQuorum=0)
     told = []
-    vo.register(*hippo, progress=lambda *step: told.append(step), uiNumPolygons=200, uiTrafoClusteringQuorum=0)
-    assert told[:2] == [("features", 0.0), ("features", 0.5)]
-    assert told[2:] == [("search", share) for share in (0.0, 0.25, 0.5, 0.75, 1.0)]
+    whole = vo.register(*hippo, progress=lambda *step: told.append(step), **settings)
+    assert told == steps and whole.reason_code != "cancelled"
+    for last in range(6):
+        told.clear()
+
+        def until(*step):
+            told.append(step)
+            return [True, 0, None][len(told) % 3] if len(told) <= last else False
+
+        cancelled = vo.register(*hippo, progress=until, **settings)
+        assert told == steps[: last + 1]
+        assert not cancelled and cancelled.reason == cancelled.reason_code == "cancelled"
+        assert cancelled.best is None and (cancelled.fix is None) == (last < 2)
 
 
 def test_the_library_speaks_through_logging(caplog, capfd):

@@ -1,11 +1,12 @@
 """Registers 3D scans and says whether the answer can be trusted; with the numerical algorithms around it.
 
-Lengths are millimetres, angles radians. A pose of a result maps coordinates of 'flt' into the frame of 'fix'.
+Lengths are millimetres, angles radians. The pose of a result maps coordinates of 'flt' into the frame of 'fix'.
 
 >>> import voalgorithms as vo
->>> found = vo.register(fix_points, flt_points)
+>>> fix, flt = vo.read("fix.ply"), vo.read("flt.ply")
+>>> found = vo.register(fix, flt)
 >>> if found:
-...     moved = found.best.trafo.apply(flt_points)
+...     vo.write("moved.ply", flt.transformed(found.pose))
 ... else:
 ...     print(found.reason)
 """
@@ -17,6 +18,7 @@ from ._core import (
     PointSet,
     Registration,
     Result,
+    Scan,
     Trafo,
     __version__,
     colour_difference,
@@ -36,9 +38,12 @@ from ._core import (
     nls_solve,
     point_to_plane,
     procrustes,
+    read,
     register,
     rle_compress,
     rle_uncompress,
+    voxel_down,
+    write,
 )
 
 __all__ = [name for name in dir() if not name.startswith("_")]

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "VoAlgorithms/export.h"
+#include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/verdict/scan.h"
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,8 @@ struct VOALGO_API PreparedScan {
     kdtree::Vector<3> low;           ///< corner of the bounding box, mm
     kdtree::Vector<3> high;          ///< the opposite corner, mm
     double spacing = 0.0;            ///< mean distance of a point to its nearest neighbour, mm
+    /// The scan's points and features when a host has computed them before; null: a registration computes them.
+    std::shared_ptr<const CFPFHPointSet> pointSet = {};
 
     /// The largest side of the bounding box, mm.
     [[nodiscard]] double Extent() const;

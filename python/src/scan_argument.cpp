@@ -1,0 +1,95 @@
+#include "scan_argument.h"
+
+#include "VoAlgorithms/verdict/scanfault.h"
+
+#include <string>
+#include <utility>
+
+namespace voalgo::python {
+
+namespace {
+
+std::vector<Vec3> ReadNormals(const py::object& normals, const char* name, std::size_t numPoints)
+{
+    if (normals.is_none()) return {};
+    std::vector<Vec3> vectors = ReadVectors(normals, name);
+    RequireSameLength(numPoints, "the points", vectors.size(), name);
+    return vectors;
+}
+
+prereg::Scan ReadPair(const py::tuple& pair, const std::string& name)
+{
+    if (pair.size() != 2)
+        throw py::value_error(name + ": a tuple must be (points, normals), has " + std::to_string(pair.size()) +
+                              " members");
+    prereg::Scan scan;
+    scan.points = ReadVectors(pair[0], (name + "[0]").c_str());
+    scan.normals = ReadNormals(pair[1], (name + "[1]").c_str(), scan.points.size());
+    return scan;
+}
+
+} // namespace
+
+std::optional<Vec3> ReadViewpoint(const py::object& viewpoint)
+{
+    if (viewpoint.is_none()) return std::nullopt;
+    return ReadVector(viewpoint, "viewpoint");
+}
+
+prereg::Scan ReadScan(const py::object& argument, const char* name)
+{
+    if (py::isinstance<prereg::Scan>(argument)) return argument.cast<const prereg::Scan&>();
+    if (py::isinstance<PointSet>(argument)) {
+        const auto& set = argument.cast<const PointSet&>();
+        return {set.GetPoints(), set.GetNormals()};
+    }
+    if (py::isinstance<py::tuple>(argument)) return ReadPair(argument.cast<py::tuple>(), name);
+    const py::array array = py::array::ensure(argument);
+    if (!array || array.ndim() != 2 || array.shape(1) != 6) return {ReadVectors(argument, name), {}};
+    const py::slice rows(0, array.shape(0), 1);
+    const auto columns = [&](py::ssize_t first) {
+        return py::object(array[py::make_tuple(rows, py::slice(first, first + 3, 1))]);
+    };
+    return {ReadVectors(columns(0), name), ReadVectors(columns(3), name)};
+}
+
+prereg::Scan ReadScan(const py::object& points, const py::object& normals)
+{
+    if (normals.is_none()) return ReadScan(points, "points");
+    prereg::Scan scan;
+    scan.points = ReadVectors(points, "points");
+    scan.normals = ReadNormals(normals, "normals", scan.points.size());
+    return scan;
+}
+
+prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Vec3>& viewpoint)
+{
+    if (scan.name.empty()) scan.name = name;
+    if (!scan.viewpoint) scan.viewpoint = viewpoint;
+    prereg::PreparedScan prepared;
+    prereg::Remarks remarks;
+    {
+        const py::gil_scoped_release release;
+        prepared = prereg::PrepareScan(std::move(scan));
+        if (!prepared.scan.points.empty()) remarks = Describe(prepared);
+    }
+    for (const std::string& warning : remarks.warnings)
+        if (PyErr_WarnEx(PyExc_UserWarning, (prepared.scan.name + ": " + warning).c_str(), 1) != 0)
+            throw py::error_already_set();
+    return prepared;
+}
+
+prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name, const std::optional<Vec3>& viewpoint)
+{
+    prereg::PreparedScan prepared = Prepare(ReadScan(argument, name), name, viewpoint);
+    if (py::isinstance<PointSet>(argument))
+        if (const auto set = argument.cast<PointSetPtr>(); set->SizeFeatures() > 0) prepared.pointSet = set;
+    return prepared;
+}
+
+void RequirePoints(const prereg::PreparedScan& scan)
+{
+    if (scan.scan.points.empty()) throw py::value_error(scan.scan.name + ": " + FindFault(scan).text);
+}
+
+} // namespace voalgo::python

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/verdict/preparedscan.h"
+#include "VoAlgorithms/verdict/scan.h"
+#include "arrays.h"
+
+#include <memory>
+#include <optional>
+
+namespace voalgo::python {
+
+/// Point sets are immutable; Python holds them without the const that pybind11's holders cannot carry.
+using PointSet = prereg::CFPFHPointSet;
+using PointSetPtr = std::shared_ptr<PointSet>;
+
+std::optional<Vec3> ReadViewpoint(const py::object& viewpoint);
+
+/// A scan in any form that users give one: (n, 3) points, (n, 6) points with normals, a pair (points, normals), a Scan
+/// or a PointSet. Nothing is checked but the form.
+prereg::Scan ReadScan(const py::object& argument, const char* name);
+/// The same, or points with their normals when the latter are not None.
+prereg::Scan ReadScan(const py::object& points, const py::object& normals);
+
+/// Prepares a scan as a registration does. `viewpoint` counts when the scan has none of its own. What is probably wrong
+/// with the scan becomes a UserWarning.
+prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Vec3>& viewpoint = {});
+/// ReadScan and Prepare; a PointSet brings its features along.
+prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name,
+                                  const std::optional<Vec3>& viewpoint = {});
+/// Raises ValueError when no point is finite.
+void RequirePoints(const prereg::PreparedScan& scan);
+
+} // namespace voalgo::python
