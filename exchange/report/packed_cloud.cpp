@@ -1,6 +1,7 @@
 #include "exchange/report/packed_cloud.h"
 
 #include "VoAlgorithms/kdtree/tkdtree.h"
+#include "VoAlgorithms/runtime/base64.h"
 
 #include <algorithm>
 #include <cmath>
@@ -57,8 +58,8 @@ nlohmann::ordered_json PackCloud(const prereg::Scan& cloud, const std::vector<st
     const auto corner = [](const Vec3& v) { return nlohmann::ordered_json{v.x, v.y, v.z}; };
     return {{"low", corner(low)},
             {"size", corner(high - low)},
-            {"positions", Base64(positions)},
-            {"normals", Base64(normals)}};
+            {"positions", VoAlgo::Base64::Encode(positions)},
+            {"normals", VoAlgo::Base64::Encode(normals)}};
 }
 
 std::vector<float> SignedDistances(const Pairing& pairing, const std::vector<std::uint32_t>& chosen,
@@ -93,21 +94,7 @@ std::string PackDistances(const std::vector<float>& distances, double largest)
         const long code = distance == NoDistance ? -32768L : std::lround(share * 32767.0);
         AppendLittleEndian(bytes, static_cast<unsigned>(code) & 0xFFFFU);
     }
-    return Base64(bytes);
-}
-
-std::string Base64(const std::vector<unsigned char>& bytes)
-{
-    constexpr const char* Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t n = std::min<std::size_t>(3, bytes.size() - i);
-        unsigned group = 0;
-        for (std::size_t k = 0; k < 3; ++k) group = group << 8U | (k < n ? bytes[i + k] : 0U);
-        for (unsigned k = 0; k < 4; ++k) text += k <= n ? Digits[group >> (18U - 6U * k) & 63U] : '=';
-    }
-    return text;
+    return VoAlgo::Base64::Encode(bytes);
 }
 
 } // namespace voalgo

@@ -36,6 +36,4 @@ std::vector<float> SignedDistances(const Pairing& pairing, const std::vector<std
 /// The distances with 16 bits each, in base64: distance = code / 32767 × largest (mm), −32768 for NoDistance.
 std::string PackDistances(const std::vector<float>& distances, double largest);
 
-std::string Base64(const std::vector<unsigned char>& bytes);
-
 } // namespace voalgo

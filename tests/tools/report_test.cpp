@@ -1,3 +1,4 @@
+#include "VoAlgorithms/runtime/base64.h"
 #include "tools/tool_runner.h"
 
 #include <gmock/gmock.h>
@@ -24,18 +25,8 @@ json DataOf(const std::string& page)
 
 std::string FromBase64(const std::string& text)
 {
-    const std::string digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string bytes;
-    unsigned bits = 0, held = 0;
-    for (const char c : text) {
-        if (c == '=') break;
-        bits = bits << 6U | static_cast<unsigned>(digits.find(c));
-        held += 6;
-        if (held < 8) continue;
-        held -= 8;
-        bytes += static_cast<char>(bits >> held & 0xFFU);
-    }
-    return bytes;
+    const std::vector<unsigned char> bytes = VoAlgo::Base64::Decode(text);
+    return {bytes.begin(), bytes.end()};
 }
 
 double Code16(const std::string& bytes, std::size_t i, bool isSigned)
