@@ -142,9 +142,12 @@ private:
                (angle <= 0.0 || static_cast<double>(a.GetRotationDistance(b)) <= angle);
     }
 
-    static AcceptanceTest agreementTest(const VerifiedTrafo& result, std::uint32_t minClusterSize)
+    /// Before all polygons are tried, the quorum is asked for.
+    [[nodiscard]] AcceptanceTest agreementTest(const VerifiedTrafo& result, std::uint32_t minClusterSize) const
     {
-        return Compared(ETest::AgreeingProposals, EStage::Search, result.clusterSize, minClusterSize);
+        AcceptanceTest test = Compared(ETest::AgreeingProposals, EStage::Search, result.clusterSize, minClusterSize);
+        test.isLimitRaised = minClusterSize > settings_.verification.minClusterSize;
+        return test;
     }
 
     /// A clearly different pose that fits about as well as the best result, whether or not it could be handed out
