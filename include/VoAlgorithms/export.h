@@ -1,7 +1,7 @@
 #pragma once
 
-/// VOALGO_API marks what the shared library exports. Building the library defines VOALGO_BUILDING; building or using the
-/// static twin defines VOALGO_STATIC.
+/// VOALGO_API marks what the shared library exports. Building the library defines VOALGO_BUILDING; building or using
+/// the static twin defines VOALGO_STATIC.
 #if defined(VOALGO_STATIC)
 #define VOALGO_API
 #elif defined(_WIN32)
