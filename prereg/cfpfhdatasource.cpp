@@ -190,7 +190,7 @@ public:
         findStaleHistograms();
         computeSimpleHistograms();
         findStaleFeatures();
-        ChooseFeaturePoints();
+        chooseFeaturePoints();
         computeFeatures();
         store();
     }
@@ -262,21 +262,21 @@ private:
                 SimpleHistogram& stored = source_.simple_[slotOf_[i]];
                 isChanged_[t] = match_.IsNew(i) || std::memcmp(&computed, &stored, sizeof(stored)) != 0 ? 1 : 0;
                 stored = computed;
-                source_.quality_[slotOf_[i]] = Quality(neighbours, normal);
+                source_.quality_[slotOf_[i]] = qualityOf(neighbours, normal);
             }
         });
     }
 
-    [[nodiscard]] float Quality(const detail::NeighbourPlanes& neighbours, const Vec3& normal) const
+    [[nodiscard]] float qualityOf(const detail::NeighbourPlanes& neighbours, const Vec3& normal) const
     {
         if (!(normal.NormSq() > 0.0F)) return CutOffSurface;
         const float quality = detail::CurvatureQuality<F8>(neighbours, normal, source_.radius_);
-        if (!IsEnough(quality)) return quality;
+        if (!isEnough(quality)) return quality;
         const float ratio = detail::TangentScatterRatio<F8>(neighbours, normal, source_.radius_);
         return ratio <= MaxScatterRatio ? quality : CutOffSurface;
     }
 
-    [[nodiscard]] bool IsEnough(float quality) const
+    [[nodiscard]] bool isEnough(float quality) const
     {
         return quality >= 0.0F && static_cast<double>(quality) >= source_.minCurvatureQuality_;
     }
@@ -295,7 +295,7 @@ private:
 
     /// Lists the feature points in the caller's order and, in sorted order, the features to be computed: the simple
     /// histograms around one point are then at hand for the next.
-    void ChooseFeaturePoints()
+    void chooseFeaturePoints()
     {
         std::vector<std::uint8_t> isCandidate(size_, scan_.candidates == nullptr ? 1 : 0);
         if (scan_.candidates != nullptr)
@@ -305,7 +305,7 @@ private:
         for (std::uint32_t i = 0; i < size_; ++i) {
             const std::uint32_t slot = slotOf_[i];
             const std::uint32_t index = grid_.Order()[i];
-            const bool isFeature = IsEnough(source_.quality_[slot]) && isCandidate[index] != 0;
+            const bool isFeature = isEnough(source_.quality_[slot]) && isCandidate[index] != 0;
             if (isFeature) {
                 featureSlot[index] = slot;
                 if (isStale_[i] != 0 || source_.states_[slot] != HasFeature) todo_.push_back(i);
