@@ -15,7 +15,6 @@
 #include <map>
 #include <numeric>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -218,10 +217,8 @@ TEST(CFPFHDataSource, ThreadsGiveTheSameBits)
     for (const unsigned threads : {1U, 2U, 8U}) {
         LogCapture log;
         ExpectSame(FromScratch(body, 1.5, 20, threads), serial);
-        const unsigned capped = std::min(threads, std::thread::hardware_concurrency());
-        EXPECT_THAT(log.Take(), testing::ElementsAre(testing::MatchesRegex(
-                                    "KEP.PreRegistration.FPFH.I.Update of FPFH point set .CPU, " +
-                                    std::to_string(capped) + " threads. took [0-9]+\\.[0-9][0-9][0-9] s")));
+        EXPECT_THAT(log.Take(),
+                    testing::ElementsAre(testing::StartsWith(Channel + "I|Update of FPFH point set (CPU, ")));
     }
     CFPFHDataSource gpu(std::make_shared<prereg::GPUContext>(), 1.5, 20, false); // none here: the CPU does the work
     ASSERT_TRUE(gpu.Update(body.points, body.normals));
@@ -416,11 +413,11 @@ TEST(CFPFHDataSource, MergeRefusesWhatCannotBeMerged)
     const CFPFHPointSet set(before);
     CFPFHDataSource source = before;
     LogCapture log;
-    for (const double edge : {0.0, -1.0, static_cast<double>(NaN), std::numeric_limits<double>::infinity()}) {
+    for (const double edge : {0.0, -1.0, double{NaN}, std::numeric_limits<double>::infinity()})
         EXPECT_FALSE(source.Update({{&set, CTrafo()}}, edge));
-        EXPECT_THAT(log.Take(),
-                    testing::ElementsAre(testing::StartsWith(Channel + "E|rejecting update: invalid cell size")));
-    }
+    EXPECT_THAT(log.Take(),
+                testing::AllOf(testing::SizeIs(4),
+                               testing::Each(testing::StartsWith(Channel + "E|rejecting update: invalid cell size"))));
     EXPECT_FALSE(source.Update({{&set, CTrafo::Invalid()}}, 1.0));
     EXPECT_FALSE(source.Update({}, 1.0));
     EXPECT_THAT(log.Take(),
