@@ -263,6 +263,7 @@ TEST(CFPFHDataSource, IncrementalUpdatesEqualComputationFromScratch)
         {"points go", [&] { erase([](std::size_t i) { return i % 17 == 0; }); }},
         {"a region goes", [&] { erase([](std::size_t i) { return i < 300; }); }},
         {"only candidates", [&] { useCandidates = true; }},
+        {"other candidates", [&] { std::iota(candidates.begin(), candidates.end(), 450U); }},
         {"all may be features again", [&] { useCandidates = false; }},
         {"everything elsewhere", [&] { cloud = Moved(cloud, CTrafo(Vec3(), Vec3(100, 0, 0))); }},
         {"nothing", [&] { cloud = {}; }},

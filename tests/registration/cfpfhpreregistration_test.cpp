@@ -324,6 +324,7 @@ TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
     EXPECT_GT(best.fStop_OverlapArea, 100.0F);
     EXPECT_GT(driver.InjectTrafo(best.trafo).fStop_OverlapArea, 100.0F);
     ICPResult restored = best; // as a document keeps it
+    restored.resultType = -1;
     restored.fStop_OverlapArea = -1.0F;
     driver.InjectICPResult(restored);
     LogCapture log;
