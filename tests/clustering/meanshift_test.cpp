@@ -153,7 +153,7 @@ struct Cloud {
     float spread, step, offset, bandwidth;
 };
 
-const Cloud clouds[] = {
+const Cloud Clouds[] = {
     {1, 1, 1.0F, 0.0F, 0.0F, 1.0F},       {40, 1, 10.0F, 0.0F, 0.0F, 0.7F},     {60, 2, 10.0F, 0.0F, 0.0F, 1.5F},
     {80, 3, 10.0F, 1.0F, 0.0F, 1.0F},     {80, 3, 10.0F, 1.0F, 0.0F, 2.0F},     {203, 3, 10.0F, 0.0F, -5.0F, 2.0F},
     {64, 3, 1.0F, 0.0F, 0.0F, 10.0F},     {50, 7, 2.0F, 0.0F, 0.0F, 1.5F},      {9, 3, 1.0F, 0.0F, 0.0F, 1e-30F},
@@ -196,7 +196,7 @@ TEST(MeanShift, EqualsThePlainLoopBitForBit)
         capHits += plain.capHits;
         merges += plain.merges;
     };
-    for (const Cloud& cloud : clouds)
+    for (const Cloud& cloud : Clouds)
         for (unsigned seed = 1; seed <= 6; ++seed)
             for (const bool inSpace : {false, true})
                 if (!inSpace || cloud.d == 3) compare(cloud, seed, SquaredDifferences, inSpace);

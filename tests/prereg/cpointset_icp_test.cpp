@@ -46,13 +46,13 @@ public:
         if (m < 6) m = 5;
 
         const auto r0 = static_cast<float>(c_.dInitialQueryRadiusScaling * c_.dPositionTolerance);
-        Pass pass = Sample(r0 * r0, start, nullptr, true);
+        Pass pass = sample(r0 * r0, start, nullptr, true);
         r.fStart_OverlapRatio = static_cast<float>(pass.pairs.size()) / samples;
-        if (pass.pairs.size() < m) return Typed(r, 1);
-        auto [k, rmse] = Inliers(pass.pairs);
+        if (pass.pairs.size() < m) return typed(r, 1);
+        auto [k, rmse] = inliers(pass.pairs);
         r.iStart_NumberOfInliers = static_cast<int>(k);
         r.fStart_RMSE = rmse;
-        if (k < 5) return Typed(r, 2);
+        if (k < 5) return typed(r, 2);
         r.fStart_MismatchesPerMatchRatio =
             static_cast<float>(static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()));
         r.trafo = start;
@@ -62,14 +62,14 @@ public:
         std::size_t bestInliers = k;
         unsigned bestIteration = 0;
         for (unsigned i = 1; i <= c_.uiMaxNumIterations; ++i) {
-            const CTrafo update = Solve(pass.pairs, current, k);
+            const CTrafo update = solve(pass.pairs, current, k);
             const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(current);
             const float d = e1.DistanceSq(e1.Transformed(update));
             current = update * current;
             if (d > 16.0F * previous) break;
             if (static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()) > mismatchLimit) {
                 r.iStop_Iterations = static_cast<int>(i);
-                return Typed(r, 3);
+                return typed(r, 3);
             }
             if (bestRmse > rmse) {
                 best = current;
@@ -79,10 +79,10 @@ public:
             }
             float radiusSq = rMin * rMin;
             for (std::size_t p = 0; p < k; ++p) radiusSq = std::max(radiusSq, pass.pairs[p].distanceSq);
-            pass = Sample(radiusSq, current, nullptr, true);
-            if (pass.pairs.size() < m) return Typed(r, 4);
-            std::tie(k, rmse) = Inliers(pass.pairs);
-            if (k < 5) return Typed(r, 5);
+            pass = sample(radiusSq, current, nullptr, true);
+            if (pass.pairs.size() < m) return typed(r, 4);
+            std::tie(k, rmse) = inliers(pass.pairs);
+            if (k < 5) return typed(r, 5);
             previous = d;
         }
 
@@ -94,27 +94,27 @@ public:
             std::vector<int> list;
             for (unsigned s = 0; s < c_.uiNumSamples; ++s) list.push_back(uniform_(engine_));
             const auto scale = static_cast<float>(c_.dSmallBigQueryRadiusScaling);
-            const auto small = static_cast<float>(Sample(rMin * rMin, best, &list, true).pairs.size());
-            const auto big = static_cast<float>(Sample(scale * scale * (rMin * rMin), best, &list, false).pairs.size());
+            const auto small = static_cast<float>(sample(rMin * rMin, best, &list, true).pairs.size());
+            const auto big = static_cast<float>(sample(scale * scale * (rMin * rMin), best, &list, false).pairs.size());
             r.fStop_SmallBigRatio = small / big;
-            if (c_.dMinSmallBigRatio > static_cast<double>(r.fStop_SmallBigRatio)) return Typed(r, 7);
+            if (c_.dMinSmallBigRatio > static_cast<double>(r.fStop_SmallBigRatio)) return typed(r, 7);
         }
-        const auto [matches, mismatches] = Overlap(current); // deliberate: the last pose, not the best
+        const auto [matches, mismatches] = overlap(current); // deliberate: the last pose, not the best
         r.fStop_OverlapRatio = static_cast<float>(matches) / samples;
         r.fStop_MismatchesPerMatchRatio = static_cast<float>(mismatches / matches);
-        if (static_cast<double>(r.fStop_RMSE) > c_.dMaxRMSE) return Typed(r, 9);
-        if (c_.dMinOverlapRatio > static_cast<double>(r.fStop_OverlapRatio)) return Typed(r, 8);
+        if (static_cast<double>(r.fStop_RMSE) > c_.dMaxRMSE) return typed(r, 9);
+        if (c_.dMinOverlapRatio > static_cast<double>(r.fStop_OverlapRatio)) return typed(r, 8);
         if (c_.dMaxErrorRatio > 0 && static_cast<double>(r.fStop_MismatchesPerMatchRatio) > c_.dMaxErrorRatio)
-            return Typed(r, 7);
+            return typed(r, 7);
         if (c_.dMaxRotationDistance > 0 &&
             static_cast<double>(reference.GetRotationDistance(best)) > c_.dMaxRotationDistance)
-            return Typed(r, 6);
+            return typed(r, 6);
         const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(reference);
         if (c_.dMaxMovement > 0 &&
             std::sqrt(static_cast<double>(e1.DistanceSq(e1.Transformed(best)))) > c_.dMaxMovement)
-            return Typed(r, 6);
+            return typed(r, 6);
         r.ellipsoid = flt_.GetEllipsoid().Transformed(best);
-        return Typed(r, 0);
+        return typed(r, 0);
     }
 
 private:
@@ -127,13 +127,13 @@ private:
         unsigned mismatches = 0;
     };
 
-    static ICPResult Typed(ICPResult r, int type)
+    static ICPResult typed(ICPResult r, int type)
     {
         r.resultType = type;
         return r;
     }
 
-    Pass Sample(float radiusSq, const CTrafo& pose, const std::vector<int>* list, bool testNormals)
+    Pass sample(float radiusSq, const CTrafo& pose, const std::vector<int>* list, bool testNormals)
     {
         const auto cosTolerance = static_cast<float>(std::cos(c_.dNormalAngleTolerance));
         const auto cosMismatch = static_cast<float>(std::cos(35 * 0.0174532925199433));
@@ -166,7 +166,7 @@ private:
         return pass;
     }
 
-    [[nodiscard]] std::pair<std::size_t, float> Inliers(const std::vector<Pair>& pairs) const
+    [[nodiscard]] std::pair<std::size_t, float> inliers(const std::vector<Pair>& pairs) const
     {
         const std::size_t n = pairs.size();
         std::size_t k = 0;
@@ -190,7 +190,7 @@ private:
         return {k, static_cast<float>(std::sqrt(sum / static_cast<double>(k)))};
     }
 
-    [[nodiscard]] CTrafo Solve(const std::vector<Pair>& pairs, const CTrafo& current, std::size_t k) const
+    [[nodiscard]] CTrafo solve(const std::vector<Pair>& pairs, const CTrafo& current, std::size_t k) const
     {
         std::vector<double> src, dst, normals;
         const auto append = [](std::vector<double>& to, const Vec3& v) { to.insert(to.end(), {v.x, v.y, v.z}); };
@@ -210,7 +210,7 @@ private:
         return {vec(w), vec(t)};
     }
 
-    std::pair<double, double> Overlap(const CTrafo& last)
+    std::pair<double, double> overlap(const CTrafo& last)
     {
         const auto r = static_cast<float>(c_.dPositionTolerance);
         double matches = 0, mismatches = 0;
