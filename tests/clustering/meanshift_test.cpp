@@ -333,11 +333,15 @@ TEST(MeanShift, QualityMeasures)
     for (const auto& row : rows) {
         CMeanShiftClusterer clusterer(row.data.data(), 4, 1, row.bandwidth);
         EXPECT_EQ(clusterer.ComputeDunnIndex(SquaredDifferences), Inf); // nothing clustered yet
-        ASSERT_TRUE(clusterer.Run({}));                                 // no distance: the Euclidean one
+        ASSERT_TRUE(clusterer.Run(SquaredDifferences));
         EXPECT_FLOAT_EQ(clusterer.ComputeDunnIndex(SquaredDifferences), row.dunn);
-        EXPECT_FLOAT_EQ(clusterer.ComputeDunnIndex({}), row.dunn);
         EXPECT_NEAR(clusterer.ComputeBIC(SquaredDifferences), row.bic, 1e-5);
     }
+    const Cloud cloud{90, 7, 2.0F, 0.25F, 0.0F, 1.1F}; // squares of such coordinates add up exactly in any order
+    CMeanShiftClusterer euclidean(MakePoints(cloud, 3).data(), cloud.n, cloud.d, cloud.bandwidth);
+    ASSERT_TRUE(euclidean.Run({}));
+    EXPECT_GT(euclidean.GetNumClusters(), 1U);
+    EXPECT_EQ(euclidean.ComputeDunnIndex({}), euclidean.ComputeDunnIndex(SquaredDifferences));
     CMeanShiftClusterer3D space(std::vector<std::array<float, 3>>{{0, 0, 0}, {0, 1, 0}, {6, 0, 0}, {8, 0, 0}}, 3.0F);
     ASSERT_TRUE(space.Run());
     EXPECT_FLOAT_EQ(space.ComputeDunnIndex(), 3.0F);
