@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <random>
 #include <stdexcept>
@@ -10,11 +11,6 @@
 namespace {
 
 using VoAlgo::CDiGraph;
-
-struct Engine {
-    std::mt19937 twister;
-    unsigned operator()() { return static_cast<unsigned>(twister()); }
-};
 
 struct Edge {
     unsigned from, to;
@@ -37,33 +33,22 @@ std::vector<float> DistancesByRepetition(unsigned nodes, const std::vector<Edge>
     return distances;
 }
 
-// Random edges with many equal and zero weights, self-loops, double edges and unreachable nodes.
-std::vector<Edge> RandomEdges(Engine& engine, unsigned nodes)
-{
-    std::vector<Edge> edges;
-    for (unsigned from = 0; from < nodes; ++from)
-        for (unsigned k = engine() % 5; k > 0; --k)
-            edges.push_back({from, static_cast<unsigned>(engine() % nodes), static_cast<float>(engine() % 4) * 0.7F});
-    return edges;
-}
-
-void Fill(CDiGraph& graph, unsigned nodes, const std::vector<Edge>& edges)
-{
-    graph.Reset(nodes);
-    for (const Edge& e : edges) graph.AddEdge(e.from, e.to, e.weight);
-}
-
 // One graph object for all sizes: catches what an earlier, larger graph leaves behind.
 TEST(CDiGraph, ShortestPathsEqualRepeatedRelaxation)
 {
-    Engine engine{std::mt19937(1)};
+    std::mt19937 engine(1);
+    const auto draw = [&](unsigned n) { return static_cast<unsigned>(engine() % n); };
     CDiGraph graph;
     for (int round = 0; round < 300; ++round) {
         SCOPED_TRACE(round);
-        const unsigned nodes = 1 + engine() % 40;
-        const std::vector<Edge> edges = RandomEdges(engine, nodes);
-        const unsigned source = engine() % nodes;
-        Fill(graph, nodes, edges);
+        const unsigned nodes = 1 + draw(40), source = draw(nodes), target = draw(nodes);
+        std::vector<Edge> edges; // many equal and zero weights, self-loops, double edges and unreachable nodes
+        graph.Reset(nodes);
+        for (unsigned from = 0; from < nodes; ++from)
+            for (unsigned k = draw(5); k > 0; --k) {
+                edges.push_back({from, draw(nodes), static_cast<float>(draw(4)) * 0.7F});
+                graph.AddEdge(from, edges.back().to, edges.back().weight);
+            }
         const std::vector<float> expected = DistancesByRepetition(nodes, edges, source);
 
         graph.ComputeShortestPaths(source);
@@ -72,13 +57,11 @@ TEST(CDiGraph, ShortestPathsEqualRepeatedRelaxation)
             const unsigned before = graph.GetPredecessor(v);
             ASSERT_EQ(before == CDiGraph::None, v == source || expected[v] == CDiGraph::Infinity);
             if (before == CDiGraph::None) continue;
-            bool edgeExists = false;
-            for (const Edge& e : edges)
-                edgeExists |= e.from == before && e.to == v && expected[before] + e.weight == expected[v];
-            ASSERT_TRUE(edgeExists);
+            ASSERT_TRUE(std::any_of(edges.begin(), edges.end(), [&](const Edge& e) {
+                return e.from == before && e.to == v && expected[before] + e.weight == expected[v];
+            }));
         }
 
-        const unsigned target = engine() % nodes;
         graph.ComputeShortestPaths(source, target);
         ASSERT_EQ(graph.GetDistance(target), expected[target]);
 
@@ -92,9 +75,7 @@ TEST(CDiGraph, TiesGoToTheLowerIndex)
 {
     CDiGraph graph;
     graph.Reset(5);
-    graph.AddEdge(0, 3, 1.0F);
-    graph.AddEdge(0, 1, 1.0F);
-    graph.AddEdge(0, 2, 1.0F);
+    for (const unsigned middle : {3U, 1U, 2U}) graph.AddEdge(0, middle, 1.0F);
     for (const unsigned middle : {1U, 2U, 3U}) graph.AddEdge(middle, 4, 1.0F);
     graph.ComputeShortestPaths(0);
     EXPECT_EQ(graph.GetPredecessor(4), 1U);

@@ -66,8 +66,7 @@ struct PlainMeanShift {
             if (unvisited.empty()) break;
             const auto r = std::min(static_cast<std::size_t>(uniform(engine) * static_cast<float>(unvisited.size())),
                                     unvisited.size() - 1);
-            std::vector<float> mean(data.begin() + static_cast<long>(unvisited[r] * d),
-                                    data.begin() + static_cast<long>((unvisited[r] + 1) * d));
+            std::vector<float> mean = Point(unvisited[r]);
             std::vector<unsigned> votes(n, 0);
             visited[unvisited[r]] = true;
             bool found = false;
@@ -101,10 +100,12 @@ struct PlainMeanShift {
             for (std::size_t k = 0; k < d; ++k) centres[c][k] = (centres[c][k] + mean[k]) * 0.5F;
             for (std::size_t i = 0; i < n; ++i) votesOf[c][i] += votes[i];
         }
-        map(votesOf);
+        Map(votesOf);
     }
 
-    void map(const std::vector<std::vector<unsigned>>& votesOf)
+    [[nodiscard]] std::vector<float> Point(std::size_t i) const { return {&data[i * d], &data[i * d] + d}; }
+
+    void Map(const std::vector<std::vector<unsigned>>& votesOf)
     {
         std::vector<unsigned> best(n, 0);
         for (unsigned c = 0; c < votesOf.size(); ++c)
@@ -120,8 +121,7 @@ struct PlainMeanShift {
             } else if (!inSpace) {
                 clusterOf[i] = static_cast<unsigned>(sizes.size());
                 sizes.push_back(1);
-                centres.emplace_back(data.begin() + static_cast<long>(i * d),
-                                     data.begin() + static_cast<long>(i * d + d));
+                centres.push_back(Point(i));
             }
         }
         for (std::size_t c = 0; c < sizes.size(); ++c) {
@@ -153,7 +153,7 @@ struct Cloud {
     float spread, step, offset, bandwidth;
 };
 
-const Cloud clouds[] = {
+const Cloud Clouds[] = {
     {1, 1, 1.0F, 0.0F, 0.0F, 1.0F},       {40, 1, 10.0F, 0.0F, 0.0F, 0.7F},     {60, 2, 10.0F, 0.0F, 0.0F, 1.5F},
     {80, 3, 10.0F, 1.0F, 0.0F, 1.0F},     {80, 3, 10.0F, 1.0F, 0.0F, 2.0F},     {203, 3, 10.0F, 0.0F, -5.0F, 2.0F},
     {64, 3, 1.0F, 0.0F, 0.0F, 10.0F},     {50, 7, 2.0F, 0.0F, 0.0F, 1.5F},      {9, 3, 1.0F, 0.0F, 0.0F, 1e-30F},
@@ -180,36 +180,31 @@ std::vector<float> MakePoints(const Cloud& cloud, unsigned seed)
 TEST(MeanShift, EqualsThePlainLoopBitForBit)
 {
     std::size_t capHits = 0, merges = 0;
-    for (const Cloud& cloud : clouds)
-        for (unsigned seed = 1; seed <= 6; ++seed) {
-            SCOPED_TRACE("n " + std::to_string(cloud.n) + ", d " + std::to_string(cloud.d) + ", bandwidth " +
-                         std::to_string(cloud.bandwidth) + ", seed " + std::to_string(seed));
-            const std::vector<float> data = MakePoints(cloud, seed);
-            CMeanShiftClusterer clusterer(data.data(), cloud.n, cloud.d, cloud.bandwidth);
-            PlainMeanShift plain{data, cloud.n, cloud.d, cloud.bandwidth, false}, plain3D = plain;
-            plain3D.inSpace = true;
-            CMeanShiftClusterer3D clusterer3D(std::vector<std::array<float, 3>>(1), 1.0F);
-            if (cloud.d == 3) clusterer3D = CMeanShiftClusterer3D(data.data(), cloud.n, cloud.bandwidth);
-            for (int run = 0; run < 2; ++run) { // the second continues the random sequence
-                ASSERT_TRUE(clusterer.Run(SquaredDifferences));
-                plain.Run(SquaredDifferences);
-                plain.ExpectSame(clusterer);
-                if (cloud.d != 3) continue;
-                ASSERT_TRUE(clusterer3D.Run());
-                plain3D.Run(SquaredDifferences);
-                plain3D.ExpectSame(clusterer3D);
-            }
-            capHits += plain.capHits;
-            merges += plain.merges;
+    const auto compare = [&](const Cloud& cloud, unsigned seed, const Distance& distance, bool inSpace) {
+        SCOPED_TRACE(testing::Message() << "n " << cloud.n << ", d " << cloud.d << ", bandwidth " << cloud.bandwidth
+                                        << ", seed " << seed << ", in space " << inSpace);
+        const std::vector<float> data = MakePoints(cloud, seed);
+        CMeanShiftClusterer clusterer(data.data(), cloud.n, cloud.d, cloud.bandwidth);
+        CMeanShiftClusterer3D clusterer3D;
+        if (inSpace) clusterer3D = CMeanShiftClusterer3D(data.data(), cloud.n, cloud.bandwidth);
+        PlainMeanShift plain{data, cloud.n, cloud.d, cloud.bandwidth, inSpace};
+        for (int run = 0; run < 2; ++run) { // the second continues the random sequence
+            ASSERT_TRUE(inSpace ? clusterer3D.Run() : clusterer.Run(distance));
+            plain.Run(distance);
+            inSpace ? plain.ExpectSame(clusterer3D) : plain.ExpectSame(clusterer);
         }
+        capHits += plain.capHits;
+        merges += plain.merges;
+    };
+    for (const Cloud& cloud : Clouds)
+        for (unsigned seed = 1; seed <= 6; ++seed)
+            for (const bool inSpace : {false, true})
+                if (!inSpace || cloud.d == 3) compare(cloud, seed, SquaredDifferences, inSpace);
     EXPECT_GT(capHits, 200U); // else the table no longer reaches these branches
     EXPECT_GT(merges, 50U);
-}
 
-// A distance without any sense sends means from one random subset to the next: paths that end, turn back or reach the
-// cap.
-TEST(MeanShift, EqualsThePlainLoopOnErraticPaths)
-{
+    // A distance without any sense sends means from one random subset to the next: paths that end, turn back or reach
+    // the cap.
     const auto erratic = [](std::size_t d, const float* a, const float* b) {
         std::uint32_t hash = 1;
         for (std::size_t k = 0; k < 2 * d; ++k) {
@@ -220,19 +215,14 @@ TEST(MeanShift, EqualsThePlainLoopOnErraticPaths)
         hash >>= 24;
         return hash < 16 ? 0.0F : (hash % 2 == 0 ? 0.5F : 2.0F);
     };
-    std::size_t capHits = 0;
+    capHits = 0;
     for (std::size_t n = 6; n < 14; ++n)
-        for (unsigned seed = 1; seed <= 20; ++seed) {
-            SCOPED_TRACE("n " + std::to_string(n) + ", seed " + std::to_string(seed));
-            const std::vector<float> data = MakePoints({n, 1 + n % 2, 10.0F, 0.0F, 0.0F, 1.0F}, seed);
-            CMeanShiftClusterer clusterer(data.data(), n, 1 + n % 2, 1.0F);
-            PlainMeanShift plain{data, n, 1 + n % 2, 1.0F, false};
-            ASSERT_TRUE(clusterer.Run(erratic));
-            plain.Run(erratic);
-            plain.ExpectSame(clusterer);
-            capHits += plain.capHits;
-        }
+        for (unsigned seed = 1; seed <= 20; ++seed)
+            compare({n, 1 + n % 2, 10.0F, 0.0F, 0.0F, 1.0F}, seed, erratic, false);
     EXPECT_GT(capHits, 100U);
+    for (const float answer : {NaN, Inf, 0.0F, 1.0F, -1.0F}) // every start takes a point off the list
+        compare(
+            {32, 2, 10.0F, 0.0F, 0.0F, 1.0F}, 1, [=](auto, auto, auto) { return answer; }, false);
 }
 
 // Two groups (second coordinate) that do not see each other as points, so that their modes, 3 apart, are both found.
@@ -254,19 +244,6 @@ TEST(MeanShift, ModesMergeOnlyWithinHalfTheBandwidth)
     }
 }
 
-// Whatever the distance answers, every start takes a point off the list.
-TEST(MeanShift, EndsWithEveryDistance)
-{
-    std::vector<float> data(64);
-    std::iota(data.begin(), data.end(), 0.0F);
-    for (const float answer : {NaN, Inf, 0.0F, 1.0F, -1.0F}) {
-        CMeanShiftClusterer clusterer(data.data(), 32, 2, 1.0F);
-        ASSERT_TRUE(clusterer.Run([answer](std::size_t, const float*, const float*) { return answer; }));
-        const unsigned* sizes = clusterer.GetClusterHistogram();
-        EXPECT_EQ(std::accumulate(sizes, sizes + clusterer.GetNumClusters(), 0U), 32U);
-    }
-}
-
 TEST(MeanShift, EmptyClustersAreRemovedInOnePass)
 {
     VoAlgo::meanshift::Clusters clusters{{0, 5, 3, None, 5}, {10, 11, 12, 13, 14, 15}, {1, 0, 0, 1, 0, 2}};
@@ -279,18 +256,16 @@ TEST(MeanShift, EmptyClustersAreRemovedInOnePass)
 TEST(MeanShift, RefusesMissingDataThenABadBandwidth)
 {
     const float data[] = {1, 2, 3};
-    const double doubles[] = {1, 2, 3};
-    const std::string missing = "mean shift clustering: missing input data";
-    const std::string bandwidth = "mean shift clustering: invalid bandwidth";
+    const std::string missing = "missing input data", bandwidth = "invalid bandwidth";
     const std::pair<std::function<void()>, std::string> rows[] = {
         {[&] { CMeanShiftClusterer(nullptr, 1, 3, -1.0F); }, missing},
         {[&] { CMeanShiftClusterer(data, 0, 3, 0.0F); }, missing},
         {[&] { CMeanShiftClusterer(data, 1, 3, 0.0F); }, bandwidth},
         {[&] { CMeanShiftClusterer3D(std::vector<std::array<float, 3>>(), 0.0F); }, missing},
-        {[&] { CMeanShiftClusterer3D(static_cast<const float*>(nullptr), 1, -1.0F); }, missing},
-        {[&] { CMeanShiftClusterer3D(doubles, 0, 1.0); }, missing},
-        {[&] { CMeanShiftClusterer3D(doubles, 1, -1.0); }, bandwidth}};
-    for (const auto& [make, message] : rows) EXPECT_THAT(make, testing::ThrowsMessage<std::invalid_argument>(message));
+        {[&] { CMeanShiftClusterer3D(static_cast<const double*>(nullptr), 1, -1.0); }, missing},
+        {[&] { CMeanShiftClusterer3D(data, 1, -1.0F); }, bandwidth}};
+    for (const auto& [make, message] : rows)
+        EXPECT_THAT(make, testing::ThrowsMessage<std::invalid_argument>("mean shift clustering: " + message));
 }
 
 TEST(MeanShift, NonFiniteDataIsNotClustered)
@@ -300,7 +275,6 @@ TEST(MeanShift, NonFiniteDataIsNotClustered)
         CMeanShiftClusterer clusterer(data, 2, 3, 1.0F);
         CMeanShiftClusterer3D clusterer3D(data, 2, 1.0F);
         EXPECT_FALSE(clusterer.Run(SquaredDifferences) || clusterer3D.Run());
-        EXPECT_EQ(clusterer.GetNumClusters() + clusterer3D.GetNumClusters(), 0U);
         EXPECT_TRUE(clusterer.GetCluster(0) == None && clusterer3D.GetCluster(0) == None);
     }
     EXPECT_FALSE(CMeanShiftClusterer().Run(SquaredDifferences) || CMeanShiftClusterer3D().Run());
@@ -309,9 +283,9 @@ TEST(MeanShift, NonFiniteDataIsNotClustered)
 // Iterators, centres and representatives of both, out of range too; on copies and moved objects.
 TEST(MeanShift, MembersOfAClusterInPointOrder)
 {
-    const double data[] = {0, 0, 0, 8, 0, 0, 1, 0, 0, 9, 0, 0, 0.4, 0, 0};
-    const std::vector<float> floats(std::begin(data), std::end(data));
-    CMeanShiftClusterer3D original(data, 5, 3.0);
+    const std::vector<float> floats{0, 0, 0, 8, 0, 0, 1, 0, 0, 9, 0, 0, 0.4F, 0, 0};
+    const std::vector<double> doubles(floats.begin(), floats.end());
+    CMeanShiftClusterer3D original(doubles.data(), 5, 3.0);
     ASSERT_TRUE(original.Run());
     const CMeanShiftClusterer3D clusterer3D = original;
     original = CMeanShiftClusterer3D();
@@ -343,42 +317,42 @@ TEST(MeanShift, MembersOfAClusterInPointOrder)
     EXPECT_EQ(clusterer.GetClusterRepresentative(2, SquaredDifferences), -1);
 }
 
+// Worked out by hand: n points, K clusters, d = 1, s the error sum ÷ (n − K).
 TEST(MeanShift, QualityMeasures)
 {
-    const float data[] = {0, 0, 2, 2};
-    CMeanShiftClusterer one(data, 4, 1, 10.0F);
-    EXPECT_EQ(one.ComputeDunnIndex(SquaredDifferences), Inf);
-    ASSERT_TRUE(one.Run(SquaredDifferences));
-    EXPECT_EQ(one.ComputeDunnIndex(SquaredDifferences), Inf);
-    // n = 4, K = 1, d = 1, error sum 4: −2·ln(2π·4/3) − 3/2 − ln 4
-    EXPECT_NEAR(one.ComputeBIC(SquaredDifferences), -2 * std::log(8 * std::numbers::pi / 3) - 1.5 - std::log(4.0),
-                1e-5);
-
-    // Within at most 1 and 2, between at least 5; K = 2, error sum 0.5 + 2, (n − K)·d = 2: s = 1.25.
-    const float pairs[] = {0, 1, 6, 8};
-    CMeanShiftClusterer two(pairs, 4, 1, 3.0F);
-    ASSERT_TRUE(two.Run(SquaredDifferences));
-    EXPECT_FLOAT_EQ(two.ComputeDunnIndex(SquaredDifferences), 2.5F);
-    const double perCluster = 2 * std::log(2.0) - 2 * std::log(4.0) - std::log(2.5 * std::numbers::pi) - 0.5;
-    EXPECT_NEAR(two.ComputeBIC(SquaredDifferences), 2 * perCluster - 2 * std::log(4.0), 1e-5);
-
-    CMeanShiftClusterer3D space(std::vector<std::array<float, 3>>{{0, 0, 0}, {0, 1, 0}, {6, 0, 0}, {8, 0, 0}}, 3.0F);
-    ASSERT_TRUE(space.Run());
-    EXPECT_FLOAT_EQ(space.ComputeDunnIndex(), 3.0F);
-
+    const struct {
+        std::vector<float> data;
+        float bandwidth, dunn;
+        double bic;
+    } rows[] = {
+        {{0, 0, 2, 2}, 10.0F, Inf, -2 * std::log(8 * std::numbers::pi / 3) - 1.5 - std::log(4.0)}, // s = 4 ÷ 3
+        {{0, 1, 6, 8}, // within at most 1 and 2, between at least 5; s = 2.5 ÷ 2
+         3.0F,
+         2.5F,
+         2 * (2 * std::log(2.0) - 2 * std::log(4.0) - std::log(2.5 * std::numbers::pi) - 0.5) - 2 * std::log(4.0)}};
+    for (const auto& row : rows) {
+        CMeanShiftClusterer clusterer(row.data.data(), 4, 1, row.bandwidth);
+        EXPECT_EQ(clusterer.ComputeDunnIndex(SquaredDifferences), Inf); // nothing clustered yet
+        ASSERT_TRUE(clusterer.Run(SquaredDifferences));
+        EXPECT_FLOAT_EQ(clusterer.ComputeDunnIndex(SquaredDifferences), row.dunn);
+        EXPECT_NEAR(clusterer.ComputeBIC(SquaredDifferences), row.bic, 1e-5);
+    }
     const Cloud cloud{90, 7, 2.0F, 0.25F, 0.0F, 1.1F}; // squares of such coordinates add up exactly in any order
     CMeanShiftClusterer euclidean(MakePoints(cloud, 3).data(), cloud.n, cloud.d, cloud.bandwidth);
     ASSERT_TRUE(euclidean.Run({}));
     EXPECT_GT(euclidean.GetNumClusters(), 1U);
     EXPECT_EQ(euclidean.ComputeDunnIndex({}), euclidean.ComputeDunnIndex(SquaredDifferences));
+    CMeanShiftClusterer3D space(std::vector<std::array<float, 3>>{{0, 0, 0}, {0, 1, 0}, {6, 0, 0}, {8, 0, 0}}, 3.0F);
+    ASSERT_TRUE(space.Run());
+    EXPECT_FLOAT_EQ(space.ComputeDunnIndex(), 3.0F);
 }
 
+// A chord of the unit sphere, there and back.
 TEST(MeanShift, BandwidthAndAngleBetweenNormals)
 {
-    constexpr float Pi = std::numbers::pi_v<float>;
-    EXPECT_FLOAT_EQ(CMeanShiftClusterer3D::ComputeBandwidthFromAngleForNormalClustering(Pi / 2), std::sqrt(2.0F));
-    for (const float angle : {0.1F, 0.7F, Pi / 2, 2.0F, 3.0F}) {
+    for (const float angle : {0.1F, 0.7F, 1.5F, 2.0F, 3.0F}) {
         const float chord = CMeanShiftClusterer3D::ComputeBandwidthFromAngleForNormalClustering(angle);
+        EXPECT_NEAR(chord, std::hypot(std::cos(angle) - 1.0F, std::sin(angle)), 1e-6F);
         EXPECT_NEAR(CMeanShiftClusterer3D::ComputeAngleFromBandwidthForNormalClustering(chord), angle, 1e-4F);
     }
 }

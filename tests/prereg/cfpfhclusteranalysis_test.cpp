@@ -4,6 +4,7 @@
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 
 #include "prereg/detail_kmeans.h"
+#include "support/clouds.h"
 #include "support/log_capture.h"
 
 #include <gmock/gmock.h>
@@ -20,7 +21,7 @@
 namespace {
 
 using namespace prereg;
-using test_support::LogCapture;
+using namespace test_support;
 using testing::ElementsAre;
 using testing::StartsWith;
 using Features = std::vector<CPointFeatureHistogram>;
@@ -30,38 +31,34 @@ const std::string Channel = "KEP.PreRegistration|";
 
 CFPFHPointSet MakeSet(const Features& features)
 {
-    std::vector<kdtree::Vector<3>> points;
-    for (std::size_t i = 0; i < features.size(); ++i)
-        points.emplace_back(static_cast<float>(i), 0.0F, 0.1F * static_cast<float>(i % 17));
-    const std::vector normals(points.size(), kdtree::Vector<3>(0.0F, 0.0F, 1.0F));
+    std::vector<Vec3> points;
+    for (std::size_t i = 0; i < features.size(); ++i) points.emplace_back(static_cast<float>(i), 0.0F, 0.0F);
+    const std::vector normals(points.size(), Vec3(0.0F, 0.0F, 1.0F));
     return {points, normals, points, normals, features};
+}
+
+Features RandomFeatures(std::size_t n)
+{
+    Random random(5);
+    Features features(n);
+    for (auto& h : features) {
+        for (float& bin : h.bins) bin = random.Uniform(0.0F, 1.0F) * random.Uniform(0.0F, 1.0F);
+        h.Normalize();
+    }
+    return features;
 }
 
 /// Groups of distinct histograms, far from each other and tight in themselves, in mixed order.
 Features MakeGroups(const Sizes& sizes, std::vector<unsigned>* groupOf = nullptr)
 {
-    std::mt19937 engine(3);
-    std::uniform_real_distribution<float> uniform(0.0F, 0.01F);
     std::vector<unsigned> groups;
     for (unsigned group = 0; group < sizes.size(); ++group) groups.insert(groups.end(), sizes[group], group);
-    std::shuffle(groups.begin(), groups.end(), engine);
-    Features features(groups.size());
+    std::shuffle(groups.begin(), groups.end(), Random(1).Engine());
+    Features features = RandomFeatures(groups.size());
     for (std::size_t i = 0; i < features.size(); ++i)
         for (std::size_t b = 0; b < 33; ++b)
-            features[i][b] = uniform(engine) + (b % 11 == groups[i] % 11 ? 1.0F : 0.0F);
+            features[i][b] = 0.02F * features[i][b] + (b % 11 == groups[i] % 11 ? 1.0F : 0.0F);
     if (groupOf != nullptr) *groupOf = groups;
-    return features;
-}
-
-Features RandomFeatures(std::size_t n)
-{
-    std::mt19937 engine(5);
-    std::uniform_real_distribution<float> uniform(0.0F, 1.0F);
-    Features features(n);
-    for (auto& h : features) {
-        for (float& bin : h.bins) bin = uniform(engine) * uniform(engine);
-        h.Normalize();
-    }
     return features;
 }
 
@@ -118,8 +115,8 @@ TEST(CFPFHClusterAnalysis, OrdersClustersBySizeThenByDiscovery)
 
     VoAlgo::CMeanShiftClusterer clusterer(features[0].bins, features.size(), 33, 0.9F);
     ASSERT_TRUE(clusterer.Run([](std::size_t, const float* a, const float* b) {
-        const auto histogram = [](const float* bins) { return *reinterpret_cast<const CPointFeatureHistogram*>(bins); };
-        return histogram(a).SquaredChi2Distance(histogram(b));
+        using Histogram = const CPointFeatureHistogram*;
+        return reinterpret_cast<Histogram>(a)->SquaredChi2Distance(*reinterpret_cast<Histogram>(b));
     }));
     std::vector<unsigned> expected(features.size());
     std::iota(expected.begin(), expected.end(), 0U);
@@ -213,18 +210,16 @@ TEST(CFPFHClusterAnalysis, ScansBandwidths)
     LogCapture log;
     CFPFHClusterAnalysis::ScanBandwidth(MakeSet(MakeGroups({5, 6, 7})), 0.0, 1.0, 3);
     std::ifstream file("d:/BIC.csv");
-    double h[2] = {}, bic[2] = {};
-    std::string rest;
-    EXPECT_TRUE(file >> h[0] >> bic[0] >> h[1] >> bic[1]);
+    double h[2] = {};
+    std::string text[2], rest;
+    EXPECT_TRUE(file >> h[0] >> text[0] >> h[1] >> text[1]);
     EXPECT_FALSE(file >> rest);
     fs::current_path(before);
     fs::remove_all(folder);
     EXPECT_THAT(h, ElementsAre(0.5, 1.0)); // bandwidth 0 fails
-    std::ostringstream message;
-    message << ", BIC: " << bic[1] << " (3 clusters)";
     EXPECT_THAT(log.Take(), ElementsAre(Channel + "E|clustering FAILED!", StartsWith(Channel + "I|(h=0.5) DunnIndex: "),
                                         testing::AllOf(StartsWith(Channel + "I|(h=1) DunnIndex: "),
-                                                       testing::EndsWith(message.str()))));
+                                                       testing::EndsWith(", BIC: " + text[1] + " (3 clusters)"))));
 }
 #endif
 
@@ -249,18 +244,17 @@ TEST(KMeans, MeansTellWhereMembersBelong)
 
 TEST(KMeans, ReportsOnRequest)
 {
-    testing::internal::CaptureStdout();
-    prereg::detail::ClusterByKMeans(Features(3, CPointFeatureHistogram::Identity()), 2, true);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Fehler=0\nAbbruch nach #1 Schritten (Stagnation, Fehler=0)\n");
-
-    const Features features = RandomFeatures(20);
-    testing::internal::CaptureStdout();
-    const auto verbose = prereg::detail::ClusterByKMeans(features, 3, true);
-    const std::string report = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 1001);
-    EXPECT_THAT(report, testing::EndsWith("\nAbbruch nach #1000 Schritten (maxiter)\n"));
-    EXPECT_EQ(verbose.clusterOf,
-              prereg::detail::ClusterByKMeans(features, 3).clusterOf); // ending early changes nothing
+    const auto report = [](const Features& features, std::size_t k) {
+        testing::internal::CaptureStdout();
+        const auto verbose = prereg::detail::ClusterByKMeans(features, k, true);
+        EXPECT_EQ(verbose.clusterOf, prereg::detail::ClusterByKMeans(features, k).clusterOf); // which may end early
+        return testing::internal::GetCapturedStdout();
+    };
+    EXPECT_EQ(report(Features(3, CPointFeatureHistogram::Identity()), 2),
+              "Fehler=0\nAbbruch nach #1 Schritten (Stagnation, Fehler=0)\n");
+    const std::string full = report(RandomFeatures(20), 3);
+    EXPECT_EQ(std::count(full.begin(), full.end(), '\n'), 1001);
+    EXPECT_THAT(full, testing::EndsWith("\nAbbruch nach #1000 Schritten (maxiter)\n"));
 }
 
 } // namespace

@@ -33,11 +33,6 @@ CPointFeatureHistogram RandomHistogram(Random& random)
     return h;
 }
 
-bool IsSame(const CPointFeatureHistogram& a, const CPointFeatureHistogram& b)
-{
-    return std::memcmp(&a, &b, sizeof(a)) == 0;
-}
-
 /// 600 points; every fifth is a feature with a random histogram.
 struct Parts {
     Cloud cloud = Body(600, 2, 1);
@@ -79,9 +74,7 @@ TEST(CFPFHPointSet, BadFeaturesAreReportedAndEmptyTheSet)
          [](Parts& p) { std::for_each(p.at.points.begin(), p.at.points.end(), [](Vec3& at) { at.y = NaN; }); },
          {Channel + "E|Inf/NaN in feature point" + invalid}},
         {"no positions, deliberately without a message", [](Parts& p) { p.at.points.clear(); }, {}},
-        {"no positions and normals", [](Parts& p) { p.at = {}; }, {}},
         {"no histograms", [](Parts& p) { p.features.clear(); }, {NoFeatures}},
-        {"normals alone", [](Parts& p) { p.features.clear(), p.at.points.clear(); }, {NoFeatures}},
         {"no features at all", [](Parts& p) { p.features.clear(), p.at = {}; }, {NoFeatures}},
     };
     const Parts good;
@@ -156,12 +149,11 @@ TEST(CFPFHPointSet, MasksOfPointsChooseFeatures)
     set.SetFeatureBitMask(7, 0b110); // is not what decides
     const CFPFHPointSet kept = set.RestrictWithMask(0b110);
     EXPECT_EQ(kept.Size(), 4U);
-    EXPECT_EQ(kept.GetPointsKdTree().Size(), 4U);
     ASSERT_EQ(kept.SizeFeatures(), 2U); // deliberate: the masks of points 3 and 40 choose features 3 and 40
     EXPECT_EQ(kept.GetFeatureKdTree().Size(), 2U);
     EXPECT_EQ(kept.GetFeaturePoint(0), set.GetFeaturePoint(3));
     EXPECT_EQ(kept.GetFeatureNormal(1), set.GetFeatureNormal(40));
-    EXPECT_TRUE(IsSame(kept.GetFeature(1), set.GetFeature(40)));
+    EXPECT_TRUE(SameBits<CPointFeatureHistogram>({kept.GetFeature(1)}, {set.GetFeature(40)}));
     EXPECT_NE(kept.GetEllipsoid()[0], Vec3());
     EXPECT_THAT(log.Take(), IsEmpty());
     set.ClearBitMasks();
@@ -172,10 +164,9 @@ TEST(CFPFHPointSet, RestrictionsKeepWhatQualifies)
 {
     const CFPFHPointSet set = Parts().Make();
     const auto isRight = [](const Vec3& p) { return p.x >= 2.0F; };
-    const auto rightOf = [&](const std::vector<Vec3>& all) {
-        std::vector<Vec3> right;
-        std::copy_if(all.begin(), all.end(), std::back_inserter(right), isRight);
-        return right;
+    const auto rightOf = [&](std::vector<Vec3> all) {
+        std::erase_if(all, std::not_fn(isRight));
+        return all;
     };
     const float A[] = {-1, 0, 0, 0, 0, 1}, b[] = {-2, 1e9F}, nowhere[] = {-1e9F, 0};
     LogCapture log;
@@ -210,9 +201,9 @@ TEST(CFPFHPointSet, TransformMovesAllButTheHistograms)
         const Vec3 p = moved.GetFeaturePoint(i);
         ASSERT_EQ(p, pose * set.GetFeaturePoint(i));
         ASSERT_EQ(moved.GetFeatureNormal(i), pose.Rotate(set.GetFeatureNormal(i)));
-        ASSERT_TRUE(IsSame(moved.GetFeature(i), set.GetFeature(i)));
         ASSERT_EQ(moved.GetFeaturePointsKdTree().Nearest(&p.x, 1.0F), static_cast<int>(i));
     }
+    EXPECT_TRUE(SameBits(moved.GetFeatures(), set.GetFeatures()));
     for (int k = 0; k < 4; ++k) EXPECT_EQ(moved.GetEllipsoid()[k], pose * set.GetEllipsoid()[k]);
     EXPECT_GE(set.GetMemUsage(), sizeof(set) + 2 * 16 * (600 + 120) + 120 * (132 + 160));
 }
@@ -239,21 +230,18 @@ TEST(CFPFHPointSet, TakesTheArraysOfTheDataSourceAndSavesThem)
     EXPECT_EQ(taken.GetPoints(), body.points);
     EXPECT_EQ(taken.GetFeaturePoints(), source.GetFeaturePoints());
     EXPECT_EQ(taken.GetFeatureNormals(), source.GetFeatureNormals());
-    EXPECT_EQ(taken.GetFeatures().size(), source.GetFeatures().size());
+    EXPECT_TRUE(SameBits(taken.GetFeatures(), source.GetFeatures()));
     EXPECT_GT(taken.SizeFeatures(), 100U);
 
     const std::string name = testing::TempDir() + "cfpfhpointset_test.xyz";
-    const std::vector<Vec3> points{{1.5F, -2.0F, 1234567.0F}, {0, 0, 1e-7F}}, normals{{0, 0, 1}, {0, 1, 0}};
-    Random random(2);
-    const CFPFHPointSet set(points, normals, points, normals, {RandomHistogram(random), RandomHistogram(random)});
+    const std::vector<Vec3> points{{1.5F, -2.0F, 1234567.0F}}, normals{{0, 0, 1}};
+    const CFPFHPointSet set(points, normals, points, normals, {CPointFeatureHistogram::Identity()});
     set.SaveFeaturePointsXYZN(name, 0x00FF8000);
-    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1 255 128 0\n0 0 1e-07 0 1 0 255 128 0\n");
+    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1 255 128 0\n");
     set.SaveFeaturePointsXYZN(name, 0xFFFFFFFF);
-    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1\n0 0 1e-07 0 1 0\n");
+    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1\n");
     std::filesystem::remove(name);
-    EXPECT_THAT([&] { set.SaveFeaturePointsXYZN("", 0); },
-                testing::ThrowsMessage<std::invalid_argument>("empty file name"));
-    EXPECT_THROW(set.SaveFeaturePointsXYZN(testing::TempDir() + "no/such/folder", 0), std::ios::failure);
+    EXPECT_THROW(set.SaveFeaturePointsXYZN("", 0), std::invalid_argument);
 }
 
 } // namespace

@@ -46,13 +46,13 @@ public:
         if (m < 6) m = 5;
 
         const auto r0 = static_cast<float>(c_.dInitialQueryRadiusScaling * c_.dPositionTolerance);
-        Pass pass = Sample(r0 * r0, start, nullptr, true);
+        Pass pass = sample(r0 * r0, start, nullptr, true);
         r.fStart_OverlapRatio = static_cast<float>(pass.pairs.size()) / samples;
-        if (pass.pairs.size() < m) return Typed(r, 1);
-        auto [k, rmse] = Inliers(pass.pairs);
+        if (pass.pairs.size() < m) return typed(r, 1);
+        auto [k, rmse] = inliers(pass.pairs);
         r.iStart_NumberOfInliers = static_cast<int>(k);
         r.fStart_RMSE = rmse;
-        if (k < 5) return Typed(r, 2);
+        if (k < 5) return typed(r, 2);
         r.fStart_MismatchesPerMatchRatio =
             static_cast<float>(static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()));
         r.trafo = start;
@@ -62,14 +62,14 @@ public:
         std::size_t bestInliers = k;
         unsigned bestIteration = 0;
         for (unsigned i = 1; i <= c_.uiMaxNumIterations; ++i) {
-            const CTrafo update = Solve(pass.pairs, current, k);
+            const CTrafo update = solve(pass.pairs, current, k);
             const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(current);
             const float d = e1.DistanceSq(e1.Transformed(update));
             current = update * current;
             if (d > 16.0F * previous) break;
             if (static_cast<double>(pass.mismatches) / static_cast<double>(pass.pairs.size()) > mismatchLimit) {
                 r.iStop_Iterations = static_cast<int>(i);
-                return Typed(r, 3);
+                return typed(r, 3);
             }
             if (bestRmse > rmse) {
                 best = current;
@@ -79,10 +79,10 @@ public:
             }
             float radiusSq = rMin * rMin;
             for (std::size_t p = 0; p < k; ++p) radiusSq = std::max(radiusSq, pass.pairs[p].distanceSq);
-            pass = Sample(radiusSq, current, nullptr, true);
-            if (pass.pairs.size() < m) return Typed(r, 4);
-            std::tie(k, rmse) = Inliers(pass.pairs);
-            if (k < 5) return Typed(r, 5);
+            pass = sample(radiusSq, current, nullptr, true);
+            if (pass.pairs.size() < m) return typed(r, 4);
+            std::tie(k, rmse) = inliers(pass.pairs);
+            if (k < 5) return typed(r, 5);
             previous = d;
         }
 
@@ -94,27 +94,27 @@ public:
             std::vector<int> list;
             for (unsigned s = 0; s < c_.uiNumSamples; ++s) list.push_back(uniform_(engine_));
             const auto scale = static_cast<float>(c_.dSmallBigQueryRadiusScaling);
-            const auto small = static_cast<float>(Sample(rMin * rMin, best, &list, true).pairs.size());
-            const auto big = static_cast<float>(Sample(scale * scale * (rMin * rMin), best, &list, false).pairs.size());
+            const auto small = static_cast<float>(sample(rMin * rMin, best, &list, true).pairs.size());
+            const auto big = static_cast<float>(sample(scale * scale * (rMin * rMin), best, &list, false).pairs.size());
             r.fStop_SmallBigRatio = small / big;
-            if (c_.dMinSmallBigRatio > static_cast<double>(r.fStop_SmallBigRatio)) return Typed(r, 7);
+            if (c_.dMinSmallBigRatio > static_cast<double>(r.fStop_SmallBigRatio)) return typed(r, 7);
         }
-        const auto [matches, mismatches] = Overlap(current);
+        const auto [matches, mismatches] = overlap(current); // deliberate: the last pose, not the best
         r.fStop_OverlapRatio = static_cast<float>(matches) / samples;
         r.fStop_MismatchesPerMatchRatio = static_cast<float>(mismatches / matches);
-        if (static_cast<double>(r.fStop_RMSE) > c_.dMaxRMSE) return Typed(r, 9);
-        if (c_.dMinOverlapRatio > static_cast<double>(r.fStop_OverlapRatio)) return Typed(r, 8);
+        if (static_cast<double>(r.fStop_RMSE) > c_.dMaxRMSE) return typed(r, 9);
+        if (c_.dMinOverlapRatio > static_cast<double>(r.fStop_OverlapRatio)) return typed(r, 8);
         if (c_.dMaxErrorRatio > 0 && static_cast<double>(r.fStop_MismatchesPerMatchRatio) > c_.dMaxErrorRatio)
-            return Typed(r, 7);
+            return typed(r, 7);
         if (c_.dMaxRotationDistance > 0 &&
             static_cast<double>(reference.GetRotationDistance(best)) > c_.dMaxRotationDistance)
-            return Typed(r, 6);
+            return typed(r, 6);
         const Ellipsoid e1 = fix_.GetEllipsoid().Transformed(reference);
         if (c_.dMaxMovement > 0 &&
             std::sqrt(static_cast<double>(e1.DistanceSq(e1.Transformed(best)))) > c_.dMaxMovement)
-            return Typed(r, 6);
+            return typed(r, 6);
         r.ellipsoid = flt_.GetEllipsoid().Transformed(best);
-        return Typed(r, 0);
+        return typed(r, 0);
     }
 
 private:
@@ -127,13 +127,13 @@ private:
         unsigned mismatches = 0;
     };
 
-    static ICPResult Typed(ICPResult r, int type)
+    static ICPResult typed(ICPResult r, int type)
     {
         r.resultType = type;
         return r;
     }
 
-    Pass Sample(float radiusSq, const CTrafo& pose, const std::vector<int>* list, bool testNormals)
+    Pass sample(float radiusSq, const CTrafo& pose, const std::vector<int>* list, bool testNormals)
     {
         const auto cosTolerance = static_cast<float>(std::cos(c_.dNormalAngleTolerance));
         const auto cosMismatch = static_cast<float>(std::cos(35 * 0.0174532925199433));
@@ -166,7 +166,7 @@ private:
         return pass;
     }
 
-    [[nodiscard]] std::pair<std::size_t, float> Inliers(const std::vector<Pair>& pairs) const
+    [[nodiscard]] std::pair<std::size_t, float> inliers(const std::vector<Pair>& pairs) const
     {
         const std::size_t n = pairs.size();
         std::size_t k = 0;
@@ -190,7 +190,7 @@ private:
         return {k, static_cast<float>(std::sqrt(sum / static_cast<double>(k)))};
     }
 
-    [[nodiscard]] CTrafo Solve(const std::vector<Pair>& pairs, const CTrafo& current, std::size_t k) const
+    [[nodiscard]] CTrafo solve(const std::vector<Pair>& pairs, const CTrafo& current, std::size_t k) const
     {
         std::vector<double> src, dst, normals;
         const auto append = [](std::vector<double>& to, const Vec3& v) { to.insert(to.end(), {v.x, v.y, v.z}); };
@@ -210,7 +210,7 @@ private:
         return {vec(w), vec(t)};
     }
 
-    std::pair<double, double> Overlap(const CTrafo& last)
+    std::pair<double, double> overlap(const CTrafo& last)
     {
         const auto r = static_cast<float>(c_.dPositionTolerance);
         double matches = 0, mismatches = 0;
@@ -243,14 +243,8 @@ private:
 /// Every bit of a result.
 std::string Bits(const ICPResult& r)
 {
-    std::string bits = r.ToString(false);
-    const auto add = [&](const auto& value) { bits.append(reinterpret_cast<const char*>(&value), sizeof(value)); };
-    for (const float f : {r.fStart_OverlapRatio, r.fStart_RMSE, r.fStart_MismatchesPerMatchRatio, r.fStop_OverlapRatio,
-                          r.fStop_RMSE, r.fStop_MismatchesPerMatchRatio, r.fStop_OverlapArea, r.fStop_SmallBigRatio})
-        add(f);
-    add(r.trafo);
-    for (int k = 0; k < 4; ++k) add(r.ellipsoid[k]);
-    return bits;
+    static_assert(sizeof(r) == 48 + sizeof(r.trafo) + sizeof(r.ellipsoid)); // no padding
+    return {reinterpret_cast<const char*>(&r), sizeof(r)};
 }
 
 // Runs the library twice and the plain rendering once; all three must agree in every bit.
@@ -265,16 +259,8 @@ ICPResult RunBoth(const ConfigurationICP& config, const Cloud& fixCloud, const C
 }
 
 // Both halves of a body, overlapping by a good half.
-const Cloud& Left()
-{
-    static const Cloud cloud = test_support::Body(2500, 5, 1, [](const Vec3& p) { return p.x < 4.0F; });
-    return cloud;
-}
-const Cloud& Right()
-{
-    static const Cloud cloud = test_support::Body(2500, 5, 2, [](const Vec3& p) { return p.x > -4.0F; });
-    return cloud;
-}
+const Cloud Left = Body(2500, 5, 1, [](const Vec3& p) { return p.x < 4.0F; });
+const Cloud Right = Body(2500, 5, 2, [](const Vec3& p) { return p.x > -4.0F; });
 
 /// Settings for the bodies, changed by `change`.
 template <class Change>
@@ -287,7 +273,7 @@ ConfigurationICP Config(const Change& change)
     return config;
 }
 
-const ConfigurationICP Plain = Config([](auto&) {});
+const ConfigurationICP Usual = Config([](auto&) {});
 
 CTrafo Turned(float angle, const Vec3& shift)
 {
@@ -304,7 +290,7 @@ TEST(Icp, EqualsThePlainRendering)
     for (int round = 0; round < 10; ++round) {
         SCOPED_TRACE(round);
         const CTrafo truth = random.Pose(0.7F, 20.0F);
-        const Cloud flt = Moved(Right(), truth.GetInverse());
+        const Cloud flt = Moved(Right, truth.GetInverse());
         const CTrafo start = random.Pose(0.03F * static_cast<float>(round), 0.15F * static_cast<float>(round)) * truth;
         const ConfigurationICP config = Config([round](ConfigurationICP& c) {
             c.uiNumSamples = round % 3 == 0 ? 500 : (round % 3 == 1 ? 123 : 600); // 123: odd, the floor of 5 pairs
@@ -312,12 +298,12 @@ TEST(Icp, EqualsThePlainRendering)
             if (round % 4 == 2) c.dMinSmallBigRatio = -1.0;
             if (round % 5 == 3) c.dMaxErrorRatio = -1.0;
         });
-        const ICPResult result = RunBoth(config, Left(), flt, start);
+        const ICPResult result = RunBoth(config, Left, flt, start);
         if (result.resultType != 0) continue;
         ++accepted;
         EXPECT_LT(result.trafo.GetRotationDistance(truth), 0.01F);
         EXPECT_LT((result.trafo * flt.points[0] - truth * flt.points[0]).Norm(), 0.1F);
-        EXPECT_NEAR(result.GetTransformedFltEllipsoid()[0].x, Surfels(Right()).GetEllipsoid()[0].x, 0.1F);
+        EXPECT_NEAR(result.GetTransformedFltEllipsoid()[0].x, Surfels(Right).GetEllipsoid()[0].x, 0.1F);
     }
     EXPECT_GE(accepted, 4);
 }
@@ -325,7 +311,7 @@ TEST(Icp, EqualsThePlainRendering)
 // Two planes, 1 mm apart, `near` of every 1000 points of the second on the first.
 Cloud Raised(int near)
 {
-    Cloud cloud = test_support::Plane(40, 0.5F);
+    Cloud cloud = Plane(40, 0.5F);
     for (std::size_t i = 0; i < cloud.Size(); ++i)
         cloud.points[i].z = static_cast<int>(i * 7919 % 1000) < near ? 0.0F : 1.0F;
     return cloud;
@@ -336,11 +322,11 @@ Cloud Raised(int near)
 // pose places it.
 TEST(Icp, EveryResultType)
 {
-    const Cloud plane = test_support::Plane(60, 0.43F);
-    Cloud flipped = Right();
+    const Cloud plane = Plane(60, 0.43F);
+    Cloud flipped = Right;
     for (std::size_t i = 0; i < flipped.Size(); i += 5) flipped.normals[i] = -flipped.normals[i];
     const CTrafo shift(Vec3(), Vec3(5.0F, 0.0F, 0.0F)), far = Turned(0.5F, {});
-    const Cloud shifted = Moved(Right(), shift.GetInverse());
+    const Cloud shifted = Moved(Right, shift.GetInverse());
     const auto raised = [](unsigned samples) {
         return Config([samples](auto& c) { c.dMinQueryRadius = 0.2, c.uiNumSamples = samples; });
     };
@@ -357,89 +343,49 @@ TEST(Icp, EveryResultType)
         CTrafo start;
         const CTrafo* reference = nullptr;
     } rows[] = {
-        {0, Plain, Left(), Right(), Near},
-        {1, Plain, Left(), Right(), Turned(0.0F, {100.0F, 0.0F, 0.0F})},
+        {0, Usual, Left, Right, Near},
+        {1, Usual, Left, Right, Turned(0.0F, {100.0F, 0.0F, 0.0F})},
         {2, raised(500), plane, Raised(0), {}}, // all errors equal: none is below the least threshold
-        {3, Config([](auto& c) { c.dMaxErrorRatio = 0.001; }), Left(), flipped, Near},
+        {3, Config([](auto& c) { c.dMaxErrorRatio = 0.001; }), Left, flipped, Near},
         {4, raised(1000), plane, Raised(9), {}}, // few near points cut the radius down to themselves
         {5, raised(forType5), plane, Raised(14), {}},
-        {6, turn(0.001), Left(), Right(), Near},
-        {0, turn(0.05), Left(), Right(), Near},
-        {6, turn(0.05), Left(), Right(), Near, &far},
-        {6, movement(4.0), Left(), shifted, Near * shift},
-        {0, movement(6.0), Left(), shifted, Near * shift},
-        {0, movement(6.0), Left(), shifted, Near * shift, &far},
-        {7, Config([](auto& c) { c.dMinSmallBigRatio = 1.01; }), Left(), Right(), Near},
-        {7, Config([](auto& c) { c.dMaxErrorRatio = 0.1; }), Left(), flipped, Near},
-        {8, Config([](auto& c) { c.dMinOverlapRatio = 0.99; }), Left(), Right(), Near},
-        {9, Config([](auto& c) { c.dMaxRMSE = 1e-6; }), Left(), Right(), Near},
+        {6, turn(0.001), Left, Right, Near},
+        {0, turn(0.05), Left, Right, Near},
+        {6, turn(0.05), Left, Right, Near, &far},
+        {6, movement(4.0), Left, shifted, Near * shift},
+        {0, movement(6.0), Left, shifted, Near * shift},
+        {0, movement(6.0), Left, shifted, Near * shift, &far},
+        {7, Config([](auto& c) { c.dMinSmallBigRatio = 1.01; }), Left, Right, Near},
+        {7, Config([](auto& c) { c.dMaxErrorRatio = 0.1; }), Left, flipped, Near},
+        {8, Config([](auto& c) { c.dMinOverlapRatio = 0.99; }), Left, Right, Near},
+        {9, Config([](auto& c) { c.dMaxRMSE = 1e-6; }), Left, Right, Near},
+        // Without iterations the figures of the first pass and the starting pose go to the final evaluation.
+        {0, Config([](auto& c) { c.uiMaxNumIterations = 0; }), Left, Right, Turned(0.001F, {0.01F, 0.0F, 0.0F})},
+        {0, Usual, Left, Left, {}}, // the RMSE is 0 from the start: no later one is strictly better
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.type);
         const ICPResult result = RunBoth(row.config, row.fix, row.flt, row.start, row.reference);
         EXPECT_EQ(result.resultType, row.type) << result.ToString(false);
-        const bool keepsDefault = row.type == 1 || row.type == 2, keepsStart = row.type >= 3 && row.type <= 5;
-        EXPECT_TRUE(!keepsDefault || result.trafo == CTrafo());
-        EXPECT_TRUE(!keepsStart || result.trafo == row.start);
-        EXPECT_EQ(result.iStop_Iterations >= 0, row.type == 0 || row.type == 3 || row.type >= 6);
-        EXPECT_EQ(row.type == 0, result.GetTransformedFltEllipsoid()[0] != Vec3());
     }
-}
-
-// Without iterations the figures of the first pass and the starting pose go to the final evaluation.
-TEST(Icp, ZeroIterationsGradeTheStart)
-{
-    const CTrafo start = Turned(0.001F, {0.01F, 0.0F, 0.0F});
-    const ICPResult result = RunBoth(Config([](auto& c) { c.uiMaxNumIterations = 0; }), Left(), Right(), start);
-    EXPECT_EQ(result.resultType, 0) << result.ToString(false);
-    EXPECT_EQ(result.iStop_Iterations, 0);
-    EXPECT_EQ(result.trafo, start);
-    EXPECT_EQ(result.fStop_RMSE, result.fStart_RMSE);
-    EXPECT_EQ(result.iStop_NumberOfInliers, result.iStart_NumberOfInliers);
-    // Nor does an iteration count that is not strictly better: an RMSE of 0 is none.
-    const ICPResult perfect = RunBoth(Plain, Left(), Left());
-    EXPECT_EQ(perfect.resultType, 0);
-    EXPECT_EQ(perfect.fStop_RMSE, 0.0F);
-    EXPECT_EQ(perfect.iStop_Iterations, 0);
-}
-
-// Deliberate: the final overlap is that of the last pose, the result's pose the best one. More iterations than the best
-// pose needs leave best pose and figures alone, but move the evaluation on.
-TEST(Icp, OverlapIsMeasuredAtTheLastPose)
-{
-    ICPResult results[2];
-    for (const unsigned more : {0U, 1U})
-        results[more] = RunBoth(Config([more](ConfigurationICP& c) {
-                                    c.dPositionTolerance = 0.25; // few candidates: the ratio feels small movements
-                                    c.dMinOverlapRatio = c.dMinSmallBigRatio = 0.0;
-                                    c.uiMaxNumIterations = 29 + more;
-                                }),
-                                Left(), Right(), Near);
-    ASSERT_LT(results[1].iStop_Iterations, 30);
-    EXPECT_EQ(results[0].trafo, results[1].trafo);
-    EXPECT_EQ(results[0].fStop_RMSE, results[1].fStop_RMSE);
-    EXPECT_EQ(results[0].iStop_Iterations, results[1].iStop_Iterations);
-    EXPECT_NE(results[0].fStop_OverlapRatio, results[1].fStop_OverlapRatio);
 }
 
 // Sets without points, samples or usable normals end as a failure type, not as a crash or an unordered sort.
 TEST(Icp, NothingToPairIsNoOverlap)
 {
-    const Surfels empty{Cloud()}, left(Left());
-    Cloud nanNormals = Right();
-    for (Vec3& n : nanNormals.normals) n = Vec3(std::numeric_limits<float>::quiet_NaN(), 0.0F, 0.0F);
-    const Surfels noNormals(nanNormals);
-    const auto type = [](const ConfigurationICP& config, const Surfels& fix, const Surfels& flt,
-                         const CTrafo& start = CTrafo()) {
-        return fix.ComputeICPRegistration(config, flt, start).resultType;
+    Cloud noNormals = Right;
+    for (Vec3& n : noNormals.normals) n *= std::numeric_limits<float>::quiet_NaN();
+    const auto expectType = [](int type, const Cloud& fix, const Cloud& flt, const ConfigurationICP& config = Usual,
+                               const CTrafo& start = CTrafo()) {
+        EXPECT_EQ(Surfels(fix).ComputeICPRegistration(config, Surfels(flt), start).resultType, type);
     };
-    EXPECT_EQ(type(Plain, empty, left), 1);
-    EXPECT_EQ(type(Plain, left, empty), 1);
-    EXPECT_EQ(type(Plain, empty, empty), 1);
-    EXPECT_EQ(type(Plain, left, noNormals), 8); // no line, no match
-    EXPECT_EQ(type(Plain, noNormals, left), 1);
-    EXPECT_EQ(type(Plain, left, left, CTrafo::Invalid()), 1);
-    EXPECT_EQ(type(Config([](auto& c) { c.uiNumSamples = 0; }), left, left), 1);
+    expectType(1, {}, Left);
+    expectType(1, Left, {});
+    expectType(1, {}, {});
+    expectType(8, Left, noNormals); // no line, no match
+    expectType(1, noNormals, Left);
+    expectType(1, Left, Left, Usual, CTrafo::Invalid());
+    expectType(1, Left, Left, Config([](auto& c) { c.uiNumSamples = 0; }));
 }
 
 } // namespace

