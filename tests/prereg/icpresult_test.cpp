@@ -1,3 +1,4 @@
+#include "VoAlgorithms/prereg/configurationfpfh.h"
 #include "VoAlgorithms/prereg/icpresult.h"
 
 #include <gmock/gmock.h>
@@ -18,6 +19,16 @@ ICPResult Make(float smallBig, float overlap, float rmse, int inliers)
     r.fStop_RMSE = rmse;
     r.iStop_NumberOfInliers = inliers;
     return r;
+}
+
+// The defaults are products in double arithmetic; a rounded literal would differ in the last bit.
+TEST(Configuration, Defaults)
+{
+    const ConfigurationICP icp{10,        300 * 0.001, 10.0, 500,       800 * 0.001, 20 * 0.0174532925199433,
+                               3 * 0.01,  -1.0,        -1.0, 10 * 0.01, 100 * 0.001, 0.0,
+                               60 * 0.01, 10.0,        5.0};
+    EXPECT_EQ(ConfigurationICP(), icp);
+    EXPECT_EQ(ConfigurationFPFH(), (ConfigurationFPFH{20, 10, 10, -1.0, 1.0, 25, 1.5, -1.0, 5.0, -1.0, 5, icp}));
 }
 
 // Each row: a is better than b by the named criterion alone; all before it tie within their bands.
