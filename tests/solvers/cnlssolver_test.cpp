@@ -24,28 +24,6 @@ using testing::HasSubstr;
 using testing::Not;
 using VoAlgo::CNLSSolver;
 
-/// Residuals from a function; numerical derivatives unless there is one for them. Remembers the places it was asked.
-struct Problem : VoAlgo::CNLSObjectiveFunction {
-    Problem(int n, int m, std::function<Vector(const Vector&)> f) : CNLSObjectiveFunction(n, m), residuals(std::move(f))
-    {
-    }
-    Vector Error(const Vector& params) override
-    {
-        places.push_back(params);
-        return residuals(params);
-    }
-    Matrix Jacobian(const Vector& z) override
-    {
-        return derivatives ? derivatives(z) : CNLSObjectiveFunction::Jacobian(z);
-    }
-    Vector StdDev() override { return deviations ? deviations() : CNLSObjectiveFunction::StdDev(); }
-
-    std::function<Vector(const Vector&)> residuals;
-    std::function<Matrix(const Vector&)> derivatives;
-    std::function<Vector()> deviations;
-    std::vector<Vector> places;
-};
-
 Vector Exact(const Vector& p)
 {
     return p - Vector{3, 4};
