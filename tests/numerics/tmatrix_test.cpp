@@ -76,15 +76,13 @@ TYPED_TEST(TMatrixTest, StoresColumnByColumnAndMovesWhole)
     EXPECT_THAT(m.Column(2), ElementsAre(3, 6));
     m.AppendRow({7, 8, 9});
     EXPECT_EQ(m, (TMatrix<T>{{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
-    EXPECT_EQ(m.Transposed(), (TMatrix<T>{{1, 4, 7}, {2, 5, 8}, {3, 6, 9}}));
     EXPECT_EQ(T{2} * m - m + m * T{0}, m);
 
     const TMatrix<T> copy = m;
-    TMatrix<T> taken = std::move(m);
+    TMatrix<T> taken(1, 1);
+    taken = std::move(m);
     EXPECT_EQ(taken, copy);
-    m = std::move(taken);
-    EXPECT_EQ(m, copy);
-    EXPECT_EQ(taken, TMatrix<T>()); // NOLINT(bugprone-use-after-move): what is promised
+    EXPECT_EQ(m, TMatrix<T>()); // NOLINT(bugprone-use-after-move): what is promised
     m.Reset(1, 2);
     EXPECT_EQ(m, TMatrix<T>(1, 2));
 
@@ -149,9 +147,7 @@ TEST(CPMatrixTest, PermutesColumnsAsItsMatrixDoes)
 {
     CPMatrix p(3);
     EXPECT_EQ(p.Matrix<int>(), TMatrix<int>::Identity(3));
-    p[0] = 2;
-    p[1] = 0;
-    p[2] = 1;
+    for (const int i : {0, 1, 2}) p[i] = (i + 2) % 3;
     EXPECT_EQ((TMatrix<int>{{10, 11, 12}} * p.Matrix<int>()), (TMatrix<int>{{12, 10, 11}}));
     EXPECT_THROW((void)p[3], std::invalid_argument);
 }
