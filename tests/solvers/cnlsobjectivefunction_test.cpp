@@ -163,24 +163,6 @@ TEST(CNLSObjectiveFunction, NumericalDerivativesHaveTheirOrder)
     for (const int order : {0, 6}) EXPECT_THROW(powers.errorFDDerivatives(params, 0, 1, order), std::invalid_argument);
 }
 
-// By the free variables: what follows from them through the equalities moves along.
-TEST(CNLSObjectiveFunction, DefaultJacobianFollowsTheEqualities)
-{
-    std::mt19937 engine(3);
-    const Matrix M = RandomMatrix(engine, 7, 4);
-    Problem problem = Linear(M);
-    ASSERT_TRUE(problem.AddEquality(1, 2));
-    ASSERT_TRUE(problem.AddEquality({1, 2, 3, 4}, 5));
-    const Vector z = RandomVector(engine, 2);
-    const Matrix missed = problem.Jacobian(z) - M * FreeKernel(problem);
-    for (unsigned j = 0; j < 2; ++j) EXPECT_LT(Vector(missed.Column(j)).MaxAbs(), 1e-9);
-
-    problem.SetNumMeasurements(0);
-    EXPECT_TRUE(problem.Jacobian(z).Empty());
-    problem.SetNumMeasurements(8); // `Error` has 7
-    EXPECT_TRUE(problem.Jacobian(z).Empty());
-}
-
 // Against the closed form of linear problems, K·(KᵀMᵀW M K)⁻¹·Kᵀ·σ², in units far apart and more rows than one block.
 TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
 {
@@ -199,7 +181,7 @@ TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
             ASSERT_TRUE(equalities < 1 || problem.AddEquality(2, 1));
             ASSERT_TRUE(equalities < 2 || problem.AddEquality({1, 1, 0, 0}, 1));
             const Matrix K = FreeKernel(problem);
-            Matrix J = M * K;
+            Matrix J = M * K; // by the free variables: what follows through the equalities moves along
             for (std::size_t i = 0; i < m; ++i)
                 for (unsigned j = 0; j < J.Cols(); ++j) J(i, j) /= deviations[i];
             Matrix information = J.Transposed() * J;
@@ -209,8 +191,8 @@ TEST(CNLSObjectiveFunction, CovarianceHasTheClosedForm)
             const Matrix expected = K * inverse * K.Transposed() * 9.0;
 
             const Vector anywhere(4);
-            const Matrix covariance = problem.GetCovariance(anywhere, -3);
-            const Matrix correlation = problem.GetCorrelation(anywhere, 1);
+            const Matrix covariance = problem.GetCovariance(anywhere, -3),
+                         correlation = problem.GetCorrelation(anywhere, 1);
             for (std::size_t i = 0; i < 4; ++i)
                 for (std::size_t j = 0; j < 4; ++j) {
                     const double scale = std::sqrt(expected(i, i) * expected(j, j));
@@ -268,7 +250,10 @@ TEST(CNLSObjectiveFunction, CovarianceLeavesOutWhatIsNotDetermined)
     problem.deviations = [] { return Vector{1, 1, 0, 1}; };
     EXPECT_TRUE(std::isnan(problem.GetCovariance({1, 2, 3}, 1)(1, 1)));
     EXPECT_TRUE(std::isnan(problem.GetCorrelation({1, 2, 3}, 1)(1, 1)));
+    problem.SetNumMeasurements(5); // the residuals are 4
+    EXPECT_TRUE(problem.Jacobian({1, 2, 3}).Empty());
     problem.SetNumMeasurements(0);
+    EXPECT_TRUE(problem.Jacobian({1, 2, 3}).Empty());
     EXPECT_EQ(problem.GetCovariance({1, 2, 3}, 1), Matrix(3, 3, Inf));
 }
 
