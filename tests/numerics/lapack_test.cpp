@@ -40,7 +40,7 @@ TMatrix<T> RandomMatrix(std::mt19937& twister, const std::array<unsigned, 3>& ro
     const auto [rows, cols, rank] = rowsColsRank;
     return RandomMatrix<T>(twister, rows, rank) * RandomMatrix<T>(twister, rank, cols);
 }
-constexpr std::array<unsigned, 3> shapes[] = {{1, 1, 1}, {5, 3, 3}, {3, 5, 3}, {6, 6, 4},
+constexpr std::array<unsigned, 3> Shapes[] = {{1, 1, 1}, {5, 3, 3}, {3, 5, 3}, {6, 6, 4},
                                               {9, 4, 2}, {4, 9, 1}, {60, 7, 7}}; // rows, columns, rank
 
 template <class T>
@@ -115,7 +115,7 @@ TYPED_TEST(SingularValues, MultiplyBackAndSolveLeastSquares)
     using T = TypeParam;
     const T tolerance = 100 * std::numeric_limits<T>::epsilon();
     std::mt19937 twister{2};
-    for (const auto& shape : shapes) {
+    for (const auto& shape : Shapes) {
         const auto [rows, cols, rank] = shape;
         const TMatrix<T> a = RandomMatrix<T>(twister, shape), b = RandomMatrix<T>(twister, rows, 3);
         TMatrix<T> destroyed = a, u, vt, diagonal(rows, cols), x(cols, 3);
@@ -209,7 +209,7 @@ TEST(LeastSquares, SolvesWhatIsEmptyOrZero)
 TEST(PivotedQr, FactorsMultiplyBack)
 {
     std::mt19937 twister(3);
-    for (const auto& shape : shapes) {
+    for (const auto& shape : Shapes) {
         const auto [rows, cols, rank] = shape;
         const Matrix a = RandomMatrix(twister, shape);
         Matrix destroyed = a, q(rows, rows), r(rows, cols, 7.0);
@@ -266,7 +266,7 @@ bool SolvesFor(const Matrix& a, const Vector& rhs, unsigned rank, double toleran
 TEST(Kernel, DescribesAllSolutionsInUnlikeUnits)
 {
     std::mt19937 twister(4);
-    for (const auto& shape : shapes) {
+    for (const auto& shape : Shapes) {
         const auto [rows, cols, rank] = shape;
         Matrix a = RandomMatrix(twister, shape);
         for (unsigned i = 0; i < rows; ++i)

@@ -30,7 +30,7 @@ constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
 constexpr double Untouched = 1234.5;
 
-constexpr Vector axes[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+constexpr Vector Axes[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
 
 struct Random {
     std::mt19937 twister{4711};
@@ -133,7 +133,7 @@ TEST(Procrustes, RecoversPosesAtEverySize)
                 EXPECT_NEAR(std::abs(fit.Rotation().Dot(q)), 1, 1e-12);
                 for (unsigned k = 0; k < 3; ++k) {
                     EXPECT_NEAR(fit.t[k], t[k], 1e-6 * size);
-                    for (unsigned c = 0; c < 3; ++c) EXPECT_NEAR(fit.R[k][c], fit.Rotation().Rotate(axes[c])[k], 1e-14);
+                    for (unsigned c = 0; c < 3; ++c) EXPECT_NEAR(fit.R[k][c], fit.Rotation().Rotate(Axes[c])[k], 1e-14);
                 }
             }
         }
@@ -326,7 +326,7 @@ TEST(Orthonormalize, RowsBecomeTheColumnsOfARotation)
     Doubles basis, rows;
     for (int i = 0; i < 50; ++i, basis.clear(), rows.clear()) {
         double m[3][3];
-        for (const Vector& axis : axes) {
+        for (const Vector& axis : Axes) {
             const Vector row = random.Direction();
             for (unsigned c = 0; c < 3; ++c) m[basis.size() / 3][c] = row[c] * std::exp(random(-5, 5));
             Append(basis, axis);

@@ -22,7 +22,7 @@ template <class T>
 class TMatrixTest : public testing::Test {
 protected:
     /// Small whole numbers, so that every product is exact in every type.
-    TMatrix<T> Random(unsigned rows, unsigned cols)
+    TMatrix<T> random(unsigned rows, unsigned cols)
     {
         TMatrix<T> m(rows, cols);
         for (unsigned c = 0; c < cols; ++c)
@@ -41,14 +41,14 @@ TYPED_TEST(TMatrixTest, ProductsAreSumsOverTheInnerIndex)
     using T = TypeParam;
     for (const auto& [rows, inner, cols] :
          {std::array{3U, 4U, 5U}, {1U, 7U, 2U}, {6U, 1U, 6U}, {2U, 0U, 3U}, {0U, 3U, 2U}, {4U, 4U, 0U}}) {
-        const TMatrix<T> a = this->Random(rows, inner);
-        const TMatrix<T> b = this->Random(inner, cols);
+        const TMatrix<T> a = this->random(rows, inner);
+        const TMatrix<T> b = this->random(inner, cols);
         TMatrix<T> expected(rows, cols);
         for (unsigned r = 0; r < rows; ++r)
             for (unsigned c = 0; c < cols; ++c)
                 for (unsigned k = 0; k < inner; ++k) expected(r, c) += a(r, k) * b(k, c);
         EXPECT_EQ(a * b, expected);
-        TMatrix<T> product = this->Random(7, 7); // shape and elements from before must not matter
+        TMatrix<T> product = this->random(7, 7); // shape and elements from before must not matter
         MultiplyTransposed(a.Transposed(), b, product);
         EXPECT_EQ(product, expected);
         if (cols == 0) continue;
@@ -60,7 +60,7 @@ TYPED_TEST(TMatrixTest, ProductsAreSumsOverTheInnerIndex)
         MultiplyTransposed(a.Transposed(), first, image);
         EXPECT_THAT(image, testing::ElementsAreArray(expected.Column(0)));
     }
-    TMatrix<T> square = this->Random(3, 3);
+    TMatrix<T> square = this->random(3, 3);
     const TMatrix<T> squared = square * square;
     Multiply(square, square, square);
     EXPECT_EQ(square, squared);

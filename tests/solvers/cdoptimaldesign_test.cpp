@@ -80,7 +80,7 @@ TEST(OptimalDesign, FindsTheBestSubsetOfSmallSets)
 // Source: P. G. Hoel, Ann. Math. Statist. 29 (1958) 1134.
 TEST(OptimalDesign, PutsPolynomialsWhereTheoryDoes)
 {
-    constexpr int intervals = 200;
+    const int intervals = 200;
     Matrix cubic(intervals + 1, 4);
     for (int i = 0; i <= intervals; ++i) {
         const double x = 2.0 * i / intervals - 1;

@@ -228,7 +228,7 @@ TEST(LinearProgramme, EndsWhereTheSimplexMethodIsKnownToSuffer)
     EXPECT_NEAR(beale.c.Dot(solver.GetSolution(nullptr)), 0.05, 1e-15);
 
     // V. Klee, G. J. Minty, in: Inequalities III (1972) 159: 2^n vertices on the way, and bounds from 5 to 5^n.
-    constexpr unsigned n = 10;
+    const unsigned n = 10;
     Programme cube{Matrix(2 * n, n), Vector(2 * n), Vector(n)};
     for (unsigned i = 0; i < n; ++i) {
         for (unsigned j = 0; j < i; ++j) cube.A(i, j) = std::ldexp(1, static_cast<int>(i - j + 1));

@@ -97,7 +97,7 @@ struct Plain {
     }
     int Fit(Vector z, double tau, int maxIter)
     {
-        constexpr double eps = 4.440892098500626e-16;
+        const double eps = 4.440892098500626e-16;
         places.push_back(z);
         Vector r = problem.residuals(z), g;
         Matrix N;
