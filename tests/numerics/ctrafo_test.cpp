@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -10,7 +11,6 @@
 #include <numbers>
 #include <random>
 #include <stdexcept>
-#include <utility>
 
 namespace {
 
@@ -69,10 +69,10 @@ TEST(CTrafo, HomogeneousViewAndMatrices)
     EXPECT_EQ(CTrafo(d), t);
     EXPECT_EQ(CTrafo(f), t);
     EXPECT_EQ(CTrafo(CbMatrix4Rd()), CTrafo());
-    for (const auto& [row, col] : {std::pair{4U, 0U}, {0U, 4U}, {~0U, 0U}}) {
-        EXPECT_THAT([&] { static_cast<void>(t(row, col)); },
+    for (const auto& at : {std::array{4U, 0U}, {0U, 4U}, {~0U, 0U}}) {
+        EXPECT_THAT([&] { static_cast<void>(t(at[0], at[1])); },
                     testing::ThrowsMessage<std::invalid_argument>("invalid row or column index"));
-        EXPECT_THROW(static_cast<void>(d(row, col)), std::invalid_argument);
+        EXPECT_THROW(static_cast<void>(d(at[0], at[1])), std::invalid_argument);
     }
 }
 

@@ -152,8 +152,8 @@ TYPED_TEST(SingularValues, MultiplyBackAndSolveLeastSquares)
 TEST(LeastSquares, ParallelCallsGiveTheSameBits)
 {
     std::mt19937 twister(5);
-    std::vector<Matrix> problems;
-    for (int k = 0; k < 40; ++k) problems.push_back(RandomMatrix(twister, {30, 20, 15}));
+    std::vector<Matrix> problems(40);
+    for (Matrix& problem : problems) problem = RandomMatrix(twister, {30, 20, 15});
     const auto solveAll = [&] {
         Matrix all;
         for (Matrix a : problems) {
@@ -164,8 +164,8 @@ TEST(LeastSquares, ParallelCallsGiveTheSameBits)
         return all;
     };
     const Matrix alone = solveAll();
-    std::vector<std::future<Matrix>> together;
-    for (int t = 0; t < 4; ++t) together.push_back(std::async(std::launch::async, solveAll));
+    std::vector<std::future<Matrix>> together(4);
+    for (auto& result : together) result = std::async(std::launch::async, solveAll);
     for (auto& result : together) EXPECT_EQ(result.get(), alone);
 }
 

@@ -276,7 +276,7 @@ TEST(JacobiIteration, DecomposesRandomMatrices)
     for (int n = 1; n <= 9; ++n) {
         SCOPED_TRACE(n);
         Matrix A(n, n), Vt(n, n);
-        Doubles values(n), work(n);
+        Doubles values(A.Cols()), work(A.Cols());
         for (int c = 0; c < n; ++c)
             for (int r = 0; r <= c; ++r) A(r, c) = A(c, r) = random(-1e3, 1e3);
         Matrix destroyed = A; // symmetric, so that rows may stand for columns
@@ -288,8 +288,8 @@ TEST(JacobiIteration, DecomposesRandomMatrices)
             EXPECT_TRUE(descending ? std::is_sorted(values.rbegin(), values.rend())
                                    : std::is_sorted(values.begin(), values.end()));
             const Matrix AV = A * Vt.Transposed(), VtV = Vt * Vt.Transposed();
-            for (int k = 0; k < n; ++k)
-                for (int r = 0; r < n; ++r) {
+            for (unsigned k = 0; k < A.Cols(); ++k)
+                for (unsigned r = 0; r < A.Rows(); ++r) {
                     EXPECT_NEAR(AV(r, k), values[k] * Vt(k, r), 1e-10);
                     EXPECT_NEAR(VtV(r, k), r == k ? 1 : 0, 1e-14);
                 }

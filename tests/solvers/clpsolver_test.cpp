@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <map>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -148,12 +148,12 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
 {
     std::mt19937 twister(4711);
     std::uniform_real_distribution<double> exponent(-4, 4), angle(0, 3);
-    std::array<int, 4> count{};
+    std::map<int, int> count;
     for (int k = 0; k < 1500; ++k) {
         SCOPED_TRACE(k);
         Programme p = RandomProgramme(twister);
         const Optimum exact = Enumerate(p);
-        ++count[static_cast<std::size_t>(exact.status + 1)];
+        ++count[exact.status];
         ExpectAsEnumerated(p, exact, 1e-15);
         for (unsigned i = 0; i < p.A.Rows(); ++i) {
             const double unit = std::pow(10.0, exponent(twister));
@@ -173,7 +173,7 @@ TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
         if (HasFatalFailure()) return;
     }
     for (const int status : {CLPSolver::Infeasible, CLPSolver::Optimal, CLPSolver::Unbounded})
-        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 150) << status; // the test meets all three often
+        EXPECT_GT(count[status], 150) << status; // the test meets all three often
 }
 
 // Here multipliers and slopes that are 0 come out as 1e-65 or so, and their signs once decided.

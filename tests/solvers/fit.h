@@ -21,7 +21,7 @@ using Matrix = VoAlgo::TMatrix<double>;
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
 
-inline Vector RandomVector(std::mt19937& engine, std::size_t size)
+inline Vector RandomVector(std::mt19937& engine, std::integral auto size)
 {
     std::normal_distribution<double> normal;
     Vector v(size);
@@ -29,11 +29,11 @@ inline Vector RandomVector(std::mt19937& engine, std::size_t size)
     return v;
 }
 
-inline Matrix RandomMatrix(std::mt19937& engine, std::size_t rows, std::size_t cols)
+inline Matrix RandomMatrix(std::mt19937& engine, std::integral auto rows, std::integral auto cols)
 {
     std::normal_distribution<double> normal;
     Matrix m(rows, cols);
-    for (std::size_t j = 0; j < cols; ++j)
+    for (unsigned j = 0; j < m.Cols(); ++j)
         for (double& e : m.Column(j)) e = normal(engine);
     return m;
 }
