@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -9,7 +11,6 @@
 #include <numbers>
 #include <random>
 #include <stdexcept>
-#include <vector>
 
 namespace {
 
@@ -37,11 +38,7 @@ MATCHER_P2(IsNearTrafo, expected, tolerance, "")
 
 struct Random {
     std::mt19937 twister{4711};
-    float operator()(float low, float high)
-    {
-        const float unit = static_cast<float>(twister()) * 0x1p-32F;
-        return low + unit * (high - low);
-    }
+    float operator()(float low, float high) { return low + static_cast<float>(twister()) * 0x1p-32F * (high - low); }
     Vector3 Vector(float range) { return {(*this)(-range, range), (*this)(-range, range), (*this)(-range, range)}; }
     Vector3 Angles() { return {(*this)(-3, 3), (*this)(-1.5F, 1.5F), (*this)(-3, 3)}; }
     CTrafo Pose() { return {Angles(), Vector(10)}; }
@@ -60,37 +57,29 @@ CTrafo About(unsigned axis, float angle)
 
 TEST(CTrafo, HomogeneousViewAndMatrices)
 {
-    const CTrafo t({1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12});
-    const float expected[4][4] = {{1, 2, 3, 10}, {4, 5, 6, 11}, {7, 8, 9, 12}, {0, 0, 0, 1}};
+    const CTrafo t({1, 2, 3}, {5, 6, 7}, {9, 10, 11}, {4, 8, 12});
     const CbMatrix4Rd d = t;
     const CbMatrix4Rf f = t;
-    for (unsigned row = 0; row < 4; ++row)
-        for (unsigned col = 0; col < 4; ++col) {
-            EXPECT_EQ(t(row, col), expected[row][col]);
-            EXPECT_EQ(d.Data()[4 * row + col], expected[row][col]);
-            EXPECT_EQ(f(row, col), expected[row][col]);
-        }
+    for (unsigned i = 0; i < 16; ++i) {
+        const float expected = i < 12 ? static_cast<float>(i + 1) : i == 15 ? 1 : 0;
+        EXPECT_EQ(t(i / 4, i % 4), expected);
+        EXPECT_EQ(d.Data()[i], expected);
+        EXPECT_EQ(f(i / 4, i % 4), expected);
+    }
     EXPECT_EQ(CTrafo(d), t);
     EXPECT_EQ(CTrafo(f), t);
-    EXPECT_EQ(CTrafo(CbMatrix4Rd()), CTrafo::Identity());
-    EXPECT_EQ(CTrafo(), CTrafo({1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, 0}));
-
-    for (const auto& [row, col] : {std::pair{4U, 0U}, {0U, 4U}, {~0U, 0U}}) {
-        try {
-            static_cast<void>(t(row, col));
-            ADD_FAILURE() << "no exception for " << row << ", " << col;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), "invalid row or column index");
-        }
-        EXPECT_THROW(static_cast<void>(d(row, col)), std::invalid_argument);
+    EXPECT_EQ(CTrafo(CbMatrix4Rd()), CTrafo());
+    for (const auto& at : {std::array{4U, 0U}, {0U, 4U}, {~0U, 0U}}) {
+        EXPECT_THAT([&] { static_cast<void>(t(at[0], at[1])); },
+                    testing::ThrowsMessage<std::invalid_argument>("invalid row or column index"));
+        EXPECT_THROW(static_cast<void>(d(at[0], at[1])), std::invalid_argument);
     }
 }
 
 TEST(CTrafo, ValidityAndEqualityLookAtEveryComponentButTheFourthLane)
 {
-    EXPECT_TRUE(CTrafo());
     const CTrafo invalid = CTrafo::Invalid();
-    EXPECT_FALSE(invalid);
+    EXPECT_TRUE(CTrafo() && !invalid && !(invalid == invalid));
     for (unsigned row = 0; row < 4; ++row) {
         for (unsigned k = 0; k < 3; ++k) {
             EXPECT_EQ(std::bit_cast<std::uint32_t>(invalid.GetRow(row)[k]), 0x7FC00000U);
@@ -110,7 +99,6 @@ TEST(CTrafo, ValidityAndEqualityLookAtEveryComponentButTheFourthLane)
         step[k] = std::numeric_limits<float>::denorm_min();
         EXPECT_FALSE(CTrafo().Translate(step) == CTrafo());
     }
-    EXPECT_FALSE(invalid == invalid);
 }
 
 TEST(CTrafoProperty, RandomPoses)
@@ -216,19 +204,16 @@ TEST(CTrafo, LeastSquaresFit)
 {
     Random random;
     const CTrafo pose = random.Pose();
-    std::vector<Vector3> a, b;
-    const std::vector<double> weights = {1, 100, 0.01, 3, 7};
-    for (unsigned i = 0; i < 5; ++i) {
-        a.push_back(random.Vector(10));
-        b.push_back(pose * a.back());
-    }
-    EXPECT_THAT(CTrafo::LeastSquaresFit(a.data(), b.data(), 5), IsNearTrafo(pose, 1e-5F));
-    EXPECT_THAT(CTrafo::LeastSquaresFit(a.data(), b.data(), 5, weights.data()), IsNearTrafo(pose, 1e-5F));
-    EXPECT_FALSE(CTrafo::LeastSquaresFit(a.data(), b.data(), 2));
-    EXPECT_FALSE(CTrafo::LeastSquaresFit(nullptr, b.data(), 5));
-    EXPECT_FALSE(CTrafo::LeastSquaresFit(a.data(), nullptr, 5));
-    const std::vector<Vector3> same(5, a[0]);
-    EXPECT_FALSE(CTrafo::LeastSquaresFit(same.data(), b.data(), 5));
+    Vector3 a[5], b[5];
+    for (unsigned i = 0; i < 5; ++i) b[i] = pose * (a[i] = random.Vector(10));
+    const double weights[] = {1, 100, 0.01, 3, 7};
+    for (const double* w : {static_cast<const double*>(nullptr), weights})
+        EXPECT_THAT(CTrafo::LeastSquaresFit(a, b, 5, w), IsNearTrafo(pose, 1e-5F));
+    EXPECT_FALSE(CTrafo::LeastSquaresFit(a, b, 2));
+    EXPECT_FALSE(CTrafo::LeastSquaresFit(nullptr, b, 5));
+    EXPECT_FALSE(CTrafo::LeastSquaresFit(a, nullptr, 5));
+    std::fill_n(a, 5, a[0]);
+    EXPECT_FALSE(CTrafo::LeastSquaresFit(a, b, 5));
 }
 
 TEST(CTrafo, DumpPrintsFourRows)

@@ -104,9 +104,8 @@ TEST(Quaternion, SlerpHasConstantSpeedAlsoForTinyAngles)
             for (const Quaternion& end : {to, -to}) {
                 const Quaternion q = from.Slerp(end, s);
                 const Quaternion expected = Quaternion::FromAxisAngle({1, 2, 3}, 0.7 + s * angle);
-                EXPECT_LT(
-                    (Quaternion(q.w - expected.w, q.x - expected.x, q.y - expected.y, q.z - expected.z)).GetNorm(),
-                    4e-16 + 1e-9 * angle * angle);
+                const Quaternion missed(q.w - expected.w, q.x - expected.x, q.y - expected.y, q.z - expected.z);
+                EXPECT_LT(missed.GetNorm(), 4e-16 + 1e-9 * angle * angle);
             }
     }
     const Quaternion q = Quaternion::FromAxisAngle({1, 0, 0}, 1);

@@ -1,6 +1,7 @@
 #include "VoAlgorithms/numerics/symsolvers.h"
 
 #include "VoAlgorithms/numerics/quaternion.h"
+#include "VoAlgorithms/numerics/tmatrix.h"
 
 #include <gmock/gmock.h>
 
@@ -21,6 +22,7 @@ namespace {
 
 using namespace VoAlgo::symsolvers;
 using VoAlgo::Quaternion;
+using Matrix = VoAlgo::TMatrix<double>;
 using Vector = std::array<double, 3>;
 using Doubles = std::vector<double>;
 
@@ -28,16 +30,15 @@ constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
 constexpr double Untouched = 1234.5;
 
+constexpr Vector Axes[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+
 struct Random {
     std::mt19937 twister{4711};
-    double operator()(double low, double high) { return low + (high - low) * static_cast<double>(twister()) * 0x1p-32; }
-    double Normal() // Box and Muller
-    {
-        return std::sqrt(-2 * std::log((*this)(1e-10, 1))) * std::cos((*this)(0, 2 * std::numbers::pi));
-    }
+    std::normal_distribution<double> normal;
+    double operator()(double low, double high) { return std::uniform_real_distribution(low, high)(twister); }
     Vector Direction()
     {
-        const Vector v = {Normal(), Normal(), Normal()};
+        const Vector v = {normal(twister), normal(twister), normal(twister)};
         const double norm = std::hypot(v[0], v[1], v[2]);
         return {v[0] / norm, v[1] / norm, v[2] / norm};
     }
@@ -107,10 +108,9 @@ Quaternion UnscaledFit(const Doubles& a, const Doubles& b)
     double N[16] = {S[0][0] + S[1][1] + S[2][2],  x,  y, z,  x,  S[0][0] - S[1][1] - S[2][2], xy, xz, y, xy,
                     -S[0][0] + S[1][1] - S[2][2], yz, z, xz, yz, -S[0][0] - S[1][1] + S[2][2]};
     JacobiIteration(N, lambda, V, 4, 20, work);
-    const auto k = std::max_element(lambda, lambda + 4) - lambda;
-    const double* v = V + k;
-    const double scale = (v[0] < 0 ? -1 : 1) / std::sqrt(v[0] * v[0] + v[4] * v[4] + v[8] * v[8] + v[12] * v[12]);
-    return {v[0] * scale, v[4] * scale, v[8] * scale, v[12] * scale};
+    SortEigenV(lambda, V, 4, true);
+    const double scale = (V[0] < 0 ? -1 : 1) / std::sqrt(V[0] * V[0] + V[4] * V[4] + V[8] * V[8] + V[12] * V[12]);
+    return {V[0] * scale, V[4] * scale, V[8] * scale, V[12] * scale};
 }
 
 // Poses come out with and without weights, in both notations, whatever the size of the points.
@@ -133,8 +133,7 @@ TEST(Procrustes, RecoversPosesAtEverySize)
                 EXPECT_NEAR(std::abs(fit.Rotation().Dot(q)), 1, 1e-12);
                 for (unsigned k = 0; k < 3; ++k) {
                     EXPECT_NEAR(fit.t[k], t[k], 1e-6 * size);
-                    const Vector row = (~fit.Rotation()).Rotate({k == 0 ? 1. : 0., k == 1 ? 1. : 0., k == 2 ? 1. : 0.});
-                    for (unsigned c = 0; c < 3; ++c) EXPECT_NEAR(fit.R[k][c], row[c], 1e-14);
+                    for (unsigned c = 0; c < 3; ++c) EXPECT_NEAR(fit.R[k][c], fit.Rotation().Rotate(Axes[c])[k], 1e-14);
                 }
             }
         }
@@ -201,10 +200,8 @@ TEST(Procrustes, IdenticalTooFewMissingOrBrokenPoints)
     test_support::LogCapture log;
     const Doubles a = random.Fill(9, -1, 1), two = random.Fill(6, -1, 1), noWeight(3, 0.0);
     Fit fit = FitPoints(a, a);
-    EXPECT_TRUE(fit.ok);
-    EXPECT_EQ(fit.Rotation(), Quaternion(1, 0, 0, 0));
+    EXPECT_TRUE(fit.ok && fit.Rotation() == Quaternion(1, 0, 0, 0));
     EXPECT_THAT(fit.t, testing::Each(0));
-    EXPECT_THAT(fit.R[1], testing::ElementsAre(0, 1, 0));
     EXPECT_TRUE(FitPoints(two, two).IsUntouched());
     fit = {};
     EXPECT_FALSE(Procrustes(nullptr, a.data(), nullptr, fit.q, fit.R, fit.t, 3));
@@ -234,49 +231,43 @@ TEST(Procrustes, DegeneratePointsAreAmbiguousButWritten)
     for (int repeat = 0; repeat < 300; ++repeat) {
         SCOPED_TRACE(repeat);
         const double size = std::pow(10, repeat % 12 - 8);
-        const Doubles weights = random.Fill(4, 0.01, 100), offsets = random.Fill(6, -1e4, 1e4);
-        const Doubles cloud = random.Fill(12, -size, size);
-        const auto line = [&](std::size_t axis, std::size_t first) {
+        const Doubles weights = random.Fill(4, 0.01, 100), cloud = random.Fill(12, -size, size);
+        const Vector places[] = {Times(random.Direction(), 1e4), Times(random.Direction(), 1e4)};
+        const auto line = [&](std::size_t axis, std::size_t which) {
             Doubles points;
             for (std::size_t i = 0; i < 4; ++i) {
-                Append(points, At(offsets, first));
-                points[3 * i + axis] = cloud[i + 4 * first];
+                Append(points, places[which]);
+                points[3 * i + axis] = cloud[i + 4 * which];
             }
             return points;
         };
         Doubles same;
-        for (int i = 0; i < 4; ++i) Append(same, At(offsets, 0));
+        for (int i = 0; i < 4; ++i) Append(same, places[0]);
         expectAmbiguous(same, same, weights.data());
         expectAmbiguous(same, cloud, weights.data());
         expectAmbiguous(line(0, 0), line(0, 1), weights.data());
         expectAmbiguous(line(0, 0), line(2, 1), weights.data());
         expectAmbiguous(line(1, 0), line(1, 0), nullptr);
 
-        // Three grid points at equal distances on any line.
-        Doubles a, b;
-        Vector p = {1, -7, 30}, q = {0, 5, 2}, d{}, e{};
-        for (unsigned k = 0; k < 3; ++k) {
-            d[k] = std::round(random(-9, 9));
-            e[k] = std::round(random(-9, 9));
-        }
-        for (int i = 0; i < 3; ++i, p = Plus(p, d), q = Plus(q, e)) {
-            Append(a, p);
-            Append(b, q);
-        }
+        const auto threeOnGrid = [&] { // at equal distances on any line
+            Doubles points;
+            Vector step;
+            for (double& e : step) e = std::round(random(-9, 9));
+            for (const double i : {0, 1, 2}) Append(points, Plus({1, -7, 30}, Times(step, i)));
+            return points;
+        };
+        const Doubles a = threeOnGrid(), b = threeOnGrid();
         expectAmbiguous(a, a, nullptr);
         expectAmbiguous(a, b, nullptr);
     }
-    // The message shows the eigenvalues of the matrix as it was before any scaling.
-    for (const double size : {1.0, 0x1p-30}) {
-        FitPoints({0, 0, 0, size, 0, 0, 2 * size, 0, 0}, {0, 0, 0, size, 0, 0, 2 * size, 0, 0});
-        EXPECT_THAT(log.Take(), testing::ElementsAre(std::string("KEP.PreRegistration|T|Ambiguous Procrustes result; "
-                                                                 "M=3, lambda = ") +
-                                                     (size == 1 ? "[2,2,-2,-2]"
-                                                                : "[1.73472e-18,1.73472e-18,"
-                                                                  "-1.73472e-18,-1.73472e-18]") +
-                                                     "; duplicate or degenerate points"));
-    }
-    EXPECT_FALSE(FitPoints({0, 0, 0, 1e-160, 0, 0, 0, 1e-160, 0}, {0, 0, 0, 1e-160, 0, 0, 0, 1e-160, 0}).ok);
+    // The message shows the eigenvalues ±2·2^-60 of the matrix as it was before any scaling.
+    const Doubles tiny = {0, 0, 0, 0x1p-30, 0, 0, 0x1p-29, 0, 0};
+    FitPoints(tiny, tiny);
+    EXPECT_THAT(log.Take(), testing::ElementsAre("KEP.PreRegistration|T|Ambiguous Procrustes result; M=3, lambda = "
+                                                 "[1.73472e-18,1.73472e-18,-1.73472e-18,-1.73472e-18]"
+                                                 "; duplicate or degenerate points"));
+    const Doubles vanishing = {0, 0, 0, 1e-160, 0, 0, 0, 1e-160, 0};
+    EXPECT_FALSE(FitPoints(vanishing, vanishing).ok);
 }
 
 TEST(JacobiIteration, DecomposesRandomMatrices)
@@ -284,29 +275,24 @@ TEST(JacobiIteration, DecomposesRandomMatrices)
     Random random;
     for (int n = 1; n <= 9; ++n) {
         SCOPED_TRACE(n);
-        const auto size = static_cast<std::size_t>(n);
-        Doubles A = random.Fill(size * size, -1e3, 1e3), values(size), V(size * size), work(size);
-        for (std::size_t r = 0; r < size; ++r)
-            for (std::size_t c = 0; c < r; ++c) A[r * size + c] = A[c * size + r];
-        Doubles destroyed = A;
-        for (std::size_t r = 0; r < size; ++r)
-            for (std::size_t c = 0; c < r; ++c) destroyed[r * size + c] = NaN; // not read
-        JacobiIteration(destroyed.data(), values.data(), V.data(), n, 20, work.data());
+        Matrix A(n, n), Vt(n, n);
+        Doubles values(A.Cols()), work(A.Cols());
+        for (int c = 0; c < n; ++c)
+            for (int r = 0; r <= c; ++r) A(r, c) = A(c, r) = random(-1e3, 1e3);
+        Matrix destroyed = A; // symmetric, so that rows may stand for columns
+        for (int c = 0; c < n; ++c)
+            for (int r = 0; r < c; ++r) destroyed(r, c) = NaN; // below the diagonal of a row-major matrix: not read
+        JacobiIteration(destroyed.Data(), values.data(), Vt.Data(), n, 20, work.data());
         for (const bool descending : {true, false}) {
-            SortEigenV(values.data(), V.data(), n, descending);
+            SortEigenV(values.data(), Vt.Data(), n, descending);
             EXPECT_TRUE(descending ? std::is_sorted(values.rbegin(), values.rend())
                                    : std::is_sorted(values.begin(), values.end()));
-            for (std::size_t k = 0; k < size; ++k) {
-                for (std::size_t r = 0; r < size; ++r) {
-                    double Av = 0, VtV = 0;
-                    for (std::size_t c = 0; c < size; ++c) {
-                        Av += A[r * size + c] * V[c * size + k];
-                        VtV += V[c * size + r] * V[c * size + k];
-                    }
-                    EXPECT_NEAR(Av, values[k] * V[r * size + k], 1e-10);
-                    EXPECT_NEAR(VtV, r == k ? 1 : 0, 1e-14);
+            const Matrix AV = A * Vt.Transposed(), VtV = Vt * Vt.Transposed();
+            for (unsigned k = 0; k < A.Cols(); ++k)
+                for (unsigned r = 0; r < A.Rows(); ++r) {
+                    EXPECT_NEAR(AV(r, k), values[k] * Vt(k, r), 1e-10);
+                    EXPECT_NEAR(VtV(r, k), r == k ? 1 : 0, 1e-14);
                 }
-            }
         }
     }
 }
@@ -333,23 +319,24 @@ TEST(JacobiIteration, StopsByItsRuleAndSortingKeepsPairsAndTies)
     EXPECT_THAT(columns, testing::ElementsAre(1, 3, 0, 2, 1, 3, 0, 2, 1, 3, 0, 2, 1, 3, 0, 2));
 }
 
+// By its definition: the rows of unit length are fitted to the basis vectors.
 TEST(Orthonormalize, RowsBecomeTheColumnsOfARotation)
 {
     Random random;
-    for (int i = 0; i < 50; ++i) {
-        const Quaternion q = random.Rotation();
-        const double noise = i % 2 == 0 ? 0 : 0.05;
+    Doubles basis, rows;
+    for (int i = 0; i < 50; ++i, basis.clear(), rows.clear()) {
         double m[3][3];
-        for (unsigned r = 0; r < 3; ++r) {
-            const Vector row = q.Rotate({r == 0 ? 1. : 0., r == 1 ? 1. : 0., r == 2 ? 1. : 0.});
-            for (unsigned c = 0; c < 3; ++c) m[r][c] = (r + 1.0) * (row[c] + random(-noise, noise));
+        for (const Vector& axis : Axes) {
+            const Vector row = random.Direction();
+            for (unsigned c = 0; c < 3; ++c) m[basis.size() / 3][c] = row[c] * std::exp(random(-5, 5));
+            Append(basis, axis);
         }
-        EXPECT_TRUE(Orthonormalize(m));
-        const Quaternion found(m[0][0], m[0][1], m[0][2], m[1][0], m[1][1], m[1][2], m[2][0], m[2][1], m[2][2]);
-        EXPECT_LE(found.Distance(q), 1e-7 + 3 * noise);
+        for (auto& row : m)
+            for (const double e : row) rows.push_back(e / std::hypot(row[0], row[1], row[2]));
+        const Fit expected = FitPoints(basis, rows);
+        EXPECT_TRUE(Orthonormalize(m) && expected.ok);
         for (unsigned r = 0; r < 3; ++r)
-            for (unsigned c = 0; c < 3; ++c)
-                EXPECT_NEAR(m[0][r] * m[0][c] + m[1][r] * m[1][c] + m[2][r] * m[2][c], r == c ? 1 : 0, 1e-14);
+            for (unsigned c = 0; c < 3; ++c) EXPECT_NEAR(m[r][c], expected.R[r][c], 1e-12);
     }
     double zeroRow[3][3] = {{1, 0, 0}, {0, 0, 0}, {0, 0, 1}};
     EXPECT_FALSE(Orthonormalize(zeroRow));
@@ -363,11 +350,10 @@ struct Surface {
 
 Surface Ellipsoid(Random& random, int n, const Vector& centre)
 {
-    constexpr Vector axes = {50, 30, 20};
     Surface surface;
     for (int i = 0; i < n; ++i) {
-        const Vector u = random.Direction(), g = {u[0] / axes[0], u[1] / axes[1], u[2] / axes[2]};
-        Append(surface.points, Plus(centre, {axes[0] * u[0], axes[1] * u[1], axes[2] * u[2]}));
+        const Vector u = random.Direction(), g = {u[0] / 50, u[1] / 30, u[2] / 20};
+        Append(surface.points, Plus(centre, {50 * u[0], 30 * u[1], 20 * u[2]}));
         Append(surface.normals, Times(g, 1 / std::sqrt(Dot(g, g))));
     }
     return surface;
@@ -416,7 +402,6 @@ TEST(PointToPlane, SingularSystemsFailAndWriteNothing)
         Surface s = Ellipsoid(random, n, {random(-far, far), random(-far, far), random(-far, far)});
         EXPECT_TRUE(update(s.points, s.normals, n));
         EXPECT_FALSE(update(s.points, s.normals, 5));
-        EXPECT_FALSE(update(s.points, s.normals, 0));
         Doubles broken = s.points;
         broken[7] = i % 2 == 0 ? NaN : Inf;
         EXPECT_FALSE(update(broken, s.normals, n));
@@ -482,7 +467,8 @@ TEST(PointToPlaneCovariance, AgreesWithTheScatterOfRepeatedFits)
     for (int repeat = 0; repeat < repeats; ++repeat) {
         Doubles src;
         for (std::size_t i = 0; i < n; ++i) {
-            const Vector noise = Times(At(dst.normals, i), sigma * (i % 2 == 0 ? 1 : 2) * random.Normal());
+            const Vector noise =
+                Times(At(dst.normals, i), sigma * (i % 2 == 0 ? 1 : 2) * random.normal(random.twister));
             Append(src, back.Rotate(Plus(Plus(At(dst.points, i), {-pose[3], -pose[4], -pose[5]}), noise)));
         }
         double found[6], covariance[6][6];

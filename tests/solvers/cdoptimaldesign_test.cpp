@@ -1,7 +1,6 @@
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
 
 #include "VoAlgorithms/numerics/lapack.h"
-#include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 
 #include "solvers/fit.h"
 
@@ -11,7 +10,8 @@
 #include <bit>
 #include <cmath>
 #include <random>
-#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -40,8 +40,7 @@ double Criterion(const Matrix& candidates, const Chosen& chosen)
 {
     Matrix rows;
     for (const int i : chosen) rows.AppendRow(candidates.Row(i));
-    Matrix u;
-    Matrix vt;
+    Matrix u, vt;
     Vector s;
     EXPECT_TRUE(VoAlgo::lapack::svd(rows, u, s, vt));
     double product = 1;
@@ -81,17 +80,13 @@ TEST(OptimalDesign, FindsTheBestSubsetOfSmallSets)
 // Source: P. G. Hoel, Ann. Math. Statist. 29 (1958) 1134.
 TEST(OptimalDesign, PutsPolynomialsWhereTheoryDoes)
 {
-    constexpr int intervals = 200;
-    Matrix quadratic(intervals + 1, 3);
+    const int intervals = 200;
     Matrix cubic(intervals + 1, 4);
     for (int i = 0; i <= intervals; ++i) {
         const double x = 2.0 * i / intervals - 1;
-        for (unsigned j = 0; j < 4; ++j) {
-            cubic(i, j) = 1e6 * std::pow(1000.0, -static_cast<double>(j)) * std::pow(x, j); // in unlike units
-            if (j < 3) quadratic(i, j) = std::pow(x, j);
-        }
+        for (unsigned j = 0; j < 4; ++j) // in unlike units
+            cubic(i, j) = 1e6 * std::pow(1000.0, -static_cast<double>(j)) * std::pow(x, j);
     }
-    EXPECT_THAT(Choose(quadratic, 3).chosen, ElementsAre(0, 100, 200));
     EXPECT_THAT(Choose(cubic, 4).chosen, ElementsAre(0, 55, 145, 200)); // ±1/√5 = ±0.447
     EXPECT_EQ(Choose(cubic, 9).chosen.Size(), 9);
 }
@@ -100,8 +95,7 @@ TEST(OptimalDesign, NoExchangeImprovesALargerOneAndMoreStartsNeverHurt)
 {
     std::mt19937 twister(2);
     const Matrix candidates = RandomMatrix(twister, 60, 6);
-    const Design one = Choose(candidates, 15, 1);
-    const Design ten = Choose(candidates, 15);
+    const Design one = Choose(candidates, 15, 1), ten = Choose(candidates, 15);
     ASSERT_TRUE(one.ok && ten.ok);
     EXPECT_GE(ten.determinant, one.determinant);
     EXPECT_EQ(Choose(candidates, 15).chosen, ten.chosen);
@@ -115,23 +109,16 @@ TEST(OptimalDesign, NoExchangeImprovesALargerOneAndMoreStartsNeverHurt)
         }
 }
 
-/// A straight line through measurements of unlike precision; the third parameter is for equalities.
-class Line : public VoAlgo::CNLSObjectiveFunction {
-public:
-    Line() : CNLSObjectiveFunction(3, 6) {}
-    Vector Error(const Vector& p) override
-    {
+// A straight line through measurements of unlike precision; the third parameter is for equalities.
+TEST(OptimalDesign, TakesTheMeasurementsOfAProblem)
+{
+    Vector sigma{1, 0.1, 1, 1, -0.1, 1};
+    Problem line(3, 6, [](const Vector& p) {
         Vector r(6);
         for (int i = 0; i < 6; ++i) r[i] = p[0] + p[1] * (i - 2.5) + p[2] * i * i;
         return r;
-    }
-    Vector StdDev() override { return sigma; }
-    Vector sigma{1, 0.1, 1, 1, -0.1, 1};
-};
-
-TEST(OptimalDesign, TakesTheMeasurementsOfAProblem)
-{
-    Line line;
+    });
+    line.deviations = [&] { return sigma; };
     ASSERT_TRUE(line.AddEquality(2, 7));
     const Vector params{1, 2, 7};
     CDOptimalDesign design(line, params);
@@ -142,25 +129,23 @@ TEST(OptimalDesign, TakesTheMeasurementsOfAProblem)
     ASSERT_TRUE(design.Run(6, chosen));
     EXPECT_NEAR(design.GetDeterminant(), line.GetDCriterionValue(params), 1e-6 * design.GetDeterminant());
 
-    line.sigma.Resize(5);
-    EXPECT_FALSE(CDOptimalDesign(line, params).Run(3, chosen));
-    line.sigma = {1, 1, 1, 0, 1, 1};
-    EXPECT_FALSE(CDOptimalDesign(line, params).Run(3, chosen));
     EXPECT_FALSE(CDOptimalDesign(line, {1, 2}).Run(3, chosen));
+    for (const Vector& bad : {Vector(5, 1.0), Vector{1, 1, 1, 0, 1, 1}}) {
+        sigma = bad;
+        EXPECT_FALSE(CDOptimalDesign(line, params).Run(3, chosen));
+    }
 }
 
 TEST(OptimalDesign, RefusesWhatDeterminesNothing)
 {
     const Matrix good{{1, 0}, {0, 1}, {1, 1}};
-    struct Row {
-        Matrix candidates;
-        int size;
-    };
-    for (const Row& row : {Row{good, 1}, Row{good, 4}, Row{good, 0}, Row{good, -1}, Row{Matrix(), 1},
-                           Row{Matrix(3, 0), 1}, Row{Matrix(3, 2), 2}, Row{{{1, 2}, {2, 4}, {-3, -6}}, 2},
-                           Row{{{0.1, 0.3}, {0.2, 0.6}, {0.7, 2.1}}, 3}, Row{{{1, 0}, {0, 1}, {NaN, 1}}, 2}}) {
-        const Design design = Choose(row.candidates, row.size);
-        EXPECT_FALSE(design.ok) << row.candidates;
+    using Row = std::pair<Matrix, int>;
+    for (const auto& [candidates, size] :
+         {Row{good, 1}, Row{good, 4}, Row{good, -1}, Row{Matrix(), 1}, Row{Matrix(3, 0), 1}, Row{Matrix(3, 2), 2},
+          Row{{{1, 2}, {2, 4}, {-3, -6}}, 2}, Row{{{0.1, 0.3}, {0.2, 0.6}, {0.7, 2.1}}, 3},
+          Row{{{1, 0}, {0, 1}, {NaN, 1}}, 2}}) {
+        const Design design = Choose(candidates, size);
+        EXPECT_FALSE(design.ok) << candidates;
         EXPECT_THAT(design.chosen, ElementsAre(-7));
         EXPECT_EQ(design.determinant, 0);
     }

@@ -5,198 +5,117 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdint>
+#include <map>
 #include <numeric>
-#include <optional>
 #include <random>
 #include <vector>
 
 namespace {
 
 using VoAlgo::CLPSolver;
-using Matrix = VoAlgo::TMatrix<double>;
-using Vector = VoAlgo::TVector<double>;
 
-/// A programme in whole numbers, at most four unknowns.
+/// Maximise c·z over A·z ≤ b.
 struct Programme {
-    using Row = std::array<int, 4>;
-    unsigned n = 0;
-    std::vector<Row> A;
-    std::vector<int> b;
-    Row c{};
-};
-
-/// Solves programmes in exact arithmetic: every choice of n rows is a vertex by Cramer's rule. Two boxes around
-/// everything, the second twice as large, add vertices where there are none, and let an unbounded optimum grow.
-class VertexEnumeration {
-public:
-    int status = CLPSolver::Infeasible;
-    double value = 0;
-
-    explicit VertexEnumeration(const Programme& programme)
-    {
-        constexpr int size = 100'000; // beyond every vertex: coefficients up to 3, b up to 30
-        const std::optional<Fraction> small = Best(programme, size);
-        if (!small) return;
-        const std::optional<Fraction> large = Best(programme, 2 * size);
-        status = Less(*small, *large) ? CLPSolver::Unbounded : CLPSolver::Optimal;
-        value = static_cast<double>(small->over) / static_cast<double>(small->under);
-    }
-
-private:
-    struct Fraction {
-        std::int64_t over;
-        std::int64_t under; // positive
-    };
-    static bool Less(const Fraction& a, const Fraction& b)
-    {
-        return static_cast<long double>(a.over) * static_cast<long double>(b.under) <
-               static_cast<long double>(b.over) * static_cast<long double>(a.under);
-    }
-
-    /// Of the first n rows and columns, by expansion along the first column.
-    static std::int64_t Determinant(const std::array<std::array<std::int64_t, 4>, 4>& m, unsigned n, unsigned first = 0,
-                                    unsigned rowsUsed = 0)
-    {
-        if (first == n) return 1;
-        std::int64_t sum = 0;
-        int sign = 1;
-        for (unsigned r = 0; r < n; ++r) {
-            if ((rowsUsed >> r & 1U) != 0) continue;
-            if (m[r][first] != 0) sum += sign * m[r][first] * Determinant(m, n, first + 1, rowsUsed | 1U << r);
-            sign = -sign;
-        }
-        return sum;
-    }
-
-    static std::optional<Fraction> Best(Programme p, int box)
-    {
-        for (unsigned j = 0; j < p.n; ++j)
-            for (const int sign : {1, -1}) {
-                p.A.push_back({});
-                p.A.back()[j] = sign;
-                p.b.push_back(box);
-            }
-        std::optional<Fraction> best;
-        std::vector<unsigned> chosen(p.n);
-        std::iota(chosen.begin(), chosen.end(), 0U);
-        do {
-            const auto vertex = Vertex(p, chosen);
-            if (vertex && (!best || Less(*best, *vertex))) best = vertex;
-        } while (Next(chosen, static_cast<unsigned>(p.A.size())));
-        return best;
-    }
-
-    static bool Next(std::vector<unsigned>& chosen, unsigned count)
-    {
-        for (auto k = static_cast<unsigned>(chosen.size()); k-- > 0;)
-            if (chosen[k] < count - (chosen.size() - k)) {
-                std::iota(chosen.begin() + k, chosen.end(), chosen[k] + 1);
-                return true;
-            }
-        return false;
-    }
-
-    /// c·z where the chosen rows meet, if they do so in one point, which all rows allow.
-    static std::optional<Fraction> Vertex(const Programme& p, const std::vector<unsigned>& chosen)
-    {
-        std::array<std::array<std::int64_t, 4>, 4> rows{};
-        for (unsigned i = 0; i < p.n; ++i) std::copy_n(p.A[chosen[i]].begin(), p.n, rows[i].begin());
-        const std::int64_t determinant = Determinant(rows, p.n);
-        if (determinant == 0) return std::nullopt;
-        const std::int64_t sign = determinant > 0 ? 1 : -1;
-        std::array<std::int64_t, 4> z{}; // times |determinant|
-        for (unsigned j = 0; j < p.n; ++j) {
-            auto replaced = rows;
-            for (unsigned i = 0; i < p.n; ++i) replaced[i][j] = p.b[chosen[i]];
-            z[j] = sign * Determinant(replaced, p.n);
-        }
-        const auto times = [&](const Programme::Row& row) {
-            return std::inner_product(row.begin(), row.end(), z.begin(), std::int64_t{0});
-        };
-        for (std::size_t i = 0; i < p.A.size(); ++i)
-            if (times(p.A[i]) > p.b[i] * sign * determinant) return std::nullopt;
-        return Fraction{times(p.c), sign * determinant};
-    }
-};
-
-/// Programmes with everything that makes them hard, each at random.
-class Generator {
-public:
-    Programme Next()
-    {
-        Programme p;
-        p.n = 1 + Below(4);
-        const unsigned rows = Below(p.n == 4 ? 7 : 9);
-        const bool throughOnePoint = OneIn(3);
-        const bool flat = OneIn(4); // the last unknown acts as the sum of the others, or not at all
-        const Programme::Row point = RandomRow(p.n, 3);
-        for (unsigned i = 0; i < rows; ++i) {
-            Programme::Row row = OneIn(3) ? UnitRow(p.n) : RandomRow(p.n, 3);
-            if (flat) row[p.n - 1] = std::accumulate(row.begin(), row.begin() + (p.n - 1), 0);
-            if (OneIn(20)) row.fill(0);
-            int bound = static_cast<int>(Below(12)) - 3;
-            if (throughOnePoint && !OneIn(6)) bound = std::inner_product(row.begin(), row.end(), point.begin(), 0);
-            Add(p, row, bound);
-            if (OneIn(5)) Add(p, row, bound); // twice
-            if (OneIn(6)) {                   // an equation, or a gap, or a strip without interior
-                for (int& e : row) e = -e;
-                Add(p, row, -bound - (OneIn(4) ? 1 : 0));
-            }
-        }
-        p.c = RandomRow(p.n, 3);
-        if (!p.A.empty() && OneIn(4)) p.c = p.A[Below(static_cast<unsigned>(p.A.size()))]; // a whole face is optimal
-        return p;
-    }
-
-    std::mt19937& Twister() { return twister_; }
-
-private:
-    unsigned Below(unsigned end) { return static_cast<unsigned>(twister_() % end); }
-    bool OneIn(unsigned chance) { return Below(chance) == 0; }
-    Programme::Row RandomRow(unsigned n, int largest)
-    {
-        Programme::Row row{};
-        for (unsigned j = 0; j < n; ++j)
-            row[j] = static_cast<int>(Below(2 * static_cast<unsigned>(largest) + 1)) - largest;
-        return row;
-    }
-    Programme::Row UnitRow(unsigned n)
-    {
-        Programme::Row row{};
-        row[Below(n)] = OneIn(2) ? 1 : -1;
-        return row;
-    }
-    static void Add(Programme& p, const Programme::Row& row, int bound)
-    {
-        p.A.push_back(row);
-        p.b.push_back(bound);
-    }
-
-    std::mt19937 twister_{4711};
-};
-
-struct Solved {
     Matrix A;
-    Vector b;
-    Vector c;
+    Vector b, c;
 };
 
-Solved InDoubles(const Programme& p)
+/// By expansion along the first column that is left.
+double Determinant(const Matrix& m, unsigned column = 0, unsigned rowsUsed = 0)
 {
-    Solved s{Matrix(p.A.size(), p.n), Vector(p.A.size()), Vector(p.n)};
-    for (unsigned i = 0; i < p.A.size(); ++i) {
-        for (unsigned j = 0; j < p.n; ++j) s.A(i, j) = p.A[i][j];
-        s.b[i] = p.b[i];
+    if (column == m.Cols()) return 1;
+    double sum = 0, sign = 1;
+    for (unsigned r = 0; r < m.Rows(); ++r) {
+        if ((rowsUsed >> r & 1U) != 0) continue;
+        if (m(r, column) != 0) sum += sign * m(r, column) * Determinant(m, column + 1, rowsUsed | 1U << r);
+        sign = -sign;
     }
-    for (unsigned j = 0; j < p.n; ++j) s.c[j] = p.c[j];
-    return s;
+    return sum;
+}
+
+/// The largest c·z inside a box, −∞ if there is none: every choice of n rows is a vertex by Cramer's rule. Exact for
+/// small whole numbers up to the division, which rounds equal fractions to equal values.
+double BestVertex(Programme p, double box)
+{
+    const unsigned n = p.A.Cols();
+    for (const double sign : {1.0, -1.0})
+        for (unsigned j = 0; j < n; ++j) {
+            p.A.AppendRow(Matrix::Identity(n).Row(j) * sign);
+            p.b.Append(box);
+        }
+    double best = -Inf;
+    Matrix rows(n, n);
+    Vector bounds(n), z(n); // z is multiplied by |determinant|
+    std::vector<char> chosen(p.A.Rows());
+    std::fill_n(chosen.begin(), n, 1);
+    do {
+        for (unsigned i = 0, k = 0; k < n; ++i) {
+            if (chosen[i] == 0) continue;
+            for (unsigned j = 0; j < n; ++j) rows(k, j) = p.A(i, j);
+            bounds[k++] = p.b[i];
+        }
+        const double determinant = Determinant(rows);
+        if (determinant == 0) continue;
+        for (unsigned j = 0; j < n; ++j) {
+            Matrix replaced = rows;
+            std::copy(bounds.begin(), bounds.end(), replaced.Column(j).begin());
+            z[j] = std::copysign(1, determinant) * Determinant(replaced);
+        }
+        if (p.c.Dot(z) / std::abs(determinant) <= best) continue;
+        const Vector excess = p.A * z - p.b * std::abs(determinant);
+        if (*std::max_element(excess.begin(), excess.end()) <= 0) best = p.c.Dot(z) / std::abs(determinant);
+    } while (std::prev_permutation(chosen.begin(), chosen.end()));
+    return best;
+}
+
+struct Optimum {
+    int status;
+    double value;
+};
+
+/// Of a programme in whole numbers. The boxes are beyond every vertex; they add vertices where there are none, and the
+/// larger one lets an unbounded optimum grow.
+Optimum Enumerate(const Programme& p)
+{
+    const double small = BestVertex(p, 1e5), large = BestVertex(p, 2e5);
+    if (small == -Inf) return {CLPSolver::Infeasible, 0};
+    return {small < large ? CLPSolver::Unbounded : CLPSolver::Optimal, small};
+}
+
+/// In whole numbers, with everything that makes a programme hard, each at random.
+Programme RandomProgramme(std::mt19937& twister)
+{
+    const auto below = [&](unsigned end) { return static_cast<unsigned>(twister() % end); };
+    const auto oneIn = [&](unsigned chance) { return below(chance) == 0; };
+    const unsigned n = 1 + below(4), rows = below(n == 4 ? 7 : 9);
+    const auto randomRow = [&] {
+        Vector row(n);
+        for (double& e : row) e = below(7) - 3.0;
+        return row;
+    };
+    Programme p{Matrix(0, n), {}, randomRow()};
+    const auto add = [&](const Vector& row, double bound) {
+        p.A.AppendRow(row);
+        p.b.Append(bound);
+    };
+    const Vector point = randomRow();
+    const bool throughPoint = oneIn(3), flat = oneIn(4); // flat: the last unknown acts as the sum of the others
+    for (unsigned i = 0; i < rows; ++i) {
+        Vector row = oneIn(3) ? Matrix::Identity(n).Row(below(n)) * (oneIn(2) ? 1.0 : -1.0) : randomRow();
+        if (flat) row[n - 1] = std::accumulate(row.begin(), row.end() - 1, 0.0);
+        if (oneIn(20)) row = Vector(n);
+        const double bound = throughPoint && !oneIn(6) ? row.Dot(point) : below(12) - 3.0;
+        add(row, bound);
+        if (oneIn(5)) add(row, bound);                        // twice
+        if (oneIn(6)) add(-row, -bound - (oneIn(4) ? 1 : 0)); // an equation, or a gap, or a strip without interior
+    }
+    if (rows > 0 && oneIn(4)) p.c = p.A.Row(below(rows)); // a whole face is optimal
+    return p;
 }
 
 /// The largest excess over b, in relation to the size of the row.
-double Excess(const Solved& s, const Vector& z)
+double Excess(const Programme& s, const Vector& z)
 {
     double excess = 0;
     for (unsigned i = 0; i < s.A.Rows(); ++i) {
@@ -208,7 +127,7 @@ double Excess(const Solved& s, const Vector& z)
     return excess;
 }
 
-void ExpectAsEnumerated(const Solved& s, const VertexEnumeration& exact, double allowedExcess)
+void ExpectAsEnumerated(const Programme& s, const Optimum& exact, double allowedExcess)
 {
     CLPSolver solver(s.A, s.b, s.c);
     const bool solved = solver.Run();
@@ -227,55 +146,54 @@ void ExpectAsEnumerated(const Solved& s, const VertexEnumeration& exact, double 
 // through one point, opposite planes and dependent columns are so only up to rounding.
 TEST(LinearProgramme, AgreesWithVertexEnumerationOnThousandsOfSystems)
 {
-    Generator generator;
-    std::array<int, 4> count{};
+    std::mt19937 twister(4711);
+    std::uniform_real_distribution<double> exponent(-4, 4), angle(0, 3);
+    std::map<int, int> count;
     for (int k = 0; k < 1500; ++k) {
         SCOPED_TRACE(k);
-        const Programme programme = generator.Next();
-        const VertexEnumeration exact(programme);
-        ++count[static_cast<std::size_t>(exact.status + 1)];
-        Solved s = InDoubles(programme);
-        ExpectAsEnumerated(s, exact, 1e-15);
-        std::uniform_real_distribution<double> exponent(-4, 4);
-        for (unsigned i = 0; i < s.A.Rows(); ++i) {
-            const double unit = std::pow(10.0, exponent(generator.Twister()));
-            for (unsigned j = 0; j < s.A.Cols(); ++j) s.A(i, j) *= unit;
-            s.b[i] *= unit;
+        Programme p = RandomProgramme(twister);
+        const Optimum exact = Enumerate(p);
+        ++count[exact.status];
+        ExpectAsEnumerated(p, exact, 1e-15);
+        for (unsigned i = 0; i < p.A.Rows(); ++i) {
+            const double unit = std::pow(10.0, exponent(twister));
+            for (unsigned j = 0; j < p.A.Cols(); ++j) p.A(i, j) *= unit;
+            p.b[i] *= unit;
         }
-        ExpectAsEnumerated(s, exact, 1e-10);
-        std::uniform_real_distribution<double> angle(0, 3);
-        for (unsigned j = 1; j < s.A.Cols(); ++j) {
-            const double cosine = std::cos(angle(generator.Twister()));
-            const double sine = std::sqrt(1 - cosine * cosine);
-            const auto turn = [&](double& x, double& y) {
-                const double turned = cosine * x + sine * y;
-                y = cosine * y - sine * x;
-                x = turned;
-            };
-            for (unsigned i = 0; i < s.A.Rows(); ++i) turn(s.A(i, j - 1), s.A(i, j));
-            turn(s.c[j - 1], s.c[j]);
+        ExpectAsEnumerated(p, exact, 1e-10);
+        Matrix turn = Matrix::Identity(p.A.Cols());
+        for (unsigned j = 1; j < p.A.Cols(); ++j) {
+            Matrix one = Matrix::Identity(p.A.Cols());
+            one(j - 1, j - 1) = one(j, j) = std::cos(angle(twister));
+            one(j, j - 1) = std::sqrt(1 - one(j, j) * one(j, j));
+            one(j - 1, j) = -one(j, j - 1);
+            turn = turn * one;
         }
-        ExpectAsEnumerated(s, exact, 1e-10);
+        ExpectAsEnumerated({p.A * turn, p.b, turn.Transposed() * p.c}, exact, 1e-10);
         if (HasFatalFailure()) return;
     }
     for (const int status : {CLPSolver::Infeasible, CLPSolver::Optimal, CLPSolver::Unbounded})
-        EXPECT_GT(count[static_cast<std::size_t>(status + 1)], 150) << status; // the test meets all three often
+        EXPECT_GT(count[status], 150) << status; // the test meets all three often
 }
 
 // Here multipliers and slopes that are 0 come out as 1e-65 or so, and their signs once decided.
 TEST(LinearProgramme, TakesRemnantsOfZeroForZero)
 {
-    for (const Programme& programme :
-         {Programme{3, {{0, 0, 1}, {0, 0, -1}, {-2, -3, -1}, {-1, 1, -2}}, {3, -4, -1, -5}, {1, 1, 2}},
-          Programme{4,
-                    {{3, -1, -3, 1}, {-1, -2, -3}, {3, 1, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, -1}, {-1, -3, 3, -1}},
+    for (const Programme& p :
+         {Programme{{{0, 0, 1}, {0, 0, -1}, {-2, -3, -1}, {-1, 1, -2}}, {3, -4, -1, -5}, {1, 1, 2}},
+          Programme{{{3, -1, -3, 1},
+                     {-1, -2, -3, 0},
+                     {3, 1, 1, 0},
+                     {0, 0, 1, 0},
+                     {0, 0, 1, 0},
+                     {0, 0, -1, 0},
+                     {-1, -3, 3, -1}},
                     {1, 5, 5, 3, 3, -3, 7},
                     {0, 3, -1, 1}},
-          Programme{4,
-                    {{-2, 3, -2, -3}, {0, 1}, {0, -1}, {3, -3, 2}, {-3, 0, -1, 2}, {-1, 1, 1, -2}},
+          Programme{{{-2, 3, -2, -3}, {0, 1, 0, 0}, {0, -1, 0, 0}, {3, -3, 2, 0}, {-3, 0, -1, 2}, {-1, 1, 1, -2}},
                     {3, 7, -7, 7, -3, 3},
                     {-3, 0, -1, 2}}})
-        ExpectAsEnumerated(InDoubles(programme), VertexEnumeration(programme), 1e-15);
+        ExpectAsEnumerated(p, Enumerate(p), 1e-15);
 }
 
 // More unknowns than enumeration can take: a point is made optimal by writing c as a positive sum of rows that meet
@@ -283,50 +201,35 @@ TEST(LinearProgramme, TakesRemnantsOfZeroForZero)
 TEST(LinearProgramme, FindsOptimaThatWereBuiltIn)
 {
     std::mt19937 twister(1);
-    std::normal_distribution<double> normal;
     for (unsigned n = 1; n <= 25; ++n) {
-        const unsigned tight = n + (n * (n % 3)) / 2;
-        const unsigned rows = 4 * n;
-        Solved s{Matrix(rows, n), Vector(rows), Vector(n)};
-        Vector optimum(n);
-        for (double& e : optimum) e = 100 * normal(twister);
+        const unsigned tight = n + (n * (n % 3)) / 2, rows = 4 * n;
+        const Vector optimum = RandomVector(twister, n) * 100.0;
+        const Vector amount = RandomVector(twister, rows); // the multiplier of a tight row, the distance of another
+        Programme p{RandomMatrix(twister, rows, n), Vector(rows), Vector(n)};
         for (unsigned i = 0; i < rows; ++i) {
-            const double multiplier = i < tight ? std::abs(normal(twister)) : 0;
-            for (unsigned j = 0; j < n; ++j) {
-                s.A(i, j) = normal(twister);
-                s.c[j] += multiplier * s.A(i, j);
-            }
-            s.b[i] = s.A.Row(i).Dot(optimum) + (i < tight ? 0 : 20 * std::abs(normal(twister)));
+            if (i < tight) p.c += p.A.Row(i) * std::abs(amount[i]);
+            p.b[i] = p.A.Row(i).Dot(optimum) + (i < tight ? 0 : 20 * std::abs(amount[i]));
         }
-        CLPSolver solver(s.A, s.b, s.c);
-        ASSERT_TRUE(solver.Run()) << n;
-        const Vector z = solver.GetSolution(nullptr);
-        EXPECT_LE((z - optimum).Norm(), 1e-9 * optimum.Norm()) << n;
-        CLPSolver again(s.A, s.b, s.c);
-        EXPECT_TRUE(again.Run());
-        EXPECT_EQ(again.GetSolution(nullptr), z); // to the bit
+        CLPSolver solver(p.A, p.b, p.c), again(p.A, p.b, p.c);
+        ASSERT_TRUE(solver.Run() && again.Run()) << n;
+        EXPECT_LE((solver.GetSolution(nullptr) - optimum).Norm(), 1e-9 * optimum.Norm()) << n;
+        EXPECT_EQ(again.GetSolution(nullptr), solver.GetSolution(nullptr)); // to the bit
     }
 }
 
 TEST(LinearProgramme, EndsWhereTheSimplexMethodIsKnownToSuffer)
 {
     // E. M. L. Beale, Naval Res. Logist. Quart. 2 (1955) 269: the largest-coefficient rule goes in circles.
-    const Solved beale{{{0.25, -60, -0.04, 9},
-                        {0.5, -90, -0.02, 3},
-                        {0, 0, 1, 0},
-                        {-1, 0, 0, 0},
-                        {0, -1, 0, 0},
-                        {0, 0, -1, 0},
-                        {0, 0, 0, -1}},
-                       {0, 0, 1, 0, 0, 0, 0},
-                       {0.75, -150, 0.02, -6}};
+    Programme beale{
+        {{0.25, -60, -0.04, 9}, {0.5, -90, -0.02, 3}, {0, 0, 1, 0}}, {0, 0, 1, 0, 0, 0, 0}, {0.75, -150, 0.02, -6}};
+    for (unsigned j = 0; j < 4; ++j) beale.A.AppendRow(-Matrix::Identity(4).Row(j));
     CLPSolver solver(beale.A, beale.b, beale.c);
     ASSERT_TRUE(solver.Run());
     EXPECT_NEAR(beale.c.Dot(solver.GetSolution(nullptr)), 0.05, 1e-15);
 
     // V. Klee, G. J. Minty, in: Inequalities III (1972) 159: 2^n vertices on the way, and bounds from 5 to 5^n.
-    constexpr unsigned n = 10;
-    Solved cube{Matrix(2 * n, n), Vector(2 * n), Vector(n)};
+    const unsigned n = 10;
+    Programme cube{Matrix(2 * n, n), Vector(2 * n), Vector(n)};
     for (unsigned i = 0; i < n; ++i) {
         for (unsigned j = 0; j < i; ++j) cube.A(i, j) = std::ldexp(1, static_cast<int>(i - j + 1));
         cube.A(i, i) = 1;
@@ -344,7 +247,7 @@ TEST(LinearProgramme, EndsWhereTheSimplexMethodIsKnownToSuffer)
 TEST(LinearProgramme, AnswersToOddAndBadInput)
 {
     struct Row {
-        Solved in;
+        Programme in;
         int status;
         Vector solution;
     };

@@ -5,12 +5,15 @@
 
 #include "support/cerr_capture.h"
 
+#include <concepts>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
 #include <utility>
+#include <vector>
 
-// What the tests of the solvers share: random input, and a fit with its outcome.
+// What the tests of the solvers share: random input, a problem, and a fit with its outcome.
 
 using Vector = VoAlgo::TVector<double>;
 using Matrix = VoAlgo::TMatrix<double>;
@@ -18,7 +21,7 @@ using Matrix = VoAlgo::TMatrix<double>;
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double Inf = std::numeric_limits<double>::infinity();
 
-inline Vector RandomVector(std::mt19937& engine, std::size_t size)
+inline Vector RandomVector(std::mt19937& engine, std::integral auto size)
 {
     std::normal_distribution<double> normal;
     Vector v(size);
@@ -26,14 +29,40 @@ inline Vector RandomVector(std::mt19937& engine, std::size_t size)
     return v;
 }
 
-inline Matrix RandomMatrix(std::mt19937& engine, std::size_t rows, std::size_t cols)
+inline Matrix RandomMatrix(std::mt19937& engine, std::integral auto rows, std::integral auto cols)
 {
     std::normal_distribution<double> normal;
     Matrix m(rows, cols);
-    for (std::size_t j = 0; j < cols; ++j)
+    for (unsigned j = 0; j < m.Cols(); ++j)
         for (double& e : m.Column(j)) e = normal(engine);
     return m;
 }
+
+/// Residuals from a function; numerical derivatives and deviations of 1 unless there are functions for them. Remembers
+/// the places it was asked.
+struct Problem : VoAlgo::CNLSObjectiveFunction {
+    Problem(std::integral auto n, std::integral auto m, std::function<Vector(const Vector&)> f)
+        : CNLSObjectiveFunction(static_cast<int>(n), static_cast<int>(m)), residuals(std::move(f))
+    {
+    }
+    Vector Error(const Vector& params) override
+    {
+        places.push_back(params);
+        return residuals(params);
+    }
+    Matrix Jacobian(const Vector& z) override
+    {
+        return derivatives ? derivatives(z) : CNLSObjectiveFunction::Jacobian(z);
+    }
+    Vector StdDev() override { return deviations ? deviations() : CNLSObjectiveFunction::StdDev(); }
+    using CNLSObjectiveFunction::errorFDDerivatives;
+    using CNLSObjectiveFunction::getCovariance;
+
+    std::function<Vector(const Vector&)> residuals;
+    std::function<Matrix(const Vector&)> derivatives;
+    std::function<Vector()> deviations;
+    std::vector<Vector> places;
+};
 
 struct Outcome {
     VoAlgo::CNLSSolver::EResult result{};

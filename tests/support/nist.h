@@ -59,6 +59,11 @@ inline Dual Pow(const Dual& a, const Dual& b)
     return Dual::Chain(p, a, p * b.value / a.value, b, p * std::log(a.value));
 }
 
+inline Dual Quadratic(const Dual& a, const Dual& b, const Dual& c, double x)
+{
+    return a + x * (b + x * c);
+}
+
 using Model = Dual (*)(const Dual* b, const double* x);
 
 struct Problem {
@@ -117,8 +122,6 @@ inline Problem Read(const std::string& folder, const std::string& name, Model mo
 /// All problems of a folder.
 inline std::vector<Problem> ReadAll(const std::string& folder)
 {
-    const auto quadratic = [](const Dual& a, const Dual& b, const Dual& c, double x) { return a + x * (b + x * c); };
-    static const auto Quadratic = quadratic;
     std::vector<Problem> problems = {
         Read(folder, "Misra1a", [](const Dual* b, const double* x) { return b[0] * (1 - Exp(0 - b[1] * x[0])); }),
         Read(folder, "Chwirut2",
