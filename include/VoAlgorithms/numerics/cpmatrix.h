@@ -13,9 +13,9 @@ namespace VoAlgo {
 /// (*this)[j] of a. Entries count from 0.
 class CPMatrix {
 public:
-    /// Of no columns.
+    /// No columns.
     CPMatrix() = default;
-    /// The identity. Throws as TVector for an absurd size.
+    /// The identity. Throws as TVector does for too large a size.
     explicit CPMatrix(std::integral auto size) : source_(size) { std::iota(source_.begin(), source_.end(), 0); }
 
     /// Number of columns.

@@ -11,8 +11,8 @@
 namespace VoAlgo {
 
 /// A rigid pose p′ = R·p + t in single precision: three rows of R, then t, 16 bytes each. Lengths are millimetres,
-/// angles radians. Operations return a new value. R is a rotation in all normal use; where another 3×3 is allowed it
-/// says so. Only element access throws.
+/// angles radians. Operations return a new value. R is a rotation unless a function says otherwise. Only element access
+/// throws.
 class VOALGO_API CTrafo {
 public:
     /// Points and directions, millimetres.

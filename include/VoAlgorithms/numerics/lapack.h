@@ -11,7 +11,7 @@
 /// Factorisations and solves through LAPACK. Failure is reported as false, never as an exception: shapes that do not
 /// match, elements that are not finite, dimensions beyond LAPACK's 32-bit signed integers, and failures of the routine
 /// itself. The outputs are then unchanged; a matrix documented as destroyed may have changed. Overflow from finite
-/// input is not a failure: the outputs contain infinities and not-a-numbers. Work arrays are on the heap for the
+/// input is not a failure: the outputs contain infinities and NaNs. Work arrays are on the heap for the
 /// duration of a call. All functions are thread-safe.
 namespace VoAlgo {
 
@@ -37,9 +37,10 @@ template <>
 
 namespace lapack {
 
-/// Singular value decomposition a = u·diag(s)·vt (SGESVD, DGESVD) of an m×n matrix. Outputs take their shapes: u m×m
-/// and vt n×n, both orthogonal, s the min(m, n) singular values, largest first. `a` is destroyed. An a without elements
-/// has no singular values and identities beside them. False when the iteration does not converge. T is float or double.
+/// Singular value decomposition a = u·diag(s)·vt (SGESVD, DGESVD) of an m×n matrix. The outputs are reshaped: u to m×m
+/// and vt to n×n, both orthogonal, s the min(m, n) singular values, largest first. `a` is destroyed. A matrix without
+/// elements has no singular values; u and vt are then identities. False when the iteration does not converge. T is
+/// float or double.
 template <class T>
 [[nodiscard]] VOALGO_API bool svd(TMatrix<T>& a, TMatrix<T>& u, TVector<T>& s, TMatrix<T>& vt);
 
@@ -47,11 +48,12 @@ template <class T>
 /// Least squares a·x ≈ b through the singular value decomposition: of all x that minimise ‖a·x − b‖ the one of smallest
 /// norm (SGELSS, DGELSS). Singular values not above the machine precision times the largest count as 0. `a` is
 /// destroyed.
-/// b has a's rows and x, beforehand too, a's columns; as matrices, every column is a problem of its own.
-/// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, not-a-number for a zero
-///        one, 1 for one without elements.
+/// b has as many rows as a; x must come with as many rows as a has columns. With matrices, each column is a separate
+/// problem.
+/// @param cond  null, or out: largest ÷ smallest singular value; infinite for a singular a, NaN for a zero one, 1 for
+/// one without elements.
 ///
-/// False when the shapes do not fit; x and cond are then left alone.
+/// False when the shapes do not fit; x and cond are then unchanged.
 template <class T>
 [[nodiscard]] VOALGO_API bool lssolve(TMatrix<T>& a, const TVector<T>& b, TVector<T>& x,
                                       std::type_identity_t<T>* cond = nullptr);

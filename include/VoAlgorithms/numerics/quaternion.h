@@ -6,8 +6,8 @@
 
 namespace VoAlgo {
 
-/// A quaternion w + i·x + j·y + k·z in double precision; unit quaternions stand for rotations, q and −q for the same
-/// one. Nothing here throws; what cannot be computed is Invalid(). Angles are radians.
+/// A quaternion w + i·x + j·y + k·z in double precision; unit quaternions represent rotations, q and −q the same one.
+/// Nothing here throws: failures return Invalid(). Angles are radians.
 class VOALGO_API Quaternion {
 public:
     double w = 1.0; ///< scalar part
@@ -29,11 +29,11 @@ public:
     /// 223).
     Quaternion(double m00, double m01, double m02, double m10, double m11, double m12, double m20, double m21,
                double m22);
-    /// The rotation by the smallest angle that turns direction `from` into direction `to`; of any length but zero. For
-    /// opposite directions it is a half turn about an axis square to `from`.
+    /// The smallest rotation that turns direction `from` to direction `to`, both of any non-zero length; for opposite
+    /// directions, half a turn about an axis perpendicular to `from`.
     Quaternion(const std::array<double, 3>& from, const std::array<double, 3>& to);
 
-    /// Rotation by `angle` about `axis`, of any length but zero.
+    /// Rotation by `angle` about `axis`, whose length may be anything but zero.
     [[nodiscard]] static Quaternion FromAxisAngle(const std::array<double, 3>& axis, double angle);
     /// All components NaN.
     [[nodiscard]] static Quaternion Invalid();
@@ -68,7 +68,7 @@ public:
     /// (a, b, c) of the Euler constructor: b within ±π/2, a and c within ±π; when cos b is exactly 0, c is 0 or ±π.
     [[nodiscard]] std::array<double, 3> GetEulerAngles() const;
     /// The rotation at fraction s of the shorter way to `other` at constant speed, both of unit length; s outside [0,
-    /// 1] extrapolates. When the angle between them vanishes the blend is linear.
+    /// 1] extrapolates. When the angle between them vanishes the interpolation is linear.
     [[nodiscard]] Quaternion Slerp(const Quaternion& other, double s) const;
 
     /// Prints "w + i*x + j*y + k*z" and a line break to standard output.

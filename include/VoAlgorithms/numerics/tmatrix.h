@@ -19,9 +19,9 @@
 namespace VoAlgo {
 
 /// A dense matrix of float, double or int, stored column by column without gaps: element (r, c) is at c·rows + r, as
-/// LAPACK wants it. It owns its elements; copying copies them, and a moved-from matrix is 0×0.
-/// Wrong use throws std::invalid_argument: a row or column beyond the end ("invalid row or column index"), operands
-/// whose shapes do not fit ("sizes do not fit").
+/// LAPACK expects. It owns its elements; copying copies them, and a moved-from matrix is 0×0. Wrong use throws
+/// std::invalid_argument: a row or column beyond the end ("invalid row or column index"), operands whose shapes do not
+/// fit ("sizes do not fit").
 template <class T>
 class TMatrix {
     static_assert(std::is_same_v<T, float> || std::is_same_v<T, double> || std::is_same_v<T, int>);
@@ -38,7 +38,7 @@ public:
         : rows_(checked(rows)), cols_(checked(cols)), elements_(std::size_t{rows_} * cols_, value)
     {
     }
-    /// Row by row, as one writes it: TMatrix<double>{{1, 2}, {3, 4}}. All rows must have the same length.
+    /// Row by row: TMatrix<double>{{1, 2}, {3, 4}}. All rows must have the same length.
     TMatrix(std::initializer_list<std::initializer_list<T>> rows)
         : TMatrix(rows.size(), rows.size() != 0 ? rows.begin()->size() : 0)
     {
@@ -92,7 +92,7 @@ public:
     ///@}
 
     ///@{
-    /// A column in place; for inner loops, where the check of every index would show.
+    /// A column in place, unchecked: for inner loops, where checking every index would cost time.
     [[nodiscard]] std::span<T> Column(std::integral auto col) { return {elements_.data() + columnStart(col), rows_}; }
     [[nodiscard]] std::span<const T> Column(std::integral auto col) const
     {
@@ -108,7 +108,7 @@ public:
         return copy;
     }
 
-    /// Gives the matrix a shape; all elements become zero. Allocates only when they are more than ever before.
+    /// Reshapes the matrix and sets all elements to zero; allocates only when it needs more room than before.
     void Reset(std::integral auto rows, std::integral auto cols)
     {
         const std::uint32_t newRows = checked(rows);
@@ -214,10 +214,10 @@ private:
 };
 
 ///@{
-/// product = a·b and product = aᵀ·b, through BLAS for float and double. `product` takes the fitting shape, without an
-/// allocation when it has room; it may be one of the factors, which costs one. Int products are plain sums, which must
-/// not overflow. Infinities and not-a-numbers spread as the arithmetic has it. Throws std::invalid_argument ("sizes do
-/// not fit") for wrong shapes, and std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
+/// product = a·b and product = aᵀ·b, through BLAS for float and double. `product` is reshaped, without an allocation if
+/// it has room; it may be one of the factors, at the cost of an allocation. Int products are plain sums, which must not
+/// overflow. Infinities and NaNs propagate. Throws std::invalid_argument ("sizes do not fit") for wrong shapes, and
+/// std::length_error when a dimension exceeds BLAS's 32-bit signed integers.
 template <class T>
 VOALGO_API void Multiply(const TMatrix<T>& a, const TMatrix<T>& b, TMatrix<T>& product);
 template <class T>

@@ -112,7 +112,7 @@ public:
     }
     /// √(Σ aᵢ²), summed in order; infinite when a square overflows.
     [[nodiscard]] T Norm() const requires std::is_floating_point_v<T> { return static_cast<T>(std::sqrt(Dot(*this))); }
-    /// max |aᵢ|; 0 of an empty vector. Not-a-number when an element is.
+    /// max |aᵢ|; 0 for an empty vector, NaN when an element is NaN.
     [[nodiscard]] T MaxAbs() const
     {
         T largest{};
