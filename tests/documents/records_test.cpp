@@ -1,5 +1,6 @@
 #include "VoAlgorithms/documents/records.h"
 #include "bson/bson_support.h"
+#include "fuzz/keep_seed.h"
 #include "support/clouds.h"
 #include "support/log_capture.h"
 
