@@ -29,8 +29,10 @@ inline Bytes PlainMoveToFront(const Bytes& in, bool inverse)
     Bytes table = AllValues(), out;
     for (const unsigned char b : in) {
         const auto at = inverse ? table.begin() + b : std::find(table.begin(), table.end(), b);
-        out.push_back(inverse ? *at : static_cast<unsigned char>(at - table.begin()));
-        std::rotate(table.begin(), at, at + 1);
+        const unsigned char value = *at;
+        out.push_back(inverse ? value : static_cast<unsigned char>(at - table.begin()));
+        table.erase(at);
+        table.insert(table.begin(), value);
     }
     return out;
 }
@@ -109,13 +111,13 @@ inline bool DecodesAsOracle(const Bytes& stream, bool front, std::size_t limit =
     if (all.end != EDecoded::TooLarge && Output(stream, size, front ? UncompressWithMTF : Uncompress) != all.bytes)
         return false;
     for (const std::size_t capacity : {size, size - std::min<std::size_t>(size, 1), size / 2, std::size_t{0}}) {
-        const PlainDecoded expected = PlainRead(stream, front, capacity);
+        const PlainDecoded part = PlainRead(stream, front, capacity);
         DecodeResult result{};
         const Bytes bytes = Output(stream, capacity, [&](auto in, auto out, auto n) {
             result = (front ? UncompressWithMTFChecked : UncompressChecked)(in, out, n, capacity);
             return result.size;
         });
-        if (bytes != expected.bytes || result.end != expected.end) return false;
+        if (bytes != part.bytes || result.end != part.end) return false;
     }
     return true;
 }
