@@ -7,11 +7,10 @@
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t n)
 {
     using namespace rle_test;
+    constexpr std::size_t MaxDecoded = 2048; // keeps inputs cheap; the unit tests decode the longest runs
     const Bytes bytes(data, data + n);
-    const unsigned char choice = n == 0 ? 0 : bytes.back();
-    const std::size_t limit = choice % 16 == 0 ? 65536 : 2048; // most inputs stay cheap
-    Require(DecodesAsOracle(bytes, false, limit) && DecodesAsOracle(bytes, true, limit));
-    Require(CodesAsOracle(bytes, choice));
+    Require(DecodesAsOracle(bytes, false, MaxDecoded) && DecodesAsOracle(bytes, true, MaxDecoded));
+    Require(CodesAsOracle(bytes, n == 0 ? 0 : bytes.back()));
     Require(PlainRead(Compressed(bytes, -1, 1 + 2 * n), false, SIZE_MAX).bytes == bytes);
     return 0;
 }
