@@ -61,20 +61,22 @@ ConfigurationFPFH OddConfiguration()
 
 ICPResult OddResult()
 {
-    return {0,
-            0.1F,
-            2,
-            std::numeric_limits<float>::infinity(),
-            0.4F,
-            0.5F,
-            0.6F,
-            7,
-            0.8F,
-            0.9F,
-            10,
-            1.1F,
-            CTrafo(VoAlgo::Quaternion(0.5, 0.5, -0.5, 0.5), {1, 2, 3}),
-            {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}}};
+    ICPResult r;
+    r.resultType = 0;
+    r.fStart_OverlapRatio = 0.1F;
+    r.iStart_NumberOfInliers = 2;
+    r.fStart_RMSE = std::numeric_limits<float>::infinity();
+    r.fStart_MismatchesPerMatchRatio = 0.4F;
+    r.fStop_OverlapRatio = 0.5F;
+    r.fStop_OverlapArea = 0.6F;
+    r.iStop_NumberOfInliers = 7;
+    r.fStop_RMSE = 0.8F;
+    r.fStop_MismatchesPerMatchRatio = 0.9F;
+    r.iStop_Iterations = 10;
+    r.fStop_SmallBigRatio = 1.1F;
+    r.trafo = CTrafo(VoAlgo::Quaternion(0.5, 0.5, -0.5, 0.5), {1, 2, 3});
+    r.ellipsoid = {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}, {10, 11, 12}};
+    return r;
 }
 
 CFPFHPointSet SmallSet(std::size_t n, unsigned seed)
@@ -204,7 +206,7 @@ TEST(Records, BrokenPointSetsAreRefused)
             if (other != e) rest.append(other);
         for (const unsigned less : {1U, 4U, 15U, 16U, 132U}) {
             if (size < less) continue;
-            const object broken = (rest, element(e.name(), data, size - less));
+            const object broken = (object(rest), element(e.name(), data, size - less));
             EXPECT_THROW((void)from_object<CFPFHPointSet>(broken), std::invalid_argument) << e.name() << " " << less;
         }
         EXPECT_TRUE(from_object<CFPFHPointSet>(rest).Empty()) << e.name(); // a missing key is never an error
