@@ -16,7 +16,7 @@ struct Remaker {
     int type;
     element (*remake)(const element&);
 };
-inline const Remaker remakers[] = {
+inline const Remaker Remakers[] = {
     {1, [](const element& e) { return element(e.name(), e.as_double()); }},
     {2, [](const element& e) { return element(e.name(), e.as_string()); }},
     {4, [](const element& e) { return element(e.name(), e.as_object()); }},
@@ -42,7 +42,7 @@ inline const Remaker remakers[] = {
 /// Whether the reader of its type gives the value of an element, and all others throw. Any byte but 0 is true.
 inline bool OnlyItsReaderAccepts(const element& e)
 {
-    for (const auto& [type, remake] : remakers) {
+    for (const auto& [type, remake] : Remakers) {
         try {
             const bool same = remake(e) == e || (type == element::Boolean && e.raw_value()[0] > 1);
             if (type != e.type() || !same) return false;

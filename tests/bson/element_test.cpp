@@ -38,7 +38,8 @@ TEST(Element, EveryTypeHasItsBytesAndItsReader)
         {element::make_uint8("a", 200), {132, 'a', 0, 200}},
         {element::make_int8("a", -1), {133, 'a', 0, 0xFF}},
     };
-    for (const auto& [made, bytes] : rows) {
+    for (const auto& [made, golden] : rows) {
+        const Bytes& bytes = golden; // captured below
         const int type = bytes[0];
         SCOPED_TRACE(type);
         EXPECT_EQ(BytesOf(made), bytes);

@@ -26,13 +26,13 @@ public:
     // form longer runs.
     Bytes Runs(std::size_t size)
     {
-        static constexpr std::size_t lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
-        const std::size_t kinds = Below(std::size(lengths)) + 1;
+        static constexpr std::size_t Lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
+        const std::size_t kinds = Below(std::size(Lengths)) + 1;
         const std::size_t values = std::size_t{1} << Below(9);
         const std::size_t first = Below(256);
         Bytes bytes;
         while (bytes.size() < size)
-            bytes.insert(bytes.end(), lengths[Below(kinds)], static_cast<unsigned char>(first + Below(values)));
+            bytes.insert(bytes.end(), Lengths[Below(kinds)], static_cast<unsigned char>(first + Below(values)));
         bytes.resize(size);
         return bytes;
     }
