@@ -3,12 +3,8 @@
 #include "VoAlgorithms/bson/element.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <istream>
 #include <optional>
-#include <random>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
@@ -33,13 +29,6 @@ inline Bytes BytesOf(const element::object& o)
 {
     const auto [data, size] = o.freeze();
     return {data.get(), data.get() + size};
-}
-
-inline std::string NamesOf(const element::object& o)
-{
-    std::string names;
-    for (const element& e : o) names += e.name();
-    return names;
 }
 
 /// The result of the call, or nothing when it throws "parse error"; other exceptions propagate.
@@ -80,16 +69,5 @@ private:
     Bytes bytes_;
     std::size_t next_ = 0;
 };
-
-/// Saves a document as a seed for fuzzing in the folder VOALGO_CORPUS, if that is set.
-inline void KeepSeed(const std::string& target, const std::string& name, const Bytes& bytes)
-{
-    const char* const corpus = std::getenv("VOALGO_CORPUS");
-    if (corpus == nullptr) return;
-    const std::filesystem::path folder = std::filesystem::path(corpus) / target;
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder / name, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
 
 } // namespace bson_test

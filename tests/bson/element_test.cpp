@@ -1,12 +1,8 @@
 #include "VoAlgorithms/bson/element.h"
-#include "bson/bson_support.h"
+#include "bson/bson_invariants.h"
+#include "fuzz/keep_seed.h"
 
 #include <gtest/gtest.h>
-
-#include <cmath>
-#include <fstream>
-#include <limits>
-#include <sstream>
 
 namespace {
 
@@ -16,113 +12,60 @@ using object = element::object;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-struct GoldenRow {
-    element made;
-    element constructed; // the same through the typed constructor, where there is one
-    int type;
-    Bytes bytes;
-};
-
-// Worked out by hand from the layout: type, name, NUL, value, all little-endian.
-std::vector<GoldenRow> GoldenRows()
+// One row per type, worked out by hand from the layout: type, name, NUL, value, all little-endian.
+TEST(Element, EveryTypeHasItsBytesAndItsReader)
 {
     const unsigned char raw[] = {0xDE, 0xAD, 0xBE};
-    const object inner(element("b", true));
-    return {
-        {element::make_double("a", -2.0), {"a", -2.0}, 1, {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0xC0}},
-        {element::make_string("a", "x\0y"s), {"a", "x\0y"s}, 2, {2, 'a', 0, 4, 0, 0, 0, 'x', 0, 'y', 0}},
-        {element::make_string("a", L"ä€\U0001F600"),
-         {"a", L"ä€\U0001F600"},
-         2,
-         {2, 'a', 0, 10, 0, 0, 0, 0xC3, 0xA4, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80, 0}},
-        {element::make_object("a", inner), {"a", inner}, 4, {4, 'a', 0, 4, 0, 0, 0, 8, 'b', 0, 1, 0}},
-        {element::make_binary("a", raw, 3), {"a", raw, 3}, 5, {5, 'a', 0, 3, 0, 0, 0, 0, 0xDE, 0xAD, 0xBE}},
-        {element::make_binary("a", nullptr, 0, element::BinaryType::UserDefined), {}, 5, {5, 'a', 0, 0, 0, 0, 0, 128}},
-        {element::make_boolean("a", false), {"a", false}, 8, {8, 'a', 0, 0}},
-        {element::make_datetime("a", -2ms),
-         {"a", -2ms},
-         9,
-         {9, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
-        {element::make_null("abc"), element("abc"), 10, {10, 'a', 'b', 'c', 0}},
-        {element::make_regex("", "^a", "i"), {}, 11, {11, 0, '^', 'a', 0, 'i', 0}},
-        {element::make_int32("a", -2), {"a", -2}, 16, {16, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF}},
-        {element::make_uint64("a", 0x8000000000000001U),
-         {"a", 0x8000000000000001ULL},
-         17,
-         {17, 'a', 0, 1, 0, 0, 0, 0, 0, 0, 0x80}},
-        {element::make_int64("a", 258), {"a", 258LL}, 18, {18, 'a', 0, 2, 1, 0, 0, 0, 0, 0, 0}},
-        {element::make_float("a", 1.5F), {"a", 1.5F}, 128, {128, 'a', 0, 0, 0, 0xC0, 0x3F}},
-        {element::make_uint32("a", 0xFFFFFFFEU), {"a", 0xFFFFFFFEU}, 129, {129, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF}},
-        {element::make_int16("a", -2), {"a", short{-2}}, 130, {130, 'a', 0, 0xFE, 0xFF}},
-        {element::make_uint16("a", 258), {"a", static_cast<unsigned short>(258)}, 131, {131, 'a', 0, 2, 1}},
-        {element::make_uint8("a", 200), {"a", static_cast<unsigned char>(200)}, 132, {132, 'a', 0, 200}},
-        {element::make_int8("a", -1), {"a", static_cast<signed char>(-1)}, 133, {133, 'a', 0, 0xFF}},
+    const std::pair<element, Bytes> rows[] = {
+        {element::make_double("a", -2.0), {1, 'a', 0, 0, 0, 0, 0, 0, 0, 0, 0xC0}},
+        {element::make_string("a", "x\0y"s), {2, 'a', 0, 4, 0, 0, 0, 'x', 0, 'y', 0}},
+        {element::make_string("ab", L"ä€\U0001F600"),
+         {2, 'a', 'b', 0, 10, 0, 0, 0, 0xC3, 0xA4, 0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80, 0}},
+        {element::make_object("a", object({"b", true})), {4, 'a', 0, 4, 0, 0, 0, 8, 'b', 0, 1, 0}},
+        {element::make_binary("a", raw, 3), {5, 'a', 0, 3, 0, 0, 0, 0, 0xDE, 0xAD, 0xBE}},
+        {element::make_binary("ab", nullptr, 0, element::BinaryType::UserDefined), {5, 'a', 'b', 0, 0, 0, 0, 0, 128}},
+        {element::make_boolean("a", false), {8, 'a', 0, 0}},
+        {element::make_datetime("a", -2ms), {9, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {element::make_null("abc"), {10, 'a', 'b', 'c', 0}},
+        {element::make_regex("", "^a", "i"), {11, 0, '^', 'a', 0, 'i', 0}},
+        {element::make_int32("a", -2), {16, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF}},
+        {element::make_uint64("a", 0x8000000000000001U), {17, 'a', 0, 1, 0, 0, 0, 0, 0, 0, 0x80}},
+        {element::make_int64("a", 258), {18, 'a', 0, 2, 1, 0, 0, 0, 0, 0, 0}},
+        {element::make_float("a", 1.5F), {128, 'a', 0, 0, 0, 0xC0, 0x3F}},
+        {element::make_uint32("a", 0xFFFFFFFEU), {129, 'a', 0, 0xFE, 0xFF, 0xFF, 0xFF}},
+        {element::make_int16("a", -2), {130, 'a', 0, 0xFE, 0xFF}},
+        {element::make_uint16("a", 258), {131, 'a', 0, 2, 1}},
+        {element::make_uint8("a", 200), {132, 'a', 0, 200}},
+        {element::make_int8("a", -1), {133, 'a', 0, 0xFF}},
     };
-}
-
-TEST(Element, EveryTypeHasItsBytes)
-{
-    for (const GoldenRow& row : GoldenRows()) {
-        SCOPED_TRACE(row.type);
-        EXPECT_EQ(BytesOf(row.made), row.bytes);
-        KeepSeed("element", std::to_string(row.type) + row.made.name(), row.bytes);
-        EXPECT_EQ(row.made.type(), row.type);
-        EXPECT_TRUE(row.constructed == row.made || row.constructed.type() == element::Empty);
-        const element read = element::unfreeze(row.bytes.data(), row.bytes.size());
-        EXPECT_EQ(read, row.made);
-        EXPECT_EQ(read.size_of_value(), row.bytes.size() - std::string(read.name()).size() - 2);
-        EXPECT_EQ(read.raw_value(), read.raw() + std::string(read.name()).size() + 2);
+    for (const auto& [made, golden] : rows) {
+        const Bytes& bytes = golden; // captured below
+        const int type = bytes[0];
+        SCOPED_TRACE(type);
+        EXPECT_EQ(BytesOf(made), bytes);
+        EXPECT_EQ(made.type(), type);
+        EXPECT_EQ(element::unfreeze(bytes.data(), bytes.size()), made);
+        EXPECT_TRUE(HoldsAsElement(bytes));
+        KeepSeed("element", std::to_string(type) + made.name(), bytes);
+        const std::size_t head = std::string(made.name()).size() + 2;
+        EXPECT_EQ(made.size_of_value(), bytes.size() - head);
+        EXPECT_EQ(made.raw_value(), made.raw() + head);
         // Truncation anywhere is an error, except before the type byte and inside the count of an object.
-        for (std::size_t n = 0; n < row.bytes.size(); ++n) {
-            const auto cut = [&] { return element::unfreeze(Bytes(row.bytes.begin(), At(row.bytes, n)).data(), n); };
-            if (n == 0) {
-                EXPECT_EQ(cut().type(), 255);
-            } else if (row.type == 4 && n >= 3 && n < 7) {
+        for (std::size_t n = 1; n < bytes.size(); ++n) {
+            const auto cut = [&] { return element::unfreeze(Bytes(bytes.begin(), At(bytes, n)).data(), n); };
+            if (type == element::Object && n >= 3 && n < 7)
                 EXPECT_EQ(cut(), element("a", object()));
-            } else {
+            else
                 EXPECT_TRUE(IsParseError(cut)) << n;
-            }
         }
     }
-}
-
-// The reader for a row's type gives its value and all others throw; for the empty element all of them do.
-TEST(Element, ReadersAcceptOnlyTheirOwnType)
-{
-    const std::vector<std::pair<int, std::function<void(const element&)>>> readers = {
-        {1, [](const element& e) { EXPECT_EQ(e.as_double(), -2.0); }},
-        {2, [](const element& e) { EXPECT_EQ(e.as_string().size(), e.size_of_value() - 5); }},
-        {2, [](const element& e) { EXPECT_EQ(element::make_string("a", e.as_string_utf16()), e); }},
-        {4, [](const element& e) { EXPECT_TRUE(e.as_object().child("b").as_boolean()); }},
-        {4, [](const element& e) { EXPECT_EQ(element("a", e.children()), e); }},
-        {5,
-         [](const element& e) {
-             const auto [data, size, type] = e.as_binary();
-             EXPECT_EQ(element::make_binary("a", data, size, type), e);
-         }},
-        {8, [](const element& e) { EXPECT_FALSE(e.as_boolean()); }},
-        {9, [](const element& e) { EXPECT_EQ(e.as_datetime(), -2ms); }},
-        {11, [](const element& e) { EXPECT_EQ(e.as_regex().first + "|"s + e.as_regex().second, "^a|i"); }},
-        {16, [](const element& e) { EXPECT_EQ(e.as_int32(), -2); }},
-        {17, [](const element& e) { EXPECT_EQ(e.as_uint64(), 0x8000000000000001U); }},
-        {18, [](const element& e) { EXPECT_EQ(e.as_int64(), 258); }},
-        {128, [](const element& e) { EXPECT_EQ(e.as_float(), 1.5F); }},
-        {129, [](const element& e) { EXPECT_EQ(e.as_uint32(), 0xFFFFFFFEU); }},
-        {130, [](const element& e) { EXPECT_EQ(e.as_int16(), -2); }},
-        {131, [](const element& e) { EXPECT_EQ(e.as_uint16(), 258); }},
-        {132, [](const element& e) { EXPECT_EQ(e.as_uint8(), 200); }},
-        {133, [](const element& e) { EXPECT_EQ(e.as_int8(), -1); }},
-    };
-    std::vector<GoldenRow> rows = GoldenRows();
-    rows.push_back({element(), element(), 255, {}});
-    for (const GoldenRow& row : rows)
-        for (const auto& [type, read] : readers) {
-            SCOPED_TRACE(std::to_string(row.type) + " read as " + std::to_string(type));
-            if (type == row.type)
-                read(row.made);
-            else
-                EXPECT_THROW(read(row.made), std::bad_cast);
-        }
+    EXPECT_EQ(element::make_string("ab", rows[2].first.as_string_utf16()), rows[2].first);
+    EXPECT_THROW((void)rows[0].first.as_string_utf16(), std::bad_cast);
+    EXPECT_TRUE(HoldsAsElement({}));
+    EXPECT_EQ(element::unfreeze(nullptr, 0), element());
+    EXPECT_TRUE(OnlyItsReaderAccepts(element()));
+    EXPECT_EQ(element("a"), element::make_null("a"));
+    EXPECT_EQ(element("a", raw, 3), element::make_binary("a", raw, 3));
     EXPECT_STREQ(VoAlgo::bson::bad_cast().what(), "bad cast");
 }
 
@@ -150,12 +93,17 @@ TEST(Element, CopiesAndMovesItsBytes)
 
 TEST(Element, CommasBuildObjects)
 {
+    const auto namesOf = [](const object& o) {
+        std::string names;
+        for (const element& e : o) names += e.name();
+        return names;
+    };
     object ab = (element("a", 1), element("b", 2));
-    EXPECT_EQ(NamesOf(ab), "ab");
+    EXPECT_EQ(namesOf(ab), "ab");
     const object abc = (object(ab), element("c", 3)), copy = (abc, element("d", 4));
-    EXPECT_EQ(NamesOf(abc) + NamesOf(copy) + NamesOf((abc, ab)), "abcabcdabcab");
+    EXPECT_EQ(namesOf(abc) + namesOf(copy) + namesOf((abc, ab)), "abcabcdabcab");
     ab, element("e"), (element("f"), element("g"));
-    EXPECT_EQ(NamesOf(ab), "abefg");
+    EXPECT_EQ(namesOf(ab), "abefg");
     EXPECT_EQ(ab.size(), ab.freeze().second);
 }
 
@@ -212,16 +160,10 @@ TEST(Object, FindsChildrenAndPaths)
     EXPECT_EQ(document.child("x").type(), element::Object);
     EXPECT_EQ(document.child(std::regex("x")).type(), element::Object);
     EXPECT_EQ(document.child(std::regex("")).type(), element::Empty); // a name matches as a whole
-    EXPECT_EQ(root.child("x"), document.child("x"));
     EXPECT_EQ(root.child(std::regex("[a-z]")), document.child("x"));
-    EXPECT_EQ(document.child("x").child("y").child("y").as_string(), "right");
-    EXPECT_EQ(root.child("x").child("z").type(), element::Empty);
     EXPECT_EQ(element("n", 1).child("a").type(), element::Empty);
-    for (const char* path : {"x/y/y", "/x/y/y", "//x///y/y/"}) {
-        EXPECT_EQ(document.query(path).as_string(), "right");
-        EXPECT_EQ(root.query(std::string(path)).as_string(), "right");
-    }
-    EXPECT_EQ(document.query({"x", "y", "y"}).as_string(), "right");
+    for (const char* path : {"x/y/y", "/x/y/y", "//x///y/y/"})
+        EXPECT_EQ(document.query(path).as_string() + root.query(std::string(path)).as_string(), "rightright");
     EXPECT_EQ(root.query({"x", "y"}), element("y", deep));
     for (const char* path : {"y", "x/z", "x/y/y/y", "X"}) EXPECT_EQ(document.query(path).type(), 255) << path;
     EXPECT_EQ(document.query("").type(), 255);

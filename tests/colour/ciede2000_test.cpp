@@ -51,15 +51,13 @@ Real Ciede2000(const Lab& first, const Lab& second)
     return std::sqrt(l * l + c * c + h * h + rotation * c * h);
 }
 
-struct Pair {
-    Lab first, second;
-    double difference;
-};
-
 // Table 1 of G. Sharma, W. Wu and E. N. Dalal, "The CIEDE2000 color-difference formula: implementation notes,
 // supplementary test data, and mathematical observations", Color Res. Appl. 30 (2005) 21-30. Both the published
 // differences and the oracle above must agree, so that a slip in either shows.
-const Pair publishedPairs[] = {
+const struct {
+    Lab first, second;
+    double difference;
+} publishedPairs[] = {
     {{50.0000, 2.6772, -79.7751}, {50.0000, 0.0000, -82.7485}, 2.0425},
     {{50.0000, 3.1571, -77.2803}, {50.0000, 0.0000, -82.7485}, 2.8615},
     {{50.0000, 2.8361, -74.0200}, {50.0000, 0.0000, -82.7485}, 3.4412},
@@ -98,10 +96,8 @@ const Pair publishedPairs[] = {
 
 TEST(Ciede2000, PublishedPairsInBothOrders)
 {
-    ASSERT_EQ(std::size(publishedPairs), 34U);
-    int row = 0;
     for (const auto& [first, second, difference] : publishedPairs) {
-        SCOPED_TRACE(++row);
+        SCOPED_TRACE(difference);
         EXPECT_NEAR(std::sqrt(first.DistanceSq_CIEDE2000(second)), difference, 5.1e-5);
         EXPECT_NEAR(std::sqrt(second.DistanceSq_CIEDE2000(first)), difference, 5.1e-5);
         EXPECT_NEAR(static_cast<double>(Ciede2000(first, second)), difference, 5.1e-5);

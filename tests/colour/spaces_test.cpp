@@ -23,24 +23,11 @@ double MaxDifference(const Color& a, const Color& b)
     return std::max({std::abs(a[0] - b[0]), std::abs(a[1] - b[1]), std::abs(a[2] - b[2])});
 }
 
-// The cube 0 … 255 in steps of 5, with its corners, edges and faces.
-std::vector<RGB> Cube()
-{
-    std::vector<RGB> colors;
-    for (int r = 0; r <= 255; r += 5)
-        for (int g = 0; g <= 255; g += 5)
-            for (int b = 0; b <= 255; b += 5) colors.emplace_back(r, g, b);
-    return colors;
-}
-
 // Checked at compile time: the packed layouts byte by byte, the clamps, the deliberate oddities.
-static_assert(RGB(255, 0, 0).ToARGB() == 0xFFFF0000U && RGB(255, 0, 0).ToRGBA() == 0xFF0000FFU);
-static_assert(RGB(255, 0, 0).ToBGRA() == 0x0000FFFFU && RGB(255, 0, 0).ToABGR() == 0xFF0000FFU);
 static_assert(RGB(1, 2, 3).ToARGB() == 0xFF010203U && RGB(1, 2, 3).ToABGR() == 0xFF030201U);
 static_assert(RGB(1, 2, 3).ToBGRA() == 0x030201FFU && RGB(1, 2, 3).ToRGBA() == 0x010203FFU);
 static_assert(RGB::FromARGB(0x80010203U) == RGB(1, 2, 3) && RGB::FromABGR(0x80030201U) == RGB(1, 2, 3));
 static_assert(RGB::FromBGRA(0x03020180U) == RGB(1, 2, 3) && RGB::FromRGBA(0x01020380U) == RGB(1, 2, 3));
-static_assert(RGB::FromBGRA(0x0000FFFFU) == RGB(255, 0, 0));
 static_assert(RGB(255, 255, 255).ToGray() == 255 && RGB(0, 255, 0).ToGray() == 182 && RGB(0, 0, 100).ToGray() == 7);
 static_assert(RGB(-1, 256, 7.25).Clamp() == RGB(0, 255, 7.25) && XYZ(-1, 101, 100.5).Clamp() == XYZ(0, 100, 100));
 static_assert(Lab(101, -129, 128).Clamp() == Lab(100, -128, 127));
@@ -49,7 +36,6 @@ static_assert(HSV(361, 1.5, -0.5) == HSV(360, 1, 0));
 static_assert(Lab(100, 0, 0).ToXYZ() == XYZ(95.047, 100, 100));
 static_assert(HSL(RGB(255, 255, 255)).L == 255 && HSL(RGB(255, 255, 255)).S == 0);
 static_assert(HSL(RGB(1, 0.5, 0.5)).L == 0.75 && HSL(RGB(1, 0.5, 0.5)).S == 0.5 / 1.5);
-static_assert(RGB::dim == 3 && XYZ::dim == 3 && Lab::dim == 3 && DIN99o::dim == 3 && HSL::dim == 3 && HSV::dim == 3);
 static_assert(noexcept(Lab(RGB())) && noexcept(DIN99o(Lab())) && noexcept(XYZ::FromSRGB({})));
 
 // Rounding and clamping against the C library's rounding in the default mode, around every tie and far outside.
@@ -89,8 +75,6 @@ TEST(Conversions, GoldenValues)
     EXPECT_EQ(XYZ(RGB(-5, 300, 0)), XYZ(RGB(0, 255, 0)));
     EXPECT_EQ(XYZ::FromSRGB({-5, 300, 0}), XYZ::FromSRGB({0, 255, 0}));
     EXPECT_EQ(HSL(0, 100, 50).ToRGB(), RGB(1, 0, 0));
-    EXPECT_EQ(HSV(360, 1, 1).ToRGB(), RGB(255, 0, 0));
-    EXPECT_EQ(HSV(300, 1, 0.5).ToRGB(), RGB(127.5, 0, 127.5));
     EXPECT_EQ(HSV(RGB(0, 0, 0)), HSV(0, 0, 0));
 }
 
@@ -108,23 +92,26 @@ TEST(Conversions, CubeRootIsThatOfTwoHalleySteps)
     EXPECT_GT(largest, 2e-15);
 }
 
-// Round trips. The two matrices of the linear path are inverse to six digits; the gamma amplifies that near black.
+// Round trips over the cube in steps of 5. The two matrices of the linear path are inverse to six digits; the gamma
+// amplifies that near black.
 TEST(RoundTrips, OverTheCube)
 {
     double linear = 0, coded = 0, lab = 0, hsv = 0, hsl = 0;
-    for (const RGB& c : Cube()) {
+    const auto widen = [](double& largest, const auto& there, const auto& back) {
+        largest = std::max(largest, MaxDifference(there, back));
+    };
+    for (int i = 0; i < 52 * 52 * 52; ++i) {
+        const RGB c(i % 52 * 5, i / 52 % 52 * 5, i / 52 / 52 * 5), unit(c.r / 255, c.g / 255, c.b / 255);
         const XYZ xyz(c);
-        linear = std::max(linear, MaxDifference(xyz.ToRGB(), c));
-        coded = std::max(coded, MaxDifference(XYZ::FromSRGB(c).ToSRGB(), c));
-        if (xyz.Z <= 100) lab = std::max(lab, MaxDifference(Lab(c).ToRGB(), c));
-        hsv = std::max(hsv, MaxDifference(HSV(c).ToRGB(), c));
-        const RGB unit(c.r / 255, c.g / 255, c.b / 255);
+        widen(linear, xyz.ToRGB(), c);
+        widen(coded, XYZ::FromSRGB(c).ToSRGB(), c);
+        if (xyz.Z <= 100) widen(lab, Lab(c).ToRGB(), c);
+        widen(hsv, HSV(c).ToRGB(), c);
         const HSL h(unit); // the way back wants percent; the odd denominator makes it one only up to L = 0.5
-        if (h.L <= 0.5) hsl = std::max(hsl, MaxDifference(HSL(h.H, 100 * h.S, 100 * h.L).ToRGB(), unit));
+        if (h.L <= 0.5) widen(hsl, HSL(h.H, 100 * h.S, 100 * h.L).ToRGB(), unit);
     }
-    EXPECT_LT(linear, 1e-3);
+    EXPECT_LT(std::max(linear, lab), 1e-3);
     EXPECT_LT(coded, 5e-3);
-    EXPECT_LT(lab, 1e-3);
     EXPECT_LT(hsv, 1e-12);
     EXPECT_LT(hsl, 1e-14);
 }
@@ -133,19 +120,16 @@ TEST(RoundTrips, RandomLab)
 {
     std::mt19937 engine(1);
     std::uniform_real_distribution<double> lightness(0, 100), chromatic(-128, 127);
-    double din = 0, xyz = 0;
     int inside = 0;
     for (int i = 0; i < 100000; ++i) {
         const Lab c(lightness(engine), chromatic(engine), chromatic(engine));
+        ASSERT_LT(MaxDifference(DIN99o(c).ToLab(), c), 1e-11);
         const XYZ there = c.ToXYZ();
-        din = std::max(din, MaxDifference(DIN99o(c).ToLab(), c));
         if (std::min({there.X, there.Y, there.Z}) <= 0 || std::max({there.X, there.Y, there.Z}) >= 100) continue;
         ++inside; // nothing was clamped
-        xyz = std::max(xyz, MaxDifference(Lab(there), c));
+        ASSERT_LT(MaxDifference(Lab(there), c), 1e-3);
     }
-    EXPECT_LT(din, 1e-11);
     EXPECT_GT(inside, 10000);
-    EXPECT_LT(xyz, 1e-3);
 }
 
 // The axes of DIN99o are those of L*a*b* turned by 26°, and greys stay grey; hue and chroma against polar coordinates.
@@ -169,9 +153,7 @@ TEST(Din99o, MeasuresAndHue)
         EXPECT_NEAR(c.DeltaC(DIN99o(0, 3, 4)), -25, 1e-12);
     }
     const DIN99o origin, other(2, 3, 6);
-    EXPECT_EQ(origin.DistanceSq(other), 49);
     EXPECT_EQ(origin.Distance(other), 7);
-    EXPECT_EQ(origin.ChromaticDistanceSq(other), 45);
     EXPECT_EQ(origin.ChromaticDistance(other), std::sqrt(45));
 }
 

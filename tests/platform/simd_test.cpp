@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
-#include <cstring>
-#include <functional>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
@@ -24,33 +25,20 @@ constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
 float AnyFloat(std::mt19937& engine)
 {
     using Limits = std::numeric_limits<float>;
-    constexpr float Largest = Limits::max(), Smallest = Limits::min(), Denormal = Limits::denorm_min(), Two31 = 0x1p31F;
-    static const float special[] = {0.0F,      -0.0F, 0.5F,    1.5F,     2.5F,     -0.5F, -1.5F,  Infinity,      NaN,
-                                    -Infinity, NaN,   Largest, Smallest, Denormal, Two31, -Two31, 0x1.fffffep30F};
-    switch (engine() % 4) {
-    case 0:
-        return special[engine() % std::size(special)];
-    case 1:
-        return std::bit_cast<float>(static_cast<std::uint32_t>(engine()));
-    default:
-        return std::uniform_real_distribution<float>(-10.0F, 10.0F)(engine);
-    }
+    static const float special[] = {
+        0,       -0.0F,    0.5F,          1.5F,      2.5F,          -0.5F,         -1.5F,
+        NaN,     NaN,      Infinity,      -Infinity, Limits::max(), Limits::min(), Limits::denorm_min(),
+        0x1p31F, -0x1p31F, 0x1.fffffep30F};
+    const auto kind = engine() % 4;
+    if (kind == 0) return special[engine() % std::size(special)];
+    if (kind == 1) return std::bit_cast<float>(static_cast<std::uint32_t>(engine()));
+    return std::uniform_real_distribution<float>(-10.0F, 10.0F)(engine);
 }
 
 // The bits of a float. All NaNs count as equal: their payload is not specified.
 std::uint32_t Bits(float x)
 {
     return x != x ? 0x7FC00000U : std::bit_cast<std::uint32_t>(x);
-}
-
-template <class Pack>
-std::vector<std::uint32_t> Stored(const Pack& pack)
-{
-    float lanes[Lanes];
-    pack.Store(lanes);
-    std::vector<std::uint32_t> bits;
-    for (const float x : lanes) bits.push_back(Bits(x));
-    return bits;
 }
 
 // All operations of one pack on the same input, as bits.
@@ -63,13 +51,11 @@ std::vector<std::uint32_t> EveryOperation(const float* a, const float* b, unsign
     for (const Pack& r : {x + y, x - y, x * y, x / y, Pack::Max(x, y), Pack::Min(x, y), Pack::Abs(x), Pack::Sqrt(x),
                           Pack::Set(a[0]), Pack::ApproximateReciprocalSqrt(x), Pack::OneWhereGreater(x, y),
                           Pack::WithSignOf(x, y), Pack::FiniteOr(x, y), Pack::ZeroWhereNan(x)}) {
-        const auto stored = Stored(r);
-        bits.insert(bits.end(), stored.begin(), stored.end());
+        float lanes[Lanes];
+        r.Store(lanes);
+        std::transform(lanes, lanes + Lanes, std::back_inserter(bits), Bits);
     }
-    bits.push_back(Pack::MaskLess(x, y));
-    bits.push_back(Pack::MaskLessEqual(x, y));
-    bits.push_back(Bits(x.Sum()));
-    bits.push_back(Bits(x.SumOfPairs()));
+    bits.insert(bits.end(), {Pack::MaskLess(x, y), Pack::MaskLessEqual(x, y), Bits(x.Sum()), Bits(x.SumOfPairs())});
     float compressed[Lanes] = {};
     Pack::Compress(x, mask, compressed);
     std::uint32_t numbers[Lanes] = {}, codes[Lanes], counts[3 * 11];

@@ -39,8 +39,12 @@ struct Receiver : PeerProcess {
         : PeerProcess([&] {
               auto pipe = CSharedMemoryPipe::Create(Name, block);
               Say("ready");
-              for (const std::size_t size : sizes)
-                  if (pipe.Receive() != Message(size)) throw std::runtime_error("wrong message");
+              for (std::size_t size : sizes) {
+                  Bytes buffer(size);
+                  const Bytes expected = Message(size);
+                  pipe.Receive(buffer.data(), size);
+                  if (size != expected.size() || buffer != expected) throw std::runtime_error("wrong message");
+              }
           })
     {
         EXPECT_EQ(Line(), "ready");
@@ -102,15 +106,12 @@ private:
 // the size used for cases.
 TEST(SharedMemoryPipe, MessagesOfAllLengthsPassBetweenProcesses)
 {
-    for (const std::size_t block : {9U, 10U, 64U, 5000U}) {
+    for (const std::size_t block : {9U, 10U, 64U, 5000U, 0xa00000U}) {
         const std::size_t c = block - 8;
         Receiver receiver(block, {1, c, c + 1, 3 * c + 7, 1});
         Send(block, {0, 1, c, 0, c + 1, 3 * c + 7, 0, 1});
         EXPECT_EQ(receiver.ExitCode(), 0) << block;
     }
-    Receiver receiver(0xa00000, {25'000'000});
-    Send(0xa00000, {25'000'000});
-    EXPECT_EQ(receiver.ExitCode(), 0);
 }
 
 // Headers worked out by hand from the layout: a block of 12 bytes holds 4 bytes of payload.
@@ -124,21 +125,6 @@ TEST(SharedMemoryPipe, ChunksLieInTheBlockAsTheLayoutSays)
     for (const char* chunk : {"1 3 abc", "1 4 abcd", "2 4 abcd", "1 1 e", "3 4 abcd", "1 4 efgh", "2 3 ijk"})
         EXPECT_EQ(raw.Take(), chunk);
     sender.join();
-
-    std::thread foreign([&] {
-        raw.Put(3, 4, "abcd");
-        raw.Put(1, 4, "efgh");
-        raw.Put(2, 2, "ij");
-        raw.Put(1, 1, "k");
-    });
-    char buffer[16] = {};
-    std::size_t size = 99;
-    pipe.Receive(buffer, size);
-    EXPECT_EQ(std::string(buffer, size), "abcdefghij");
-    Bytes vector(5, 'z');
-    pipe.Receive(vector);
-    EXPECT_EQ(vector, Bytes{'k'});
-    foreign.join();
 }
 
 // A chunk that cannot be part of the message, such as the first one of a new sender, is refused: nothing is read past
@@ -163,7 +149,9 @@ TEST(SharedMemoryPipe, ImpossibleChunksAreRefused)
         });
         EXPECT_THAT([&] { (void)pipe.Receive(); },
                     ThrowsMessage<std::invalid_argument>(std::string("shared memory chunk ") + c.what));
-        EXPECT_EQ(pipe.Receive(), Bytes{'k'}) << c.what;
+        Bytes next(5, 'z');
+        pipe.Receive(next);
+        EXPECT_EQ(next, Bytes{'k'}) << c.what;
         foreign.join();
     }
 }

@@ -1,155 +1,20 @@
-#include "VoAlgorithms/runtime/rle.h"
+#include "runtime/rle_oracle.h"
 
+#include "fuzz/keep_seed.h"
 #include "runtime/detail_movetofront.h"
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <memory>
-#include <numeric>
 #include <random>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <tuple>
-#include <vector>
 
 namespace {
 
-using namespace VoAlgo::RLE;
-using Bytes = std::vector<unsigned char>;
-
-Bytes AllValues()
-{
-    Bytes values(256);
-    std::iota(values.begin(), values.end(), static_cast<unsigned char>(0));
-    return values;
-}
-
-// The oracles: one byte at a time, as the page of the format says.
-Bytes PlainPositions(const Bytes& bytes)
-{
-    Bytes table = AllValues();
-    Bytes positions;
-    for (const unsigned char b : bytes) {
-        const auto at = std::find(table.begin(), table.end(), b);
-        positions.push_back(static_cast<unsigned char>(at - table.begin()));
-        std::rotate(table.begin(), at, at + 1);
-    }
-    return positions;
-}
-
-Bytes PlainTokens(const Bytes& bytes, unsigned char escape)
-{
-    Bytes out;
-    for (std::size_t i = 0, length = 0; i < bytes.size(); i += length) {
-        const unsigned char v = bytes[i];
-        for (length = 1; i + length < bytes.size() && bytes[i + length] == v && length < 32768;) ++length;
-        const auto low = static_cast<unsigned char>(length - 1);
-        const auto high = static_cast<unsigned char>(0x80U | (length - 1) >> 8);
-        if (length > 128)
-            out.insert(out.end(), {escape, high, low, v});
-        else if (length > 3)
-            out.insert(out.end(), {escape, low, v});
-        else if (v == escape)
-            out.insert(out.end(), {escape, low});
-        else
-            out.insert(out.end(), length, v);
-    }
-    return out;
-}
-
-struct PlainDecoded {
-    Bytes bytes;
-    EDecoded end = EDecoded::Whole;
-};
-
-PlainDecoded PlainRead(const Bytes& stream, bool front, std::size_t capacity)
-{
-    Bytes table = AllValues();
-    PlainDecoded result;
-    if (stream.empty()) return result;
-    const unsigned char escape = front ? 255 : stream[0];
-    for (std::size_t i = front ? 0 : 1; i < stream.size();) {
-        const auto next = [&] { return i < stream.size() ? stream[i++] : (++i, 0); };
-        std::size_t length = 1;
-        auto v = static_cast<unsigned char>(next());
-        if (v == escape) {
-            const auto c = static_cast<std::size_t>(next());
-            length = c < 128 ? c + 1 : (c - 128) * 256 + static_cast<std::size_t>(next()) + 1;
-            if (c > 2) v = static_cast<unsigned char>(next());
-        }
-        result.end = i > stream.size()                         ? EDecoded::CutShort
-                     : result.bytes.size() + length > capacity ? EDecoded::TooLarge
-                                                               : EDecoded::Whole;
-        if (result.end != EDecoded::Whole) break;
-        for (; length != 0; --length) {
-            result.bytes.push_back(front ? table[v] : v);
-            if (front) std::rotate(table.begin(), table.begin() + v, table.begin() + v + 1);
-        }
-    }
-    return result;
-}
-
-// The output of a function. Both buffers have the exact size, so that the address sanitizer notices one byte too many.
-template <class Function>
-Bytes Output(const Bytes& in, std::size_t capacity, Function function)
-{
-    const std::unique_ptr<unsigned char[]> input(new unsigned char[in.size()]);
-    std::copy(in.begin(), in.end(), input.get());
-    const std::unique_ptr<unsigned char[]> output(new unsigned char[capacity]);
-    const std::size_t size = function(input.get(), output.get(), in.size());
-    EXPECT_LE(size, capacity);
-    return {output.get(), output.get() + std::min(size, capacity)};
-}
-
-Bytes Compressed(const Bytes& bytes, int escape, std::size_t capacity)
-{
-    return Output(bytes, capacity, [escape](auto in, auto out, auto n) { return Compress(in, out, n, escape); });
-}
-
-// Compares both forms of a decoder with the oracle: with exactly enough room, one byte less, half of it, none.
-void ExpectDecodes(const Bytes& stream, bool front)
-{
-    const PlainDecoded all = PlainRead(stream, front, SIZE_MAX);
-    const std::size_t size = all.bytes.size();
-    EXPECT_EQ(Output(stream, size, front ? UncompressWithMTF : Uncompress), all.bytes);
-    for (const std::size_t capacity : {size, size - std::min<std::size_t>(size, 1), size / 2, std::size_t{0}}) {
-        const PlainDecoded expected = PlainRead(stream, front, capacity);
-        DecodeResult result{};
-        const Bytes bytes = Output(stream, capacity, [&](auto in, auto out, auto n) {
-            result = (front ? UncompressWithMTFChecked : UncompressChecked)(in, out, n, capacity);
-            return result.size;
-        });
-        EXPECT_EQ(bytes, expected.bytes) << "capacity " << capacity << " of " << size;
-        EXPECT_EQ(result.end, expected.end) << "capacity " << capacity << " of " << size;
-    }
-}
-
-// Compares all coders with their oracles, and decodes again.
-void ExpectCodes(const Bytes& bytes, int escape)
-{
-    Bytes plain = PlainTokens(bytes, static_cast<unsigned char>(escape));
-    if (!bytes.empty()) plain.insert(plain.begin(), static_cast<unsigned char>(escape));
-    EXPECT_EQ(Compressed(bytes, escape, plain.size()), plain);
-    ExpectDecodes(plain, false);
-    EXPECT_EQ(PlainRead(plain, false, SIZE_MAX).bytes, bytes);
-
-    const Bytes positions = PlainPositions(bytes);
-    const auto allOf = [](auto transform) { // they return the output, or null when there is nothing to do
-        return [transform](auto in, auto out, auto n) { return transform(in, out, n) == out ? n : std::size_t{0}; };
-    };
-    EXPECT_EQ(Output(bytes, bytes.size(), allOf(MoveToFront)), positions);
-    EXPECT_EQ(Output(positions, bytes.size(), allOf(InverseMoveToFront)), bytes);
-    plain = PlainTokens(positions, 255);
-    EXPECT_EQ(Output(bytes, plain.size(), CompressWithMTF), plain);
-    ExpectDecodes(plain, true);
-    EXPECT_EQ(PlainRead(plain, true, SIZE_MAX).bytes, bytes);
-}
+using namespace rle_test;
 
 class Source {
 public:
@@ -161,13 +26,13 @@ public:
     // form longer runs.
     Bytes Runs(std::size_t size)
     {
-        static constexpr std::size_t lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
-        const std::size_t kinds = Below(std::size(lengths)) + 1;
+        static constexpr std::size_t Lengths[] = {1, 1, 1, 2, 3, 4, 5, 8, 31, 33, 127, 128, 129, 130, 200, 4096};
+        const std::size_t kinds = Below(std::size(Lengths)) + 1;
         const std::size_t values = std::size_t{1} << Below(9);
         const std::size_t first = Below(256);
         Bytes bytes;
         while (bytes.size() < size)
-            bytes.insert(bytes.end(), lengths[Below(kinds)], static_cast<unsigned char>(first + Below(values)));
+            bytes.insert(bytes.end(), Lengths[Below(kinds)], static_cast<unsigned char>(first + Below(values)));
         bytes.resize(size);
         return bytes;
     }
@@ -181,23 +46,22 @@ private:
 TEST(RLE, CodesAsTheOracles)
 {
     Source source(1);
-    for (std::size_t round = 0; round < 600 && !testing::Test::HasFailure(); ++round) {
-        SCOPED_TRACE(round);
+    for (std::size_t round = 0; round < 600; ++round) {
         const Bytes bytes = source.Runs(round < 80 ? round : source.Below(5001));
-        ExpectCodes(bytes, bytes.empty() || round % 2 == 0 ? static_cast<int>(round / 2 % 256) : bytes[0]);
+        const std::size_t escape = bytes.empty() || round % 2 == 0 ? round / 2 % 256 : bytes[0];
+        ASSERT_TRUE(CodesAsOracle(bytes, static_cast<int>(escape))) << round;
     }
     for (const std::size_t length : {4095U, 4096U, 4097U, 32767U, 32768U, 32769U, 65535U, 65536U, 65537U, 98304U})
-        for (const std::size_t value : {0U, 7U, 255U}) { // a run within others, its place in words and pieces varied
-            SCOPED_TRACE(length);
+        for (const unsigned value : {0U, 7U, 255U}) { // a run within others, its place in words and pieces varied
             Bytes bytes(source.Below(20), 1);
             bytes.insert(bytes.end(), length, static_cast<unsigned char>(value));
             bytes.insert(bytes.end(), source.Below(5), 9);
-            ExpectCodes(bytes, 7);
+            EXPECT_TRUE(CodesAsOracle(bytes, 7)) << length << " times " << value;
         }
     Bytes turns(100000); // runs of positions other than 0, longer than a token and than a piece
     for (const std::size_t period : {2U, 3U, 32U, 33U, 256U}) {
         for (std::size_t i = 0; i < turns.size(); ++i) turns[i] = static_cast<unsigned char>(i % period);
-        ExpectCodes(turns, 5);
+        EXPECT_TRUE(CodesAsOracle(turns, 5)) << period;
     }
 }
 
@@ -205,21 +69,19 @@ TEST(RLE, CodesAsTheOracles)
 TEST(RLE, DecodesAnyBytesAsTheOracle)
 {
     Source source(2);
-    for (int round = 0; round < 300; ++round) {
-        SCOPED_TRACE(round);
-        Bytes stream(source.Below(round < 200 ? 12 : 200));
+    std::vector<Bytes> streams(300);
+    for (Bytes& stream : streams) {
+        stream.resize(source.Below(&stream - streams.data() < 200 ? 12 : 200));
         const unsigned char frequent = source.Below(2) == 0 ? 255 : static_cast<unsigned char>(source.Below(4));
         for (std::size_t i = 0; i < stream.size(); ++i) { // few long runs: they take the twin long
             const bool begins = source.Below(3) == 0 && (i == 0 || stream[i - 1] != frequent);
             stream[i] = begins ? frequent : static_cast<unsigned char>(source.Below(source.Below(12) == 0 ? 256 : 131));
         }
-        ExpectDecodes(stream, false);
-        ExpectDecodes(stream, true);
     }
-    for (Bytes whole = Compressed(Source(3).Runs(250), -1, 501); !whole.empty(); whole.pop_back()) {
-        ExpectDecodes(whole, false);
-        ExpectDecodes(whole, true);
-    }
+    for (Bytes whole = Compressed(Source(3).Runs(250), -1, 501); !whole.empty(); whole.pop_back())
+        streams.push_back(whole);
+    for (const Bytes& stream : streams)
+        EXPECT_TRUE(DecodesAsOracle(stream, false) && DecodesAsOracle(stream, true)) << testing::PrintToString(stream);
 }
 
 // The portable table gives the same positions and bytes as the one that this machine uses, in place too; 33 to 256
@@ -230,7 +92,7 @@ TEST(RLE, BothMoveToFrontTablesAgree)
     for (const std::size_t symbols : {1U, 16U, 17U, 32U, 33U, 64U, 256U}) {
         Bytes bytes(3000);
         for (unsigned char& b : bytes) b = static_cast<unsigned char>(255 - source.Below(symbols));
-        const Bytes positions = PlainPositions(bytes);
+        const Bytes positions = PlainMoveToFront(bytes, false);
         const auto expectBothWays = [&](auto encoder, auto decoder) {
             Bytes out = bytes;
             encoder.Encode(out.data(), 1234, out.data());
@@ -300,28 +162,23 @@ Bytes FromHex(const std::string& text)
     return bytes;
 }
 
-// The examples of the format's page, worked out by hand. With VOALGO_CORPUS set they become seeds of the fuzz target.
+// The examples of the format's page, worked out by hand.
 TEST(RLE, WorkedExamplesOfTheFormatHold)
 {
     std::ifstream page(VOALGO_SOURCE_DIR "/docs/run-length-format.md");
     const std::regex row(R"(\| ([0-9a-f* ]+) \| (move to front|[0-9a-f]+) \| ([0-9a-f* ]+) \|)");
-    const char* const corpus = std::getenv("VOALGO_CORPUS");
-    if (corpus != nullptr) std::filesystem::create_directories(std::string(corpus) + "/rle");
     int examples = 0;
     for (std::string line; std::getline(page, line);) {
         std::smatch cells;
         if (!std::regex_match(line, cells, row)) continue;
         SCOPED_TRACE(line);
-        ++examples;
         const Bytes bytes = FromHex(cells[1]), stream = FromHex(cells[3]);
         const bool front = cells[2] == "move to front";
         EXPECT_EQ(front ? Output(bytes, 2 * bytes.size(), CompressWithMTF)
                         : Compressed(bytes, std::stoi(cells[2], nullptr, 16), 1 + 2 * bytes.size()),
                   stream);
         EXPECT_EQ(Output(stream, bytes.size(), front ? UncompressWithMTF : Uncompress), bytes);
-        if (corpus != nullptr)
-            std::ofstream(std::string(corpus) + "/rle/" + std::to_string(examples), std::ios::binary)
-                .write(reinterpret_cast<const char*>(stream.data()), static_cast<std::streamsize>(stream.size()));
+        KeepSeed("rle", std::to_string(++examples), stream);
     }
     EXPECT_EQ(examples, 15);
 }
