@@ -92,7 +92,7 @@ NORMALS = LARGE[::-1].copy()
         lambda p, n: vo.compute_features(p, n, threads=1),
         lambda p, n: vo.estimate_normals(p),
         lambda p, n: vo.voxel_down(p, n, 1.0),
-        lambda p, n: vo.Scan(p, n).transformed(np.eye(4)),
+        lambda p, n: vo.Scan(LARGE).transformed(np.eye(4)),
         lambda p, n: vo.mean_shift(p[::10], 5.0),
         lambda p, n: vo.mean_shift_3d(p[::10], 5.0),
         lambda p, n: vo.procrustes(LARGE, LARGE),
