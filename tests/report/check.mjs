@@ -68,7 +68,9 @@ class Browser {
     async close() {
         this.process.kill();
         await new Promise((done) => this.process.once("exit", done));
-        rmSync(this.profile, { recursive: true, force: true, maxRetries: 20, retryDelay: 100 }); // its children may still write
+        try {
+            rmSync(this.profile, { recursive: true, force: true, maxRetries: 20, retryDelay: 100 });
+        } catch { } // the browser's children may still write: what is left in the temporary folder is no fault of a report
     }
 }
 

@@ -7,7 +7,7 @@
 
 namespace VoAlgo::cs {
 
-/// What every colour class has besides its conversions: access to its three components by index, and transfer curves
+/// Base of the colour classes: access to its three components by index, and transfer curves
 /// over their ranges. `Color` states `Ranges` and names its components, in the same order, in the private `Components`.
 template <class Color>
 class TColor {
@@ -15,24 +15,22 @@ public:
     /// Number of components.
     static constexpr int dim = 3; // NOLINT(readability-identifier-naming): hosts know it by this name
 
-    ///@{
     /// Component 0, 1 or 2; unchecked.
     constexpr double operator[](std::size_t i) const noexcept { return self().*Color::Components[i]; }
+    /// The same, to be changed.
     constexpr double& operator[](std::size_t i) noexcept { return self().*Color::Components[i]; }
-    ///@}
 
-    ///@{
-    /// Identity curves to shape one channel (0, 1 or 2; else std::out_of_range) or all; at least two control points
-    /// each (else std::invalid_argument).
+    /// An identity curve to shape one channel (0, 1 or 2; else std::out_of_range) with at least two control points
+    /// (else std::invalid_argument).
     [[nodiscard]] static CChannelTransferCurve CreateChannelTransferCurve(int channel, int points)
     {
         return cs::CreateChannelTransferCurve(Color::Ranges, channel, points);
     }
+    /// Identity curves to shape all channels, with at least two control points each (else std::invalid_argument).
     [[nodiscard]] static TColorTransferCurve<Color> CreateColorTransferCurve(int points)
     {
         return TColorTransferCurve<Color>(points);
     }
-    ///@}
 
     /// The part without components: always equal.
     friend constexpr bool operator==(const TColor&, const TColor&) noexcept = default;
