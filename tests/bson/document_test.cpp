@@ -35,8 +35,8 @@ public:
         object made;
         std::string text;
         for (std::size_t n = Below(6); n > 0; --n) {
-            const std::string name = Text(4, false);
-            const Shown<element> e = Element(name, depth);
+            const std::string name = someText(4, false);
+            const Shown<element> e = randomElement(name, depth);
             made.append(e.made);
             text += (text.empty() ? "" : ",") + json(name).dump() + ":" + e.text;
         }
@@ -45,7 +45,7 @@ public:
     std::size_t Below(std::size_t n) { return engine_() % n; }
 
 private:
-    std::string Text(std::size_t longest, bool withNul)
+    std::string someText(std::size_t longest, bool withNul)
     {
         static const std::string letters[] = {"a", "\"", "\\", "\n", "\x7F", "\x01", "é", "\U0001F600", "/", "\0"s};
         std::string text;
@@ -53,7 +53,7 @@ private:
         return text;
     }
     template <class T>
-    Shown<element> Plain(const std::string& name)
+    Shown<element> plainElement(const std::string& name)
     {
         const std::uint64_t bits = engine_();
         T value;
@@ -63,17 +63,20 @@ private:
         if constexpr (std::is_same_v<T, bool>) value = bits % 2 == 0;
         return {{name, value}, json(value).dump()};
     }
-    Shown<element> Element(const std::string& name, unsigned depth)
+    Shown<element> randomElement(const std::string& name, unsigned depth)
     {
         using R = RandomDocuments;
-        static constexpr Shown<element> (R::*plain[])(const std::string&) = {
-            &R::Plain<signed char>, &R::Plain<unsigned char>, &R::Plain<short>,     &R::Plain<unsigned short>,
-            &R::Plain<int>,         &R::Plain<unsigned>,      &R::Plain<long long>, &R::Plain<unsigned long long>,
-            &R::Plain<float>,       &R::Plain<double>,        &R::Plain<bool>};
+        static constexpr Shown<element> (R::*Plain[])(const std::string&) = {
+            &R::plainElement<signed char>, &R::plainElement<unsigned char>,
+            &R::plainElement<short>,       &R::plainElement<unsigned short>,
+            &R::plainElement<int>,         &R::plainElement<unsigned>,
+            &R::plainElement<long long>,   &R::plainElement<unsigned long long>,
+            &R::plainElement<float>,       &R::plainElement<double>,
+            &R::plainElement<bool>};
         const std::size_t kind = Below(depth > 0 ? 17 : 14);
-        if (kind < std::size(plain)) return (this->*plain[kind])(name);
+        if (kind < std::size(Plain)) return (this->*Plain[kind])(name);
         if (kind == 11) return {element(name), "null"};
-        const std::string text = Text(8, kind == 12);
+        const std::string text = someText(8, kind == 12);
         if (kind == 12) return {{name, text}, json(text).dump()};
         if (kind == 13)
             return {element::make_regex(name, text, "x"),

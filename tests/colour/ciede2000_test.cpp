@@ -57,7 +57,7 @@ Real Ciede2000(const Lab& first, const Lab& second)
 const struct {
     Lab first, second;
     double difference;
-} publishedPairs[] = {
+} PublishedPairs[] = {
     {{50.0000, 2.6772, -79.7751}, {50.0000, 0.0000, -82.7485}, 2.0425},
     {{50.0000, 3.1571, -77.2803}, {50.0000, 0.0000, -82.7485}, 2.8615},
     {{50.0000, 2.8361, -74.0200}, {50.0000, 0.0000, -82.7485}, 3.4412},
@@ -96,7 +96,7 @@ const struct {
 
 TEST(Ciede2000, PublishedPairsInBothOrders)
 {
-    for (const auto& [first, second, difference] : publishedPairs) {
+    for (const auto& [first, second, difference] : PublishedPairs) {
         SCOPED_TRACE(difference);
         EXPECT_NEAR(std::sqrt(first.DistanceSq_CIEDE2000(second)), difference, 5.1e-5);
         EXPECT_NEAR(std::sqrt(second.DistanceSq_CIEDE2000(first)), difference, 5.1e-5);

@@ -20,7 +20,7 @@ protected:
         Logging::SetLevel(ELogLevel::Warn);
     }
 
-    void Collect(ELogLevel level)
+    void collect(ELogLevel level)
     {
         Logging::SetLevel(level);
         Logging::SetSink([this](const Logging::Message& m) { texts_.push_back(m.text); });
@@ -51,7 +51,7 @@ TEST_F(LoggingTest, SinkGetsEveryPartOfAMessage)
 
 TEST_F(LoggingTest, LongAndBrokenTextsReachTheSink)
 {
-    Collect(ELogLevel::Info);
+    collect(ELogLevel::Info);
     for (const std::size_t length : {510U, 511U, 512U, 513U, 2048U, 100000U}) {
         const std::wstring text(length, L'x');
         VOALGO_LOG(Logging::GetLogger("long"), Info, "f", L"%ls", text.c_str());
@@ -67,7 +67,7 @@ TEST_F(LoggingTest, LevelIncludesTheMoreSevereOnesAndGuardsTheArguments)
     for (int level = 0; level <= 4; ++level) {
         texts_.clear();
         int evaluated = 0;
-        Collect(static_cast<ELogLevel>(level));
+        collect(static_cast<ELogLevel>(level));
         VOALGO_LOG(logger, Error, "f", L"%d", ++evaluated);
         VOALGO_LOG(logger, Warn, "f", L"%d", ++evaluated);
         VOALGO_LOG(logger, Info, "f", L"%d", ++evaluated);

@@ -198,7 +198,7 @@ TEST(ToolRegister, OldResultsStayUntilThereAreNewOnes)
 TEST(ToolRegister, LikenessToItselfIsAmbiguous)
 {
     const auto body = [](double phase) {
-        constexpr unsigned n = 6000;
+        const unsigned n = 6000;
         Points points;
         for (unsigned i = 0; i < n; ++i) {
             const double z = 1.0 - (2.0 * i + 1.0) / n, turn = i * std::numbers::pi * (3.0 - std::sqrt(5.0)) + phase;
