@@ -27,6 +27,7 @@
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 #include "VoAlgorithms/clustering/csearchgrid.h"
+#include "VoAlgorithms/clustering/tclusteriterator.h"
 #include "VoAlgorithms/clustering/thashmap.h"
 
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
