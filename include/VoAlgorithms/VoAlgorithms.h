@@ -65,6 +65,7 @@
 #include "VoAlgorithms/verdict/scan.h"
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "VoAlgorithms/verdict/verification.h"
+#include "VoAlgorithms/verdict/viewdirection.h"
 #include "VoAlgorithms/verdict/voxeldown.h"
 
 #include "VoAlgorithms/colour/channelrange.h"
