@@ -1,11 +1,13 @@
 // The search for a pose that may be trusted, in steps:
 //   1. the driver tries a batch of polygons and clusters the poses that its refinements accept;
-//   2. once a quorum of proposals agrees on the best pose, the clusters' poses are verified from both sides;
-//   3. the search ends when a verified pose suffices: its overlap is large, or it is the best of many polygons;
-//   4. the best verified pose is handed out unless a clearly different one explains nearly as much of flt (a rival).
+//   2. the clusters' best poses, those that explain most first, are refined and judged by the evidence, a few a batch;
+//   3. the search ends when a pose has passed and so many proposals agree on it that a symmetric object would have
+//      shown its other poses, or when it is the best of many polygons;
+//   4. the best pose is handed out unless a clearly different one explains nearly as much of the scans (a rival).
 #include "verdict/detail_search.h"
 
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "verdict/detail_posejudge.h"
 
 #include <algorithm>
 #include <optional>
@@ -17,27 +19,26 @@ namespace prereg::detail {
 namespace {
 
 using VerifiedTrafo = CFPFHPreRegistration::VerifiedTrafo;
-using PointSetPtr = std::shared_ptr<const CFPFHPointSet>;
 
 constexpr std::uint32_t BatchSize = 50; // polygons of a step
 constexpr std::uint32_t ManyPolygons = 500;
+constexpr std::size_t JudgedPerBatch = 3;
+constexpr std::size_t JudgedAtTheEnd = 12;
 // By the time this many proposals agree on one pose, a symmetric object has shown its other poses, too.
 constexpr std::uint32_t Agreement = 8;
-// Two scans can share a small part by chance: a pose with less overlap must stay the best of many polygons.
-constexpr float SmallOverlap = 0.4F;
 // A clearly different pose that explains more than this share of what the best one explains makes the answer ambiguous.
-constexpr float AlikeShare = 0.9F;
+constexpr double AlikeShare = 0.9;
 
-/// How much of flt a pose explains: small/big ratio × overlap.
-float ExplainedShare(const ICPResult& result)
+/// How much of flt a pose of the search explains: small/big ratio × overlap.
+float FoundShare(const ICPResult& result)
 {
     return result.fStop_SmallBigRatio * result.fStop_OverlapRatio;
 }
 
-void SortByExplainedShare(std::vector<JudgedTrafo>& results)
+void SortByExplained(std::vector<JudgedTrafo>& results)
 {
     std::stable_sort(results.begin(), results.end(),
-                     [](const JudgedTrafo& a, const JudgedTrafo& b) { return ExplainedShare(a) > ExplainedShare(b); });
+                     [](const JudgedTrafo& a, const JudgedTrafo& b) { return a.explained > b.explained; });
 }
 
 /// Tests the overlap area again if it has a limit: the verification has moved the pose that the driver tested.
@@ -46,43 +47,46 @@ void JudgeArea(JudgedTrafo& judged, const CFPFHPreRegistration& driver)
     const ConfigurationICP& icp = driver.GetMatchingConfig().icpConfig;
     if (judged.objection || !(icp.dMinOverlapArea > 0.0)) return;
     judged.fStop_OverlapArea = driver.EstimateOverlapArea(judged.trafo);
-    judged.tests.push_back(AreaTest(judged, icp, EStage::BothSides));
+    judged.tests.push_back(AreaTest(judged, icp, EStage::Grading));
     if (judged.tests.back().outcome == EOutcome::Failed) judged.objection = Refusal(ERefusal::OverlapTooSmall);
+}
+
+/// Whether only the shape of its own overlap speaks against a pose.
+bool IsRefusedForStabilityAlone(const JudgedTrafo& judged)
+{
+    return judged.objection.code == ERefusal::NotStable;
 }
 
 class CPoseSearch {
 public:
-    CPoseSearch(PointSetPtr fix, PointSetPtr flt, const RegistrationOptions& options,
-                const RegistrationSettings& settings)
-        : settings_(settings), options_(options), fix_(std::move(fix)), flt_(std::move(flt)),
-          driver_(fix_, flt_, settings.config)
+    CPoseSearch(const SearchInput& input, const RegistrationOptions& options, const RegistrationSettings& settings)
+        : settings_(settings), options_(options), fix_(*input.fix), flt_(*input.flt),
+          driver_(input.fix, input.flt, settings.config),
+          judge_(*input.fix, *input.flt, input.fixView, input.fltView, settings)
     {
         driver_.GetMatchingConfig().uiNumPolygons = BatchSize;
+        driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the first pose may be wrong: search on
     }
 
     void Run(Registration& registration)
     {
-        const std::uint32_t quorum = settings_.config.uiTrafoClusteringQuorum;
         const std::uint32_t numPolygons = tooFewFeatures() ? 0 : settings_.config.uiNumPolygons;
         std::uint32_t done = 0;
         bool isCancelled = false;
-        while (done < numPolygons) {
+        while (done < numPolygons && !isEnough(done)) {
             isCancelled = !report(static_cast<double>(done) / numPolygons);
             if (isCancelled) break;
             driver_.Compute();
             done += BatchSize;
-            if (quorum == 0 || driver_.GetBestClusterSize() < quorum) continue;
-            driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the first pose may be wrong: search on
-            if (driver_.GetBestClusterSize() < Agreement && done < ManyPolygons) continue;
-            registration.results = takeConfirmed(quorum);
-            if (isEnough(registration.results, done)) break;
+            judgeBest(JudgedPerBatch);
         }
-        if (done >= numPolygons && !isCancelled)
-            registration.results = takeConfirmed(settings_.verification.minClusterSize);
+        if (accepted_.empty() && !isCancelled) judgeBest(JudgedAtTheEnd);
+        if (!isCancelled) judgeRivals();
+        SortByExplained(accepted_);
+        for (JudgedTrafo& result : accepted_) result.fStop_OverlapArea = driver_.EstimateOverlapArea(result.trafo);
+        registration.refusal = isCancelled ? Refusal(ERefusal::Cancelled) : decide();
+        registration.results = std::move(accepted_);
         registration.refused = refusedPoses(!registration.results.empty());
-        for (JudgedTrafo& result : registration.results)
-            result.fStop_OverlapArea = driver_.EstimateOverlapArea(result.trafo);
-        registration.refusal = isCancelled ? Refusal(ERefusal::Cancelled) : decide(registration.results);
         driver_.GetMatchingConfig().uiNumPolygons = settings_.config.uiNumPolygons;
         registration.statistics = driver_.GetStatistics();
         if (!isCancelled) report(1.0);
@@ -93,152 +97,161 @@ private:
 
     [[nodiscard]] Refusal tooFewFeatures() const
     {
-        if (fix_->IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFix);
-        if (flt_->IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFlt);
+        if (fix_.IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFix);
+        if (flt_.IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFlt);
         return {};
     }
 
-    static bool isEnough(const std::vector<JudgedTrafo>& results, std::uint32_t numPolygons)
+    [[nodiscard]] bool isEnough(std::uint32_t numPolygons) const
     {
-        return !results.empty() && (results[0].fStop_OverlapRatio >= SmallOverlap || numPolygons >= ManyPolygons);
+        if (accepted_.empty() || settings_.config.uiTrafoClusteringQuorum == 0) return false;
+        const auto agrees = [](const JudgedTrafo& pose) { return pose.clusterSize >= Agreement; };
+        return numPolygons >= ManyPolygons || std::any_of(accepted_.begin(), accepted_.end(), agrees);
     }
 
-    /// The poses that at least `minClusterSize` proposals led to and that pass the verification, best first.
-    std::vector<JudgedTrafo> takeConfirmed(std::uint32_t minClusterSize)
+    /// Judges the poses that explain most and have not been judged, at most `count`, and counts for all judged ones how
+    /// many proposals agree by now.
+    void judgeBest(std::size_t count)
     {
-        std::vector<JudgedTrafo> confirmed;
-        unsupported_.clear();
-        for (const VerifiedTrafo& result : driver_.GetVerifiedTrafos()) {
-            if (result.clusterSize < minClusterSize) {
-                if (!lastObjection_) lastObjection_ = Refusal(ERefusal::TooFewProposalsAgree);
-                unsupported_.push_back(result);
-                continue;
+        std::vector<VerifiedTrafo> candidates = driver_.GetVerifiedTrafos();
+        std::stable_sort(candidates.begin(), candidates.end(),
+                         [](const auto& a, const auto& b) { return FoundShare(a) > FoundShare(b); });
+        for (JudgedTrafo& pose : accepted_) pose.clusterSize = 0;
+        for (const VerifiedTrafo& candidate : candidates) {
+            if (JudgedTrafo* same = find(accepted_, candidate.trafo)) {
+                same->clusterSize += candidate.clusterSize;
+            } else if (count > 0 && candidate.clusterSize >= judge_.MinClusterSize() && !isJudged(candidate)) {
+                judge(candidate);
+                --count;
             }
-            if (std::find(refusedAsFound_.begin(), refusedAsFound_.end(), result.trafo) != refusedAsFound_.end())
-                continue;
-            JudgedTrafo judged = Verify(*fix_, *flt_, settings_.verification, result);
-            judged.tests.insert(judged.tests.begin(), agreementTest(result, minClusterSize));
-            JudgeArea(judged, driver_);
-            if (judged.objection) {
-                refusedAsFound_.push_back(result.trafo);
-                lastObjection_ = judged.objection;
-                refusedAsVerified_.push_back(std::move(judged));
-                continue;
-            }
-            const auto isSame = [&](const JudgedTrafo& other) { return isSamePose(other.trafo, judged.trafo); };
-            if (std::none_of(confirmed.begin(), confirmed.end(), isSame)) confirmed.push_back(std::move(judged));
         }
-        SortByExplainedShare(confirmed);
-        return confirmed;
+        for (JudgedTrafo& pose : accepted_) pose.clusterSize = std::max(pose.clusterSize, 1U);
+    }
+
+    void judge(const VerifiedTrafo& candidate)
+    {
+        judgedAsFound_.push_back(candidate.trafo);
+        JudgedTrafo judged = judge_.Judge(candidate);
+        JudgeArea(judged, driver_);
+        std::vector<JudgedTrafo>& poses = judged.objection ? refused_ : accepted_;
+        if (JudgedTrafo* same = find(poses, judged.trafo)) {
+            if (judged.objection) return;
+            same->clusterSize += judged.clusterSize;
+        } else {
+            poses.push_back(std::move(judged));
+        }
+    }
+
+    [[nodiscard]] bool isJudged(const VerifiedTrafo& candidate) const
+    {
+        return std::find(judgedAsFound_.begin(), judgedAsFound_.end(), candidate.trafo) != judgedAsFound_.end();
+    }
+
+    /// The first of the poses that clustering would put together with `pose`; null when there is none.
+    JudgedTrafo* find(std::vector<JudgedTrafo>& poses, const VoAlgo::CTrafo& pose) const
+    {
+        const auto found = std::find_if(poses.begin(), poses.end(),
+                                        [&](const JudgedTrafo& other) { return isSamePose(other.trafo, pose); });
+        return found == poses.end() ? nullptr : &*found;
     }
 
     /// Whether clustering would put two poses together.
     [[nodiscard]] bool isSamePose(const VoAlgo::CTrafo& a, const VoAlgo::CTrafo& b) const
     {
-        const auto [low, high] = flt_->GetAABB();
+        const auto [low, high] = flt_.GetAABB();
         const kdtree::Vector<3> centre = (low + high) * 0.5F;
         const double angle = settings_.config.dOrientationClusteringBandwidth;
         return static_cast<double>((a * centre - b * centre).Norm()) <= settings_.config.dTrafoClusteringBandwidth &&
                (angle <= 0.0 || static_cast<double>(a.GetRotationDistance(b)) <= angle);
     }
 
-    /// Before all polygons are tried, the quorum is asked for.
-    [[nodiscard]] AcceptanceTest agreementTest(const VerifiedTrafo& result, std::uint32_t minClusterSize) const
+    /// Judges what the search found to explain about as much as the best accepted pose, however often it was found.
+    void judgeRivals()
     {
-        AcceptanceTest test = Compared(ETest::AgreeingProposals, EStage::Search, result.clusterSize, minClusterSize);
-        test.isLimitRaised = minClusterSize > settings_.verification.minClusterSize;
-        return test;
+        if (accepted_.empty()) return;
+        SortByExplained(accepted_);
+        for (const VerifiedTrafo& other : driver_.GetVerifiedTrafos())
+            if (static_cast<double>(FoundShare(other)) > AlikeShare * static_cast<double>(FoundShare(accepted_[0])) &&
+                other.clusterSize >= judge_.MinClusterSize() && find(accepted_, other.trafo) == nullptr &&
+                !isJudged(other))
+                judge(other);
     }
 
-    /// A clearly different pose that fits about as well as the best result, whether or not it could be handed out
-    /// itself.
-    [[nodiscard]] std::optional<VerifiedTrafo> rivalOf(const VerifiedTrafo& best) const
+    /// The clearly different pose that explains most, whether or not its shape alone would determine it; null when
+    /// there is none.
+    [[nodiscard]] const JudgedTrafo* runnerUp() const
     {
-        const auto isRival = [&](const VerifiedTrafo& other) {
-            return ExplainedShare(other) > AlikeShare * ExplainedShare(best) && !isSamePose(other.trafo, best.trafo);
+        const JudgedTrafo* best = nullptr;
+        const auto consider = [&](const JudgedTrafo& other) {
+            if (best == nullptr || other.explained > best->explained) best = &other;
         };
-        for (const VerifiedTrafo& other : driver_.GetVerifiedTrafos()) {
-            if (!isRival(other)) continue;
-            const JudgedTrafo judged = VerifyFit(*fix_, *flt_, settings_.verification, other);
-            if (!judged.objection && isRival(judged)) return judged;
-        }
-        return std::nullopt;
-    }
-
-    /// Adds the test of the best result against its runner-up; returns whether that is a rival.
-    [[nodiscard]] bool hasRival(std::vector<JudgedTrafo>& results) const
-    {
-        JudgedTrafo& best = results[0];
-        std::optional<VerifiedTrafo> runnerUp = rivalOf(best);
-        const bool isAmbiguous = runnerUp.has_value();
-        if (!runnerUp && results.size() > 1) runnerUp = results[1];
-        const double share = runnerUp ? static_cast<double>(ExplainedShare(*runnerUp) / ExplainedShare(best)) : 0.0;
-        AcceptanceTest test = Compared(ETest::RunnerUp, EStage::AllResults, share, static_cast<double>(AlikeShare));
-        test.outcome = isAmbiguous ? EOutcome::Failed : EOutcome::Passed;
-        best.tests.push_back(test);
-        return isAmbiguous;
+        for (std::size_t i = 1; i < accepted_.size(); ++i) consider(accepted_[i]);
+        for (const JudgedTrafo& other : refused_)
+            if (IsRefusedForStabilityAlone(other) && !isSamePose(other.trafo, accepted_[0].trafo)) consider(other);
+        return best;
     }
 
     /// The poses that the verification refused and, when none passed it, those that too few proposals led to.
     [[nodiscard]] std::vector<JudgedTrafo> refusedPoses(bool isFound) const
     {
-        std::vector<JudgedTrafo> refused = refusedAsVerified_;
-        SortByExplainedShare(refused);
+        std::vector<JudgedTrafo> refused = refused_;
+        SortByExplained(refused);
         if (isFound) return refused;
-        std::vector<JudgedTrafo> unsupported;
-        for (const VerifiedTrafo& result : unsupported_) {
-            JudgedTrafo& judged = unsupported.emplace_back(result, Refusal(ERefusal::TooFewProposalsAgree));
-            judged.tests = TestsOf(result, settings_.config.icpConfig, EStage::Search);
-            judged.tests.insert(judged.tests.begin(), agreementTest(result, settings_.verification.minClusterSize));
-        }
-        SortByExplainedShare(unsupported);
-        refused.insert(refused.end(), unsupported.begin(), unsupported.end());
+        for (const VerifiedTrafo& result : driver_.GetVerifiedTrafos())
+            if (result.clusterSize < judge_.MinClusterSize()) refused.push_back(judge_.Judge(result));
         return refused;
     }
 
-    [[nodiscard]] Refusal decide(std::vector<JudgedTrafo>& results) const
+    [[nodiscard]] Refusal decide()
     {
         if (Refusal lean = tooFewFeatures()) return lean;
-        if (!results.empty()) return hasRival(results) ? Refusal(ERefusal::Ambiguous) : Refusal();
-        if (!lastObjection_) return Refusal(ERefusal::NoPoseAccepted);
-        return {lastObjection_.code,
-                "no accepted pose passed the verification; the last objection: " + lastObjection_.text};
+        if (!accepted_.empty()) {
+            const JudgedTrafo* second = runnerUp();
+            const double share = second != nullptr ? second->explained / accepted_[0].explained : 0.0;
+            accepted_[0].tests.push_back(Compared(ETest::RunnerUp, EStage::AllResults, share, AlikeShare));
+            const bool isAmbiguous = accepted_[0].tests.back().outcome == EOutcome::Failed;
+            return isAmbiguous ? Refusal(ERefusal::Ambiguous) : Refusal();
+        }
+        const std::vector<JudgedTrafo> refused = refusedPoses(false);
+        if (refused.empty()) return Refusal(ERefusal::NoPoseAccepted);
+        return {refused[0].objection.code,
+                "no accepted pose passed the verification; the best one: " + refused[0].objection.text};
     }
 
     const RegistrationSettings& settings_;
     const RegistrationOptions& options_;
-    PointSetPtr fix_;
-    PointSetPtr flt_;
+    const CFPFHPointSet& fix_;
+    const CFPFHPointSet& flt_;
     CFPFHPreRegistration driver_;
-    std::vector<VoAlgo::CTrafo> refusedAsFound_; // poses that the verification refused, as the search found them
-    std::vector<JudgedTrafo> refusedAsVerified_; // the same, refined and judged
-    std::vector<VerifiedTrafo> unsupported_;     // poses that too few proposals led to
-    Refusal lastObjection_;
+    PoseJudge judge_;
+    std::vector<VoAlgo::CTrafo> judgedAsFound_; // poses that were judged, as the search found them
+    std::vector<JudgedTrafo> accepted_;         // refined and judged, each pose once
+    std::vector<JudgedTrafo> refused_;          // the same
 };
 
 } // namespace
 
-void SearchPoses(const PointSetPtr& fix, const PointSetPtr& flt, const RegistrationOptions& options,
-                 Registration& registration)
+void SearchPoses(const SearchInput& input, const RegistrationOptions& options, Registration& registration)
 {
-    CPoseSearch(fix, flt, options, registration.settings).Run(registration);
+    CPoseSearch(input, options, registration.settings).Run(registration);
 }
 
-void RefinePose(const PointSetPtr& fix, const PointSetPtr& flt, const RegistrationOptions& options,
-                Registration& registration)
+void RefinePose(const SearchInput& input, const RegistrationOptions& options, Registration& registration)
 {
     const RegistrationSettings& settings = registration.settings;
-    CFPFHPreRegistration driver(fix, flt, settings.config);
+    CFPFHPreRegistration driver(input.fix, input.flt, settings.config);
     const VerifiedTrafo found(driver.InjectTrafo(*options.start), 1);
     registration.statistics = driver.GetStatistics();
     JudgedTrafo judged(found);
     if (found.resultType == 0) {
-        judged = Verify(*fix, *flt, settings.verification, found);
+        RegistrationSettings forOne = settings;
+        forOne.verification.minClusterSize = 1;
+        judged = PoseJudge(*input.fix, *input.flt, input.fixView, input.fltView, forOne).Judge(found);
         JudgeArea(judged, driver);
     } else {
-        judged.objection = fix->IsTooLean(settings.config)   ? Refusal(ERefusal::TooFewFeaturesInFix)
-                           : flt->IsTooLean(settings.config) ? Refusal(ERefusal::TooFewFeaturesInFlt)
-                                                             : Refusal(RefusalOf(found.resultType));
+        judged.objection = input.fix->IsTooLean(settings.config)   ? Refusal(ERefusal::TooFewFeaturesInFix)
+                           : input.flt->IsTooLean(settings.config) ? Refusal(ERefusal::TooFewFeaturesInFlt)
+                                                                   : Refusal(RefusalOf(found.resultType));
         judged.tests = TestsOf(found, settings.config.icpConfig, EStage::Search);
         if (static_cast<EICPResultType>(found.resultType) <= EICPResultType::TooFewInliersInitially)
             judged.trafo = *options.start; // such a result has no pose

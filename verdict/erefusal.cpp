@@ -14,8 +14,10 @@ using enum ERefusal;
 constexpr Entry Entries[] = {
     {None, "", ""},
     {TooFewProposalsAgree, "too_few_proposals_agree", "too few proposals agree on the pose"},
-    {NeighbourhoodsDiffer, "neighbourhoods_differ", "the surroundings of the matched points differ"},
-    {SidesDisagree, "sides_disagree", "refining FLT onto FIX and FIX onto FLT leads to different poses"},
+    {SharedSurfaceTooSmall, "shared_surface_too_small", "too little of either scan lies on the other"},
+    {SurfacesDisagree, "surfaces_disagree", "the surfaces disagree where both scans have some"},
+    {MisfitTooLarge, "misfit_too_large", "the surfaces lie too far apart"},
+    {SeenEmpty, "seen_empty", "points of one scan lie where the other saw that there is nothing"},
     {NotStable, "not_stable", "the shape of the overlap does not determine the pose: the scans could slide or rotate"},
     {TooFewFeaturesInFix, "too_few_features_in_fix", "too few features in FIX"},
     {TooFewFeaturesInFlt, "too_few_features_in_flt", "too few features in FLT"},

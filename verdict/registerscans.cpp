@@ -1,14 +1,18 @@
 // From two scans to a pose, or to the reason why there is none:
 //   1. prepare both scans (drop unusable points, estimate missing normals); refuse scans that cannot determine a pose;
-//   2. derive the settings from spacing and roughness, and let the host adjust them;
-//   3. thin both scans and compute features on them;
-//   4. search for poses and verify them (detail_search.cpp), or refine the one that was given.
+//   2. derive the settings from size, spacing and roughness, and let the host adjust them;
+//   3. thin both scans to the resolution of the search, compute features, and find out from where each was taken;
+//   4. search for poses and verify them (detail_search.cpp), or refine the one that was given;
+//   5. refine what is handed out once more on the scans as they were given.
 #include "VoAlgorithms/verdict/registerscans.h"
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
+#include "VoAlgorithms/verdict/sampling.h"
 #include "VoAlgorithms/verdict/scanfault.h"
+#include "VoAlgorithms/verdict/viewdirection.h"
 #include "VoAlgorithms/verdict/voxeldown.h"
 #include "platform/clock.h"
+#include "verdict/detail_evidence.h"
 #include "verdict/detail_search.h"
 
 #include <algorithm>
@@ -36,6 +40,69 @@ bool Report(const RegistrationOptions& options, const char* stage, double share)
 PointSetPtr PointSetOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
 {
     return scan.pointSet ? scan.pointSet : ComputePointSet(scan.scan, settings, threads);
+}
+
+/// Thins a scan that is clearly denser than the resolution of the search.
+bool NeedsThinning(double spacing, const RegistrationSettings& settings)
+{
+    constexpr double ClearlyDenser = 0.8;
+    return settings.resolution > 0.0 && spacing < ClearlyDenser * settings.resolution;
+}
+
+Scan Thinned(const Scan& scan, const RegistrationSettings& settings)
+{
+    constexpr double EdgePerSpacing = 1.25; // means of cubes lie about so much closer than the cubes' edge
+    return VoxelDown(scan, EdgePerSpacing * settings.resolution);
+}
+
+/// From where a scan was taken: as its host states, or else as its points and normals tell.
+std::optional<detail::View> ViewOf(const std::vector<kdtree::Vector<3>>& points,
+                                   const std::vector<kdtree::Vector<3>>& normals,
+                                   const std::optional<kdtree::Vector<3>>& viewpoint = {})
+{
+    if (viewpoint && !points.empty()) {
+        kdtree::Vector<3> towards;
+        for (const kdtree::Vector<3>& p : points) towards += (*viewpoint - p) / static_cast<float>(points.size());
+        if (towards.Norm() > 0.0F) return detail::View{towards / towards.Norm(), viewpoint};
+    }
+    const std::optional<ViewDirection> inferred = InferViewDirection(points, normals);
+    if (!inferred) return std::nullopt;
+    return detail::View{inferred->direction};
+}
+
+Registration Register(const detail::SearchInput& input, const RegistrationSettings& settings,
+                      const RegistrationOptions& options)
+{
+    const VoAlgo::CStopwatch watch;
+    Registration registration;
+    registration.settings = settings;
+    registration.isRefinement = options.start.has_value();
+    if (registration.isRefinement)
+        detail::RefinePose(input, options, registration);
+    else
+        detail::SearchPoses(input, options, registration);
+    registration.fix = input.fix;
+    registration.flt = input.flt;
+    registration.seconds.search = watch.Seconds();
+    return registration;
+}
+
+/// A scan with a tree.
+class FullScan : public CPointSet {
+public:
+    explicit FullScan(const Scan& scan) : CPointSet(scan.points, scan.normals) {}
+};
+
+/// Refines the poses that passed on the scans as they were given.
+void RefineOnFullScans(const Scan& fix, const Scan& flt, Registration& registration)
+{
+    constexpr std::size_t Samples = 20000;
+    constexpr unsigned Iterations = 3;
+    if (registration.results.empty()) return;
+    const FullScan fullFix(fix);
+    const FullScan fullFlt(flt);
+    const detail::ScanPair pair(fullFix, fullFlt, {}, {}, registration.settings.resolution, Samples);
+    for (JudgedTrafo& result : registration.results) result.trafo = pair.Refine(result.trafo, 1.0, Iterations, 1);
 }
 
 Registration Refused(Registration registration, Refusal refusal)
@@ -68,10 +135,17 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     PointSetPtr fixSet = PointSetOf(fix, settings, options.threads);
     if (!Report(options, "features", 0.5)) return Refused(registration, Refusal(ERefusal::Cancelled));
     PointSetPtr fltSet = PointSetOf(flt, settings, options.threads);
+    const detail::SearchInput input{std::move(fixSet), std::move(fltSet),
+                                    ViewOf(fix.scan.points, fix.scan.normals, fix.scan.viewpoint),
+                                    ViewOf(flt.scan.points, flt.scan.normals, flt.scan.viewpoint)};
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;
-    registration = RegisterPointSets(std::move(fixSet), std::move(fltSet), settings, options);
+    registration = Register(input, settings, options);
+    const VoAlgo::CStopwatch refinementWatch;
+    if (NeedsThinning(fix.spacing, settings) || NeedsThinning(flt.spacing, settings))
+        RefineOnFullScans(fix.scan, flt.scan, registration);
+    registration.seconds.search += refinementWatch.Seconds();
     registration.seconds.settings = settingsSeconds;
     registration.seconds.features = featureSeconds;
     return registration;
@@ -80,32 +154,26 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 PointSetPtr ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads)
 {
     const unsigned workers = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
+    const bool isThinned = NeedsThinning(MeasureSampling(scan).spacing, settings);
+    const Scan thinned = isThinned ? Thinned(scan, settings) : Scan();
+    const Scan& worked = isThinned ? thinned : scan;
     CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, workers, false);
     if (settings.workingSpacing > 0.0) {
-        const Scan thinned = VoxelDown(scan, settings.workingSpacing);
-        source.Update(thinned.points, thinned.normals);
+        const Scan coarse = VoxelDown(worked, settings.workingSpacing);
+        source.Update(coarse.points, coarse.normals);
     } else {
-        source.Update(scan.points, scan.normals);
+        source.Update(worked.points, worked.normals);
     }
-    return std::make_shared<const CFPFHPointSet>(scan.points, scan.normals, source.GetFeaturePoints(),
+    return std::make_shared<const CFPFHPointSet>(worked.points, worked.normals, source.GetFeaturePoints(),
                                                  source.GetFeatureNormals(), source.GetFeatures());
 }
 
 Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const RegistrationSettings& settings,
                                const RegistrationOptions& options)
 {
-    const VoAlgo::CStopwatch watch;
-    Registration registration;
-    registration.settings = settings;
-    registration.isRefinement = options.start.has_value();
-    if (registration.isRefinement)
-        detail::RefinePose(fix, flt, options, registration);
-    else
-        detail::SearchPoses(fix, flt, options, registration);
-    registration.fix = std::move(fix);
-    registration.flt = std::move(flt);
-    registration.seconds.search = watch.Seconds();
-    return registration;
+    const auto fixView = ViewOf(fix->GetPoints(), fix->GetNormals());
+    const auto fltView = ViewOf(flt->GetPoints(), flt->GetNormals());
+    return Register({std::move(fix), std::move(flt), fixView, fltView}, settings, options);
 }
 
 } // namespace prereg

@@ -4,16 +4,18 @@
 #include "VoAlgorithms/verdict/sampling.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace prereg {
 namespace {
 
 constexpr double RadiansPerDegree = 0.0174532925199433;
-// In multiples of the spacing: even without noise, two scans sample the surface at different points.
-constexpr double MinRoughness = 0.05;
+// Means over a cube of this many roughnesses leave little of the noise.
+constexpr double ResolutionPerRoughness = 4.0;
 
-/// What a preset sets; lengths in multiples of the spacing.
+/// What a preset sets; lengths in multiples of the resolution.
 struct PresetFactors {
+    double resolvedRadius; // the radius of the smaller scan, in resolutions, that suffices
     double workingSpacing;
     double featureRadius;
     double polygonDiameter;
@@ -25,14 +27,31 @@ PresetFactors FactorsOf(EPreset preset)
 {
     switch (preset) {
     case EPreset::Dense:
-        return {1.5, 8.0, 30.0, 3000, 10}; // fine detail, little noise
+        return {160.0, 1.5, 8.0, 30.0, 3000, 10}; // fine detail, little noise
     case EPreset::Thorough:
-        return {2.0, 12.0, 40.0, 20000, 20}; // small overlaps, much clutter
+        return {80.0, 2.0, 12.0, 40.0, 20000, 20}; // small overlaps, much clutter
     case EPreset::Automatic:
     case EPreset::Scan:
         break;
     }
-    return {2.0, 12.0, 40.0, 3000, 10};
+    return {80.0, 2.0, 12.0, 40.0, 3000, 10};
+}
+
+/// The root mean square distance of the points from their centroid, mm.
+double RadiusOf(const std::vector<kdtree::Vector<3>>& points)
+{
+    if (points.empty()) return 0.0;
+    double sums[3] = {};
+    double squares = 0.0;
+    for (const kdtree::Vector<3>& p : points)
+        for (unsigned k = 0; k < 3; ++k) {
+            const auto d = static_cast<double>(p[k] - points[0][k]);
+            sums[k] += d;
+            squares += d * d;
+        }
+    const auto n = static_cast<double>(points.size());
+    const double mean = (sums[0] * sums[0] + sums[1] * sums[1] + sums[2] * sums[2]) / n;
+    return std::sqrt(std::max(0.0, (squares - mean) / n));
 }
 
 } // namespace
@@ -55,47 +74,49 @@ RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset pr
 {
     const Sampling fixSampling = MeasureSampling(fix);
     const Sampling fltSampling = MeasureSampling(flt);
-    const double spacing = std::max(fixSampling.spacing, fltSampling.spacing);
-    const double roughness = std::max({fixSampling.roughness, fltSampling.roughness, MinRoughness * spacing});
+    const double roughness = std::max(fixSampling.roughness, fltSampling.roughness);
+    const double radius = std::min(RadiusOf(fix.points), RadiusOf(flt.points));
     const PresetFactors factors = FactorsOf(preset);
+    const double resolution = std::max({fixSampling.spacing, fltSampling.spacing, radius / factors.resolvedRadius,
+                                        ResolutionPerRoughness * roughness});
 
     RegistrationSettings s;
-    s.workingSpacing = factors.workingSpacing * spacing;
+    s.resolution = resolution;
+    s.workingSpacing = factors.workingSpacing * resolution;
     ConfigurationFPFH& config = s.config;
-    config.dFeatureRadius = factors.featureRadius * spacing;
+    config.dFeatureRadius = factors.featureRadius * resolution;
     config.uiNumPolygons = factors.numPolygons;
     config.uiNumPolygonVertices = 4;
     config.uiNumNeighbors = factors.numNeighbours;
-    config.dMaxPolygonDiameter = factors.polygonDiameter * spacing;
-    config.dMaxPolygonVertexError = 3.0 * spacing;
-    config.dTrafoClusteringBandwidth = 5.0 * spacing;
+    config.dMaxPolygonDiameter = factors.polygonDiameter * resolution;
+    config.dMaxPolygonVertexError = 3.0 * resolution;
+    config.dTrafoClusteringBandwidth = 5.0 * resolution;
     config.dOrientationClusteringBandwidth = 0.1; // rad; a symmetric part has several poses at one place
     config.uiTrafoClusteringQuorum = 3;
     ConfigurationICP& icp = config.icpConfig;
     icp.uiMaxNumIterations = 15;
-    icp.dMinQueryRadius = 2.0 * spacing;
-    icp.dPositionTolerance = 2.0 * spacing;
+    icp.dMinQueryRadius = 2.0 * resolution;
+    icp.dPositionTolerance = 2.0 * resolution;
     icp.dInitialQueryRadiusScaling = 5.0;
     icp.dNormalAngleTolerance = 30.0 * RadiansPerDegree;
-    icp.dMaxErrorRatio = 0.05;
-    icp.dMinOverlapRatio = 0.18;
-    icp.dMaxRMSE = 3.0 * roughness;
+    icp.dMaxErrorRatio = 0.1;
+    icp.dMinOverlapRatio = 0.12;
+    icp.dMaxRMSE = 1.0 * resolution;
     icp.dMinSmallBigRatio = 0.5;
     icp.dSmallBigQueryRadiusScaling = 2.0;
 
     Verification& verification = s.verification;
+    verification.minOverlap = 0.15;
+    verification.minAgreement = 0.8;
+    verification.maxMisfit = 0.35 * resolution;
+    verification.maxSeenEmpty = 0.03;
+    verification.minStability = 0.006;
+    verification.minClusterSize = 2;
+    verification.roughness = roughness;
     verification.icp = icp;
-    verification.icp.uiMaxNumIterations = 5;
+    verification.icp.uiMaxNumIterations = 0; // the pose is final
     verification.icp.uiNumSamples = 2000;
     verification.icp.dInitialQueryRadiusScaling = 1.0;
-    verification.icp.dMinOverlapRatio = 0.22;
-    verification.icp.dMaxRMSE = 2.5 * roughness;
-    verification.icp.dMinSmallBigRatio = 0.65;
-    verification.strictness = 0.05;
-    verification.roughness = roughness;
-    verification.maxTurn = 1.5 * RadiansPerDegree;
-    verification.minStability = 0.003;
-    verification.minClusterSize = 2;
     return s;
 }
 

@@ -13,6 +13,11 @@ namespace prereg {
 /// The tests that a pose must pass, in the order in which they are made.
 enum class ETest {
     AgreeingProposals,
+    SurfaceOverlap,
+    SurfaceAgreement,
+    Misfit,
+    SeenEmpty,
+    Stability,
     PairsAtStart,
     InliersAtStart,
     MismatchesIterating,
@@ -24,13 +29,11 @@ enum class ETest {
     MismatchRatio,
     MovementFromStart,
     OverlapArea,
-    RotationBetweenSides,
-    Stability,
     RunnerUp,
 };
 
 /// The step of a registration at which a test is made.
-enum class EStage { Search, FltOnFix, FixOnFlt, BothSides, AllResults };
+enum class EStage { Search, Verification, Grading, AllResults };
 
 /// The outcome of a test.
 enum class EOutcome { NotRun, Passed, Failed };
@@ -46,7 +49,7 @@ struct TestInfo {
 /// The same for every pose.
 [[nodiscard]] VOALGO_API const TestInfo& InfoOf(ETest test);
 ///@{
-/// Words for results: "search", "FLT on FIX", …; "not run", "passed", "failed".
+/// Words for results: "search", "verification", …; "not run", "passed", "failed".
 [[nodiscard]] VOALGO_API const char* NameOf(EStage stage);
 [[nodiscard]] VOALGO_API const char* NameOf(EOutcome outcome);
 ///@}
@@ -68,9 +71,8 @@ struct VOALGO_API AcceptanceTest {
 [[nodiscard]] VOALGO_API AcceptanceTest Compared(ETest test, EStage stage, double value, double limit);
 
 /// The tests of one refinement with these settings, in their order, without those that are switched off.
-/// `minSmallBigRatio`: the limit in force where it is stricter than the setting.
 [[nodiscard]] VOALGO_API std::vector<AcceptanceTest> TestsOf(const ICPResult& result, const ConfigurationICP& config,
-                                                             EStage stage, double minSmallBigRatio = 0.0);
+                                                             EStage stage);
 
 /// The driver's test of the overlap area, which follows those of a refinement; not run while the area is unknown.
 [[nodiscard]] VOALGO_API AcceptanceTest AreaTest(const ICPResult& result, const ConfigurationICP& config, EStage stage);

@@ -25,8 +25,10 @@ enum class ERefusal : std::int32_t {
 
     // The verification of a pose.
     TooFewProposalsAgree = 20, ///< too few proposals led to the pose
-    NeighbourhoodsDiffer,      ///< the small/big ratio is too small for the RMSE and the overlap
-    SidesDisagree,             ///< refining flt onto fix and fix onto flt leads to different poses
+    SharedSurfaceTooSmall,     ///< too little of either scan lies on the other
+    SurfacesDisagree,          ///< where both scans have surface, too little of it coincides
+    MisfitTooLarge,            ///< where both scans have surface, the surfaces lie too far apart
+    SeenEmpty,                 ///< points lie where the other scan saw that there is nothing
     NotStable,                 ///< the shape of the overlap lets the scans slide or rotate against each other
 
     // The search.

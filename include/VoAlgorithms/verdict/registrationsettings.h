@@ -28,10 +28,12 @@ enum class EPreset {
 struct RegistrationSettings {
     ConfigurationFPFH config;    ///< of the search
     Verification verification;   ///< of what the search found
-    double workingSpacing = 0.0; ///< features are computed on scans thinned to this spacing; 0: not thinned
+    double resolution = 0.0;     ///< spacing that denser scans are thinned to before the search, mm; 0: not thinned
+    double workingSpacing = 0.0; ///< features are computed on scans thinned to this spacing, mm; 0: not thinned
 };
 
-/// The settings that follow from the spacing and the roughness of two scans with normals.
+/// The settings that follow from two scans with normals. Lengths are multiples of the resolution: the spacing of the
+/// coarser scan, or more where the size of the object or the noise asks for no more.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
                                                              EPreset preset = EPreset::Automatic);
 /// The same, then changed by `adjust`; limits of the search that it changes hold for the verification, too. Throws
