@@ -76,11 +76,6 @@ const char* NameOf(EOutcome outcome)
     return Names[static_cast<std::size_t>(outcome)];
 }
 
-std::string AcceptanceTest::Setting() const
-{
-    return std::string(InfoOf(test).setting) + (isLimitRaised ? ", raised" : "");
-}
-
 AcceptanceTest Compared(ETest test, EStage stage, double value, double limit)
 {
     const bool failed = InfoOf(test).isAtMost ? value > limit : limit > value;

@@ -32,7 +32,7 @@ Json ToJson(const prereg::AcceptanceTest& t)
 {
     const prereg::TestInfo& info = InfoOf(t.test);
     return {{"code", info.code},      {"name", info.name},         {"stage", NameOf(t.stage)},
-            {"setting", t.Setting()}, {"unit", info.unit},         {"value", t.value},
+            {"setting", info.setting}, {"unit", info.unit},         {"value", t.value},
             {"limit", t.limit},       {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
 }
 
@@ -98,6 +98,7 @@ Json ToJson(const Outcome& outcome)
             {"statistics", ToJson(registration.statistics)},
             {"settings",
              {{"preset", outcome.preset},
+              {"resolution", registration.settings.resolution},
               {"workingSpacing", registration.settings.workingSpacing},
               {"config", ToJson(registration.settings.config)},
               {"verification", ToJson(registration.settings.verification)}}}};

@@ -26,6 +26,7 @@ Json FieldsOf(const prereg::RegistrationSettings& settings)
     prereg::VisitFields(settings.config, add);
     prereg::VisitFields(settings.config.icpConfig, add);
     prereg::VisitFields(settings.verification, add);
+    add({"resolution", "mm", "spacing to which denser scans are thinned before the search", ""}, 0.0);
     add({"workingSpacing", "mm", "spacing to which scans are thinned for the features", "not thinned"}, 0.0);
     return fields;
 }

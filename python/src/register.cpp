@@ -117,15 +117,15 @@ JudgedTrafo RefineByIcp(const py::object& fixArgument, const py::object& fltArgu
     const py::gil_scoped_release release;
     const prereg::ICPResult result = Surfels(fix).ComputeICPRegistration(settings, Surfels(flt), from, &limits);
     JudgedTrafo judged({result, 1}, prereg::Refusal(prereg::RefusalOf(result.resultType)));
-    judged.tests = TestsOf(result, settings, prereg::EStage::FltOnFix);
+    judged.tests = TestsOf(result, settings, prereg::EStage::Grading);
     return judged;
 }
 
 constexpr const char* RegisterHelp =
     R"(Registers two scans that overlap somewhere and says whether the answer can be trusted.
 
-The same as ``voalgo register``: settings follow from the spacing and the roughness of the scans, features propose
-poses, and each candidate is verified from both sides. The same input gives the same bits, with any number of threads.
+The same as ``voalgo register``: settings follow from the scans, features propose poses, and the candidates are refined
+and judged by the evidence of both scans. The same input gives the same bits, with any number of threads.
 
 Parameters
 ----------
@@ -198,7 +198,7 @@ std::string SettingsHelp()
 {
     return R"(Derives the settings of a registration from both scans, as `register` does.
 
-They follow from the spacing of the points and the roughness of the surface.
+They follow from the size of the object, the spacing of the points and the roughness of the surface.
 
 Parameters
 ----------
@@ -209,7 +209,8 @@ preset : {"auto", "dense", "scan", "thorough"}, default "auto"
 Returns
 -------
 dict
-    "workingSpacing": features are computed on scans thinned to this spacing, millimetres; 0: not thinned.
+    "resolution": denser scans are thinned to this spacing before the search, millimetres. "workingSpacing": features
+    are computed on scans thinned to this spacing, millimetres; 0: not thinned.
     "config": settings of the search, see `default_config`. "verification": settings of the final verification.
 
 Raises
@@ -219,7 +220,7 @@ ValueError
 
 Notes
 -----
-The verification refines each pose from either side with its own "icpConfig". Besides, it has
+The verification grades the refined pose with its own "icpConfig". Besides, it has
 
 )" + DescribeFields(prereg::Verification());
 }

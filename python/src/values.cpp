@@ -44,7 +44,7 @@ prereg::Refusal RefusalOf(const py::tuple& state)
 py::tuple TestState(const prereg::AcceptanceTest& t)
 {
     return py::make_tuple(static_cast<int>(t.test), static_cast<int>(t.stage), t.value, t.limit,
-                          static_cast<int>(t.outcome), t.isLimitRaised);
+                          static_cast<int>(t.outcome));
 }
 
 prereg::AcceptanceTest TestOf(const py::tuple& state)
@@ -55,7 +55,6 @@ prereg::AcceptanceTest TestOf(const py::tuple& state)
     t.value = state[2].cast<double>();
     t.limit = state[3].cast<double>();
     t.outcome = static_cast<prereg::EOutcome>(state[4].cast<int>());
-    t.isLimitRaised = state[5].cast<bool>();
     return t;
 }
 
@@ -77,7 +76,7 @@ std::vector<JudgedTrafo> ResultsOf(const py::handle& states)
 py::tuple SettingsState(const prereg::RegistrationSettings& s)
 {
     return py::make_tuple(FieldsOf(s.config), FieldsOf(s.config.icpConfig), FieldsOf(s.verification),
-                          FieldsOf(s.verification.icp), s.workingSpacing);
+                          FieldsOf(s.verification.icp), s.workingSpacing, s.resolution);
 }
 
 prereg::RegistrationSettings SettingsOf(const py::tuple& state)
@@ -88,6 +87,7 @@ prereg::RegistrationSettings SettingsOf(const py::tuple& state)
     TakeFields(state[2], s.verification);
     TakeFields(state[3], s.verification.icp);
     s.workingSpacing = state[4].cast<double>();
+    s.resolution = state[5].cast<double>();
     return s;
 }
 
@@ -135,7 +135,7 @@ py::dict ToDict(const prereg::RegistrationSettings& s)
 {
     py::dict verification = FieldsOf(s.verification);
     verification[prereg::IcpKey] = FieldsOf(s.verification.icp);
-    return py::dict("workingSpacing"_a = s.workingSpacing, "config"_a = ToDict(s.config),
+    return py::dict("resolution"_a = s.resolution, "workingSpacing"_a = s.workingSpacing, "config"_a = ToDict(s.config),
                     "verification"_a = verification);
 }
 

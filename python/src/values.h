@@ -18,7 +18,7 @@ py::object ValueOf(const nlohmann::ordered_json& json);
 
 /// The tool's figures of a result, and what speaks against it.
 py::dict ToDict(const prereg::JudgedTrafo& result);
-/// "workingSpacing", "config" and "verification".
+/// "resolution", "workingSpacing", "config" and "verification".
 py::dict ToDict(const prereg::RegistrationSettings& settings);
 
 /// The fields of a record as a dict, and back.

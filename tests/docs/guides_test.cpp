@@ -73,14 +73,14 @@ std::string Number(double value, const std::string& unit)
 
 using Setting = std::function<double(const RegistrationSettings&)>;
 
-/// How a preset derives a setting from the spacing s and the roughness r.
+/// How a preset derives a setting from the resolution w and the roughness r.
 std::string Rule(const Setting& setting, const std::string& unit, EPreset preset)
 {
     const RegistrationSettings settings = SettingsFor(1.0F, 0.0F, preset);
     const double value = setting(settings);
-    if (setting(SettingsFor(1.0F, 0.5F, preset)) != value)
+    if (setting(SettingsFor(1.0F, 0.1F, preset)) != value)
         return Format("%.6g × r", value / settings.verification.roughness);
-    if (setting(SettingsFor(2.0F, 0.0F, preset)) != value) return Format("%.6g × s", value);
+    if (setting(SettingsFor(2.0F, 0.0F, preset)) != value) return Format("%.6g × w", value / settings.resolution);
     return Number(value, unit);
 }
 
@@ -126,6 +126,7 @@ TEST(Guides, ListEverySetting)
         const auto field = [&](const RegistrationSettings& s) { return Field(s.verification, info.key); };
         verification += Row({Format("`%s`", info.key), info.unit, info.meaning, Rules(field, info.unit)});
     });
+    verification += Row({"`resolution`", "mm", "spacing to which denser scans are thinned before the search", "w"});
     const auto spacing = [](const RegistrationSettings& s) { return s.workingSpacing; };
     verification += Row({"`workingSpacing`", "mm", "spacing to which scans are thinned before features are computed",
                          Rules(spacing, "mm")});

@@ -230,8 +230,8 @@ TEST(ToolReport, ShowsTheTestOfTheOverlapArea)
         double limit, value;
         const char *stage, *outcome;
     };
-    for (const Row& row : {Row{0.9 * verified, verified, "both sides", "passed"},
-                           Row{0.5 * (verified + searched), verified, "both sides", "failed"},
+    for (const Row& row : {Row{0.9 * verified, verified, "grading", "passed"},
+                           Row{0.5 * (verified + searched), verified, "grading", "failed"},
                            Row{1.1 * searched, searched, "search", "failed"}}) {
         const json data = dataWith(row.limit), pose = data["poses"][0], test = pose["tests"].back();
         EXPECT_EQ(data["reason"], row.outcome == std::string("passed") ? "" : "overlap too small");

@@ -98,13 +98,8 @@ TEST(VoxelDown, LeavesOnePointPerCube)
     EXPECT_LE(VoxelDown({body.points, body.normals}, 1000.0).points.size(), 8U);
 }
 
-/// A scan without features.
-struct Surfels : CPointSet {
-    explicit Surfels(const Cloud& cloud) : CPointSet(cloud.points, cloud.normals) {}
-};
-
 // What could slide or turn is near 0: a plane, a sphere, a cylinder. What could not is far from it.
-TEST(PoseStability, TellsShapesThatSlide)
+TEST(Stability, TellsShapesThatSlide)
 {
     Cloud cylinder;
     for (int i = 0; i < 120; ++i)
@@ -113,10 +108,7 @@ TEST(PoseStability, TellsShapesThatSlide)
             const Vec3 n(std::cos(angle), std::sin(angle), 0.0F);
             cylinder.Add(5.0F * n + Vec3(0, 0, 0.25F * static_cast<float>(k)), n);
         }
-    const auto stability = [](const Cloud& cloud) {
-        const Surfels set(cloud);
-        return detail::PoseStability(set, set, VoAlgo::CTrafo(), 0.5, 0.5);
-    };
+    const auto stability = [](const Cloud& cloud) { return detail::Stability(cloud.points, cloud.normals); };
     EXPECT_LT(stability(test_support::Plane(60, 0.5F)), 1e-6);
     EXPECT_LT(stability(test_support::Sphere(4000, 10.0F)), 1e-5);
     EXPECT_LT(stability(cylinder), 1e-5);

@@ -182,7 +182,7 @@ function showCauses() {
     $("causesCard").hidden = data.isRefinement; // nothing was proposed
     put("causesLead", s.uiNumProposals === 0 ? "No pose was proposed." : `${count(s.uiNumProposals)} poses were proposed from up to ${count(s.uiNumPolygons)} polygons, and each was refined. Most proposals are wrong and are meant to be refused.`);
     const rows = s.uiNumSuccessful + s.uiNumFailed === 0 ? [] : [{ label: "Accepted by the search", value: s.uiNumSuccessful, text: count(s.uiNumSuccessful), kind: "good",
-        remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of these failed the verification.` : "Similar poses count as one; each was then verified in both directions." }];
+        remark: data.refusedCount ? `Similar poses count as one; ${count(data.refusedCount)} of these failed the verification.` : "Similar poses count as one; those that explain most were then verified." }];
     for (const f of s.failures) {
         const [meaning, change] = CAUSES[f.code] ?? ["", ""];
         rows.push({ label: capital(f.cause), value: f.count, text: `${count(f.count)}  (${percent(f.count / (s.uiNumFailed + s.uiNumSuccessful), 2)})`, remark: data.found || change === "As above." ? meaning : `${meaning} ${change}` });
@@ -210,12 +210,12 @@ function showSettings() {
     const table = (caption, heads, rows) => make("div", { class: "scroll" }, make("table", { class: "plain settings" }, make("caption", {}, caption),
         make("thead", {}, make("tr", {}, ...heads.map((h) => make("th", { scope: "col" }, h)))),
         make("tbody", {}, ...rows.map(([key, ...values]) => make("tr", {}, make("th", { scope: "row" }, make("code", {}, key)), ...values.map((v) => make("td", { class: "number" }, text(key, v))), make("td", { class: "meaning" }, capital(data.fields[key].meaning)))))));
-    const { config, verification, workingSpacing, preset } = data.settings;
+    const { config, verification, resolution, workingSpacing, preset } = data.settings;
     const plain = (object) => Object.entries(object).filter(([, v]) => typeof v === "number");
-    put("settings", make("p", { class: "lead" }, `Preset ${preset}. Settings that no configuration states are derived from the spacing and the roughness of the points.`),
-        make("div", { class: "columns" }, make("div", {}, table("Search", ["Setting", "Value", "Meaning"], [["workingSpacing", workingSpacing], ...plain(config)]),
+    put("settings", make("p", { class: "lead" }, `Preset ${preset}. Settings that no configuration states are derived from the size of the object, the spacing and the roughness of the points.`),
+        make("div", { class: "columns" }, make("div", {}, table("Search", ["Setting", "Value", "Meaning"], [["resolution", resolution], ["workingSpacing", workingSpacing], ...plain(config)]),
             table("Verification", ["Setting", "Value", "Meaning"], plain(verification))),
-        table("Refinement of a pose", ["Setting", "Search", "Verification", "Meaning"], Object.entries(config.icpConfig).map(([k, v]) => [k, v, verification.icpConfig[k]]))));
+        table("Refinement of a pose", ["Setting", "Search", "Grading", "Meaning"], Object.entries(config.icpConfig).map(([k, v]) => [k, v, verification.icpConfig[k]]))));
 }
 
 /* The 3D view. */

@@ -31,6 +31,31 @@ export const ADVICE = {
     ambiguous: "The object looks the same from several sides. Provide a starting pose (--start), or scans that show what breaks the symmetry.",
     not_stable: "The overlap is nearly flat, round or cylindrical: the scans could slide along it or rotate on it. Scan more of its surroundings.",
     too_few_proposals_agree: "A correct pose is usually found several times. Search longer: --preset thorough, or a larger uiNumPolygons.",
+    shared_surface_too_small: "The scans may overlap too little: take one between them, or search longer (--preset thorough).",
+    surfaces_disagree: "Where both scans have surface, it should be the same. A wrong pose, clutter or a changed object violates that.",
+    misfit_too_large: "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise, a pattern means a wrong pose or a deformed object.",
+    seen_empty: "Points of one scan float in front of what the other one saw. If the scans were merged or the object moved between them, say from where each was taken (--viewpoint); otherwise the pose is wrong.",
+    rmse_too_large: ["The surfaces lie on each other, but not closely enough.", "If the scans differ by more than their own noise, raise dMaxRMSE."],
+};
+
+/** What to do about a starting pose that was refused, by code. */
+export const ADVICE_ON_START = {
+    overlap_too_small: "Too small a part of FLT lies on FIX at this pose. Check the starting pose, or lower dMinOverlapRatio (or dMinOverlapArea, if you set it).",
+    initial_overlap_too_small: "The starting pose brings hardly any point of FLT close to FIX. It must map FLT into FIX, in the files' unit, and be accurate to a few point spacings. Without --start, voalgo searches for a pose.",
+};
+
+const FEATURES = "Features are found where the surface is curved. Lower uiMinCurvatureQuality, or bring dFeatureRadius closer to the size of the details.";
+const OVERLAP = "The scans may overlap too little. Lower dMinOverlapRatio (or dMinOverlapArea, if you set it) and search longer (--preset thorough).";
+const INLIERS = "Too few pairs of points agree on one pose. Draw more samples (uiNumSamples), or raise dInlierScaling.";
+const NORMALS = "Normals disagree where the surfaces meet, or points near the other surface have no partner on it: the tests below show which. Check that the normals of both scans point outwards (--viewpoint).";
+
+/** What to do about a refusal, by code. */
+export const ADVICE = {
+    too_few_features_in_fix: FEATURES,
+    too_few_features_in_flt: FEATURES,
+    ambiguous: "The object looks the same from several sides. Provide a starting pose (--start), or scans that show what breaks the symmetry.",
+    not_stable: "The overlap is nearly flat, round or cylindrical: the scans could slide along it or rotate on it. Scan more of its surroundings.",
+    too_few_proposals_agree: "A correct pose is usually found several times. Search longer: --preset thorough, or a larger uiNumPolygons.",
     neighbourhoods_differ: "Where one scan has points, the other should have points, too. Clutter, a changed object or a wrong pose violates that.",
     rmse_too_large: "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise (raise dMaxRMSE), a pattern means a wrong pose or a deformed object.",
     initial_overlap_too_small: OVERLAP,
@@ -41,15 +66,13 @@ export const ADVICE = {
     too_far_away: "Raise dMaxRotationDistance or dMaxMovement, or start closer.",
     too_many_mismatches_iterating: NORMALS,
     too_many_mismatches: NORMALS,
-    sides_disagree: "Refining FLT onto FIX and FIX onto FLT ends in different places: the shape of the overlap does not decide between them.",
     no_pose_accepted: "Look at the causes below. If most proposals lack overlap, check the units and whether the scans overlap at all; then search longer (--preset thorough).",
 };
 
 export const STAGES = {
     search: "Search",
-    "FLT on FIX": "Verification: FLT onto FIX",
-    "FIX on FLT": "Verification: FIX onto FLT",
-    "both sides": "Verification: both directions",
+    verification: "Verification: evidence for the refined pose",
+    grading: "Grading: the search's limits for the refined pose",
     "all results": "Comparison of the results",
 };
 

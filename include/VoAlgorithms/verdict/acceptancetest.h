@@ -5,7 +5,6 @@
 #include "VoAlgorithms/prereg/icpresult.h"
 
 #include <limits>
-#include <string>
 #include <vector>
 
 namespace prereg {
@@ -61,10 +60,6 @@ struct VOALGO_API AcceptanceTest {
     double value = std::numeric_limits<double>::quiet_NaN(); ///< NaN: not reached, or not known
     double limit = std::numeric_limits<double>::quiet_NaN(); ///< NaN: the test compares no figures
     EOutcome outcome = EOutcome::NotRun;                     ///< passed, failed or not run
-    bool isLimitRaised = false;                              ///< the limit is stricter than its setting
-
-    /// The setting that holds the limit, followed by ", raised" where the limit is stricter than it.
-    [[nodiscard]] std::string Setting() const;
 };
 
 /// Compares a value with its limit as a refinement does: equality passes, and so does NaN.
