@@ -6,6 +6,7 @@
 #include "VoAlgorithms/verdict/registerscans.h"
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
+#include "VoAlgorithms/verdict/localframes.h"
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "VoAlgorithms/verdict/voxeldown.h"
 #include "platform/clock.h"
@@ -71,7 +72,11 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;
-    registration = RegisterPointSets(std::move(fixSet), std::move(fltSet), settings, options);
+    RegistrationOptions local = options;
+    if (options.start) local.start = LocalPose(*options.start, fix.scan.origin, flt.scan.origin);
+    registration = RegisterPointSets(std::move(fixSet), std::move(fltSet), settings, local);
+    registration.fixOrigin = fix.scan.origin;
+    registration.fltOrigin = flt.scan.origin;
     registration.seconds.settings = settingsSeconds;
     registration.seconds.features = featureSeconds;
     return registration;
