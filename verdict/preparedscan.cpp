@@ -87,25 +87,21 @@ void MeasureBox(PreparedScan& p)
         }
 }
 
-/// Moves the origin to the centre of the box. Rounded to a 2⁻²⁰th of the extent, the centre is the same when the
-/// points have been rounded before, and moves exactly with a scan that is moved by a round number of millimetres.
+/// Moves the origin to the centre of the box, unless rounding of the points is all that keeps it away. The centre is
+/// not rounded: a scan that is moved then has the same local points, wherever it goes.
 void MoveOriginToCentre(PreparedScan& p)
 {
-    constexpr int Digits = 20;
-    int exponent = 0;
-    (void)std::frexp(p.Extent(), &exponent);
-    const double step = std::ldexp(1.0, exponent - Digits);
+    constexpr double Rounding = 1e-6; // times the extent
     double shift[3];
+    double largest = 0.0;
     for (unsigned k = 0; k < 3; ++k) {
-        double& origin = p.scan.origin[k];
-        const double centre = origin + 0.5 * (double{p.low[k]} + double{p.high[k]});
-        const double rounded = std::nearbyint(centre / step) * step;
-        shift[k] = rounded - origin;
-        origin = rounded;
+        shift[k] = 0.5 * (double{p.low[k]} + double{p.high[k]});
+        largest = std::max(largest, std::abs(shift[k]));
     }
-    if (shift[0] == 0.0 && shift[1] == 0.0 && shift[2] == 0.0) return;
+    if (largest <= Rounding * p.Extent()) return;
     for (Vec3& q : p.scan.points)
         for (unsigned k = 0; k < 3; ++k) q[k] = static_cast<float>(double{q[k]} - shift[k]);
+    for (unsigned k = 0; k < 3; ++k) p.scan.origin[k] += shift[k];
     MeasureBox(p);
 }
 

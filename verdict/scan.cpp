@@ -1,7 +1,8 @@
 #include "VoAlgorithms/verdict/scan.h"
 
+#include "platform/finite.h"
+
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 namespace prereg {
@@ -30,29 +31,21 @@ Scan ScanFrom(const T* points, std::size_t n, const T* normals, const Position& 
     return scan;
 }
 
-/// 0 where single precision resolves the points well; else the centre of the finite ones.
-Position OriginOf(const double* points, std::size_t n)
+/// The centre of the points that are finite; 0 when none is.
+Position CentreOf(const double* points, std::size_t n)
 {
-    constexpr double Near = 4.0; // times the extent: costs two or three bits of a float
     Position low, high;
     low.fill(std::numeric_limits<double>::infinity());
     high.fill(-std::numeric_limits<double>::infinity());
     for (std::size_t i = 0; i < n; ++i, points += 3) {
-        if (!std::isfinite(points[0]) || !std::isfinite(points[1]) || !std::isfinite(points[2])) continue;
+        if (!VoAlgo::AllFinite(points, 3)) continue;
         for (unsigned k = 0; k < 3; ++k) {
             low[k] = std::min(low[k], points[k]);
             high[k] = std::max(high[k], points[k]);
         }
     }
-    double extent = 0.0, farthest = 0.0;
-    Position centre;
-    for (unsigned k = 0; k < 3; ++k) {
-        extent = std::max(extent, high[k] - low[k]);
-        farthest = std::max({farthest, std::abs(low[k]), std::abs(high[k])});
-        centre[k] = low[k] + 0.5 * (high[k] - low[k]);
-    }
-    const bool isNear = !(low[0] <= high[0]) || farthest <= Near * extent;
-    return isNear ? Position{} : centre;
+    if (!(low[0] <= high[0])) return {};
+    return {0.5 * (low[0] + high[0]), 0.5 * (low[1] + high[1]), 0.5 * (low[2] + high[2])};
 }
 
 } // namespace
@@ -64,7 +57,7 @@ Scan Scan::From(const float* points, std::size_t n, const float* normals)
 
 Scan Scan::From(const double* points, std::size_t n, const double* normals)
 {
-    return ScanFrom(points, n, normals, OriginOf(points, n));
+    return ScanFrom(points, n, normals, CentreOf(points, n));
 }
 
 Position Scan::At(std::size_t i) const

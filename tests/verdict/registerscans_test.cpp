@@ -138,7 +138,7 @@ TEST(RegisterScans, HoldsAnywhere)
                 largest = std::max(largest, std::abs(there - shift - at(home, p.x, p.y, p.z)));
                 refined = std::max(refined, std::abs(there - at(again.Pose(), b[3 * i], b[3 * i + 1], b[3 * i + 2])));
             }
-        EXPECT_LT(largest, 1e-3);
+        EXPECT_LT(largest, shift == 2e4 ? 4e-3 : 1e-3) << "there, floats are 2e-3 mm apart";
         EXPECT_LT(refined, 0.05);
     }
 }

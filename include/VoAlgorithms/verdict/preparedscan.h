@@ -34,7 +34,7 @@ struct VOALGO_API PreparedScan {
 };
 
 /// Prepares a scan: drops points that are not finite or coincide with an earlier one, moves the origin to the centre of
-/// the bounding box (see decision 101 for its rounding), scales normals to unit length, or estimates them where they
+/// the bounding box, scales normals to unit length, or estimates them where they
 /// are missing or implausible. No point is left when none is finite. O(n) for a scan with normals. Throws
 /// std::invalid_argument when points and normals differ in number.
 [[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan);

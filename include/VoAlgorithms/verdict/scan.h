@@ -23,8 +23,7 @@ struct VOALGO_API Scan {
 
     ///@{
     /// A copy of n packed triples x y z, mm, and of as many normals, or null when there are none. Floats are kept
-    /// exactly. For doubles the origin is the centre of their bounding box, or 0 when they lie near 0 anyway: none
-    /// of them farther than four times the largest side of the box.
+    /// exactly, with origin 0; for doubles the origin is the centre of their bounding box.
     [[nodiscard]] static Scan From(const float* points, std::size_t n, const float* normals = nullptr);
     [[nodiscard]] static Scan From(const double* points, std::size_t n, const double* normals = nullptr);
     ///@}
