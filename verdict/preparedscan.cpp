@@ -42,15 +42,18 @@ void KeepUsablePoints(PreparedScan& p)
 /// Length in double precision, so that no finite normal overflows or vanishes; 0 for one that is not finite.
 double LengthOf(const Vec3& n)
 {
-    return n.IsValid() ? std::hypot(double{n.x}, double{n.y}, double{n.z}) : 0.0;
+    if (!n.IsValid()) return 0.0;
+    return std::sqrt(double{n.x} * double{n.x} + double{n.y} * double{n.y} + double{n.z} * double{n.z});
 }
 
 /// Normals have one length, usually 1; colours and other columns mistaken for normals vary in length.
 bool LookLikeNormals(const std::vector<Vec3>& normals)
 {
+    constexpr std::size_t Samples = 20000;
+    const std::size_t step = std::max<std::size_t>(1, normals.size() / Samples);
     std::vector<double> lengths;
-    for (const Vec3& n : normals)
-        if (const double length = LengthOf(n); length > 0.0) lengths.push_back(length);
+    for (std::size_t i = 0; i < normals.size(); i += step)
+        if (const double length = LengthOf(normals[i]); length > 0.0) lengths.push_back(length);
     if (lengths.empty()) return false;
     const auto middle = lengths.begin() + static_cast<std::ptrdiff_t>(lengths.size() / 2);
     std::nth_element(lengths.begin(), middle, lengths.end());
@@ -74,7 +77,7 @@ void NormaliseNormals(PreparedScan& p)
     }
 }
 
-void Measure(PreparedScan& p)
+void MeasureBox(PreparedScan& p)
 {
     p.low = p.high = p.scan.points.front();
     for (const Vec3& q : p.scan.points)
@@ -82,7 +85,33 @@ void Measure(PreparedScan& p)
             p.low[k] = std::min(p.low[k], q[k]);
             p.high[k] = std::max(p.high[k], q[k]);
         }
-    p.spacing = MeasureSampling(p.scan).spacing;
+}
+
+/// Moves the origin to the centre of the box, unless rounding of the points is all that keeps it away. The centre is
+/// not rounded: a scan that is moved then has the same local points, wherever it goes.
+void MoveOriginToCentre(PreparedScan& p)
+{
+    constexpr double Rounding = 1e-6; // times the extent
+    double shift[3];
+    double largest = 0.0;
+    for (unsigned k = 0; k < 3; ++k) {
+        shift[k] = 0.5 * (double{p.low[k]} + double{p.high[k]});
+        largest = std::max(largest, std::abs(shift[k]));
+    }
+    if (largest <= Rounding * p.Extent()) return;
+    for (Vec3& q : p.scan.points)
+        for (unsigned k = 0; k < 3; ++k) q[k] = static_cast<float>(double{q[k]} - shift[k]);
+    for (unsigned k = 0; k < 3; ++k) p.scan.origin[k] += shift[k];
+    MeasureBox(p);
+}
+
+/// Half the distance between the floats at the point farthest from the origin.
+double Resolution(const PreparedScan& p)
+{
+    double farthest = 0.0;
+    for (unsigned k = 0; k < 3; ++k)
+        farthest = std::max({farthest, std::abs(double{p.low[k]}), std::abs(double{p.high[k]})});
+    return farthest * 6e-8;
 }
 
 } // namespace
@@ -105,16 +134,34 @@ PreparedScan PrepareScan(Scan scan)
     p.read = p.scan.points.size();
     KeepUsablePoints(p);
     if (p.scan.points.empty()) return p;
+    MeasureBox(p);
+    p.resolution = Resolution(p);
+    MoveOriginToCentre(p);
 
     p.implausibleNormals = !p.scan.normals.empty() && !LookLikeNormals(p.scan.normals);
     p.estimatedNormals = p.scan.normals.empty() || p.implausibleNormals;
     if (p.estimatedNormals)
-        p.scan.normals = EstimateNormals(p.scan.points, p.scan.viewpoint);
+        p.scan.normals = EstimateNormals(p.scan.points, p.scan.LocalViewpoint());
     else
         NormaliseNormals(p);
     p.zeroNormals = static_cast<std::size_t>(
         std::count_if(p.scan.normals.begin(), p.scan.normals.end(), [](const Vec3& n) { return n == Vec3(); }));
-    Measure(p);
+    p.spacing = MeasureSampling(p.scan).spacing;
+    return p;
+}
+
+PreparedScan PreparedFrom(std::shared_ptr<const CFPFHPointSet> set, std::string name,
+                          const std::array<double, 3>& origin)
+{
+    PreparedScan p;
+    p.scan.points = set->GetPoints();
+    p.scan.normals = set->GetNormals();
+    p.scan.name = std::move(name);
+    p.scan.origin = origin;
+    p.read = p.scan.points.size();
+    if (!p.scan.points.empty()) MeasureBox(p);
+    p.spacing = MeasureSampling(p.scan).spacing;
+    p.pointSet = std::move(set);
     return p;
 }
 
@@ -132,15 +179,10 @@ Remarks Describe(const PreparedScan& p)
     const double extent = p.Extent();
     if (extent < SmallestExtent || extent > LargestExtent)
         r.warnings.push_back(VoAlgo::Format("its largest extent is %.4g mm; is the unit right?", extent));
-    double farthest = 0.0;
-    for (unsigned k = 0; k < 3; ++k)
-        farthest = std::max({farthest, std::abs(double{p.low[k]}), std::abs(double{p.high[k]})});
-    const double resolution = farthest * 6e-8;
-    if (resolution > 0.02 * p.spacing && p.spacing > 0.0)
-        r.warnings.push_back(
-            VoAlgo::Format("lies so far from the origin (%.3g mm) that single precision resolves only %.2g mm; "
-                           "shift it closer before exporting",
-                           farthest, resolution));
+    if (p.resolution > 0.02 * p.spacing && p.spacing > 0.0)
+        r.warnings.push_back(VoAlgo::Format("lies so far from the origin that single precision resolves only %.2g mm; "
+                                            "export it in double precision, or shift it closer",
+                                            p.resolution));
     return r;
 }
 

@@ -7,6 +7,7 @@
 #include "VoAlgorithms/verdict/registerscans.h"
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
+#include "VoAlgorithms/verdict/localframes.h"
 #include "VoAlgorithms/verdict/sampling.h"
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "VoAlgorithms/verdict/viewdirection.h"
@@ -136,12 +137,16 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     if (!Report(options, "features", 0.5)) return Refused(registration, Refusal(ERefusal::Cancelled));
     PointSetPtr fltSet = PointSetOf(flt, settings, options.threads);
     const detail::SearchInput input{std::move(fixSet), std::move(fltSet),
-                                    ViewOf(fix.scan.points, fix.scan.normals, fix.scan.viewpoint),
-                                    ViewOf(flt.scan.points, flt.scan.normals, flt.scan.viewpoint)};
+                                    ViewOf(fix.scan.points, fix.scan.normals, fix.scan.LocalViewpoint()),
+                                    ViewOf(flt.scan.points, flt.scan.normals, flt.scan.LocalViewpoint())};
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;
-    registration = Register(input, settings, options);
+    RegistrationOptions local = options;
+    if (options.start) local.start = LocalPose(*options.start, fix.scan.origin, flt.scan.origin);
+    registration = Register(input, settings, local);
+    registration.fixOrigin = fix.scan.origin;
+    registration.fltOrigin = flt.scan.origin;
     const VoAlgo::CStopwatch refinementWatch;
     if (NeedsThinning(fix.spacing, settings) || NeedsThinning(flt.spacing, settings))
         RefineOnFullScans(fix.scan, flt.scan, registration);

@@ -1,5 +1,7 @@
 #include "VoAlgorithms/verdict/registration.h"
 
+#include "VoAlgorithms/verdict/localframes.h"
+
 #include <stdexcept>
 
 namespace prereg {
@@ -12,7 +14,12 @@ const JudgedTrafo& Registration::Best() const
 
 VoAlgo::CbMatrix4Rd Registration::Pose() const
 {
-    return Best().trafo;
+    return PoseOf(Best());
+}
+
+VoAlgo::CbMatrix4Rd Registration::PoseOf(const JudgedTrafo& judged) const
+{
+    return PoseOfCoordinates(judged.trafo, fixOrigin, fltOrigin);
 }
 
 } // namespace prereg

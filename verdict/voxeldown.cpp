@@ -7,6 +7,7 @@ namespace prereg {
 Scan VoxelDown(const Scan& scan, double edge)
 {
     Scan thinned;
+    thinned.origin = scan.origin;
     const bool withNormals = !scan.normals.empty();
     const VoAlgo::CSearchGrid grid(scan.points, static_cast<float>(edge));
     for (std::size_t c = 0; c < grid.NumCells(); ++c) {

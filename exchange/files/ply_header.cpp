@@ -19,31 +19,32 @@ namespace {
 struct Type {
     std::string_view name;
     std::uint64_t size;
+    char kind;
 };
 
-constexpr std::array<Type, 16> Types = {{{"char", 1},
-                                         {"int8", 1},
-                                         {"uchar", 1},
-                                         {"uint8", 1},
-                                         {"short", 2},
-                                         {"int16", 2},
-                                         {"ushort", 2},
-                                         {"uint16", 2},
-                                         {"int", 4},
-                                         {"int32", 4},
-                                         {"uint", 4},
-                                         {"uint32", 4},
-                                         {"float", 4},
-                                         {"float32", 4},
-                                         {"double", 8},
-                                         {"float64", 8}}};
+constexpr std::array<Type, 16> Types = {{{"char", 1, 'i'},
+                                         {"int8", 1, 'i'},
+                                         {"uchar", 1, 'u'},
+                                         {"uint8", 1, 'u'},
+                                         {"short", 2, 'i'},
+                                         {"int16", 2, 'i'},
+                                         {"ushort", 2, 'u'},
+                                         {"uint16", 2, 'u'},
+                                         {"int", 4, 'i'},
+                                         {"int32", 4, 'i'},
+                                         {"uint", 4, 'u'},
+                                         {"uint32", 4, 'u'},
+                                         {"float", 4, 'f'},
+                                         {"float32", 4, 'f'},
+                                         {"double", 8, 'f'},
+                                         {"float64", 8, 'f'}}};
 
-/// Size of a value in bytes; 0 for an unknown type.
-std::uint64_t SizeOf(std::string_view type)
+/// Size 0 for an unknown type.
+Type TypeOf(std::string_view name)
 {
     for (const Type& known : Types)
-        if (known.name == type) return known.size;
-    return 0;
+        if (known.name == name) return known;
+    return {name, 0, 'f'};
 }
 
 /// Reads a header line by line and adds up the fewest bytes that its rows can occupy.
@@ -61,13 +62,13 @@ public:
         if (words[0] == "element") return takeElement(words);
         return words[0] == "property" && takeProperty(words);
     }
-    [[nodiscard]] bool IsComplete() const { return hasFormat_ && elements_ > 0; }
+    [[nodiscard]] bool IsComplete() const { return hasFormat_ && !elements_.empty(); }
     [[nodiscard]] std::uint64_t LeastBytes() const
     {
         return isAscii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
     }
 
-    [[nodiscard]] PlyHeader Start() const { return {0, !isAscii_, beginsWithSingleX_}; }
+    [[nodiscard]] PlyHeader Start() const { return {elements_, isLittleEndian_, 0, !isAscii_, beginsWithSingleX_}; }
 
 private:
     bool takeFormat(const std::vector<std::string>& words)
@@ -82,21 +83,23 @@ private:
     {
         if (!hasFormat_ || words.size() != 3 || words[2].find_first_not_of("0123456789") != std::string::npos)
             return false;
-        ++elements_;
-        std::istringstream(words[2]) >> rows_; // the largest number when it overflows
+        elements_.push_back({words[1]});
+        std::istringstream(words[2]) >> elements_.back().rows; // the largest number when it overflows
         return true;
     }
     bool takeProperty(const std::vector<std::string>& words)
     {
-        const bool list = words.size() == 5 && words[1] == "list" && SizeOf(words[3]) != 0;
-        const std::uint64_t size = SizeOf(words.size() > 2 ? words[list ? 2 : 1] : "");
-        if (elements_ == 0 || size == 0 || (!list && words.size() != 3)) return false;
+        const bool list = words.size() == 5 && words[1] == "list" && TypeOf(words[3]).size != 0;
+        const auto [typeName, size, kind] = TypeOf(words.size() > 2 ? words[list ? 2 : 1] : "");
+        if (elements_.empty() || size == 0 || (!list && words.size() != 3)) return false;
         if (!hasProperty_)
             beginsWithSingleX_ = isLittleEndian_ && (words[1] == "float" || words[1] == "float32") && words[2] == "x";
         hasProperty_ = true;
+        elements_.back().properties.push_back({words.back(), kind, size, list});
         const std::uint64_t least = isAscii_ ? 2 : size; // a digit and a separator; a list has at least its count
         const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - leastBytes_;
-        leastBytes_ += rows_ > room / least ? room : rows_ * least;
+        const std::uint64_t rows = elements_.back().rows;
+        leastBytes_ += rows > room / least ? room : rows * least;
         return true;
     }
 
@@ -105,8 +108,7 @@ private:
     bool isLittleEndian_ = false;
     bool hasProperty_ = false;
     bool beginsWithSingleX_ = false;
-    std::uint64_t elements_ = 0;
-    std::uint64_t rows_ = 0; // of the current element
+    std::vector<PlyElement> elements_;
     std::uint64_t leastBytes_ = 0;
 };
 

@@ -4,9 +4,12 @@
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/read_model.h"
+#include "exchange/files/read_points.h"
 #include "exchange/files/read_xyz.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace voalgo {
 
@@ -52,17 +55,29 @@ prereg::Scan CloudOf(Model model, bool facetNormals)
     return VerticesOf(model.mesh, given ? model.normals : NormalsOfTriangles(model.mesh));
 }
 
+prereg::Scan Scaled(prereg::Scan cloud, double factor)
+{
+    if (factor != 1.0)
+        for (auto& p : cloud.points) p *= static_cast<float>(factor);
+    return cloud;
+}
+
 } // namespace
 
-prereg::Scan ReadCloud(const std::string& path)
+prereg::Scan ReadCloud(const std::string& path, double mmPerUnit)
 {
     RequireFile(path);
     const std::string ending = Ending(path);
     prereg::Scan cloud;
-    if (IsOneOf(ending, {".ply", ".obj", ".stl"}))
-        cloud = CloudOf(ReadModel(path), ending == ".stl");
+    std::optional<prereg::Scan> points;
+    if (ending == ".ply") points = ReadPlyPoints(path, mmPerUnit);
+    if (ending == ".obj") points = ReadObjPoints(path, mmPerUnit);
+    if (points)
+        cloud = std::move(*points);
+    else if (IsOneOf(ending, {".ply", ".obj", ".stl"}))
+        cloud = Scaled(CloudOf(ReadModel(path), ending == ".stl"), mmPerUnit);
     else if (IsOneOf(ending, {".xyz", ".xyzn", ".txt", ".asc", ".csv"}))
-        cloud = ReadXyz(path);
+        cloud = ReadXyz(path, mmPerUnit);
     else
         throw InputError(path +
                          ": unknown file type; expected .ply, .obj, .stl, or text (.xyz, .xyzn, .txt, .asc, .csv)");

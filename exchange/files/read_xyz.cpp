@@ -3,11 +3,13 @@
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/parse_number.h"
+#include "exchange/files/scan_builder.h"
 #include "platform/format.h"
 
-#include <algorithm>
+#include <fstream>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace voalgo {
 
@@ -33,7 +35,7 @@ std::string_view NextWord(std::string_view& rest)
 
 /// The first six columns of a line.
 struct Row {
-    float value[6];
+    double value[6];
     unsigned columns; // of the whole line
 };
 
@@ -44,7 +46,7 @@ Row ReadRow(std::string_view text, const std::string& path, std::size_t line)
         if (row.columns < 6) {
             const std::optional<double> value = ParseNumber(word);
             if (!value) Fail(path, line, "not a number: \"" + std::string(word.substr(0, 40)) + "\"");
-            row.value[row.columns] = static_cast<float>(*value);
+            row.value[row.columns] = *value;
         }
         ++row.columns;
     }
@@ -54,27 +56,27 @@ Row ReadRow(std::string_view text, const std::string& path, std::size_t line)
 
 } // namespace
 
-prereg::Scan ReadXyz(const std::string& path)
+prereg::Scan ReadXyz(const std::string& path, double mmPerUnit)
 {
-    const std::string text = ReadText(path);
-    std::string_view rest = text;
-    prereg::Scan cloud;
+    RequireFile(path);
+    std::ifstream file(path, std::ios::binary);
+    ScanBuilder cloud(mmPerUnit);
+    std::string whole;
     bool withNormals = false;
-    for (std::size_t line = 1; !rest.empty(); ++line) {
-        const std::string_view whole = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(rest.size(), whole.size() + 1));
-        const Row row = ReadRow(whole.substr(0, whole.find('#')), path, line);
+    for (std::size_t line = 1; std::getline(file, whole); ++line) {
+        const Row row = ReadRow(std::string_view(whole).substr(0, whole.find('#')), path, line);
         if (row.columns == 0) continue;
         const auto& v = row.value;
-        if (cloud.points.empty()) withNormals = row.columns >= 6;
+        if (cloud.Size() == 0) withNormals = row.columns >= 6;
         if (withNormals != (row.columns >= 6))
             Fail(path, line,
                  withNormals ? "has no normal, but earlier lines have one"
                              : "has a normal, but earlier lines have none");
-        cloud.points.emplace_back(v[0], v[1], v[2]);
-        if (withNormals) cloud.normals.emplace_back(v[3], v[4], v[5]);
+        cloud.AddPoint({v[0], v[1], v[2]});
+        if (withNormals) cloud.AddNormal({v[3], v[4], v[5]});
     }
-    return cloud;
+    if (file.bad()) throw InputError(path + ": cannot be read");
+    return std::move(cloud).Take();
 }
 
 } // namespace voalgo

@@ -38,20 +38,18 @@ Json ToJson(const prereg::AcceptanceTest& t)
 
 } // namespace
 
-PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit)
+PoseMatrix InUnit(const VoAlgo::CbMatrix4Rd& pose, double mmPerUnit)
 {
     PoseMatrix matrix{};
-    for (unsigned r = 0; r < 3; ++r) {
-        for (unsigned c = 0; c < 3; ++c) matrix[r][c] = ShortNumber(pose(r, c));
-        matrix[r][3] = ShortNumber(pose(r, 3), mmPerUnit);
-    }
-    matrix[3][3] = 1.0;
+    for (unsigned r = 0; r < 4; ++r)
+        for (unsigned c = 0; c < 4; ++c)
+            matrix[r][c] = (c == 3 && r < 3 ? pose(r, c) / mmPerUnit : pose(r, c)) + 0.0; // no −0
     return matrix;
 }
 
-Json ToJson(const prereg::JudgedTrafo& judged, double mmPerUnit)
+Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose)
 {
-    Json json = {{"pose", InUnit(judged.trafo, mmPerUnit)},
+    Json json = {{"pose", pose},
                  {"resultType", judged.resultType},
                  {"resultCode", CodeOf(static_cast<EICPResultType>(judged.resultType))},
                  {"clusterSize", judged.clusterSize}};
@@ -86,7 +84,8 @@ Json ToJson(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
     Json results = Json::array();
-    for (const prereg::JudgedTrafo& judged : registration.results) results.push_back(ToJson(judged, outcome.mmPerUnit));
+    for (const prereg::JudgedTrafo& judged : registration.results) 
+        results.push_back(ToJson(judged, InUnit(registration.PoseOf(judged), outcome.mmPerUnit)));
     return {{"voalgo", VOALGO_VERSION},
             {"fix", ToJson(outcome.fix)},
             {"flt", ToJson(outcome.flt)},

@@ -9,10 +9,9 @@
 
 namespace voalgo {
 
-/// A pose as a file states it: row-major 4×4, translation in the file's unit. Its numbers, written with enough digits,
-/// read back as the same floats in millimetres.
+/// A pose as a file states it: row-major 4×4, translation in the file's unit.
 using PoseMatrix = std::array<std::array<double, 4>, 4>;
-PoseMatrix InUnit(const VoAlgo::CTrafo& pose, double mmPerUnit);
+PoseMatrix InUnit(const VoAlgo::CbMatrix4Rd& pose, double mmPerUnit);
 
 /// A registration and the files it was made of; the references are borrowed.
 struct Outcome {
@@ -25,12 +24,12 @@ struct Outcome {
     double readingSeconds = 0.0; ///< to read both files and prepare the scans
 };
 
-/// A pose with its figures and tests; the pose is in the given unit. Figures that are not finite are null.
-nlohmann::ordered_json ToJson(const prereg::JudgedTrafo& judged, double mmPerUnit);
+/// A result with its figures and tests; the pose as given. Figures that are not finite are null.
+nlohmann::ordered_json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose);
 /// The counts and sizes of a scan, in millimetres.
 nlohmann::ordered_json ToJson(const prereg::PreparedScan& prepared);
-/// The whole outcome without times: the same input gives the same text. Poses are in the files' unit, all other lengths
-/// in millimetres; codes for programs stand beside the words.
+/// The whole outcome without times: the same input gives the same text. Poses map the files' coordinates, in
+/// the files' unit; all other lengths are in millimetres; codes for programs stand beside the words.
 nlohmann::ordered_json ToJson(const Outcome& outcome);
 
 /// Indented JSON text. Whatever is not UTF-8, which may be in a file's name, becomes a replacement character.

@@ -31,7 +31,7 @@ Json FieldsOf(const prereg::RegistrationSettings& settings)
     return fields;
 }
 
-/// The page's view of one scan.
+/// The page's view of one scan; the cloud is relative to the origin.
 Json ScanOf(const prereg::PreparedScan& prepared, const std::vector<std::uint32_t>& shown)
 {
     Json scan = ToJson(prepared);
@@ -39,6 +39,7 @@ Json ScanOf(const prereg::PreparedScan& prepared, const std::vector<std::uint32_
     scan["notes"] = remarks.notes;
     scan["warnings"] = remarks.warnings;
     scan["shown"] = shown.size();
+    scan["origin"] = prepared.scan.origin;
     scan["cloud"] = PackCloud(prepared.scan, shown);
     return scan;
 }
@@ -60,7 +61,6 @@ public:
         data["flt"] = ScanOf(outcome_.flt, flt_);
         data.erase("results"); // which are among the poses
         data["fields"] = FieldsOf(settings_);
-        data["mmPerUnit"] = outcome_.mmPerUnit;
         data["isRefinement"] = registration.isRefinement;
         data["pairRadius"] = pairRadius();
         data["pairAngle"] = pairAngle();
@@ -81,7 +81,8 @@ private:
     {
         for (std::size_t i = 0; i < std::min(judged.size(), MostPoses); ++i) {
             const prereg::JudgedTrafo& j = judged[i];
-            Json pose = ToJson(j, 1.0);
+            Json pose = ToJson(j, InUnit(outcome_.registration.PoseOf(j), outcome_.mmPerUnit));
+            pose["localPose"] = InUnit(j.trafo, 1.0);
             pose["objection"] = j.objection.text;
             pose["objectionCode"] = CodeOf(j.objection.code);
             pose["distances"] = PackDistances(

@@ -56,6 +56,7 @@
 #include "VoAlgorithms/verdict/acceptancetest.h"
 #include "VoAlgorithms/verdict/erefusal.h"
 #include "VoAlgorithms/verdict/estimatenormals.h"
+#include "VoAlgorithms/verdict/localframes.h"
 #include "VoAlgorithms/verdict/preparedscan.h"
 #include "VoAlgorithms/verdict/registerscans.h"
 #include "VoAlgorithms/verdict/registration.h"

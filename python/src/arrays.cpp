@@ -1,7 +1,9 @@
 #include "arrays.h"
 
+#include "platform/finite.h"
 #include "scalars.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 
@@ -62,12 +64,11 @@ Doubles ReadMatrix(const py::object& argument, const char* name)
     return matrix;
 }
 
-VoAlgo::CTrafo PoseOf(const Doubles& matrix)
+VoAlgo::CbMatrix4Rd PoseOf(const Doubles& matrix)
 {
-    const auto m = matrix.unchecked<2>();
-    const auto column = [&](py::ssize_t c) { return [&m, c](py::ssize_t r) { return static_cast<float>(m(r, c)); }; };
-    const auto x = column(0), y = column(1), z = column(2), t = column(3);
-    return {{x(0), y(0), z(0)}, {x(1), y(1), z(1)}, {x(2), y(2), z(2)}, {t(0), t(1), t(2)}};
+    VoAlgo::CbMatrix4Rd pose;
+    std::copy(matrix.data(), matrix.data() + 16, pose.Data());
+    return pose;
 }
 
 } // namespace
@@ -111,7 +112,12 @@ std::vector<Vec3> ReadVectors(const py::object& argument, const char* name)
 
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
 {
-    VoAlgo::CTrafo pose;
+    return ReadPose(argument, name);
+}
+
+VoAlgo::CbMatrix4Rd ReadPose(const py::object& argument, const char* name)
+{
+    VoAlgo::CbMatrix4Rd pose;
     if (py::isinstance<VoAlgo::CTrafo>(argument)) {
         pose = argument.cast<VoAlgo::CTrafo>();
     } else {
@@ -119,22 +125,22 @@ VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
         RequireRigid(matrix, name);
         pose = PoseOf(matrix);
     }
-    if (!pose) throw py::value_error(std::string(name) + ": is not finite");
+    if (!VoAlgo::AllFinite(pose.Data(), 16)) throw py::value_error(std::string(name) + ": is not finite");
     return pose;
 }
 
-VoAlgo::CTrafo ReadStoredPose(const py::object& matrix)
+VoAlgo::CbMatrix4Rd ReadStoredPose(const py::object& matrix)
 {
     return PoseOf(ReadMatrix(matrix, "pose"));
 }
 
-Vec3 ReadVector(const py::object& argument, const char* name)
+std::array<double, 3> ReadPosition(const py::object& argument, const char* name)
 {
     const Doubles v = ReadDoubles(argument, name, 0);
     if (v.shape(0) != 3)
         throw py::value_error(std::string(name) + ": needs 3 values, has " + std::to_string(v.shape(0)));
-    const Vec3 vector(static_cast<float>(v.at(0)), static_cast<float>(v.at(1)), static_cast<float>(v.at(2)));
-    if (!vector.IsValid()) throw py::value_error(std::string(name) + ": must be finite");
+    const std::array<double, 3> vector = {v.at(0), v.at(1), v.at(2)};
+    if (!VoAlgo::AllFinite(vector.data(), 3)) throw py::value_error(std::string(name) + ": must be finite");
     return vector;
 }
 
@@ -164,12 +170,12 @@ py::array_t<float> CopyVectors(const std::vector<Vec3>& vectors)
     return array;
 }
 
-py::array_t<double> MatrixOf(const VoAlgo::CTrafo& pose)
+py::array_t<double> MatrixOf(const VoAlgo::CbMatrix4Rd& pose)
 {
     py::array_t<double> matrix({4, 4});
     auto m = matrix.mutable_unchecked<2>();
     for (unsigned r = 0; r < 4; ++r)
-        for (unsigned c = 0; c < 4; ++c) m(r, c) = static_cast<double>(pose(r, c));
+        for (unsigned c = 0; c < 4; ++c) m(r, c) = pose(r, c);
     return matrix;
 }
 

@@ -6,6 +6,7 @@
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
+#include <array>
 #include <vector>
 
 /// Arrays in and out. A wrong argument raises a TypeError or ValueError that begins with its name.
@@ -26,11 +27,14 @@ Floats ReadFloats(const py::object& argument, const char* name, py::ssize_t colu
 /// n×3 numbers as the library's vectors, read in one pass.
 std::vector<Vec3> ReadVectors(const py::object& argument, const char* name);
 /// Three finite numbers.
-Vec3 ReadVector(const py::object& argument, const char* name);
+std::array<double, 3> ReadPosition(const py::object& argument, const char* name);
+///@{
 /// A Trafo, or a 4×4 array of a rigid pose; finite.
+VoAlgo::CbMatrix4Rd ReadPose(const py::object& argument, const char* name);
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name);
+///@}
 /// The pose that `MatrixOf` stored, even when it is not rigid or not finite.
-VoAlgo::CTrafo ReadStoredPose(const py::object& matrix);
+VoAlgo::CbMatrix4Rd ReadStoredPose(const py::object& matrix);
 /// Throws unless both have the same number of rows.
 void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB);
 
@@ -39,6 +43,6 @@ py::array ViewVectors(const std::vector<Vec3>& vectors, const py::handle& owner)
 /// A packed n×3 array of float32.
 py::array_t<float> CopyVectors(const std::vector<Vec3>& vectors);
 /// The homogeneous 4×4 matrix.
-py::array_t<double> MatrixOf(const VoAlgo::CTrafo& pose);
+py::array_t<double> MatrixOf(const VoAlgo::CbMatrix4Rd& pose);
 
 } // namespace voalgo::python

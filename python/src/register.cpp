@@ -1,6 +1,7 @@
 #include "VoAlgorithms/verdict/registerscans.h"
 
 #include "VoAlgorithms/prereg/cpointset.h"
+#include "VoAlgorithms/verdict/localframes.h"
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "configuration.h"
 #include "module.h"
@@ -21,6 +22,7 @@ using prereg::EPreset;
 using prereg::JudgedTrafo;
 using prereg::PreparedScan;
 using prereg::RegistrationSettings;
+using VoAlgo::CbMatrix4Rd;
 using VoAlgo::CTrafo;
 
 namespace {
@@ -34,9 +36,9 @@ EPreset ReadPreset(const Text& preset)
     throw py::value_error("preset: must be one of " + names + ", is " + name);
 }
 
-std::optional<CTrafo> ReadStart(const py::object& start)
+std::optional<CbMatrix4Rd> ReadStart(const py::object& start)
 {
-    return start.is_none() ? std::nullopt : std::make_optional(ReadTrafo(start, "start"));
+    return start.is_none() ? std::nullopt : std::make_optional(ReadPose(start, "start"));
 }
 
 /// Between two steps: lets the interpreter raise KeyboardInterrupt, and calls the user's function. Its False cancels;
@@ -73,7 +75,7 @@ Found Register(const py::object& fix, const py::object& flt, const Text& preset,
     options.progress = ReadProgress(progress);
     options.adjust = ReadOverrides(config, keywords);
     options.start = ReadStart(start);
-    const std::optional<Vec3> from = ReadViewpoint(viewpoint);
+    const std::optional<Position> from = ReadViewpoint(viewpoint);
     const VoAlgo::CStopwatch watch;
     Found found{ReadPrepared(fix, "fix", from), ReadPrepared(flt, "flt", from), ReadText(preset, "preset")};
     found.readingSeconds = watch.Seconds();
@@ -101,11 +103,11 @@ public:
     explicit Surfels(const PreparedScan& scan) : CPointSet(scan.scan.points, scan.scan.normals) {}
 };
 
-JudgedTrafo RefineByIcp(const py::object& fixArgument, const py::object& fltArgument, const py::object& start,
+Result RefineByIcp(const py::object& fixArgument, const py::object& fltArgument, const py::object& start,
                         const py::object& reference, const py::object& config, const py::kwargs& keywords)
 {
-    const CTrafo from = ReadStart(start).value_or(CTrafo());
-    const CTrafo limits = reference.is_none() ? from : ReadTrafo(reference, "reference");
+    const CbMatrix4Rd from = ReadStart(start).value_or(CbMatrix4Rd());
+    const CbMatrix4Rd limits = reference.is_none() ? from : ReadPose(reference, "reference");
     const PreparedScan fix = ReadPrepared(fixArgument, "fix"), flt = ReadPrepared(fltArgument, "flt");
     for (const PreparedScan* scan : {&fix, &flt}) RequirePoints(*scan);
     ConfigurationICP settings;
@@ -115,10 +117,13 @@ JudgedTrafo RefineByIcp(const py::object& fixArgument, const py::object& fltArgu
     }
     Apply(config, keywords, settings);
     const py::gil_scoped_release release;
-    const prereg::ICPResult result = Surfels(fix).ComputeICPRegistration(settings, Surfels(flt), from, &limits);
+    const auto local = [&](const CbMatrix4Rd& pose) { return LocalPose(pose, fix.scan.origin, flt.scan.origin); };
+    const CTrafo localLimits = local(limits);
+    const prereg::ICPResult result =
+        Surfels(fix).ComputeICPRegistration(settings, Surfels(flt), local(from), &localLimits);
     JudgedTrafo judged({result, 1}, prereg::Refusal(prereg::RefusalOf(result.resultType)));
     judged.tests = TestsOf(result, settings, prereg::EStage::Grading);
-    return judged;
+    return {judged, fix.scan.origin, flt.scan.origin};
 }
 
 constexpr const char* RegisterHelp =
@@ -130,7 +135,7 @@ and judged by the evidence of both scans. The same input gives the same bits, wi
 Parameters
 ----------
 fix, flt : Scan, PointSet, (n, 3) or (n, 6) array, or (points, normals)
-    The scan that stays and the scan that is moved; float32 or float64, millimetres. Columns 4 to 6 are normals.
+    The scan that stays and the scan that is moved; float32 or float64, millimetres. Far from 0, give float64. Columns 4 to 6 are normals.
     Missing normals are estimated. A PointSet with features is used as it is: its features are not computed again.
 preset : {"auto", "dense", "scan", "thorough"}, default "auto"
     Kind of settings. "dense": fine detail and little noise; "scan": ordinary scans, as "auto"; "thorough": small

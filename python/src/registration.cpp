@@ -26,16 +26,24 @@ Outcome OutcomeOf(const Found& f)
     return {f.fix, f.flt, f.registration, f.preset, "mm", 1.0, f.readingSeconds};
 }
 
+std::vector<Result> ResultsOf(const Found& f, const std::vector<JudgedTrafo>& results)
+{
+    std::vector<Result> converted;
+    for (const JudgedTrafo& result : results)
+        converted.emplace_back(result, f.registration.fixOrigin, f.registration.fltOrigin);
+    return converted;
+}
+
 py::dict DictOf(const Found& f)
 {
     py::dict dict = ValueOf(ToJson(OutcomeOf(f)));
-    const auto dicts = [](const std::vector<JudgedTrafo>& results) {
+    const auto dicts = [](const std::vector<Result>& results) {
         py::list list;
-        for (const JudgedTrafo& result : results) list.append(ToDict(result));
+        for (const Result& result : results) list.append(ToDict(result));
         return list;
     };
-    dict["results"] = dicts(f.registration.results);
-    dict["refused"] = dicts(f.registration.refused);
+    dict["results"] = dicts(ResultsOf(f, f.registration.results));
+    dict["refused"] = dicts(ResultsOf(f, f.registration.refused));
     dict["feature_seconds"] = f.registration.seconds.features;
     dict["search_seconds"] = f.registration.seconds.search;
     return dict;
@@ -60,7 +68,8 @@ auto OfBest(Get get)
 {
     return [get](const Found& f) -> py::object {
         const JudgedTrafo* best = BestOf(f);
-        return best != nullptr ? py::object(get(*best)) : py::none();
+        if (best == nullptr) return py::none();
+        return py::object(get(Result(*best, f.registration.fixOrigin, f.registration.fltOrigin)));
     };
 }
 
@@ -76,7 +85,7 @@ py::tuple ScanState(const PreparedScan& p, const std::shared_ptr<const PointSet>
     const prereg::Scan stored = isInSet ? prereg::Scan() : p.scan;
     return py::make_tuple(isInSet, CopyVectors(stored.points), CopyVectors(stored.normals), py::bytes(p.scan.name),
                           p.read, p.notFinite, p.duplicates, p.scaledNormals, p.zeroNormals, p.implausibleNormals,
-                          p.estimatedNormals, CopyVectors({p.low, p.high}), p.spacing);
+                          p.estimatedNormals, CopyVectors({p.low, p.high}), p.spacing, p.scan.origin);
 }
 
 PreparedScan ScanOf(const py::tuple& state, const std::shared_ptr<const PointSet>& set)
@@ -94,6 +103,7 @@ PreparedScan ScanOf(const py::tuple& state, const std::shared_ptr<const PointSet
     p.low = box.at(0);
     p.high = box.at(1);
     p.spacing = state[12].cast<double>();
+    p.scan.origin = state[13].cast<Position>();
     return p;
 }
 
@@ -133,15 +143,15 @@ void DefineRegistration(py::module_& m)
         .def_property_readonly(
             "found", [](const Found& f) { return static_cast<bool>(f.registration); },
             "bool: whether the first result can be trusted.")
-        .def_property_readonly("pose", OfBest([](const JudgedTrafo& r) { return MatrixOf(r.trafo); }),
+        .def_property_readonly("pose", OfBest([](const Result& r) { return MatrixOf(r.pose); }),
                                R"((4, 4) array of float64, or None when nothing was found: the trusted pose.
 
 Maps flt into the frame of fix, p_fix = R p_flt + t, millimetres.)")
-        .def_property_readonly("overlap", OfBest([](const JudgedTrafo& r) { return py::float_(r.fStop_OverlapRatio); }),
+        .def_property_readonly("overlap", OfBest([](const Result& r) { return py::float_(r.fStop_OverlapRatio); }),
                                "float or None: share of flt that lies on fix in this pose, 0 to 1.")
-        .def_property_readonly("rmse", OfBest([](const JudgedTrafo& r) { return py::float_(r.fStop_RMSE); }),
+        .def_property_readonly("rmse", OfBest([](const Result& r) { return py::float_(r.fStop_RMSE); }),
                                "float or None: root mean square distance of the matched points, millimetres.")
-        .def_property_readonly("best", OfBest([](const JudgedTrafo& r) { return py::cast(r); }),
+        .def_property_readonly("best", OfBest([](const Result& r) { return py::cast(r); }),
                                "Result or None: the trusted pose with all its figures and tests.")
         .def_property_readonly(
             "reason", [](const Found& f) { return f.registration.Reason(); },
@@ -152,10 +162,10 @@ Maps flt into the frame of fix, p_fix = R p_flt + t, millimetres.)")
 
 For example "ambiguous", "no_pose_accepted", "points_coplanar", "units_differ" or "cancelled".)")
         .def_property_readonly(
-            "results", [](const Found& f) { return f.registration.results; },
+            "results", [](const Found& f) { return ResultsOf(f, f.registration.results); },
             "list of Result: the poses that passed the verification; first the one that explains most of flt.")
         .def_property_readonly(
-            "refused", [](const Found& f) { return f.registration.refused; },
+            "refused", [](const Found& f) { return ResultsOf(f, f.registration.refused); },
             "list of Result: the poses that the search accepted and the verification refused.")
         .def_property_readonly(
             "statistics", [](const Found& f) { return ValueOf(ToJson(OutcomeOf(f))["statistics"]); },
@@ -165,10 +175,18 @@ For example "ambiguous", "no_pose_accepted", "points_coplanar", "units_differ" o
             "dict: all settings that were used; see `derive_settings`.")
         .def_property_readonly(
             "fix", [](const Found& f) { return Mutable(f.registration.fix); },
-            "PointSet: fix as it was registered; None when the features were never computed.")
+            R"(PointSet: fix as it was registered, relative to `fix_origin`; None when the features were never computed.
+
+A pair of point sets can be registered again; the pose then maps the sets' own coordinates.)")
         .def_property_readonly(
             "flt", [](const Found& f) { return Mutable(f.registration.flt); },
-            "PointSet: flt as it was registered, in its own frame; None as for `fix`.")
+            "PointSet: flt as it was registered, relative to `flt_origin`; None as for `fix`.")
+        .def_property_readonly(
+            "fix_origin", [](const Found& f) { return py::array_t<double>(3, f.registration.fixOrigin.data()); },
+            "(3,) array of float64, millimetres: the coordinates of fix are ``fix.points + fix_origin``.")
+        .def_property_readonly(
+            "flt_origin", [](const Found& f) { return py::array_t<double>(3, f.registration.fltOrigin.data()); },
+            "(3,) array of float64, millimetres: the same of flt.")
         .def_property_readonly(
             "feature_seconds", [](const Found& f) { return f.registration.seconds.features; },
             "float: time spent on the features.")

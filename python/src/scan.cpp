@@ -8,6 +8,9 @@
 #include "scalars.h"
 #include "scan_argument.h"
 
+#include <pybind11/stl.h>
+
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <utility>
@@ -29,11 +32,16 @@ double ReadUnit(const Text& unit)
     throw py::value_error("unit: must be mm, cm or m, is " + name);
 }
 
-std::vector<Vec3> Scaled(std::vector<Vec3> points, double factor)
+/// Half of a float's digits at the border of a scan around 0.
+double ToleranceOf(const Scan& scan)
 {
-    if (factor != 1.0)
-        for (Vec3& p : points) p *= static_cast<float>(factor);
-    return points;
+    Vec3 low, high;
+    for (std::size_t i = 0; i < scan.points.size(); ++i)
+        for (unsigned k = 0; k < 3; ++k) {
+            low[k] = i == 0 ? scan.points[i][k] : std::min(low[k], scan.points[i][k]);
+            high[k] = i == 0 ? scan.points[i][k] : std::max(high[k], scan.points[i][k]);
+        }
+    return 1e-7 * static_cast<double>((high - low).Norm());
 }
 
 ScanPtr MakeScan(const py::object& points, const py::object& normals, const py::object& viewpoint, const Text& name)
@@ -48,12 +56,12 @@ ScanPtr Read(const py::object& path, const Text& unit, const py::object& viewpoi
 {
     const std::string file = ReadPath(path);
     const double mmPerUnit = ReadUnit(unit);
-    std::optional<Vec3> from = ReadViewpoint(viewpoint);
-    if (from) *from *= static_cast<float>(mmPerUnit);
+    std::optional<Position> from = ReadViewpoint(viewpoint);
+    if (from)
+        for (double& v : *from) v *= mmPerUnit;
     OpenAndClose(path, "rb");
     const py::gil_scoped_release release;
-    auto scan = std::make_shared<Scan>(ReadCloud(file));
-    scan->points = Scaled(std::move(scan->points), mmPerUnit);
+    auto scan = std::make_shared<Scan>(ReadCloud(file, mmPerUnit));
     scan->viewpoint = from;
     scan->name = file;
     return scan;
@@ -64,9 +72,8 @@ void Write(const py::object& path, const py::object& points, const py::object& n
     const std::string file = ReadPath(path);
     if (Ending(file) != ".ply") throw py::value_error("path: must end in .ply, is " + file);
     const double mmPerUnit = ReadUnit(unit);
-    Scan scan = ReadScan(points, normals);
-    scan.points = Scaled(std::move(scan.points), 1.0 / mmPerUnit);
-    WriteFile(path, [&] { WritePly(file, scan); });
+    const Scan scan = ReadScan(points, normals);
+    WriteFile(path, [&] { WritePly(file, scan, {mmPerUnit, ToleranceOf(scan)}); });
 }
 
 void RequireFinite(const std::vector<Vec3>& points)
@@ -85,48 +92,55 @@ py::tuple Thinned(const py::object& points, const py::object& normals, const Rea
         const py::gil_scoped_release release;
         thinned = VoxelDown(scan, side);
     }
-    return py::make_tuple(CopyVectors(thinned.points),
+    return py::make_tuple(CopyCoordinates(thinned),
                           scan.normals.empty() ? py::object(py::none()) : py::object(CopyVectors(thinned.normals)));
 }
 
 py::array_t<float> EstimatedNormals(const py::object& points, const py::object& viewpoint, const Whole& neighbours)
 {
     const unsigned count = ReadCount(neighbours, "neighbours", 3);
-    const std::vector<Vec3> vectors = ReadVectors(points, "points");
-    const std::optional<Vec3> from = ReadViewpoint(viewpoint);
-    RequireFinite(vectors);
+    Scan scan = ReadPoints(points, "points");
+    scan.viewpoint = ReadViewpoint(viewpoint);
+    RequireFinite(scan.points);
     std::vector<Vec3> normals;
     {
         const py::gil_scoped_release release;
-        normals = prereg::EstimateNormals(vectors, from, count);
+        normals = prereg::EstimateNormals(scan.points, scan.LocalViewpoint(), count);
     }
     return CopyVectors(normals);
 }
 
 ScanPtr Transformed(const Scan& scan, const py::object& pose)
 {
-    const VoAlgo::CTrafo trafo = ReadTrafo(pose, "pose");
+    const VoAlgo::CbMatrix4Rd matrix = ReadPose(pose, "pose");
     const py::gil_scoped_release release;
+    const auto apply = [&](const Position& p) {
+        const auto row = [&](unsigned r) {
+            return matrix(r, 0) * p[0] + matrix(r, 1) * p[1] + matrix(r, 2) * p[2] + matrix(r, 3);
+        };
+        return Position{row(0), row(1), row(2)};
+    };
     auto moved = std::make_shared<Scan>(scan);
-    for (Vec3& p : moved->points) p = trafo * p;
-    for (Vec3& n : moved->normals) n = trafo.Rotate(n);
-    if (moved->viewpoint) moved->viewpoint = trafo * *moved->viewpoint;
+    const VoAlgo::CTrafo rotation = VoAlgo::CTrafo(matrix).GetRotationPart();
+    for (Vec3& p : moved->points) p = rotation * p;
+    for (Vec3& n : moved->normals) n = rotation * n;
+    moved->origin = apply(scan.origin);
+    if (moved->viewpoint) moved->viewpoint = apply(*moved->viewpoint);
     return moved;
 }
 
 py::object ViewpointOf(const Scan& scan)
 {
     if (!scan.viewpoint) return py::none();
-    const Vec3& v = *scan.viewpoint;
-    const float components[] = {v.x, v.y, v.z};
-    return py::array_t<float>(3, components);
+    return py::array_t<double>(3, scan.viewpoint->data());
 }
 
 void DefineClass(py::module_& m)
 {
     py::class_<Scan, ScanPtr>(m, "Scan", R"(Points of a scan, with normals if it has any. Immutable.
 
-`points` and `normals` are read-only views on the scan's own memory; copy an array to change it.
+`points` and `normals` are read-only; copy an array to change it. A scan given in float64 keeps its digits however far
+from 0 it lies: it is stored relative to its centre.
 
 Parameters
 ----------
@@ -141,8 +155,15 @@ name : str, optional
         .def(py::init(&MakeScan), py::arg("points"), py::arg("normals") = py::none(), py::kw_only(),
              py::arg("viewpoint") = py::none(), py::arg("name") = "")
         .def_property_readonly(
-            "points", [](const py::object& self) { return ViewVectors(self.cast<const Scan&>().points, self); },
-            "(n, 3) read-only view of float32, millimetres.")
+            "points",
+            [](const py::object& self) {
+                const Scan& scan = self.cast<const Scan&>();
+                if (scan.origin == Position{}) return ViewVectors(scan.points, self);
+                py::array copy = CopyCoordinates(scan);
+                copy.attr("setflags")(py::arg("write") = false);
+                return copy;
+            },
+            "(n, 3) read-only array, millimetres: a view of float32, or float64 for a scan that was given in float64.")
         .def_property_readonly(
             "normals",
             [](const py::object& self) -> py::object {
@@ -152,7 +173,7 @@ name : str, optional
             },
             "(n, 3) read-only view of float32, or None when the scan has no normals.")
         .def_property_readonly("viewpoint", &ViewpointOf,
-                               "(3,) array of float32, millimetres, or None when it is unknown.")
+                               "(3,) array of float64, millimetres, or None when it is unknown.")
         .def_property_readonly(
             "name", [](const Scan& scan) { return NameOf(scan); },
             "str: the path that the scan was read from, or the name it was given.")
@@ -169,7 +190,7 @@ Scan)")
         .def(py::pickle(
             [](const Scan& scan) {
                 return py::make_tuple(CopyVectors(scan.points), CopyVectors(scan.normals), ViewpointOf(scan),
-                                      py::bytes(scan.name));
+                                      py::bytes(scan.name), scan.origin);
             },
             [](const py::tuple& state) {
                 auto scan = std::make_shared<Scan>();
@@ -177,6 +198,7 @@ Scan)")
                 scan->normals = ReadVectors(state[1], "normals");
                 scan->viewpoint = ReadViewpoint(state[2]);
                 scan->name = state[3].cast<std::string>();
+                scan->origin = state[4].cast<Position>();
                 return scan;
             }))
         .def("__repr__", [](const Scan& scan) {
@@ -223,7 +245,7 @@ Parameters
 path : str or path-like
     Ends in .ply. An existing file is replaced.
 points : (n, 3) array, or a scan in any form that `register` takes
-    Millimetres; stored in single precision.
+    Millimetres; stored in double precision where single precision would move a point noticeably.
 normals : (n, 3) array, optional
 unit : {"mm", "cm", "m"}, default "mm"
     Unit of the file.
@@ -245,7 +267,7 @@ edge : float
 
 Returns
 -------
-points : (m, 3) array of float32
+points : (m, 3) array of float32, or of float64 for points of float64
 normals : (m, 3) array of float32, or None
     A zero normal where the normals of a cube cancel out.)");
     m.def("estimate_normals", &EstimatedNormals, py::arg("points"), py::kw_only(), py::arg("viewpoint") = py::none(),

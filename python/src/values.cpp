@@ -2,6 +2,7 @@
 
 #include "arrays.h"
 #include "configuration.h"
+#include "VoAlgorithms/verdict/localframes.h"
 #include "exchange/report/outcome.h"
 
 #include <pybind11/stl.h>
@@ -69,7 +70,7 @@ py::list StatesOf(const std::vector<T>& items, py::tuple (*stateOf)(const T&))
 std::vector<JudgedTrafo> ResultsOf(const py::handle& states)
 {
     std::vector<JudgedTrafo> results;
-    for (const py::handle state : states) results.push_back(ResultOf(state.cast<py::tuple>()));
+    for (const py::handle state : states) results.push_back(JudgedOf(state.cast<py::tuple>()));
     return results;
 }
 
@@ -122,12 +123,28 @@ py::object ValueOf(const Json& json)
     }
 }
 
-py::dict ToDict(const JudgedTrafo& r)
+Result::Result(const JudgedTrafo& judged, const std::array<double, 3>& fixOrigin_,
+               const std::array<double, 3>& fltOrigin)
+    : JudgedTrafo(judged), pose(prereg::PoseOfCoordinates(judged.trafo, fixOrigin_, fltOrigin)), fixOrigin(fixOrigin_)
 {
-    py::dict dict = ValueOf(ToJson(r, 1.0));
+    trafo = pose;
+}
+
+py::array_t<double> Result::Ellipsoid() const
+{
+    py::array_t<double> array({4, 3});
+    auto at = array.mutable_unchecked<2>();
+    for (int i = 0; i < 4; ++i)
+        for (unsigned k = 0; k < 3; ++k) at(i, k) = double{ellipsoid[i][k]} + (resultType == 0 ? fixOrigin[k] : 0.0);
+    return array;
+}
+
+py::dict ToDict(const Result& r)
+{
+    py::dict dict = ValueOf(ToJson(r, InUnit(r.pose, 1.0)));
     dict["objection"] = r.objection.text;
     dict["objectionCode"] = CodeOf(r.objection.code);
-    dict["ellipsoid"] = ArrayOf(r.ellipsoid).attr("tolist")();
+    dict["ellipsoid"] = r.Ellipsoid().attr("tolist")();
     return dict;
 }
 
@@ -146,7 +163,21 @@ py::tuple StateOf(const JudgedTrafo& r)
                           StatesOf(r.tests, &TestState));
 }
 
-JudgedTrafo ResultOf(const py::tuple& state)
+py::tuple StateOf(const Result& r)
+{
+    return py::make_tuple(StateOf(static_cast<const JudgedTrafo&>(r)), MatrixOf(r.pose), r.fixOrigin);
+}
+
+Result ResultOf(const py::tuple& state)
+{
+    Result r;
+    static_cast<JudgedTrafo&>(r) = JudgedOf(state[0]);
+    r.pose = ReadStoredPose(state[1]);
+    r.fixOrigin = state[2].cast<std::array<double, 3>>();
+    return r;
+}
+
+JudgedTrafo JudgedOf(const py::tuple& state)
 {
     JudgedTrafo r;
     r.trafo = ReadStoredPose(state[0]);
@@ -167,7 +198,7 @@ py::tuple StateOf(const prereg::Registration& r)
         StatesOf<JudgedTrafo>(r.results, &StateOf), StatesOf<JudgedTrafo>(r.refused, &StateOf), RefusalState(r.refusal),
         py::make_tuple(s.uiNumPolygons, s.uiNumProposals, s.uiNumSuccessful, s.uiNumFailed, s.failures),
         SettingsState(r.settings), r.isRefinement,
-        py::make_tuple(r.seconds.settings, r.seconds.features, r.seconds.search));
+        py::make_tuple(r.seconds.settings, r.seconds.features, r.seconds.search), r.fixOrigin, r.fltOrigin);
 }
 
 prereg::Registration RegistrationOf(const py::tuple& state)
@@ -183,6 +214,8 @@ prereg::Registration RegistrationOf(const py::tuple& state)
     r.isRefinement = state[5].cast<bool>();
     const py::tuple seconds = state[6];
     r.seconds = {seconds[0].cast<double>(), seconds[1].cast<double>(), seconds[2].cast<double>()};
+    r.fixOrigin = state[7].cast<std::array<double, 3>>();
+    r.fltOrigin = state[8].cast<std::array<double, 3>>();
     return r;
 }
 

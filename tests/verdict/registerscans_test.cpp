@@ -88,6 +88,57 @@ TEST(RegisterScans, ExplainsWhatItHandsOut)
     EXPECT_FALSE(r.isRefinement);
 }
 
+/// The sample scan as doubles, each coordinate moved by `shift`.
+std::vector<double> MovedCoordinates(int number, const CTrafo& pose, double shift)
+{
+    std::vector<double> packed = Packed<double>(SampleScan(number, pose).points);
+    for (double& v : packed) v += shift;
+    return packed;
+}
+
+// Wherever the scans lie, floats at 20 m or doubles at 500 km: the same answer and the same pose, in the coordinates
+// that came in. flt moves the other way, so that the pose has a long lever.
+TEST(RegisterScans, HoldsAnywhere)
+{
+    const CTrafo turn = Random(8).Pose(2.0F, 30.0F);
+    const Scan fix = SampleScan(1), flt = SampleScan(2, turn);
+    const VoAlgo::CbMatrix4Rd home = RegisterScans(fix, flt).Pose();
+    const auto normals = Packed<double>(flt.normals), fixNormals = Packed<double>(fix.normals);
+    for (const double shift : {2e4, 1e7, 123456.789, 5e8}) {
+        SCOPED_TRACE(shift);
+        const auto a = MovedCoordinates(1, CTrafo(), shift), b = MovedCoordinates(2, turn, -shift);
+        Scan movedFix = Scan::From(a.data(), fix.points.size(), fixNormals.data());
+        Scan movedFlt = Scan::From(b.data(), flt.points.size(), normals.data());
+        if (shift == 2e4) { // as single precision stores it
+            for (std::size_t i = 0; i < fix.points.size(); ++i)
+                movedFix.points[i] = fix.points[i] + Vec3(2e4F, 2e4F, 2e4F);
+            for (std::size_t i = 0; i < flt.points.size(); ++i)
+                movedFlt.points[i] = flt.points[i] - Vec3(2e4F, 2e4F, 2e4F);
+            movedFix.origin = movedFlt.origin = {};
+        }
+        const Registration r = RegisterScans(movedFix, movedFlt);
+        ASSERT_TRUE(r) << r.Reason();
+        const VoAlgo::CbMatrix4Rd pose = r.Pose();
+        RegistrationOptions options;
+        options.start = pose;
+        const Registration again = RegisterScans(movedFix, movedFlt, options);
+        ASSERT_TRUE(again) << again.Reason();
+        double largest = 0.0, refined = 0.0;
+        for (std::size_t i = 0; i < flt.points.size(); ++i)
+            for (unsigned k = 0; k < 3; ++k) {
+                const auto at = [k](const VoAlgo::CbMatrix4Rd& m, double x, double y, double z) {
+                    return m(k, 0) * x + m(k, 1) * y + m(k, 2) * z + m(k, 3);
+                };
+                const Vec3& p = flt.points[i];
+                const double there = at(pose, b[3 * i], b[3 * i + 1], b[3 * i + 2]);
+                largest = std::max(largest, std::abs(there - shift - at(home, p.x, p.y, p.z)));
+                refined = std::max(refined, std::abs(there - at(again.Pose(), b[3 * i], b[3 * i + 1], b[3 * i + 2])));
+            }
+        EXPECT_LT(largest, shift == 2e4 ? 4e-3 : 1e-3) << "there, floats are 2e-3 mm apart";
+        EXPECT_LT(refined, 0.05);
+    }
+}
+
 TEST(RegisterScans, ThreadsDoNotChangeABit)
 {
     RegistrationOptions options;

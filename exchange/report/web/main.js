@@ -12,6 +12,7 @@ const wish = new URLSearchParams(location.hash.slice(1)); // #view=distance&pose
 const $ = (id) => document.getElementById(id);
 const put = (id, ...children) => $(id).replaceChildren(...children);
 const origin = data.fix.cloud.low.map((v, k) => v + data.fix.cloud.size[k] / 2);
+const apart = data.flt.origin.map((v, k) => v - data.fix.origin[k]); // clouds and local poses are relative to these
 const spacing = Math.max(data.fix.spacing, data.flt.spacing);
 const state = { pose: 0, view: "before", range: 1 };
 let viewer = null;
@@ -26,7 +27,7 @@ function turnAndShift(matrix) {
     const trace = matrix[0][0] + matrix[1][1] + matrix[2][2];
     const middle = data.flt.cloud.low.map((v, k) => v + data.flt.cloud.size[k] / 2);
     const moved = matrix.slice(0, 3).map((row) => row[0] * middle[0] + row[1] * middle[1] + row[2] * middle[2] + row[3]);
-    return [Math.acos(Math.min(1, Math.max(-1, (trace - 1) / 2))), Math.hypot(...moved.map((v, k) => v - middle[k]))];
+    return [Math.acos(Math.min(1, Math.max(-1, (trace - 1) / 2))), Math.hypot(...moved.map((v, k) => v - middle[k] - apart[k]))];
 }
 
 function adviceOn({ isRefinement, reasonCode }) {
@@ -60,7 +61,7 @@ function showFigures() {
     const time = tile("Time", seconds(total), "from reading to report");
     const pose = data.poses[state.pose];
     if (data.found || data.isRefinement) {
-        const [turn, shift] = turnAndShift(pose.pose);
+        const [turn, shift] = turnAndShift(pose.localPose);
         const limit = (code, sign, unit) => { const l = limitOf(pose, code); return l === null ? "" : `limit ${sign} ${quantity(l, unit)}`; };
         put("figures", tile("RMSE", quantity(pose.fStop_RMSE, "mm"), limit("rmse", "\u2264", "mm")),
             tile("Overlap", shareOf(pose.fStop_OverlapRatio), `of FLT; ${limit("overlap_ratio", "\u2265", "").replace(/[\d.]+$/, (v) => percent(Number(v)))}`),
@@ -165,11 +166,11 @@ function showTests() {
 
 function showMatrix() {
     const pose = data.poses[state.pose];
-    const rows = pose.pose.map((row, r) => row.map((v, c) => c === 3 && r < 3 ? v / data.mmPerUnit : v));
+    const rows = pose.pose;
     put("poseLead", `Maps FLT into FIX: rotation and translation, in ${data.unit}` + (isFit(pose) && data.found ? "." : ". Do not use it: this pose was refused."));
     put("matrix", ...rows.flat().map((v) => make("span", {}, v.toFixed(6).replace("-", "\u2212"))));
     $("copy").onclick = async () => {
-        const text = rows.map((row) => row.map((v) => Number(v.toPrecision(9))).join(" ")).join("\n");
+        const text = rows.map((row) => row.join(" ")).join("\n");
         try { await navigator.clipboard.writeText(text); $("copy").textContent = "Copied"; }
         catch { getSelection().selectAllChildren($("matrix")); $("copy").textContent = "Selected"; }
     };
@@ -221,7 +222,7 @@ function showSettings() {
 /* The 3D view. */
 
 function matrixOf(pose) { // in the frame of the view, whose origin is the middle of FIX
-    const m = pose ? new Matrix4().set(...pose.pose.flat()) : new Matrix4();
+    const m = pose ? new Matrix4().set(...pose.localPose.flat()) : new Matrix4().makeTranslation(...apart);
     const [x, y, z] = origin;
     return new Matrix4().makeTranslation(-x, -y, -z).multiply(m).multiply(new Matrix4().makeTranslation(x, y, z));
 }

@@ -4,6 +4,7 @@
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/verdict/scan.h"
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -21,9 +22,10 @@ struct VOALGO_API PreparedScan {
     std::size_t zeroNormals = 0;     ///< points kept without a normal
     bool implausibleNormals = false; ///< the normals given cannot be normals and were ignored
     bool estimatedNormals = false;   ///< the normals were estimated from the points
-    kdtree::Vector<3> low;           ///< corner of the bounding box, mm
-    kdtree::Vector<3> high;          ///< the opposite corner, mm
+    kdtree::Vector<3> low;           ///< corner of the bounding box, mm, relative to the scan's origin
+    kdtree::Vector<3> high;          ///< the opposite corner, the same
     double spacing = 0.0;            ///< mean distance of a point to its nearest neighbour, mm
+    double resolution = 0.0;         ///< to which the original points were rounded, as floats, mm
     /// The scan's points and features when a host has computed them before; null: a registration computes them.
     std::shared_ptr<const CFPFHPointSet> pointSet = {};
 
@@ -31,10 +33,14 @@ struct VOALGO_API PreparedScan {
     [[nodiscard]] double Extent() const;
 };
 
-/// Prepares a scan: drops points that are not finite or coincide with an earlier one, scales normals
-/// to unit length, or estimates them where they are missing or implausible. No point is left when none is finite.
-/// Throws std::invalid_argument when points and normals differ in number.
+/// Prepares a scan: drops points that are not finite or coincide with an earlier one, moves the origin to the centre of
+/// the bounding box, scales normals to unit length, or estimates them where they
+/// are missing or implausible. No point is left when none is finite. O(n) for a scan with normals. Throws
+/// std::invalid_argument when points and normals differ in number.
 [[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan);
+/// A point set as a scan: nothing is changed, its features are used, and its points are relative to `origin`, mm.
+[[nodiscard]] VOALGO_API PreparedScan PreparedFrom(std::shared_ptr<const CFPFHPointSet> set, std::string name,
+                                                   const std::array<double, 3>& origin = {});
 
 /// What the user should know about a prepared scan, in words; the texts do not name the scan.
 struct Remarks {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VoAlgorithms/export.h"
-#include "VoAlgorithms/numerics/ctrafo.h"
+#include "VoAlgorithms/numerics/cbmatrix4.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
 #include "VoAlgorithms/verdict/preparedscan.h"
 #include "VoAlgorithms/verdict/registration.h"
@@ -21,8 +21,8 @@ struct RegistrationOptions {
     std::function<void(ConfigurationFPFH&)> adjust = {};
     /// Threads of the feature computation; 0: as many as the machine has. Results do not depend on it.
     unsigned threads = 0;
-    /// A pose (maps flt into fix) to refine and verify instead of searching.
-    std::optional<VoAlgo::CTrafo> start = {};
+    /// A pose to refine and verify instead of searching; maps the coordinates of flt into those of fix.
+    std::optional<VoAlgo::CbMatrix4Rd> start = {};
     /// Called between steps, on the caller's thread, with the name of the stage and the share of it that is done, 0
     /// to 1. Returns whether to go on; what it throws passes through the registration.
     std::function<bool(const char* stage, double share)> progress = {};

@@ -7,13 +7,16 @@
 #include "VoAlgorithms/verdict/registrationsettings.h"
 #include "VoAlgorithms/verdict/verification.h"
 
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace prereg {
 
-/// The outcome of a registration. True when there is a pose that may be trusted.
+/// The outcome of a registration. True when there is a pose that may be trusted. Scans are registered in local frames,
+/// relative to their origins, and so are the poses (trafo) and ellipsoids of the results and both point sets; Pose and
+/// PoseOf lead back to the coordinates of the scans that the host gave. Point sets that the host gave have no origin.
 struct VOALGO_API Registration {
     /// Poses that passed the verification, the one that explains most of flt first (small/big ratio × overlap).
     std::vector<JudgedTrafo> results;
@@ -25,7 +28,12 @@ struct VOALGO_API Registration {
     RegistrationSettings settings;                 ///< the settings used
     std::shared_ptr<const CFPFHPointSet> fix = {}; ///< what was registered; null when a scan was at fault
     std::shared_ptr<const CFPFHPointSet> flt = {}; ///< the same, in the frame of flt
-    bool isRefinement = false;                     ///< a starting pose was refined; nothing was searched
+    ///@{
+    /// Coordinates of the local frame's origin, mm.
+    std::array<double, 3> fixOrigin = {};
+    std::array<double, 3> fltOrigin = {};
+    ///@}
+    bool isRefinement = false; ///< a starting pose was refined; nothing was searched
 
     /// How long the stages took.
     struct Seconds {
@@ -39,8 +47,10 @@ struct VOALGO_API Registration {
     /// The pose that may be trusted, with its figures and tests. Throws std::logic_error with the reason when there is
     /// none.
     [[nodiscard]] const JudgedTrafo& Best() const;
-    /// Its homogeneous matrix; maps flt coordinates into fix, mm. Throws as Best.
+    /// Its homogeneous matrix, which maps the coordinates of flt into those of fix, mm. Throws as Best.
     [[nodiscard]] VoAlgo::CbMatrix4Rd Pose() const;
+    /// The same of any result, or refused pose, of this registration.
+    [[nodiscard]] VoAlgo::CbMatrix4Rd PoseOf(const JudgedTrafo& judged) const;
     /// The refusal in words; empty when there is a pose that may be trusted.
     [[nodiscard]] const std::string& Reason() const { return refusal.text; }
 };

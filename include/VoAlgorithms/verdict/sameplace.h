@@ -9,7 +9,7 @@
 namespace prereg {
 
 /// For every point the index of the first point with exactly the same coordinates: its own when it is the first, or
-/// when it is not finite. O(n log n).
+/// when it is not finite. Fewer than 2³² points. O(n).
 [[nodiscard]] VOALGO_API std::vector<std::size_t> FirstAtSamePlace(const std::vector<kdtree::Vector<3>>& points);
 
 } // namespace prereg

@@ -12,7 +12,7 @@ struct Sampling {
                             ///< tenth of the distances is left out
 };
 
-/// Measures a scan with normals; the points are finite. O(n log n).
+/// Measures a scan with normals; the points are finite. O(n).
 [[nodiscard]] VOALGO_API Sampling MeasureSampling(const Scan& scan);
 
 } // namespace prereg

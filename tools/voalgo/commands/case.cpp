@@ -1,6 +1,5 @@
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 #include "VoAlgorithms/verdict/registerscans.h"
-#include "VoAlgorithms/verdict/sampling.h"
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "commands/commands.h"
 #include "exchange/files/files.h"
@@ -21,7 +20,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace voalgo {
@@ -45,7 +43,7 @@ void Pack(const Arguments& a)
 {
     Console console(a.quiet);
     const LogToConsole log(console);
-    const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
+    const auto [fix, flt] = a.clouds.LoadPair(a.fix, a.flt, console);
     if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
     const prereg::RegistrationSettings settings = a.settings.For(fix.scan, flt.scan);
     for (const prereg::PreparedScan* scan : {&fix, &flt})
@@ -53,26 +51,13 @@ void Pack(const Arguments& a)
             throw InputError(fault.text);
     WriteText(a.file, CaseBytes(*ComputePointSet(fix.scan, settings, a.settings.threads),
                                 *ComputePointSet(flt.scan, settings, a.settings.threads), settings.config, {},
-                                {a.settings.preset, a.clouds.unit}));
+                                {a.settings.preset, a.clouds.unit, fix.scan.origin, flt.scan.origin}));
 }
 
 void Show(const Arguments& a)
 {
     constexpr unsigned LongestBinary = 32, Depth = 3;
     std::puts(Indented(ParseDocument(ReadText(a.file), a.file).to_json(LongestBinary), Depth).c_str());
-}
-
-/// The scan that a point set of a case was made from.
-prereg::PreparedScan ScanOf(const prereg::CFPFHPointSet& set, const std::string& name)
-{
-    prereg::PreparedScan prepared;
-    prepared.scan.points = set.GetPoints();
-    prepared.scan.normals = set.GetNormals();
-    prepared.scan.name = name;
-    prepared.read = prepared.scan.points.size();
-    std::tie(prepared.low, prepared.high) = set.GetAABB();
-    prepared.spacing = MeasureSampling(prepared.scan).spacing;
-    return prepared;
 }
 
 /// The settings of a case; the limits of its configuration hold for the verification, too.
@@ -94,10 +79,13 @@ int RunCase(const Arguments& a)
     const LogToConsole log(console);
     console.Progress("reading", 0.0);
     const Case stored = ParseCase(ReadText(a.file), a.file);
-    const auto& fixSet = stored.registration.GetFixPointSet();
-    const auto& fltSet = stored.registration.GetFltPointSet();
-    const prereg::PreparedScan fix = ScanOf(fixSet, a.file + ": FixPointSet"),
-                               flt = ScanOf(fltSet, a.file + ": FltPointSet");
+    const auto prepared = [&](const prereg::CFPFHPointSet& set, const char* name, const auto& origin) {
+        return prereg::PreparedFrom({&set, [](const auto*) {}}, a.file + ": " + name, origin);
+    };
+    const prereg::PreparedScan fix =
+        prepared(stored.registration.GetFixPointSet(), "FixPointSet", stored.notes.fixOrigin);
+    const prereg::PreparedScan flt =
+        prepared(stored.registration.GetFltPointSet(), "FltPointSet", stored.notes.fltOrigin);
     const double readingSeconds = watch.Seconds();
     const VoAlgo::CStopwatch settingsWatch;
     const prereg::RegistrationSettings settings = SettingsOf(stored, fix, flt, a.file);
@@ -106,8 +94,9 @@ int RunCase(const Arguments& a)
 
     prereg::RegistrationOptions options;
     options.progress = console.ProgressFunction();
-    prereg::Registration registration =
-        RegisterPointSets({&fixSet, [](const auto*) {}}, {&fltSet, [](const auto*) {}}, settings, options);
+    prereg::Registration registration = RegisterPointSets(fix.pointSet, flt.pointSet, settings, options);
+    registration.fixOrigin = fix.scan.origin;
+    registration.fltOrigin = flt.scan.origin;
     registration.seconds.settings = settingsSeconds;
     console.ClearProgress();
     CloudOptions clouds;

@@ -32,7 +32,7 @@ int Run(const Arguments& a)
     Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
     console.Progress("reading", 0.0);
-    const prereg::PreparedScan fix = a.clouds.Load(a.fix, console), flt = a.clouds.Load(a.flt, console);
+    const auto [fix, flt] = a.clouds.LoadPair(a.fix, a.flt, console);
     const double readingSeconds = watch.Seconds();
     prereg::RegistrationOptions options = a.settings.Options();
     options.progress = console.ProgressFunction();

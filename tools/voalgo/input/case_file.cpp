@@ -5,6 +5,7 @@
 #include "VoAlgorithms/version.h"
 #include "exchange/files/input_error.h"
 #include "input/cloud_options.h"
+#include "platform/finite.h"
 
 #include <algorithm>
 #include <exception>
@@ -19,10 +20,22 @@ using VoAlgo::bson::element;
 
 constexpr const char* NotesKey = "Tool";
 
+element ToElement(const char* key, const std::array<double, 3>& position)
+{
+    return {key, (element("x", position[0]), element("y", position[1]), element("z", position[2]))};
+}
+
 element ToElement(const CaseNotes& notes)
 {
-    return {NotesKey,
-            (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit))};
+    return {NotesKey, (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit),
+                       ToElement("fixOrigin", notes.fixOrigin), ToElement("fltOrigin", notes.fltOrigin))};
+}
+
+void ReadPosition(const element& stored, std::array<double, 3>& position)
+{
+    if (stored.type() == element::Empty) return;
+    position = {stored.child("x").as_double(), stored.child("y").as_double(), stored.child("z").as_double()};
+    if (!VoAlgo::AllFinite(position.data(), 3)) throw std::invalid_argument("an origin is not finite");
 }
 
 CaseNotes ReadNotes(const element& stored)
@@ -30,6 +43,8 @@ CaseNotes ReadNotes(const element& stored)
     CaseNotes notes;
     for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
+    ReadPosition(stored.child("fixOrigin"), notes.fixOrigin);
+    ReadPosition(stored.child("fltOrigin"), notes.fltOrigin);
     const auto& units = CloudOptions::Units();
     if (!prereg::PresetOf(notes.preset) || std::find(units.begin(), units.end(), notes.unit) == units.end())
         throw std::invalid_argument("unknown preset or unit");

@@ -3,6 +3,7 @@
 #include "VoAlgorithms/bson/element.h"
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,11 @@ namespace voalgo {
 struct CaseNotes {
     std::string preset = "auto"; ///< gives the settings of the verification
     std::string unit = "mm";     ///< of the files that the case was made from; the case itself is in mm
+    ///@{
+    /// Coordinates of the frames that the point sets and poses are stored in, mm; 0 in a case without this note.
+    std::array<double, 3> fixOrigin = {};
+    std::array<double, 3> fltOrigin = {};
+    ///@}
 };
 
 /// A case read from a file.

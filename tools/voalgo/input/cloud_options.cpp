@@ -6,7 +6,21 @@
 
 #include <CLI/CLI.hpp>
 
+#include <future>
+
 namespace voalgo {
+
+namespace {
+
+void Report(const prereg::PreparedScan& prepared, Console& console)
+{
+    const prereg::Remarks remarks = Describe(prepared);
+    const std::string about = prepared.scan.name + ": ";
+    for (const std::string& note : remarks.notes) console.Note(about + note);
+    for (const std::string& warning : remarks.warnings) console.Warn(about + warning);
+}
+
+} // namespace
 
 void CloudOptions::AddTo(CLI::App& command)
 {
@@ -36,13 +50,9 @@ double CloudOptions::MmPerUnit() const
 prereg::PreparedScan CloudOptions::Load(const std::string& path) const
 {
     const double scale = MmPerUnit();
-    prereg::Scan scan = ReadCloud(path);
+    prereg::Scan scan = ReadCloud(path, scale);
     scan.name = path;
-    if (scale != 1.0)
-        for (kdtree::Vector<3>& p : scan.points) p *= static_cast<float>(scale);
-    if (!viewpoint.empty())
-        scan.viewpoint.emplace(static_cast<float>(viewpoint[0] * scale), static_cast<float>(viewpoint[1] * scale),
-                               static_cast<float>(viewpoint[2] * scale));
+    if (!viewpoint.empty()) scan.viewpoint = {viewpoint[0] * scale, viewpoint[1] * scale, viewpoint[2] * scale};
     prereg::PreparedScan prepared = prereg::PrepareScan(std::move(scan));
     if (prepared.scan.points.empty()) throw InputError(path + ": " + FindFault(prepared).text);
     return prepared;
@@ -51,11 +61,18 @@ prereg::PreparedScan CloudOptions::Load(const std::string& path) const
 prereg::PreparedScan CloudOptions::Load(const std::string& path, Console& console) const
 {
     prereg::PreparedScan prepared = Load(path);
-    const prereg::Remarks remarks = Describe(prepared);
-    const std::string about = path + ": ";
-    for (const std::string& note : remarks.notes) console.Note(about + note);
-    for (const std::string& warning : remarks.warnings) console.Warn(about + warning);
+    Report(prepared, console);
     return prepared;
+}
+
+std::pair<prereg::PreparedScan, prereg::PreparedScan>
+CloudOptions::LoadPair(const std::string& fix, const std::string& flt, Console& console) const
+{
+    std::future<prereg::PreparedScan> other = std::async(std::launch::async, [&] { return Load(flt); });
+    prereg::PreparedScan first = Load(fix, console); // its error comes first
+    std::pair<prereg::PreparedScan, prereg::PreparedScan> both(std::move(first), other.get());
+    Report(both.second, console);
+    return both;
 }
 
 } // namespace voalgo

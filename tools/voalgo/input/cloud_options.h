@@ -4,6 +4,7 @@
 #include "terminal/console.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -25,6 +26,9 @@ struct CloudOptions {
     [[nodiscard]] prereg::PreparedScan Load(const std::string& path) const;
     /// The same; reports on the console what was found and done.
     [[nodiscard]] prereg::PreparedScan Load(const std::string& path, Console& console) const;
+    /// Both clouds of a registration, read at the same time.
+    [[nodiscard]] std::pair<prereg::PreparedScan, prereg::PreparedScan>
+    LoadPair(const std::string& fix, const std::string& flt, Console& console) const;
 };
 
 } // namespace voalgo

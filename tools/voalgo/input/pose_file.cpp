@@ -3,6 +3,7 @@
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/parse_number.h"
+#include "platform/finite.h"
 #include "platform/format.h"
 
 #include <algorithm>
@@ -37,13 +38,21 @@ std::vector<double> ReadNumbers(const std::string& path)
 }
 
 /// Largest deviation of R·Rᵀ from the identity.
-double RotationError(const VoAlgo::CTrafo& pose)
+double RotationError(const VoAlgo::CbMatrix4Rd& m)
 {
     double error = 0.0;
     for (unsigned r = 0; r < 3; ++r)
-        for (unsigned c = 0; c < 3; ++c)
-            error = std::max(error, std::abs(double{pose.GetRow(r).Dot(pose.GetRow(c))} - (r == c ? 1.0 : 0.0)));
+        for (unsigned c = 0; c < 3; ++c) {
+            const double dot = m(r, 0) * m(c, 0) + m(r, 1) * m(c, 1) + m(r, 2) * m(c, 2);
+            error = std::max(error, std::abs(dot - (r == c ? 1.0 : 0.0)));
+        }
     return error;
+}
+
+double Determinant(const VoAlgo::CbMatrix4Rd& m)
+{
+    return m(0, 0) * (m(1, 1) * m(2, 2) - m(1, 2) * m(2, 1)) - m(0, 1) * (m(1, 0) * m(2, 2) - m(1, 2) * m(2, 0)) +
+           m(0, 2) * (m(1, 0) * m(2, 1) - m(1, 1) * m(2, 0));
 }
 
 /// The shortest decimal number that reads back as the same double.
@@ -64,22 +73,18 @@ std::string PoseText(const PoseMatrix& pose)
     return text;
 }
 
-VoAlgo::CTrafo ReadPose(const std::string& path, double mmPerUnit)
+VoAlgo::CbMatrix4Rd ReadPose(const std::string& path, double mmPerUnit)
 {
     const std::vector<double> m = ReadNumbers(path);
     if (m.size() != 16)
         throw InputError(path + VoAlgo::Format(": a pose has 16 numbers, but this file has %zu", m.size()));
     if (m[12] != 0.0 || m[13] != 0.0 || m[14] != 0.0 || m[15] != 1.0)
         throw InputError(path + ": the last row of a pose must be 0 0 0 1");
-    const auto row = [&](std::size_t r) {
-        return kdtree::Vector<3>(static_cast<float>(m[4 * r]), static_cast<float>(m[4 * r + 1]),
-                                 static_cast<float>(m[4 * r + 2]));
-    };
-    const kdtree::Vector<3> translation(static_cast<float>(m[3] * mmPerUnit), static_cast<float>(m[7] * mmPerUnit),
-                                        static_cast<float>(m[11] * mmPerUnit));
-    const VoAlgo::CTrafo pose(row(0), row(1), row(2), translation);
-    if (!pose) throw InputError(path + ": the pose is not finite");
-    if (RotationError(pose) > 1e-3 || row(0).Cross(row(1)).Dot(row(2)) < 0.0F)
+    VoAlgo::CbMatrix4Rd pose;
+    std::copy(m.begin(), m.end(), pose.Data());
+    for (unsigned r = 0; r < 3; ++r) pose(r, 3) *= mmPerUnit;
+    if (!VoAlgo::AllFinite(pose.Data(), 16)) throw InputError(path + ": the pose is not finite");
+    if (RotationError(pose) > 1e-3 || Determinant(pose) < 0.0)
         throw InputError(path + ": the upper left 3x3 block is not a rotation");
     return pose;
 }

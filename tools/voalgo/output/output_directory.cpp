@@ -14,24 +14,15 @@ namespace voalgo {
 
 namespace {
 
+constexpr double LargestError = 1e-4; // of a written point, times the spacing
+
+/// In the local frame of fix.
 prereg::Scan Moved(const prereg::Scan& cloud, const VoAlgo::CTrafo& pose)
 {
     prereg::Scan moved = cloud;
     for (auto& p : moved.points) p = pose * p;
     for (auto& n : moved.normals) n = pose.Rotate(n);
     return moved;
-}
-
-prereg::Scan InFileUnit(prereg::Scan cloud, double mmPerUnit)
-{
-    for (auto& p : cloud.points) p /= static_cast<float>(mmPerUnit);
-    return cloud;
-}
-
-void WriteClouds(const std::string& path, const prereg::Scan& fix, const prereg::Scan& moved, double mmPerUnit)
-{
-    const prereg::Scan a = InFileUnit(fix, mmPerUnit), b = InFileUnit(moved, mmPerUnit);
-    WritePly(path, {{&a, FixColour}, {&b, FltColour}});
 }
 
 /// Removes files of an earlier run that this one did not write.
@@ -56,14 +47,17 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     if (registration) {
         const VoAlgo::CTrafo& best = registration.Best().trafo;
         moved = Moved(outcome.flt.scan, best);
-        WriteText(path("pose.txt"), PoseText(InUnit(best, outcome.mmPerUnit)));
-        WriteClouds(path("registered.ply"), outcome.fix.scan, *moved, outcome.mmPerUnit);
+        moved->origin = outcome.fix.scan.origin;
+        WriteText(path("pose.txt"), PoseText(InUnit(registration.Pose(), outcome.mmPerUnit)));
+        const double finest = std::min(outcome.fix.spacing, outcome.flt.spacing);
+        WritePly(path("registered.ply"), {{&outcome.fix.scan, FixColour}, {&*moved, FltColour}},
+                 {outcome.mmPerUnit, LargestError * finest});
     }
     WritePicture(path(moved ? "registered.png" : "unregistered.png"), outcome.fix.scan, outcome.flt.scan, moved,
                  std::max(outcome.fix.spacing, outcome.flt.spacing));
     WriteText(path("case.bson"),
               CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
-                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit}));
+                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
     RemoveStale(directory, files);
     return files;
 }

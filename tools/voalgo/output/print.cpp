@@ -27,7 +27,7 @@ std::string Table(const std::vector<prereg::JudgedTrafo>& results)
 std::string Pose(const Outcome& outcome)
 {
     return "pose that maps FLT into FIX, in " + outcome.unit + ":\n" +
-           PoseText(InUnit(outcome.registration.Best().trafo, outcome.mmPerUnit));
+           PoseText(InUnit(outcome.registration.Pose(), outcome.mmPerUnit));
 }
 
 std::string Refusal(const prereg::Registration& registration)
