@@ -2,12 +2,15 @@
 
 #include "VoAlgorithms/kdtree/tkdtree.h"
 #include "numerics/principalaxes.h"
+#include "platform/tasks.h"
+#include "verdict/detail_viewsample.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <numeric>
+#include <thread>
 
 namespace prereg {
 namespace {
@@ -84,17 +87,43 @@ Vec3 LeastSpread(const std::vector<Vec3>& points, const std::vector<Tree::Neighb
     return length > 0.0F ? n / length : Vec3{};
 }
 
-/// Points connected by edges.
+/// Points connected by edges, and the votes on their side.
 struct Piece {
     double sum[3] = {};
     double count = 0.0;
     int outwards = 0; // normals that point away from the centroid, less those that point towards it
+    int convex = 0;   // points of the sample at which the surface is convex, less the others
+    int sampled = 0;
 };
 
-/// Makes the signs of neighbouring normals agree: builds a minimum spanning forest of `edges` (Kruskal), then takes one
-/// vote per tree.
-void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals, std::vector<Edge>& edges)
+/// Pairs of neighbours and the difference of their normals.
+std::vector<Edge> NeighbourEdges(const std::vector<Vec3>& points, const std::vector<Vec3>& normals)
 {
+    constexpr std::size_t EdgesPerPoint = 8; // the point itself among them
+    const Tree tree(points.data(), points.size());
+    std::vector<Edge> edges;
+    edges.reserve((EdgesPerPoint - 1) * points.size());
+    std::vector<Tree::Neighbour> found;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        if (normals[i] == Vec3()) continue;
+        tree.NearestK(&points[i].x, EdgesPerPoint, std::numeric_limits<float>::infinity(), found);
+        for (const Tree::Neighbour& f : found) {
+            const auto other = static_cast<std::uint32_t>(f.first);
+            if (other == i || normals[other] == Vec3()) continue;
+            const float cosine = std::min(1.0F, std::abs(normals[i].Dot(normals[other])));
+            edges.push_back(
+                {static_cast<std::uint32_t>((1.0F - cosine) * 1048576.0F), static_cast<std::uint32_t>(i), other});
+        }
+    }
+    return edges;
+}
+
+/// Makes the signs of neighbouring normals agree: builds a minimum spanning forest (Kruskal), then votes on the side of
+/// each tree: by convexity, measured at a sample of the points, or, of small trees, away from their centroids.
+void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals)
+{
+    constexpr int FewestVotes = 50;
+    std::vector<Edge> edges = NeighbourEdges(points, normals);
     std::sort(edges.begin(), edges.end());
     SignedSets sets(points.size());
     for (const Edge& e : edges) sets.Join(e.from, e.to, normals[e.from].Dot(normals[e.to]) < 0.0F);
@@ -115,38 +144,112 @@ void PropagateSigns(const std::vector<Vec3>& points, std::vector<Vec3>& normals,
         for (unsigned k = 0; k < 3; ++k) away += normals[i][k] * (points[i][k] - piece.sum[k] / piece.count);
         piece.outwards += away > 0.0 ? 1 : (away < 0.0 ? -1 : 0);
     }
+    const detail::ViewSample sample = detail::TakeViewSample(points, normals);
+    for (std::size_t i = 0; i < sample.points.size(); ++i) {
+        Piece& piece = pieces[root[sample.index[i]]];
+        const float rise = sample.rise[i].Dot(sample.normals[i]);
+        piece.convex += rise > 0.0F ? 1 : (rise < 0.0F ? -1 : 0);
+        ++piece.sampled;
+    }
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const Piece& piece = pieces[root[i]];
+        if ((piece.sampled >= FewestVotes ? piece.convex : piece.outwards) < 0) normals[i] = -normals[i];
+    }
+}
+
+/// Turns each normal towards the viewer who stands at towards(i), relative to point i.
+template <class Towards>
+void TurnAll(std::vector<Vec3>& normals, Towards towards)
+{
+    for (std::size_t i = 0; i < normals.size(); ++i)
+        if (normals[i].Dot(towards(i)) < 0.0F) normals[i] = -normals[i];
+}
+
+/// The view that sees all points, also in a sample dense enough to tell the two sides of a thin body.
+std::optional<ViewDirection> FindSingleView(const std::vector<Vec3>& points, const std::vector<Vec3>& normals)
+{
+    constexpr std::size_t DensePoints = 20000;
+    constexpr double MostHidden = 0.05;
+    detail::ViewSample sample = detail::TakeViewSample(points, normals);
+    std::optional<ViewDirection> view = detail::FindView(sample);
+    if (!view) return view;
+    std::vector<Vec3> dense;
+    for (const std::size_t i : detail::SpreadIndices(points.size(), DensePoints))
+        if (normals[i] != Vec3()) dense.push_back(points[i]);
+    const auto ratio = static_cast<float>(sample.points.size()) / static_cast<float>(dense.size());
+    view->hidden = detail::HiddenShare(dense, sample.spacing * std::min(1.0F, std::sqrt(ratio)), view->direction);
+    return view->hidden <= MostHidden ? view : std::nullopt;
+}
+
+/// Directions of least spread, of either sign; zero at isolated points, whose fourth neighbour is much farther away
+/// than it is from their nearest neighbour (strays close to the surface), or than it is from most points (strays
+/// elsewhere).
+std::vector<Vec3> UnorientedNormals(const std::vector<Vec3>& points, unsigned neighbours)
+{
+    constexpr float LocalFactorSq = 9.0F, GlobalFactorSq = 36.0F; // of squared distances
+    constexpr std::size_t Isolation = 4;
+    std::vector<Vec3> normals(points.size());
+    std::vector<float> distanceSq(points.size()); // to the fourth neighbour
+    std::vector<std::uint32_t> nearest(points.size());
+    const Tree tree(points.data(), points.size());
+    VoAlgo::tasks::ForRanges(
+        points.size(), std::max(1U, std::thread::hardware_concurrency()), [&](std::size_t begin, std::size_t end) {
+            std::vector<Tree::Neighbour> found;
+            for (std::size_t i = begin; i < end; ++i) {
+                tree.NearestK(&points[i].x, neighbours, std::numeric_limits<float>::infinity(), found);
+                normals[i] = LeastSpread(points, found);
+                if (found.size() <= Isolation) continue;
+                distanceSq[i] = found[Isolation].second;
+                nearest[i] = static_cast<std::uint32_t>(found[found[0].first == static_cast<int>(i) ? 1 : 0].first);
+            }
+        });
+    std::vector<float> sorted = distanceSq;
+    const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+    std::nth_element(sorted.begin(), middle, sorted.end());
     for (std::size_t i = 0; i < points.size(); ++i)
-        if (pieces[root[i]].outwards < 0) normals[i] = -normals[i];
+        if (distanceSq[i] > LocalFactorSq * distanceSq[nearest[i]] || distanceSq[i] > GlobalFactorSq * *middle)
+            normals[i] = {};
+    return normals;
 }
 
 } // namespace
 
-std::vector<Vec3> EstimateNormals(const std::vector<Vec3>& points, const std::optional<Vec3>& viewpoint,
-                                  unsigned neighbours)
+NormalOrientation AssessNormals(const std::vector<Vec3>& points, const std::vector<Vec3>& normals)
 {
-    constexpr std::size_t EdgesPerPoint = 8;
-    std::vector<Vec3> normals(points.size());
-    if (points.size() < 3) return normals;
-    const Tree tree(&points.front().x, points.size(), 4);
-    std::vector<Edge> edges;
-    std::vector<Tree::Neighbour> found;
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        tree.NearestK(&points[i].x, neighbours, std::numeric_limits<float>::infinity(), found);
-        normals[i] = LeastSpread(points, found);
-        if (viewpoint) {
-            if (normals[i].Dot(*viewpoint - points[i]) < 0.0F) normals[i] = -normals[i];
-            continue;
-        }
-        for (std::size_t k = 0; k < std::min(found.size(), EdgesPerPoint); ++k)
-            if (const auto other = static_cast<std::uint32_t>(found[k].first); other != i)
-                edges.push_back({0, static_cast<std::uint32_t>(i), other});
+    const detail::ViewSample sample = detail::TakeViewSample(points, normals);
+    NormalOrientation orientation;
+    orientation.disagreeing = sample.disagreeing;
+    orientation.convex = detail::ConvexShare(sample);
+    return orientation;
+}
+
+NormalOrientation OrientNormals(const std::vector<Vec3>& points, std::vector<Vec3>& normals,
+                                const std::optional<Vec3>& viewpoint)
+{
+    ENormalSigns by = ENormalSigns::Viewpoint;
+    std::optional<ViewDirection> view;
+    if (viewpoint) {
+        TurnAll(normals, [&](std::size_t i) { return *viewpoint - points[i]; });
+    } else if (view = FindSingleView(points, normals); view) {
+        by = ENormalSigns::View;
+        TurnAll(normals, [&](std::size_t) { return view->direction; });
+    } else {
+        by = ENormalSigns::Propagation;
+        PropagateSigns(points, normals);
     }
-    if (viewpoint) return normals;
-    for (Edge& e : edges) {
-        const float cosine = std::min(1.0F, std::abs(normals[e.from].Dot(normals[e.to])));
-        e.difference = static_cast<std::uint32_t>((1.0F - cosine) * 1048576.0F);
-    }
-    PropagateSigns(points, normals, edges);
+    NormalOrientation orientation = AssessNormals(points, normals);
+    orientation.by = by;
+    orientation.view = view;
+    return orientation;
+}
+
+std::vector<Vec3> EstimateNormals(const std::vector<Vec3>& points, const std::optional<Vec3>& viewpoint,
+                                  unsigned neighbours, NormalOrientation* orientation)
+{
+    if (points.size() < 3) return std::vector<Vec3>(points.size());
+    std::vector<Vec3> normals = UnorientedNormals(points, neighbours);
+    const NormalOrientation outcome = OrientNormals(points, normals, viewpoint);
+    if (orientation != nullptr) *orientation = outcome;
     return normals;
 }
 

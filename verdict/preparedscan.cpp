@@ -17,6 +17,9 @@ using Vec3 = kdtree::Vector<3>;
 constexpr double SmallestExtent = 1.0;    // mm
 constexpr double LargestExtent = 20000.0; // mm
 constexpr float LengthTolerance = 1e-3F;  // of a unit normal
+constexpr double MixedShare = 0.25;       // of normals that face away from their neighbour's
+constexpr double UncertainShare = 0.02;   // the same after signs were propagated
+constexpr double InwardShare = 0.4;       // of convex surface
 
 /// Drops points that are not finite or coincide with an earlier one.
 void KeepUsablePoints(PreparedScan& p)
@@ -75,6 +78,31 @@ void NormaliseNormals(PreparedScan& p)
         n = Vec3(static_cast<float>(n.x / length), static_cast<float>(n.y / length), static_cast<float>(n.z / length));
         ++p.scaledNormals;
     }
+}
+
+/// Normals that face either side are oriented anew; the plain average of a neighbourhood would cancel.
+void UseGivenNormals(PreparedScan& p)
+{
+    NormaliseNormals(p);
+    p.orientation = AssessNormals(p.scan.points, p.scan.normals);
+    p.mixedNormals = p.orientation.disagreeing > MixedShare;
+    if (p.mixedNormals) p.orientation = OrientNormals(p.scan.points, p.scan.normals, p.scan.LocalViewpoint());
+}
+
+/// What decided the signs of normals that were not taken as given.
+const char* SignsDecidedBy(const NormalOrientation& orientation)
+{
+    switch (orientation.by) {
+    case ENormalSigns::Viewpoint:
+        return "the normals face the stated viewpoint";
+    case ENormalSigns::View:
+        return "the normals face the one direction that sees all points";
+    case ENormalSigns::Propagation:
+        return "the normals agree from neighbour to neighbour; no direction sees all points";
+    case ENormalSigns::Given:
+        break;
+    }
+    return "the normals face the side that was given";
 }
 
 void MeasureBox(PreparedScan& p)
@@ -141,9 +169,9 @@ PreparedScan PrepareScan(Scan scan)
     p.implausibleNormals = !p.scan.normals.empty() && !LookLikeNormals(p.scan.normals);
     p.estimatedNormals = p.scan.normals.empty() || p.implausibleNormals;
     if (p.estimatedNormals)
-        p.scan.normals = EstimateNormals(p.scan.points, p.scan.LocalViewpoint());
+        p.scan.normals = EstimateNormals(p.scan.points, p.scan.LocalViewpoint(), 16, &p.orientation);
     else
-        NormaliseNormals(p);
+        UseGivenNormals(p);
     p.zeroNormals = static_cast<std::size_t>(
         std::count_if(p.scan.normals.begin(), p.scan.normals.end(), [](const Vec3& n) { return n == Vec3(); }));
     p.spacing = MeasureSampling(p.scan).spacing;
@@ -174,6 +202,18 @@ Remarks Describe(const PreparedScan& p)
     if (p.duplicates > 0) r.notes.push_back(VoAlgo::Format("dropped %zu duplicate points", p.duplicates));
     if (p.implausibleNormals) r.warnings.push_back("ignored the normals: they are all zero or vary widely in length");
     if (p.estimatedNormals) r.notes.push_back("estimated the normals from neighbouring points");
+    if (p.mixedNormals)
+        r.warnings.push_back("the normals given face either side of the surface; decided their signs anew");
+    if (p.orientation.by != ENormalSigns::Given) r.notes.push_back(SignsDecidedBy(p.orientation));
+    if (p.orientation.convex < InwardShare)
+        r.warnings.push_back(
+            VoAlgo::Format("%.0f %% of the surface is concave as its normals face; do they point inwards?",
+                           100.0 * (1.0 - p.orientation.convex)));
+    if (p.orientation.by == ENormalSigns::Propagation && p.orientation.disagreeing > UncertainShare)
+        r.warnings.push_back(
+            VoAlgo::Format("%.1f %% of the normals face away from their neighbour's; patches may point "
+                           "the wrong way",
+                           100.0 * p.orientation.disagreeing));
     if (p.scaledNormals > 0) r.notes.push_back(VoAlgo::Format("scaled %zu normals to unit length", p.scaledNormals));
     if (p.zeroNormals > 0) r.notes.push_back(VoAlgo::Format("%zu points have no normal (zero length)", p.zeroNormals));
     const double extent = p.Extent();

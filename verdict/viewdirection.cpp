@@ -1,6 +1,7 @@
 #include "VoAlgorithms/verdict/viewdirection.h"
 
 #include "VoAlgorithms/kdtree/tkdtree.h"
+#include "numerics/principalaxes.h"
 #include "platform/randomseed.h"
 #include "verdict/detail_viewsample.h"
 
@@ -17,7 +18,6 @@ using Tree = kdtree::TKdTree<3, 48>;
 using detail::ViewSample;
 
 constexpr std::size_t SampledPoints = 4500;
-constexpr std::size_t FewestPoints = 50;
 constexpr float IsolatedFactor = 3.0F; // times the median distance to the fourth neighbour
 constexpr double MostFacingAway = 0.03;
 constexpr double MostHidden = 0.04;
@@ -54,7 +54,10 @@ struct ImageAxes {
 /// An image whose pixels hold the largest depth towards the viewer.
 class DepthBuffer {
 public:
-    explicit DepthBuffer(const ViewSample& sample) : sample_(sample), column_(sample.points.size()) {}
+    DepthBuffer(const std::vector<Vec3>& points, float spacing)
+        : points_(points), spacing_(spacing), column_(points.size())
+    {
+    }
 
     /// The share of points that lie well behind another one of their pixel, seen along d.
     double HiddenShare(const Vec3& d)
@@ -62,17 +65,16 @@ public:
         constexpr float PixelFactor = 2.0F, BehindFactor = 8.0F; // times the spacing
         constexpr float LargestSide = 1000.0F;                   // pixels
         const ImageAxes axes(d);
-        const auto& points = sample_.points;
         float low[2] = {INFINITY, INFINITY}, high[2] = {-INFINITY, -INFINITY};
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            column_[i] = Vec3(axes.right.Dot(points[i]), axes.up.Dot(points[i]), d.Dot(points[i]));
+        for (std::size_t i = 0; i < points_.size(); ++i) {
+            column_[i] = Vec3(axes.right.Dot(points_[i]), axes.up.Dot(points_[i]), d.Dot(points_[i]));
             for (unsigned k = 0; k < 2; ++k) {
                 low[k] = std::min(low[k], column_[i][k]);
                 high[k] = std::max(high[k], column_[i][k]);
             }
         }
         const float extent = std::max(high[0] - low[0], high[1] - low[1]);
-        const float pixel = std::max(PixelFactor * sample_.spacing, extent / LargestSide);
+        const float pixel = std::max(PixelFactor * spacing_, extent / LargestSide);
         if (!(pixel > 0.0F)) return 0.0;
         const auto side = static_cast<std::size_t>(extent / pixel) + 1;
         const auto at = [&](const Vec3& p) {
@@ -82,12 +84,13 @@ public:
         front_.assign(side * side, -INFINITY);
         for (const Vec3& p : column_) front_[at(p)] = std::max(front_[at(p)], p.z);
         std::size_t hidden = 0;
-        for (const Vec3& p : column_) hidden += front_[at(p)] - p.z > BehindFactor * sample_.spacing ? 1 : 0;
-        return static_cast<double>(hidden) / static_cast<double>(points.size());
+        for (const Vec3& p : column_) hidden += front_[at(p)] - p.z > BehindFactor * spacing_ ? 1 : 0;
+        return static_cast<double>(hidden) / static_cast<double>(points_.size());
     }
 
 private:
-    const ViewSample& sample_;
+    const std::vector<Vec3>& points_;
+    float spacing_;
     std::vector<Vec3> column_; // points in the frame of the view
     std::vector<float> front_;
 };
@@ -148,59 +151,57 @@ Vec3 FitDensity(const ViewSample& sample)
     return Unit(g);
 }
 
-} // namespace
-
-namespace detail {
-
-std::vector<std::size_t> SpreadIndices(std::size_t n, std::size_t count)
-{
-    std::vector<std::size_t> indices(std::min(n, count));
-    std::mt19937 engine(VoAlgo::RandomSeed);
-    for (std::size_t i = 0; i < indices.size(); ++i) {
-        const std::size_t begin = i * n / indices.size(), end = (i + 1) * n / indices.size();
-        indices[i] = begin + engine() % (end - begin);
-    }
-    return indices;
-}
-
-ViewSample MeasureViewSample(std::vector<Vec3> points, std::vector<Vec3> normals)
+/// Measures the points of a sample and drops isolated ones. O(n log n).
+void Measure(ViewSample& sample)
 {
     constexpr unsigned Isolation = 4, Neighbours = 16;
-    ViewSample sample;
-    if (points.size() <= Neighbours) return sample;
+    auto& points = sample.points;
+    auto& normals = sample.normals;
+    if (points.size() <= Neighbours) {
+        sample = {};
+        return;
+    }
     const Tree tree(points.data(), points.size());
     std::vector<Tree::Neighbour> found;
     std::vector<float> nearest(points.size()), fourth(points.size()), last(points.size()); // squared distances
+    std::vector<Vec3> rise(points.size());
+    std::vector<char> disagrees(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
         tree.NearestK(&points[i].x, Neighbours + 1, std::numeric_limits<float>::infinity(), found);
         nearest[i] = found[1].second;
         fourth[i] = found[Isolation].second;
         last[i] = found[Neighbours].second;
+        Vec3 sum;
+        for (const Tree::Neighbour& other : found) sum += points[static_cast<std::size_t>(other.first)] - points[i];
+        rise[i] = sum * (-1.0F / static_cast<float>(Neighbours));
+        disagrees[i] = normals[i].Dot(normals[static_cast<std::size_t>(found[1].first)]) < 0.0F ? 1 : 0;
     }
     sample.spacing = std::sqrt(Median(nearest));
     const float limitSq = IsolatedFactor * IsolatedFactor * Median(fourth), typicalSq = Median(last);
-    std::size_t kept = 0;
+    std::size_t kept = 0, disagreeing = 0;
     for (std::size_t i = 0; i < points.size(); ++i) {
         if (!(fourth[i] <= limitSq) || !(last[i] > 0.0F)) continue;
         points[kept] = points[i];
         normals[kept] = normals[i];
+        sample.index[kept] = sample.index[i];
+        sample.rise.push_back(rise[i]);
+        disagreeing += disagrees[i] != 0 ? 1 : 0;
         sample.density.push_back(typicalSq / last[i]);
         ++kept;
     }
     points.resize(kept);
     normals.resize(kept);
-    sample.points = std::move(points);
-    sample.normals = std::move(normals);
-    return sample;
+    sample.index.resize(kept);
+    sample.disagreeing = kept > 0 ? static_cast<double>(disagreeing) / static_cast<double>(kept) : 0.0;
 }
 
-ViewDirection BestView(const ViewSample& sample)
+/// The best view near `start`, the direction that the density suggests; zero when that is zero.
+ViewDirection BestView(const ViewSample& sample, const Vec3& start)
 {
     constexpr float Steps[] = {0.24F, 0.12F, 0.06F, 0.03F}; // tangents of angles
     constexpr unsigned MovesPerStep = 4;
-    const Vec3 start = FitDensity(sample);
     if (start == Vec3()) return {};
-    DepthBuffer buffer(sample);
+    DepthBuffer buffer(sample.points, sample.spacing);
     const auto look = [&](const Vec3& d) {
         return ViewDirection{d, buffer.HiddenShare(d), FacingAwayShare(sample.normals, d)};
     };
@@ -225,25 +226,115 @@ ViewDirection BestView(const ViewSample& sample)
     return best;
 }
 
+/// Whether all but a few points are seen in this view.
 bool SeesAll(const ViewDirection& view)
 {
     return view.direction != Vec3() && view.hidden <= MostHidden && view.facingAway <= MostFacingAway;
+}
+
+/// Turns normals that face away from the viewer.
+void TurnTowards(std::vector<Vec3>& normals, const Vec3& d)
+{
+    for (Vec3& n : normals)
+        if (n.Dot(d) < 0.0F) n = -n;
+}
+
+/// Directions from which the search for a view without oriented normals starts: the principal axes and the diagonals
+/// between them.
+std::vector<Vec3> AxesOf(const std::vector<Vec3>& points)
+{
+    const auto axes = VoAlgo::ComputePrincipalAxes(points.size(), [&](std::size_t i) { return points[i]; });
+    Vec3 axis[3];
+    for (std::size_t k = 0; k < 3; ++k)
+        for (std::size_t c = 0; c < 3; ++c) axis[k][c] = static_cast<float>(axes.axis[k][c]);
+    std::vector<Vec3> all(axis, axis + 3);
+    for (const float y : {-1.0F, 1.0F})
+        for (const float z : {-1.0F, 1.0F}) all.push_back(Unit(axis[0] + y * axis[1] + z * axis[2]));
+    return all;
+}
+
+} // namespace
+
+namespace detail {
+
+std::vector<std::size_t> SpreadIndices(std::size_t n, std::size_t count)
+{
+    std::vector<std::size_t> indices(std::min(n, count));
+    std::mt19937 engine(VoAlgo::RandomSeed);
+    for (std::size_t i = 0; i < indices.size(); ++i) {
+        const std::size_t begin = i * n / indices.size(), end = (i + 1) * n / indices.size();
+        indices[i] = begin + engine() % (end - begin);
+    }
+    return indices;
+}
+
+ViewSample TakeViewSample(const std::vector<Vec3>& points, const std::vector<Vec3>& normals)
+{
+    ViewSample sample;
+    for (const std::size_t i : SpreadIndices(points.size(), SampledPoints))
+        if (normals[i] != Vec3()) {
+            sample.index.push_back(i);
+            sample.points.push_back(points[i]);
+            sample.normals.push_back(normals[i]);
+        }
+    Measure(sample);
+    return sample;
+}
+
+double ConvexShare(const ViewSample& sample)
+{
+    if (sample.points.empty()) return 0.5;
+    double convex = 0.0;
+    for (std::size_t i = 0; i < sample.points.size(); ++i) {
+        const float rise = sample.rise[i].Dot(sample.normals[i]);
+        convex += rise > 0.0F ? 1.0 : (rise < 0.0F ? 0.0 : 0.5);
+    }
+    return convex / static_cast<double>(sample.points.size());
+}
+
+double HiddenShare(const std::vector<Vec3>& points, float spacing, const Vec3& d)
+{
+    return DepthBuffer(points, spacing).HiddenShare(d);
+}
+
+std::optional<ViewDirection> FindView(ViewSample& sample)
+{
+    constexpr unsigned Rounds = 3;
+    if (sample.points.size() < FewestViewPoints) return std::nullopt;
+    DepthBuffer buffer(sample.points, sample.spacing);
+    Vec3 start;
+    double fewest = 2.0;
+    for (Vec3 d : AxesOf(sample.points))
+        for (unsigned round = 0; round < Rounds && d != Vec3(); ++round) {
+            if (const double hidden = buffer.HiddenShare(d); hidden < fewest) {
+                fewest = hidden;
+                start = d;
+            }
+            TurnTowards(sample.normals, d);
+            d = FitDensity(sample);
+        }
+    if (start == Vec3()) return std::nullopt;
+    TurnTowards(sample.normals, start);
+    ViewDirection view = BestView(sample, start);
+    view.facingAway = 0.0; // by the next line
+    TurnTowards(sample.normals, view.direction);
+    if (!SeesAll(view)) return std::nullopt;
+    if (ConvexShare(sample) < 0.5) {
+        view.direction = -view.direction;
+        view.hidden = buffer.HiddenShare(view.direction);
+        TurnTowards(sample.normals, view.direction);
+    }
+    return view;
 }
 
 } // namespace detail
 
 std::optional<ViewDirection> InferViewDirection(const std::vector<Vec3>& points, const std::vector<Vec3>& normals)
 {
-    std::vector<Vec3> somePoints, someNormals;
-    for (const std::size_t i : detail::SpreadIndices(points.size(), SampledPoints))
-        if (normals[i] != Vec3()) {
-            somePoints.push_back(points[i]);
-            someNormals.push_back(normals[i]);
-        }
-    const ViewSample sample = detail::MeasureViewSample(std::move(somePoints), std::move(someNormals));
-    if (sample.points.size() < FewestPoints) return std::nullopt;
-    const ViewDirection view = detail::BestView(sample);
-    return detail::SeesAll(view) ? std::optional(view) : std::nullopt;
+    const ViewSample sample = detail::TakeViewSample(points, normals);
+    if (sample.points.size() < detail::FewestViewPoints) return std::nullopt;
+    const ViewDirection view = BestView(sample, FitDensity(sample));
+    return SeesAll(view) ? std::optional(view) : std::nullopt;
 }
 
 } // namespace prereg

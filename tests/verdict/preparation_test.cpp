@@ -69,6 +69,51 @@ TEST(EstimateNormals, AgreeWithTheSurface)
     EXPECT_EQ(EstimateNormals({{0, 0, 0}, {1, 0, 0}}, {}), std::vector<Vec3>(2));
 }
 
+// Half of the normals flipped at random: the signs are decided anew, and the scan says so. All flipped: only said.
+TEST(PrepareScan, FindsMixedAndInwardNormals)
+{
+    const Cloud body = test_support::Body(4000, 3, 1);
+    EXPECT_EQ(PrepareScan({body.points, body.normals}).orientation.by, ENormalSigns::Given);
+    EXPECT_TRUE(Describe(PrepareScan({body.points, body.normals})).warnings.empty());
+    Random random(5);
+    Cloud mixed = body, inward = body;
+    for (std::size_t i = 0; i < body.Size(); ++i) {
+        inward.normals[i] = -body.normals[i];
+        if (random.Index(2) == 0) mixed.normals[i] = -body.normals[i];
+    }
+    const PreparedScan repaired = PrepareScan({mixed.points, mixed.normals});
+    EXPECT_TRUE(repaired.mixedNormals);
+    EXPECT_EQ(repaired.orientation.by, ENormalSigns::Propagation);
+    EXPECT_TRUE(test_support::SameBits(repaired.scan.normals, body.normals));
+    EXPECT_THAT(Describe(PrepareScan({inward.points, inward.normals})).warnings,
+                testing::Contains(testing::HasSubstr("inwards")));
+}
+
+// One view of a ball in front of a wall leaves two pieces without common edges; their signs follow from the view.
+// Stray points get no normal, and change none.
+TEST(EstimateNormals, FaceTheOneDirectionThatSeesAll)
+{
+    Random random(6);
+    Cloud scan;
+    for (float x = -30.0F; x <= 30.0F; x += 0.75F)
+        for (float y = -30.0F; y <= 30.0F; y += 0.75F) {
+            const float inside = 20.0F * 20.0F - x * x - y * y;
+            const Vec3 n = inside > 0.0F ? Vec3(x, y, std::sqrt(inside)) : Vec3(0.2F, 0, 1);
+            scan.Add({x, y, inside > 0.0F ? n.z : -30.0F - 0.2F * x}, n / n.Norm());
+        }
+    const std::size_t size = scan.Size();
+    for (int i = 0; i < 200; ++i) scan.Add(random.InCube(30.0F), {});
+    NormalOrientation orientation;
+    const auto normals = EstimateNormals(scan.points, {}, 16, &orientation);
+    EXPECT_EQ(orientation.by, ENormalSigns::View);
+    EXPECT_GT(orientation.convex, 0.5);
+    std::size_t wrong = 0, strays = 0;
+    for (std::size_t i = 0; i < size; ++i) wrong += normals[i].Dot(scan.normals[i]) < 0.0F ? 1 : 0;
+    for (std::size_t i = size; i < scan.Size(); ++i) strays += normals[i] == Vec3() ? 1 : 0;
+    EXPECT_LT(wrong, size / 200);
+    EXPECT_GT(strays, 100U);
+}
+
 // Roughness is the noise across the surface, not along it.
 TEST(Sampling, MeasuresSpacingAndNoise)
 {

@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/export.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/verdict/estimatenormals.h"
 #include "VoAlgorithms/verdict/scan.h"
 
 #include <array>
@@ -22,6 +23,8 @@ struct VOALGO_API PreparedScan {
     std::size_t zeroNormals = 0;     ///< points kept without a normal
     bool implausibleNormals = false; ///< the normals given cannot be normals and were ignored
     bool estimatedNormals = false;   ///< the normals were estimated from the points
+    bool mixedNormals = false;       ///< the normals given faced either side; their signs were decided anew
+    NormalOrientation orientation;   ///< what decided the signs of the normals, given ones included
     kdtree::Vector<3> low;           ///< corner of the bounding box, mm, relative to the scan's origin
     kdtree::Vector<3> high;          ///< the opposite corner, the same
     double spacing = 0.0;            ///< mean distance of a point to its nearest neighbour, mm
