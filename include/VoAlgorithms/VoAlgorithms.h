@@ -62,6 +62,7 @@
 #include "VoAlgorithms/verdict/registration.h"
 #include "VoAlgorithms/verdict/registrationsettings.h"
 #include "VoAlgorithms/verdict/sameplace.h"
+#include "VoAlgorithms/verdict/samplemesh.h"
 #include "VoAlgorithms/verdict/sampling.h"
 #include "VoAlgorithms/verdict/scan.h"
 #include "VoAlgorithms/verdict/scanfault.h"
