@@ -1,5 +1,6 @@
 // The evidence for a pose. Samples of each scan are moved into the frame of the other:
-// 1. A sample whose nearest point there lies across the surface, not beside it, tells something: both scans have surface
+// 1. A sample whose nearest point there lies across the surface, not beside it, tells something: both scans have
+// surface
 //    there. It agrees when the surfaces are close and face the same way.
 // 2. A sample in front of what the other scan saw from its view is in space known to be empty.
 // 3. Closest pairs alone decide whether the scans could still slide or rotate on each other (N. Gelfand, L. Ikemoto,
@@ -22,13 +23,13 @@ constexpr float CosSameWay = 0.8660F; // 30 degrees
 constexpr float CosPairing = 0.7F;
 constexpr std::size_t MinPairs = 50;
 // Lengths in resolutions.
-constexpr double Reach = 4.0;       // across which the other scan's surface is looked for
-constexpr double Beside = 1.5;      // a nearest point farther aside than this is the border of the surface
-constexpr double Coincides = 1.0;   // distance of surfaces that agree
-constexpr double Closest = 0.25;    // distance of the pairs that decide on stability
-constexpr double InFront = 4.0;     // distance in front of what was seen that no error of measurement explains
-constexpr double PixelSize = 2.0;   // of the depth images
-constexpr double IsolatedAt = 3.0;  // radius in which a point that is not isolated has neighbours
+constexpr double Reach = 4.0;      // across which the other scan's surface is looked for
+constexpr double Beside = 1.5;     // a nearest point farther aside than this is the border of the surface
+constexpr double Coincides = 1.0;  // distance of surfaces that agree
+constexpr double Closest = 0.25;   // distance of the pairs that decide on stability
+constexpr double InFront = 4.0;    // distance in front of what was seen that no error of measurement explains
+constexpr double PixelSize = 2.0;  // of the depth images
+constexpr double IsolatedAt = 3.0; // radius in which a point that is not isolated has neighbours
 constexpr std::size_t Neighbours = 4;
 
 float Squared(double length)
@@ -149,8 +150,8 @@ CTrafo ScanPair::Refine(const CTrafo& start, double startRadius, unsigned iterat
         double turn[3];
         double shift[3];
         if (!VoAlgo::symsolvers::PointToPlaneUpdateLS(pairs.moved.data(), pairs.fixed.data(), pairs.normals.data(),
-                                                      &weight, turn, shift,
-                                                      static_cast<int>(pairs.distances.size()), true))
+                                                      &weight, turn, shift, static_cast<int>(pairs.distances.size()),
+                                                      true))
             break;
         const auto toVector = [](const double* v) {
             return Vec3(static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2]));
@@ -200,14 +201,12 @@ Evidence ScanPair::Measure(const CTrafo& pose, unsigned stride) const
     Matches forward = match(fix_, flt_, pose, stride);
     Matches backward = match(flt_, fix_, pose.GetInverse(true), stride);
     Evidence evidence;
-    evidence.overlap =
-        std::max(Share(forward.agreeing, forward.samples), Share(backward.agreeing, backward.samples));
+    evidence.overlap = std::max(Share(forward.agreeing, forward.samples), Share(backward.agreeing, backward.samples));
     evidence.agreement =
         std::min(Share(forward.agreeing, forward.opposite), Share(backward.agreeing, backward.opposite));
     evidence.misfit = std::max(Median(forward.distances), Median(backward.distances));
     if (KnowsEmptySpace())
-        evidence.seenEmpty =
-            std::max(Share(forward.inFront, forward.seen), Share(backward.inFront, backward.seen));
+        evidence.seenEmpty = std::max(Share(forward.inFront, forward.seen), Share(backward.inFront, backward.seen));
     evidence.stability = Stability(forward.closest, forward.closestNormals);
     return evidence;
 }

@@ -4,10 +4,13 @@
 // 3. grade it as the search grades, with more samples: its limits hold for the final pose, too.
 #include "verdict/detail_posejudge.h"
 
+#include <algorithm>
+
 namespace prereg::detail {
 namespace {
 
 constexpr unsigned CoarseStride = 4;
+constexpr unsigned CoarseIterations = 5;
 constexpr double Hopeless = 0.15; // below the limit of the agreement
 
 } // namespace
@@ -45,10 +48,11 @@ AcceptanceTest PoseJudge::AgreementTest(const CFPFHPreRegistration::VerifiedTraf
 
 Evidence PoseJudge::refine(VoAlgo::CTrafo& pose) const
 {
-    pose = pair_.Refine(pose, 3.0, 5, CoarseStride);
+    const unsigned iterations = limits_.icp.uiMaxNumIterations;
+    pose = pair_.Refine(pose, 3.0, std::min(CoarseIterations, iterations), CoarseStride);
     const Evidence evidence = pair_.Measure(pose, CoarseStride);
     if (evidence.agreement < limits_.minAgreement - Hopeless) return evidence;
-    pose = pair_.Refine(pose, 1.5, 6, 1);
+    pose = pair_.Refine(pose, 1.5, iterations, 1);
     return pair_.Measure(pose, 1);
 }
 
@@ -79,8 +83,10 @@ bool PoseJudge::weigh(const Evidence& evidence, JudgedTrafo& judged) const
 void PoseJudge::grade(JudgedTrafo& judged) const
 {
     const VoAlgo::CTrafo pose = judged.trafo;
-    const ICPResult graded = fix_.ComputeICPRegistration(limits_.icp, flt_, pose);
-    const std::vector<AcceptanceTest> tests = TestsOf(graded, limits_.icp, EStage::Grading);
+    ConfigurationICP icp = limits_.icp;
+    icp.uiMaxNumIterations = 0; // the pose is final
+    const ICPResult graded = fix_.ComputeICPRegistration(icp, flt_, pose);
+    const std::vector<AcceptanceTest> tests = TestsOf(graded, icp, EStage::Grading);
     judged.tests.insert(judged.tests.end(), tests.begin(), tests.end());
     if (graded.resultType != 0) judged.objection = Refusal(RefusalOf(graded.resultType));
     if (graded.resultType != 0 && graded.resultType <= 5) return; // without figures of this pose

@@ -57,16 +57,15 @@ Scan Thinned(const Scan& scan, const RegistrationSettings& settings)
 }
 
 /// From where a scan was taken: as its host states, or else as its points and normals tell.
-std::optional<detail::View> ViewOf(const std::vector<kdtree::Vector<3>>& points,
-                                   const std::vector<kdtree::Vector<3>>& normals,
-                                   const std::optional<kdtree::Vector<3>>& viewpoint = {})
+std::optional<detail::View> ViewOf(const CPointSet& scan, const std::optional<kdtree::Vector<3>>& viewpoint = {})
 {
+    const std::vector<kdtree::Vector<3>>& points = scan.GetPoints();
     if (viewpoint && !points.empty()) {
         kdtree::Vector<3> towards;
         for (const kdtree::Vector<3>& p : points) towards += (*viewpoint - p) / static_cast<float>(points.size());
         if (towards.Norm() > 0.0F) return detail::View{towards / towards.Norm(), viewpoint};
     }
-    const std::optional<ViewDirection> inferred = InferViewDirection(points, normals);
+    const std::optional<ViewDirection> inferred = InferViewDirection(points, scan.GetNormals());
     if (!inferred) return std::nullopt;
     return detail::View{inferred->direction};
 }
@@ -98,12 +97,12 @@ public:
 void RefineOnFullScans(const Scan& fix, const Scan& flt, Registration& registration)
 {
     constexpr std::size_t Samples = 20000;
-    constexpr unsigned Iterations = 3;
-    if (registration.results.empty()) return;
+    const unsigned iterations = std::min(3U, registration.settings.verification.icp.uiMaxNumIterations);
+    if (registration.results.empty() || iterations == 0) return;
     const FullScan fullFix(fix);
     const FullScan fullFlt(flt);
     const detail::ScanPair pair(fullFix, fullFlt, {}, {}, registration.settings.resolution, Samples);
-    for (JudgedTrafo& result : registration.results) result.trafo = pair.Refine(result.trafo, 1.0, Iterations, 1);
+    for (JudgedTrafo& result : registration.results) result.trafo = pair.Refine(result.trafo, 1.0, iterations, 1);
 }
 
 Registration Refused(Registration registration, Refusal refusal)
@@ -124,7 +123,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     Registration registration;
     if (Refusal fault = FindFault(fix, flt)) return Refused(registration, std::move(fault));
     const VoAlgo::CStopwatch watch;
-    const RegistrationSettings settings = DeriveSettings(fix.scan, flt.scan, options.preset, options.adjust);
+    const RegistrationSettings settings = Adjusted(DeriveSettings(fix.scan, flt.scan, options.preset), options.adjust);
     registration.settings = settings;
     registration.seconds.settings = watch.Seconds();
     for (const PreparedScan* scan : {&fix, &flt})
@@ -136,9 +135,9 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     PointSetPtr fixSet = PointSetOf(fix, settings, options.threads);
     if (!Report(options, "features", 0.5)) return Refused(registration, Refusal(ERefusal::Cancelled));
     PointSetPtr fltSet = PointSetOf(flt, settings, options.threads);
-    const detail::SearchInput input{std::move(fixSet), std::move(fltSet),
-                                    ViewOf(fix.scan.points, fix.scan.normals, fix.scan.LocalViewpoint()),
-                                    ViewOf(flt.scan.points, flt.scan.normals, flt.scan.LocalViewpoint())};
+    const auto fixView = ViewOf(*fixSet, fix.scan.LocalViewpoint());
+    const auto fltView = ViewOf(*fltSet, flt.scan.LocalViewpoint());
+    const detail::SearchInput input{std::move(fixSet), std::move(fltSet), fixView, fltView};
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;
@@ -176,8 +175,8 @@ PointSetPtr ComputePointSet(const Scan& scan, const RegistrationSettings& settin
 Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const RegistrationSettings& settings,
                                const RegistrationOptions& options)
 {
-    const auto fixView = ViewOf(fix->GetPoints(), fix->GetNormals());
-    const auto fltView = ViewOf(flt->GetPoints(), flt->GetNormals());
+    const auto fixView = ViewOf(*fix);
+    const auto fltView = ViewOf(*flt);
     return Register({std::move(fix), std::move(flt), fixView, fltView}, settings, options);
 }
 

@@ -76,10 +76,14 @@ RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset pr
     const Sampling fltSampling = MeasureSampling(flt);
     const double roughness = std::max(fixSampling.roughness, fltSampling.roughness);
     const double radius = std::min(RadiusOf(fix.points), RadiusOf(flt.points));
-    const PresetFactors factors = FactorsOf(preset);
-    const double resolution = std::max({fixSampling.spacing, fltSampling.spacing, radius / factors.resolvedRadius,
-                                        ResolutionPerRoughness * roughness});
+    const double resolution = std::max({fixSampling.spacing, fltSampling.spacing,
+                                        radius / FactorsOf(preset).resolvedRadius, ResolutionPerRoughness * roughness});
+    return DeriveSettings(resolution, roughness, preset);
+}
 
+RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset preset)
+{
+    const PresetFactors factors = FactorsOf(preset);
     RegistrationSettings s;
     s.resolution = resolution;
     s.workingSpacing = factors.workingSpacing * resolution;
@@ -114,16 +118,14 @@ RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset pr
     verification.minClusterSize = 2;
     verification.roughness = roughness;
     verification.icp = icp;
-    verification.icp.uiMaxNumIterations = 0; // the pose is final
+    verification.icp.uiMaxNumIterations = 6;
     verification.icp.uiNumSamples = 2000;
     verification.icp.dInitialQueryRadiusScaling = 1.0;
     return s;
 }
 
-RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset preset,
-                                    const std::function<void(ConfigurationFPFH&)>& adjust)
+RegistrationSettings Adjusted(RegistrationSettings settings, const std::function<void(ConfigurationFPFH&)>& adjust)
 {
-    RegistrationSettings settings = DeriveSettings(fix, flt, preset);
     if (!adjust) return settings;
     const ConfigurationFPFH derived = settings.config;
     adjust(settings.config);

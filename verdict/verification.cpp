@@ -11,6 +11,7 @@ void Verification::Follow(const ConfigurationFPFH& derived, const ConfigurationF
                                &Icp::dMaxErrorRatio, &Icp::dMinOverlapRatio, &Icp::dMaxRMSE, &Icp::dMinSmallBigRatio,
                                &Icp::dSmallBigQueryRadiusScaling, &Icp::dInlierScaling})
         if (stated.icpConfig.*field != derived.icpConfig.*field) icp.*field = stated.icpConfig.*field;
+    icp.uiMaxNumIterations = std::min(icp.uiMaxNumIterations, stated.icpConfig.uiMaxNumIterations);
     if (stated.uiTrafoClusteringQuorum == 1) minClusterSize = 1;
 }
 

@@ -37,7 +37,7 @@ TEST(Fields, ListEveryMemberOnce)
     EXPECT_EQ(sizeof(ConfigurationICP), 15 * sizeof(double)); // both counts are padded
     EXPECT_EQ(CoveredBytes<ConfigurationFPFH>(), 5 * sizeof(std::uint32_t) + 6 * sizeof(double));
     EXPECT_EQ(CoveredBytes<ICPResult>(), offsetof(ICPResult, trafo) - offsetof(ICPResult, fStart_OverlapRatio));
-    EXPECT_EQ(CoveredBytes<Verification>(), 4 * sizeof(double) + sizeof(std::uint32_t));
+    EXPECT_EQ(CoveredBytes<Verification>(), 6 * sizeof(double) + sizeof(std::uint32_t));
     EXPECT_EQ(NearestKey("dmaxrmsse", {"dMinOverlapRatio", "dMaxRMSE"}), "dMaxRMSE");
 }
 

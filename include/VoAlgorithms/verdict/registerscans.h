@@ -29,9 +29,10 @@ struct RegistrationOptions {
 };
 
 /// Registers two scans of one object that overlap somewhere, without a starting pose, and says whether the answer can
-/// be trusted: settings are derived from the scans, poses searched, candidates refined and judged by the evidence of both
-/// scans, and rivals considered. Bad scans are a refusal, not an exception. The same input gives the same bits, whatever the number of
-/// threads. Throws std::invalid_argument when points and normals differ in number or adjusted settings have no meaning.
+/// be trusted: settings are derived from the scans, poses searched, candidates refined and judged by the evidence of
+/// both scans, and rivals considered. Bad scans are a refusal, not an exception. The same input gives the same bits,
+/// whatever the number of threads. Throws std::invalid_argument when points and normals differ in number or adjusted
+/// settings have no meaning.
 [[nodiscard]] VOALGO_API Registration RegisterScans(const Scan& fix, const Scan& flt,
                                                     const RegistrationOptions& options = {});
 /// The same for scans that are prepared already.

@@ -36,9 +36,11 @@ struct RegistrationSettings {
 /// coarser scan, or more where the size of the object or the noise asks for no more.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
                                                              EPreset preset = EPreset::Automatic);
-/// The same, then changed by `adjust`; limits of the search that it changes hold for the verification, too. Throws
+/// The same for a known resolution and roughness, mm.
+[[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset preset);
+/// Settings changed by `adjust`; limits of the search that it changes hold for the verification, too. Throws
 /// std::invalid_argument, naming the setting, when a value makes no sense.
-[[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset preset,
-                                                             const std::function<void(ConfigurationFPFH&)>& adjust);
+[[nodiscard]] VOALGO_API RegistrationSettings Adjusted(RegistrationSettings settings,
+                                                       const std::function<void(ConfigurationFPFH&)>& adjust);
 
 } // namespace prereg

@@ -22,7 +22,8 @@ struct VOALGO_API Verification {
     double minStability = 0.0;        ///< smallest geometric stability of the overlap, 0 to 1/3
     std::uint32_t minClusterSize = 0; ///< fewest proposals that must have led to a pose without evidence of empty space
     double roughness = 0.0;           ///< of the scans, mm
-    ConfigurationICP icp;             ///< limits of the final grading, the search's unless stated, with more samples
+    ConfigurationICP icp;             ///< limits of the final grading, the search's unless stated, with more samples;
+                                      ///< its number of iterations is that of the refinement on all samples
 
     /// Takes over what differs between `derived` and `stated`: a limit that is stated for the search holds here, too.
     void Follow(const ConfigurationFPFH& derived, const ConfigurationFPFH& stated);
@@ -31,9 +32,11 @@ struct VOALGO_API Verification {
 /// Calls visit(FieldInfo, field) for every setting but those of the grading (IcpKey), which come last.
 void VisitFields(RecordOf<Verification> auto& v, auto&& visit)
 {
-    visit(FieldInfo{"minOverlap", "", "share of a scan that must lie on the other, of the side with more"}, v.minOverlap);
-    visit(FieldInfo{"minAgreement", "", "share that must coincide where both scans have surface, of the side with less"},
-          v.minAgreement);
+    visit(FieldInfo{"minOverlap", "", "share of a scan that must lie on the other, of the side with more"},
+          v.minOverlap);
+    visit(
+        FieldInfo{"minAgreement", "", "share that must coincide where both scans have surface, of the side with less"},
+        v.minAgreement);
     visit(FieldInfo{"maxMisfit", "mm", "median distance of the surfaces where both scans have surface, at most"},
           v.maxMisfit);
     visit(FieldInfo{"maxSeenEmpty", "", "share of points in space that the other scan saw to be empty, at most"},

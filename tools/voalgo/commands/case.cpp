@@ -50,7 +50,7 @@ void Pack(const Arguments& a)
         if (const prereg::Refusal fault = FindTooFewPoints(*scan, settings.config.icpConfig.uiNumSamples))
             throw InputError(fault.text);
     WriteText(a.file, CaseBytes(*ComputePointSet(fix.scan, settings, a.settings.threads),
-                                *ComputePointSet(flt.scan, settings, a.settings.threads), settings.config, {},
+                                *ComputePointSet(flt.scan, settings, a.settings.threads), settings, {},
                                 {a.settings.preset, a.clouds.unit, fix.scan.origin, flt.scan.origin}));
 }
 
@@ -65,8 +65,11 @@ prereg::RegistrationSettings SettingsOf(const Case& stored, const prereg::Prepar
                                         const prereg::PreparedScan& flt, const std::string& file)
 {
     try {
-        return DeriveSettings(fix.scan, flt.scan, prereg::PresetOf(stored.notes.preset).value(),
-                              [&](auto& config) { config = stored.registration.GetMatchingConfig(); });
+        const prereg::EPreset preset = prereg::PresetOf(stored.notes.preset).value();
+        const auto derived = stored.notes.resolution > 0.0
+                                 ? DeriveSettings(stored.notes.resolution, stored.notes.roughness, preset)
+                                 : DeriveSettings(fix.scan, flt.scan, preset);
+        return Adjusted(derived, [&](auto& config) { config = stored.registration.GetMatchingConfig(); });
     } catch (const std::invalid_argument& error) {
         throw InputError(file + ": " + error.what());
     }

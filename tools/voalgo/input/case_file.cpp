@@ -28,6 +28,7 @@ element ToElement(const char* key, const std::array<double, 3>& position)
 element ToElement(const CaseNotes& notes)
 {
     return {NotesKey, (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit),
+                       element("resolution", notes.resolution), element("roughness", notes.roughness),
                        ToElement("fixOrigin", notes.fixOrigin), ToElement("fltOrigin", notes.fltOrigin))};
 }
 
@@ -43,6 +44,8 @@ CaseNotes ReadNotes(const element& stored)
     CaseNotes notes;
     for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
+    for (auto [key, field] : {std::pair{"resolution", &notes.resolution}, {"roughness", &notes.roughness}})
+        if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_double();
     ReadPosition(stored.child("fixOrigin"), notes.fixOrigin);
     ReadPosition(stored.child("fltOrigin"), notes.fltOrigin);
     const auto& units = CloudOptions::Units();
@@ -54,10 +57,12 @@ CaseNotes ReadNotes(const element& stored)
 } // namespace
 
 std::string CaseBytes(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
-                      const prereg::ConfigurationFPFH& config, const std::vector<prereg::ICPResult>& results,
-                      const CaseNotes& notes)
+                      const prereg::RegistrationSettings& settings, const std::vector<prereg::ICPResult>& results,
+                      CaseNotes notes)
 {
-    prereg::CFPFHPreRegistration registration(fix, flt, config, false);
+    notes.resolution = settings.resolution;
+    notes.roughness = settings.verification.roughness;
+    prereg::CFPFHPreRegistration registration(fix, flt, settings.config, false);
     for (const auto& result : results) registration.InjectICPResult(result);
     element::object document = VoAlgo::bson::to_object(registration);
     document.append(ToElement(notes));

@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/bson/element.h"
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
+#include "VoAlgorithms/verdict/registrationsettings.h"
 
 #include <array>
 #include <string>
@@ -18,6 +19,11 @@ struct CaseNotes {
     std::array<double, 3> fixOrigin = {};
     std::array<double, 3> fltOrigin = {};
     ///@}
+    ///@{
+    /// Measured at the scans, which the case may hold thinned, mm; 0 in a case without this note.
+    double resolution = 0.0;
+    double roughness = 0.0;
+    ///@}
 };
 
 /// A case read from a file.
@@ -26,10 +32,11 @@ struct Case {
     CaseNotes notes;
 };
 
-/// A case with both point sets, the configuration and the results, as the bytes of a document.
+/// A case with both point sets, the settings and the results, as the bytes of a document. What the settings were
+/// derived from is added to the notes.
 std::string CaseBytes(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPointSet& flt,
-                      const prereg::ConfigurationFPFH& config, const std::vector<prereg::ICPResult>& results,
-                      const CaseNotes& notes);
+                      const prereg::RegistrationSettings& settings, const std::vector<prereg::ICPResult>& results,
+                      CaseNotes notes);
 
 /// Parses a document that fills `bytes`; throws InputError for anything else. `origin` names the source in messages.
 VoAlgo::bson::element::object ParseDocument(const std::string& bytes, const std::string& origin);

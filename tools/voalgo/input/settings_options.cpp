@@ -34,7 +34,7 @@ prereg::RegistrationOptions SettingsOptions::Options() const
 prereg::RegistrationSettings SettingsOptions::For(const prereg::Scan& fix, const prereg::Scan& flt) const
 {
     const prereg::RegistrationOptions options = Options();
-    return DeriveSettings(fix, flt, options.preset, options.adjust);
+    return Adjusted(DeriveSettings(fix, flt, options.preset), options.adjust);
 }
 
 } // namespace voalgo

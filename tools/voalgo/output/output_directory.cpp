@@ -56,8 +56,9 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
     WritePicture(path(moved ? "registered.png" : "unregistered.png"), outcome.fix.scan, outcome.flt.scan, moved,
                  std::max(outcome.fix.spacing, outcome.flt.spacing));
     WriteText(path("case.bson"),
-              CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
-                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
+              CaseBytes(*registration.fix, *registration.flt, registration.settings,
+                        {registration.results.begin(), registration.results.end()},
+                        {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
     RemoveStale(directory, files);
     return files;
 }
