@@ -144,6 +144,14 @@ std::array<double, 3> ReadPosition(const py::object& argument, const char* name)
     return vector;
 }
 
+Vec3 ReadVector(const py::object& argument, const char* name)
+{
+    const std::array<double, 3> v = ReadPosition(argument, name);
+    const Vec3 vector(static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2]));
+    if (!vector.IsValid()) throw py::value_error(std::string(name) + ": must be finite");
+    return vector;
+}
+
 void RequireSameLength(std::size_t a, const char* nameA, std::size_t b, const char* nameB)
 {
     if (a != b)

@@ -97,7 +97,8 @@ prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::opt
     return prepared;
 }
 
-prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name, const std::optional<Position>& viewpoint)
+prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name,
+                                  const std::optional<Position>& viewpoint)
 {
     if (py::isinstance<PointSet>(argument))
         if (auto set = argument.cast<PointSetPtr>(); set->SizeFeatures() > 0)

@@ -57,7 +57,8 @@ std::vector<std::string> WriteOutput(const std::string& directory, const Outcome
                  std::max(outcome.fix.spacing, outcome.flt.spacing));
     WriteText(path("case.bson"),
               CaseBytes(*registration.fix, *registration.flt, registration.settings.config,
-                        {registration.results.begin(), registration.results.end()}, {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
+                        {registration.results.begin(), registration.results.end()},
+                        {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
     RemoveStale(directory, files);
     return files;
 }
