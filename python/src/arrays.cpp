@@ -112,7 +112,9 @@ std::vector<Vec3> ReadVectors(const py::object& argument, const char* name)
 
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
 {
-    return ReadPose(argument, name);
+    const VoAlgo::CTrafo pose = ReadPose(argument, name);
+    if (!pose) throw py::value_error(std::string(name) + ": is not finite");
+    return pose;
 }
 
 VoAlgo::CbMatrix4Rd ReadPose(const py::object& argument, const char* name)
