@@ -151,7 +151,7 @@ double PreparedScan::Extent() const
     return extent;
 }
 
-PreparedScan PrepareScan(Scan scan)
+PreparedScan PrepareScan(Scan scan, bool keepOrigin)
 {
     if (!scan.normals.empty() && scan.normals.size() != scan.points.size())
         throw std::invalid_argument(
@@ -164,7 +164,7 @@ PreparedScan PrepareScan(Scan scan)
     if (p.scan.points.empty()) return p;
     MeasureBox(p);
     p.resolution = Resolution(p);
-    MoveOriginToCentre(p);
+    if (!keepOrigin) MoveOriginToCentre(p);
 
     p.implausibleNormals = !p.scan.normals.empty() && !LookLikeNormals(p.scan.normals);
     p.estimatedNormals = p.scan.normals.empty() || p.implausibleNormals;

@@ -25,9 +25,9 @@ struct PlyElement {
 struct PlyHeader {
     std::vector<PlyElement> elements = {}; ///< in the order of the data
     bool isLittleEndian = false;           ///< of binary data
-    std::uint64_t dataOffset = 0;   ///< bytes before the data
-    bool isBinary = false;          ///< the data are binary
-    bool beginsWithSingleX = false; ///< the data begin with a little-endian float x of a vertex
+    std::uint64_t dataOffset = 0;          ///< bytes before the data
+    bool isBinary = false;                 ///< the data are binary
+    bool beginsWithSingleX = false;        ///< the data begin with a little-endian float x of a vertex
 };
 
 /// Reads the header of a PLY file. Throws InputError when it is malformed or announces more data than the file has. The

@@ -164,7 +164,8 @@ void Skip(std::istream& file, const PlyElement& element, bool isBinary)
         return;
     }
     std::string word;
-    for (std::uint64_t i = 0; i < element.rows * element.properties.size() && file >> word; ++i) {}
+    for (std::uint64_t i = 0; i < element.rows * element.properties.size() && file >> word; ++i) {
+    }
 }
 
 bool HasList(const PlyElement& element)
@@ -180,9 +181,8 @@ bool IsVertex(const PlyElement& element)
 /// Faces or strips of triangles.
 bool HasSurface(const PlyHeader& header)
 {
-    return std::any_of(header.elements.begin(), header.elements.end(), [](const PlyElement& e) {
-        return e.rows > 0 && (e.name == "face" || e.name == "tristrips");
-    });
+    return std::any_of(header.elements.begin(), header.elements.end(),
+                       [](const PlyElement& e) { return e.rows > 0 && (e.name == "face" || e.name == "tristrips"); });
 }
 
 } // namespace

@@ -84,7 +84,7 @@ Json ToJson(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
     Json results = Json::array();
-    for (const prereg::JudgedTrafo& judged : registration.results) 
+    for (const prereg::JudgedTrafo& judged : registration.results)
         results.push_back(ToJson(judged, InUnit(registration.PoseOf(judged), outcome.mmPerUnit)));
     return {{"voalgo", VOALGO_VERSION},
             {"fix", ToJson(outcome.fix)},

@@ -112,7 +112,9 @@ std::vector<Vec3> ReadVectors(const py::object& argument, const char* name)
 
 VoAlgo::CTrafo ReadTrafo(const py::object& argument, const char* name)
 {
-    return ReadPose(argument, name);
+    const VoAlgo::CTrafo pose = ReadPose(argument, name);
+    if (!pose) throw py::value_error(std::string(name) + ": is not finite");
+    return pose;
 }
 
 VoAlgo::CbMatrix4Rd ReadPose(const py::object& argument, const char* name)
@@ -141,6 +143,14 @@ std::array<double, 3> ReadPosition(const py::object& argument, const char* name)
         throw py::value_error(std::string(name) + ": needs 3 values, has " + std::to_string(v.shape(0)));
     const std::array<double, 3> vector = {v.at(0), v.at(1), v.at(2)};
     if (!VoAlgo::AllFinite(vector.data(), 3)) throw py::value_error(std::string(name) + ": must be finite");
+    return vector;
+}
+
+Vec3 ReadVector(const py::object& argument, const char* name)
+{
+    const std::array<double, 3> v = ReadPosition(argument, name);
+    const Vec3 vector(static_cast<float>(v[0]), static_cast<float>(v[1]), static_cast<float>(v[2]));
+    if (!vector.IsValid()) throw py::value_error(std::string(name) + ": must be finite");
     return vector;
 }
 

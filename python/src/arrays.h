@@ -26,8 +26,11 @@ Doubles ReadDoubles(const py::object& argument, const char* name, py::ssize_t co
 Floats ReadFloats(const py::object& argument, const char* name, py::ssize_t columns);
 /// n×3 numbers as the library's vectors, read in one pass.
 std::vector<Vec3> ReadVectors(const py::object& argument, const char* name);
+///@{
 /// Three finite numbers.
 std::array<double, 3> ReadPosition(const py::object& argument, const char* name);
+Vec3 ReadVector(const py::object& argument, const char* name);
+///@}
 ///@{
 /// A Trafo, or a 4×4 array of a rigid pose; finite.
 VoAlgo::CbMatrix4Rd ReadPose(const py::object& argument, const char* name);

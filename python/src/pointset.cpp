@@ -59,7 +59,13 @@ PointSetPtr ComputeFeatures(const py::object& points, const py::object& normals,
     if (!radius.is_none()) featureRadius = ReadPositive(radius, "dFeatureRadius");
     const std::int64_t quality = ReadWhole(minCurvatureQuality, "uiMinCurvatureQuality", 0, 100);
     const unsigned numThreads = ReadCount(threads, "threads");
-    const prereg::PreparedScan prepared = Prepare(ReadScan(points, normals), "points");
+    prereg::Scan scan = ReadScan(points, normals);
+    for (std::size_t i = 0; i < scan.points.size() && scan.origin != Position{}; ++i) { // a set's points have no origin
+        const Position p = scan.At(i);
+        scan.points[i] = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+    }
+    scan.origin = {};
+    const prereg::PreparedScan prepared = Prepare(std::move(scan), "points", {}, true);
     RequirePoints(prepared);
     PointSetPtr set;
     {

@@ -104,7 +104,7 @@ public:
 };
 
 Result RefineByIcp(const py::object& fixArgument, const py::object& fltArgument, const py::object& start,
-                        const py::object& reference, const py::object& config, const py::kwargs& keywords)
+                   const py::object& reference, const py::object& config, const py::kwargs& keywords)
 {
     const CbMatrix4Rd from = ReadStart(start).value_or(CbMatrix4Rd());
     const CbMatrix4Rd limits = reference.is_none() ? from : ReadPose(reference, "reference");
@@ -117,7 +117,9 @@ Result RefineByIcp(const py::object& fixArgument, const py::object& fltArgument,
     }
     Apply(config, keywords, settings);
     const py::gil_scoped_release release;
-    const auto local = [&](const CbMatrix4Rd& pose) { return LocalPose(pose, fix.scan.origin, flt.scan.origin); };
+    const auto local = [&](const CbMatrix4Rd& pose) {
+        return prereg::LocalPose(pose, fix.scan.origin, flt.scan.origin);
+    };
     const CTrafo localLimits = local(limits);
     const prereg::ICPResult result =
         Surfels(fix).ComputeICPRegistration(settings, Surfels(flt), local(from), &localLimits);

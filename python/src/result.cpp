@@ -58,7 +58,9 @@ the names that they have in the library, in documents and in the tool's JSON.)")
         .def_property_readonly(
             "rmse", [](const Result& r) { return r.fStop_RMSE; },
             "float: root mean square distance of the matched points, millimetres (fStop_RMSE).")
-        .def_readonly("trafo", &Result::trafo, "Trafo: the same pose in single precision; moves points by `trafo.apply`. Far from 0, use `pose`.")
+        .def_readonly(
+            "trafo", &Result::trafo,
+            "Trafo: the same pose in single precision; moves points by `trafo.apply`. Far from 0, use `pose`.")
         .def_property_readonly(
             "objection", [](const Result& r) { return r.objection.text; },
             "str: why the pose was refused; empty when it was not.")
@@ -76,8 +78,7 @@ Each has a stable "code", a "name", the "stage" of the registration, "value", "l
 while iterating, 4 too few pairs while iterating, 5 pairs disagree while iterating, 6 moved too far from the starting
 pose, 7 mismatched normals or too small a small/big ratio at the end, 8 overlap too small, 9 RMSE too large.)")
         .def_property_readonly(
-            "ellipsoid",
-            [](const Result& r) { return r.Ellipsoid(); },
+            "ellipsoid", [](const Result& r) { return r.Ellipsoid(); },
             "(4, 3) array of float64: flt's ellipsoid moved by the pose, millimetres; zero unless resultType is 0.");
     DefineFigures(result);
     result
@@ -91,8 +92,7 @@ dict
     The pose as four rows of four numbers under "pose"; in millimetres.)")
         .def("__bool__", [](const Result& r) { return !r.objection; })
         .def(
-            "__eq__", [](const Result& a, const Result& b) { return ToDict(a).equal(ToDict(b)); },
-            py::is_operator())
+            "__eq__", [](const Result& a, const Result& b) { return ToDict(a).equal(ToDict(b)); }, py::is_operator())
         .def(py::pickle([](const Result& r) { return StateOf(r); }, &ResultOf))
         .def("__str__", [](const Result& r) { return r.ToString(false); })
         .def("__repr__", &Represent);

@@ -80,7 +80,8 @@ prereg::Scan ReadScan(const py::object& points, const py::object& normals)
     return scan;
 }
 
-prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Position>& viewpoint)
+prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Position>& viewpoint,
+                             bool keepOrigin)
 {
     if (scan.name.empty()) scan.name = name;
     if (!scan.viewpoint) scan.viewpoint = viewpoint;
@@ -88,7 +89,7 @@ prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::opt
     prereg::Remarks remarks;
     {
         const py::gil_scoped_release release;
-        prepared = prereg::PrepareScan(std::move(scan));
+        prepared = prereg::PrepareScan(std::move(scan), keepOrigin);
         if (!prepared.scan.points.empty()) remarks = Describe(prepared);
     }
     for (const std::string& warning : remarks.warnings)
@@ -97,7 +98,8 @@ prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::opt
     return prepared;
 }
 
-prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name, const std::optional<Position>& viewpoint)
+prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name,
+                                  const std::optional<Position>& viewpoint)
 {
     if (py::isinstance<PointSet>(argument))
         if (auto set = argument.cast<PointSetPtr>(); set->SizeFeatures() > 0)

@@ -32,7 +32,8 @@ prereg::Scan ReadScan(const py::object& points, const py::object& normals);
 
 /// Prepares a scan as a registration does. `viewpoint` counts when the scan has none of its own. What is probably wrong
 /// with the scan becomes a UserWarning.
-prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Position>& viewpoint = {});
+prereg::PreparedScan Prepare(prereg::Scan scan, const char* name, const std::optional<Position>& viewpoint = {},
+                             bool keepOrigin = false);
 /// ReadScan and Prepare; a PointSet brings its features along.
 prereg::PreparedScan ReadPrepared(const py::object& argument, const char* name,
                                   const std::optional<Position>& viewpoint = {});

@@ -59,7 +59,9 @@ quaternion : (4,) array
     w, x, y, z, of any nonzero length.
 translation : (3,) array
     Millimetres.)")
-        .def_property_readonly("matrix", &MatrixOf, "(4, 4) array of float64: the homogeneous matrix, a copy.")
+        .def_property_readonly(
+            "matrix", [](const CTrafo& pose) { return MatrixOf(pose); },
+            "(4, 4) array of float64: the homogeneous matrix, a copy.")
         .def_property_readonly(
             "quaternion",
             [](const CTrafo& pose) {

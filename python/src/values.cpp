@@ -1,8 +1,8 @@
 #include "values.h"
 
+#include "VoAlgorithms/verdict/localframes.h"
 #include "arrays.h"
 #include "configuration.h"
-#include "VoAlgorithms/verdict/localframes.h"
 #include "exchange/report/outcome.h"
 
 #include <pybind11/stl.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VoAlgorithms/prereg/fields.h"
 #include "VoAlgorithms/numerics/cbmatrix4.h"
+#include "VoAlgorithms/prereg/fields.h"
 #include "VoAlgorithms/verdict/registration.h"
 
 #include <nlohmann/json.hpp>

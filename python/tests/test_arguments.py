@@ -73,7 +73,7 @@ def test_every_form_of_the_same_numbers_is_the_same(call):
     expected = call(POINTS)
     assert np.isfinite(expected).all()
     for form, array in forms(POINTS).items():
-        np.testing.assert_array_equal(call(array), expected, err_msg=form)
+        np.testing.assert_allclose(call(array), expected, rtol=0, atol=1e-6, err_msg=form)
     for whole in ([[1, 2, 3], [4, 5, 7]], [(1, 2, 3), (4, 5, 7)]):
         np.testing.assert_array_equal(vo.Trafo().apply(whole), whole)  # whole numbers in lists count as numbers
 

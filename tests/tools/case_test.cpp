@@ -60,7 +60,7 @@ TEST(ToolCase, RunGivesTheResultsOfTheCloudsToTheLastBit)
 {
     const Workplace place;
     place.Write("config.json",
-                R"({"uiNumPolygons": 800, "icpConfig": {"dMinOverlapRatio": 0.3, "uiNumSamples": 400}})");
+                R"({"uiNumPolygons": 2000, "icpConfig": {"dMinOverlapRatio": 0.3, "uiNumSamples": 400}})");
     const std::string clouds = Fix + ' ' + Flt + " --unit cm --preset dense --config config.json --quiet ";
     const Outcome fromClouds = place.Run("register " + clouds + "--json --out reg");
     EXPECT_EQ(fromClouds.exitCode, 0) << fromClouds.errors;

@@ -53,7 +53,7 @@ TEST(ToolInput, BadFilesAreRefusedWithTheReason)
         {"nan.xyz", "nan 1 2\n1 inf 2\n", "none of its 2 points has finite coordinates"},
         {"junk.ply", "this is no cloud\n", "not a PLY file: its first line is not \"ply\""},
         {"zero.ply", "", "not a PLY file"},
-        {"none.ply", PlyBytes({}), "cannot be read as a cloud or mesh"},
+        {"none.ply", PlyBytes({}), "contains no points"},
         {"cut.ply", ply.substr(0, ply.size() - 1), "truncated"},
         {"lies.ply", std::string(ply).replace(ply.find("vertex 700"), 10, "vertex 18446744073709551615"), "truncated"},
         {"header.ply", std::string(ply).replace(ply.find("vertex"), 3, "ver "),

@@ -64,12 +64,56 @@ TEST(ToolRegister, FilesAreCompleteAndRepeatable)
     const PlyContent fix = ParsePly(FileBytes(Fix)), flt = ParsePly(FileBytes(Flt));
     const PlyContent both = ParsePly(place.Read("a/registered.ply"), 3);
     ASSERT_EQ(both.points.size(), fix.points.size() + flt.points.size());
-    for (std::size_t i = 0; i < fix.points.size(); ++i) ASSERT_EQ(both.points[i], fix.points[i]);
+    for (std::size_t i = 0; i < fix.points.size(); ++i) ASSERT_LT((both.points[i] - fix.points[i]).Norm(), 1e-5F);
     for (std::size_t i = 0; i < flt.points.size(); ++i) {
         const auto& p = flt.points[i];
         for (std::size_t r = 0; r < 3; ++r)
             ASSERT_NEAR(both.points[fix.points.size() + i][r],
                         pose[4 * r] * p.x + pose[4 * r + 1] * p.y + pose[4 * r + 2] * p.z + pose[4 * r + 3], 1e-3);
+    }
+}
+
+/// The scan as text with all digits, moved along each axis.
+std::string MovedText(const PlyContent& scan, double shift)
+{
+    std::ostringstream text;
+    text.precision(17);
+    for (std::size_t i = 0; i < scan.points.size(); ++i) {
+        for (unsigned k = 0; k < 3; ++k) text << double{scan.points[i][k]} + shift << ' ';
+        for (unsigned k = 0; k < 3; ++k) text << scan.normals[i][k] << (k < 2 ? ' ' : '\n');
+    }
+    return text.str();
+}
+
+/// Scans far from 0 keep their digits: pose, cloud and case are in the coordinates of the files.
+TEST(ToolRegister, CoordinatesMayBeLarge)
+{
+    const Workplace place;
+    const PlyContent fix = ParsePly(FileBytes(Fix)), flt = ParsePly(FileBytes(Flt));
+    const auto run = [&](double shift, const std::string& out) {
+        place.Write("fix.xyz", MovedText(fix, shift));
+        place.Write("flt.xyz", MovedText(flt, -shift));
+        const Outcome outcome = place.Run("register fix.xyz flt.xyz --out " + out);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.output << outcome.errors;
+        return Numbers(place.Read(out + "/pose.txt"));
+    };
+    const std::vector<double> home = run(0.0, "home");
+    for (const double shift : {1e7, 5e8}) {
+        const std::vector<double> pose = run(shift, "far");
+        ASSERT_EQ(pose.size(), 16U);
+        for (const auto& p : flt.points)
+            for (std::size_t r = 0; r < 3; ++r) {
+                const auto at = [r](const std::vector<double>& m, double x, double y, double z) {
+                    return m[4 * r] * x + m[4 * r + 1] * y + m[4 * r + 2] * z + m[4 * r + 3];
+                };
+                ASSERT_NEAR(at(pose, p.x - shift, p.y - shift, p.z - shift) - shift, at(home, p.x, p.y, p.z), 1e-3);
+            }
+        EXPECT_THAT(place.Read("far/registered.ply"), HasSubstr("property double x"));
+        ASSERT_EQ(place.Run("register fix.xyz flt.xyz --start far/pose.txt").exitCode, 0);
+        ASSERT_EQ(place.Run("case run far/case.bson --out again").exitCode, 0);
+        EXPECT_EQ(place.Read("again/pose.txt"), place.Read("far/pose.txt"));
+        EXPECT_TRUE(place.Read("again/registered.ply") == place.Read("far/registered.ply"));
+        ASSERT_EQ(place.Run("info far/registered.ply --json").exitCode, 0); // reads what it wrote
     }
 }
 
@@ -104,11 +148,11 @@ TEST(ToolRegister, BinaryDataMayBeginLikeALineEnd)
         place.Write("fix.ply", bytes);
         const Outcome outcome = place.Run("register fix.ply " + std::string(Flt) + " --out r");
         ASSERT_EQ(outcome.exitCode, 0) << outcome.output << outcome.errors;
-        EXPECT_EQ(ParsePly(place.Read("r/registered.ply"), 3).points[0], ParsePly(bytes).points[0]);
+        EXPECT_LT((ParsePly(place.Read("r/registered.ply"), 3).points[0] - ParsePly(bytes).points[0]).Norm(), 1e-5F);
     }
 }
 
-/// pose.txt reads back as the same pose: a refinement without iterations writes the same bytes again.
+/// pose.txt reads back as the same pose: a refinement without iterations writes it again.
 TEST(ToolRegister, PoseFilesRoundTrip)
 {
     const Workplace place;
@@ -127,9 +171,12 @@ TEST(ToolRegister, PoseFilesRoundTrip)
         const Outcome once = place.Run(arguments + " --start start.txt --out once");
         ASSERT_EQ(once.exitCode, 0) << once.output << once.errors;
         ASSERT_EQ(place.Run(arguments + " --start once/pose.txt --out twice").exitCode, 0);
-        EXPECT_EQ(place.Read("once/pose.txt"), place.Read("twice/pose.txt"));
         const auto stated = Numbers(pose.str()), read = Numbers(place.Read("once/pose.txt"));
-        for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(stated[i], read[i], 1e-7 * std::max(1.0, s)) << unit << i;
+        const auto again = Numbers(place.Read("twice/pose.txt"));
+        for (std::size_t i = 0; i < 16; ++i) {
+            EXPECT_NEAR(stated[i], read[i], 1e-7 * std::max(1.0, s)) << unit << i;
+            EXPECT_NEAR(read[i], again[i], 1e-7 * std::max(1.0, s)) << unit << i;
+        }
     }
 }
 

@@ -37,14 +37,16 @@ double Code16(const std::string& bytes, std::size_t i, bool isSigned)
 }
 
 /// The packed cloud holds the file's points and normals, each in its place.
-void ExpectSameCloud(const json& packed, const PlyContent& file)
+void ExpectSameCloud(const json& scan, const PlyContent& file)
 {
+    const json& packed = scan["cloud"];
     const std::string positions = FromBase64(packed["positions"]), normals = FromBase64(packed["normals"]);
     ASSERT_EQ(positions.size(), 6 * file.points.size());
     ASSERT_EQ(normals.size(), 3 * file.points.size());
     for (std::size_t i = 0; i < file.points.size(); ++i)
         for (unsigned k = 0; k < 3; ++k) {
-            const double size = packed["size"][k], low = packed["low"][k];
+            const double size = packed["size"][k],
+                         low = packed["low"][k].get<double>() + scan["origin"][k].get<double>();
             ASSERT_NEAR(low + Code16(positions, 3 * i + k, false) / 65535.0 * size, file.points[i][k], size / 65535.0);
             ASSERT_NEAR(static_cast<signed char>(normals[3 * i + k]) / 127.0, file.normals[i][k], 0.0041);
         }
@@ -117,7 +119,7 @@ TEST(ToolReport, HoldsTheRunAndLoadsNothing)
     const std::string page = place.Read("a.html");
     json data = DataOf(page);
     const PlyContent fix = ParsePly(FileBytes(Fix)), flt = ParsePly(FileBytes(Flt));
-    ExpectSameCloud(data["fix"]["cloud"], fix);
+    ExpectSameCloud(data["fix"], fix);
     ExpectTrueDistances(data, fix, flt);
 
     const json result = json::parse(place.Read("a/result.json"));

@@ -39,8 +39,9 @@ struct VOALGO_API PreparedScan {
 /// Prepares a scan: drops points that are not finite or coincide with an earlier one, moves the origin to the centre of
 /// the bounding box, scales normals to unit length, or estimates them where they
 /// are missing or implausible. No point is left when none is finite. O(n) for a scan with normals. Throws
-/// std::invalid_argument when points and normals differ in number.
-[[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan);
+/// std::invalid_argument when points and normals differ in number. `keepOrigin`: leaves the origin, for a host that
+/// makes point sets in the frame of its points.
+[[nodiscard]] VOALGO_API PreparedScan PrepareScan(Scan scan, bool keepOrigin = false);
 /// A point set as a scan: nothing is changed, its features are used, and its points are relative to `origin`, mm.
 [[nodiscard]] VOALGO_API PreparedScan PreparedFrom(std::shared_ptr<const CFPFHPointSet> set, std::string name,
                                                    const std::array<double, 3>& origin = {});
