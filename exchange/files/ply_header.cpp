@@ -67,7 +67,7 @@ public:
         return isAscii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
     }
 
-    [[nodiscard]] PlyHeader Start() const { return {0, !isAscii_, beginsWithSingleX_}; }
+    [[nodiscard]] PlyHeader Start() const { return {0, !isAscii_, faces_, beginsWithSingleX_}; }
 
 private:
     bool takeFormat(const std::vector<std::string>& words)
@@ -84,6 +84,7 @@ private:
             return false;
         ++elements_;
         std::istringstream(words[2]) >> rows_; // the largest number when it overflows
+        if (words[1] == "face") faces_ = rows_;
         return true;
     }
     bool takeProperty(const std::vector<std::string>& words)
@@ -106,6 +107,7 @@ private:
     bool hasProperty_ = false;
     bool beginsWithSingleX_ = false;
     std::uint64_t elements_ = 0;
+    std::uint64_t faces_ = 0;
     std::uint64_t rows_ = 0; // of the current element
     std::uint64_t leastBytes_ = 0;
 };

@@ -9,6 +9,7 @@ namespace voalgo {
 struct PlyHeader {
     std::uint64_t dataOffset = 0;   ///< bytes before the data
     bool isBinary = false;          ///< the data are binary
+    std::uint64_t faces = 0;        ///< number of faces announced
     bool beginsWithSingleX = false; ///< the data begin with a little-endian float x of a vertex
 };
 
