@@ -31,11 +31,11 @@ struct SampledMesh {
 [[nodiscard]] VOALGO_API double DiagonalOf(const TriangleMesh& mesh);
 
 /// Samples the surface evenly, like a scan of the given spacing (mm, > 0). A sample keeps its distance to others that
-/// face the same way, so that both sides of a thin wall are sampled. Edges stay sharp. At most about half a million points
-/// are made; a larger surface is sampled more coarsely. Vertices at one place count as one. Neighbouring triangles are
-/// turned to face the same side: outwards where the surface is closed, else the side that most of the area faces. The
-/// same mesh gives the same bits. O(triangles · log triangles + points).
-/// Throws std::invalid_argument for a spacing that is not positive, a vertex that is not finite, an index out of range.
+/// face the same way, so that both sides of a thin wall are sampled. Edges stay sharp. At most about half a million
+/// points are made; a larger surface is sampled more coarsely. Vertices at one place count as one. Neighbouring
+/// triangles are turned to face the same side: outwards where the surface is closed, else the side that most of the
+/// area faces. The same mesh gives the same bits. O(triangles · log triangles + points). Throws std::invalid_argument
+/// for a spacing that is not positive, a vertex that is not finite, an index out of range.
 [[nodiscard]] VOALGO_API SampledMesh SampleMesh(const TriangleMesh& mesh, double spacing);
 
 } // namespace prereg
