@@ -233,8 +233,8 @@ SampledMesh SampleMesh(const TriangleMesh& mesh, double spacing)
     const double radius = std::max(spacing / SpacingPerRadius, std::sqrt(PointsPerRadiusSq * area / MaxPoints));
     result.spacing = radius * SpacingPerRadius;
     result.scan = Filling(faces, area, radius).Run();
-    for (auto& p : result.scan.points)
-        for (unsigned i = 0; i < 3; ++i) p[i] = static_cast<float>(double{p[i]} + centre[i]);
+    result.scan.meshSpacing = result.spacing;
+    result.scan.origin = centre;
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/ply_header.h"
+#include "platform/format.h"
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -47,10 +48,12 @@ void AppendAll(Model& model, const aiScene& scene)
 
 void RequireVerticesOfTriangles(const Mesh& mesh, const std::string& path)
 {
-    for (const auto& triangle : mesh.triangles)
-        for (const std::uint32_t corner : triangle)
+    for (std::size_t t = 0; t < mesh.triangles.size(); ++t)
+        for (const std::uint32_t corner : mesh.triangles[t])
             if (corner >= mesh.vertices.size())
-                throw InputError(path + ": a face refers to a vertex that does not exist");
+                throw InputError(path + VoAlgo::Format(": a face refers to a vertex that does not exist: triangle %zu "
+                                                       "has vertex %u of %zu, counted from 0",
+                                                       t, corner, mesh.vertices.size()));
 }
 
 /// Reads a PLY file. The reader library mistakes bytes that look like line ends, right after the header of a binary

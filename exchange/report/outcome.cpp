@@ -77,7 +77,8 @@ Json ToJson(const prereg::PreparedScan& p)
             {"normalsScaled", p.scaledNormals},
             {"normalsZero", p.zeroNormals},
             {"spacing", ShortNumber(static_cast<float>(p.spacing))},
-            {"extent", ShortNumber(static_cast<float>(p.Extent()))}};
+            {"extent", ShortNumber(static_cast<float>(p.Extent()))},
+            {"sampledFromMesh", p.scan.meshSpacing > 0.0}};
 }
 
 Json ToJson(const Outcome& outcome)

@@ -183,6 +183,19 @@ TEST(ToolInput, MeshVerticesCountOnce)
         EXPECT_EQ(info["normalsEstimated"], false) << file;
         EXPECT_EQ(info["normalsZero"], 0) << file;
     }
+    place.Write("badface.obj", "v 0 0 0\nv nan 0 0\nv 0 10 0\nv 0 0 10\nf 1 3 2\n");
+    const std::string cloud = XyzText(Blob(3000, 10.0F));
+    place.Write("cloud.xyz", cloud);
+    const Outcome bad = place.Run("register badface.obj cloud.xyz");
+    EXPECT_EQ(bad.exitCode, 3);
+    EXPECT_THAT(bad.errors, testing::AllOf(HasSubstr("badface.obj: vertex "), HasSubstr("is not finite")));
+    const Outcome registered = place.Run("register tetra.stl cloud.xyz --json");
+    EXPECT_THAT(registered.errors, HasSubstr("tetra.stl: sampled the surface of the mesh (4 triangles) with "));
+    const auto json = nlohmann::json::parse(registered.output);
+    EXPECT_EQ(json["fix"]["sampledFromMesh"], true);
+    EXPECT_EQ(json["flt"]["sampledFromMesh"], false);
+    EXPECT_NEAR(json["fix"]["spacing"].get<double>(), json["flt"]["spacing"].get<double>(),
+                0.1 * json["flt"]["spacing"].get<double>());
     place.Write("cloud.obj", "v 0 0 0\nv 10 0 0\nv 0 10 0\nv 0 0 10\nv 0 0 10\n");
     EXPECT_EQ(Info(place, "cloud.obj")["droppedDuplicates"], 1);
 }

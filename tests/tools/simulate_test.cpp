@@ -98,6 +98,37 @@ TEST(Simulate, SameSeedSameBytesOtherSeedOtherScans)
     }
 }
 
+/// Against the exact scan of the same seed: how far each error moves the points, and how alike it moves neighbours.
+TEST(Simulate, ErrorsHaveTheirSizeAndLength)
+{
+    const Workplace place;
+    const auto scan = [&](const std::string& options) {
+        const Outcome outcome = place.Run("simulate --out s --points 6000 --seed 4 " + options);
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+        return ParsePly(place.Read("s/fix.ply")).points;
+    };
+    const Points exact = scan("--noise 0");
+    const auto shifts = [&](const std::string& options) {
+        const Points moved = scan(options);
+        EXPECT_EQ(moved.size(), exact.size());
+        std::vector<double> lengths;
+        for (std::size_t i = 0; i < std::min(moved.size(), exact.size()); ++i)
+            lengths.push_back(static_cast<double>((moved[i] - exact[i]).Norm()));
+        return lengths;
+    };
+    const auto rms = [](const std::vector<double>& v, std::size_t step) { // of the values, or of their differences
+        double sum = 0;
+        for (std::size_t i = step; i < v.size(); ++i) sum += std::pow(v[i] - (step > 0 ? v[i - step] : 0.0), 2);
+        return std::sqrt(sum / static_cast<double>(v.size()));
+    };
+    const auto independent = shifts("--noise 0.1"), alike = shifts("--noise 0.1 --correlation 10");
+    EXPECT_NEAR(rms(independent, 0), 0.1, 0.005);
+    EXPECT_NEAR(rms(alike, 0), 0.1, 0.04);
+    EXPECT_LT(rms(alike, 1), 0.5 * rms(independent, 1));
+    EXPECT_NEAR(rms(shifts("--noise 0 --warp 0.2"), 0), 0.2, 0.15); // a handful of waves: a wide range
+    EXPECT_NEAR(rms(shifts("--noise 0 --quantum 0.6"), 0), 0.6 / std::sqrt(12.0), 0.02);
+}
+
 /// A mesh of a ball: every point of both scans lies on it, seen from the front, as exactly as the noise says.
 TEST(Simulate, ScansOfAMeshLieOnTheMesh)
 {

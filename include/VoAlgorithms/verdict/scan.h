@@ -20,6 +20,7 @@ struct VOALGO_API Scan {
     std::optional<std::array<double, 3>> viewpoint = {};
     std::string name = {};             ///< for messages; empty: its role, "fix" or "flt"
     std::array<double, 3> origin = {}; ///< mm
+    double meshSpacing = 0.0;          ///< mm, at which the points were sampled on a mesh; 0: not sampled
 
     ///@{
     /// A copy of n packed triples x y z, mm, and of as many normals, or null when there are none. Floats are kept

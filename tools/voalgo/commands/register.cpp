@@ -3,6 +3,7 @@
 #include "exchange/files/input_error.h"
 #include "input/cloud_options.h"
 #include "input/pose_file.h"
+#include "input/scan_or_model.h"
 #include "input/settings_options.h"
 #include "output/result_options.h"
 #include "platform/clock.h"
@@ -32,7 +33,7 @@ int Run(const Arguments& a)
     Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
     console.Progress("reading", 0.0);
-    const auto [fix, flt] = a.clouds.LoadPair(a.fix, a.flt, console);
+    const auto [fix, flt] = LoadScansOrModels(a.clouds, a.fix, a.flt, console);
     const double readingSeconds = watch.Seconds();
     prereg::RegistrationOptions options = a.settings.Options();
     options.progress = console.ProgressFunction();
@@ -49,6 +50,7 @@ constexpr const char* Help = R"(Examples:
   voalgo register front.ply side.ply --out result
   voalgo register front.ply side.ply --report report.html   # opens in any browser, offline
   voalgo register front.xyz side.xyz --unit m --viewpoint 0,0,0 --json
+  voalgo register part.stl scan.ply                         # a CAD model is sampled as densely as the scan
   voalgo register front.ply side.ply --start pose.txt       # refines a nearly right pose
   voalgo register front.ply side.ply --config config.json   # { "uiNumPolygons": 200, "icpConfig": { "dMaxRMSE": 0.3 } }
 Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] per line. Settings are derived from the spacing and the roughness

@@ -95,6 +95,19 @@ void AddSimulate(CLI::App& tool, int& exitCode)
         ->capture_default_str();
     command->add_option("--noise", a->noise, "Standard deviation of the range, mm. Default: size / 2000")
         ->check(CLI::NonNegativeNumber);
+    const auto length = [&](const char* name, double& value, const char* help) {
+        command->add_option(name, value, help)->check(CLI::NonNegativeNumber)->capture_default_str();
+    };
+    length("--correlation", a->settings.correlation,
+           "Length over which the noise is alike, mm; 0 or less than the spacing: independent");
+    length("--warp", a->settings.warp, "Root mean square of a smooth calibration error of the range, mm");
+    length("--quantum", a->settings.quantum, "Depths are multiples of this, mm; 0: not rounded");
+    command->add_option("--smear", a->settings.smear, "Share of the points beside depth steps that float between")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str();
+    command->add_option("--holes", a->settings.holes, "Share of the surface that returns nothing, in patches")
+        ->check(CLI::Range(0.0, 0.9))
+        ->capture_default_str();
     command
         ->add_option("--clutter", a->settings.clutter,
                      "Share of a scan's points that are stray or lie on another object")

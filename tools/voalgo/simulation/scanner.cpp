@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <optional>
 
 namespace voalgo {
 
@@ -81,6 +82,97 @@ private:
     std::vector<Hit> hits_;
 };
 
+/// A smooth random function of the place in the image with mean 0 and standard deviation 1: normally distributed values
+/// at the corners of square cells, blended between them.
+class SmoothField {
+public:
+    SmoothField(double length, double reach, std::mt19937& engine)
+        : length_(length), reach_(reach), width_(static_cast<std::size_t>(std::ceil(2.2 * reach / length)) + 2)
+    {
+        std::normal_distribution<double> normal;
+        values_.resize(width_ * width_);
+        for (double& value : values_) value = normal(engine);
+    }
+
+    /// x and y are in mm at the object; the middle of the image is 0.
+    [[nodiscard]] double At(double x, double y) const
+    {
+        const double u = place(x), v = place(y), s = u - std::floor(u), t = v - std::floor(v);
+        const double* corner = &values_[static_cast<std::size_t>(v) * width_ + static_cast<std::size_t>(u)];
+        const double value =
+            (1 - t) * ((1 - s) * corner[0] + s * corner[1]) + t * ((1 - s) * corner[width_] + s * corner[width_ + 1]);
+        return value / std::sqrt(((1 - s) * (1 - s) + s * s) * ((1 - t) * (1 - t) + t * t));
+    }
+
+private:
+    [[nodiscard]] double place(double x) const
+    {
+        return std::clamp((x + 1.1 * reach_) / length_, 0.0, static_cast<double>(width_) - 1.001);
+    }
+
+    double length_, reach_;
+    std::size_t width_;
+    std::vector<double> values_;
+};
+
+/// The value that a normally distributed number exceeds with the given probability.
+double NormalLimit(double probability)
+{
+    double low = -6.0, high = 6.0;
+    for (int i = 0; i < 50; ++i) {
+        const double middle = 0.5 * (low + high);
+        (0.5 * std::erfc(middle / std::numbers::sqrt2) > probability ? low : high) = middle;
+    }
+    return low;
+}
+
+/// Errors of the range beside independent noise. Each draws random numbers only where it is wanted.
+class Errors {
+public:
+    Errors(const Scanner& scanner, std::mt19937& engine) : scanner_(scanner)
+    {
+        if (scanner.noise > 0.0 && scanner.correlation > scanner.pitch)
+            noise_.emplace(scanner.correlation, scanner.reach, engine);
+        if (scanner.warp > 0.0) warp_.emplace(0.7 * scanner.reach, scanner.reach, engine);
+        if (scanner.holes > 0.0) holes_.emplace(0.12 * scanner.reach, scanner.reach, engine);
+        holesAbove_ = NormalLimit(scanner.holes);
+    }
+
+    [[nodiscard]] bool IsHole(const Frame::Axis& ray) const
+    {
+        return holes_ && holes_->At(ray[0] * scanner_.distance, ray[1] * scanner_.distance) > holesAbove_;
+    }
+    /// The error along the ray, mm; `independent` is the noise of a ray that shares none.
+    [[nodiscard]] double Of(const Frame::Axis& ray, double independent) const
+    {
+        const double x = ray[0] * scanner_.distance, y = ray[1] * scanner_.distance;
+        return scanner_.noise * (noise_ ? noise_->At(x, y) : independent) +
+               (warp_ ? scanner_.warp * warp_->At(x, y) : 0.0);
+    }
+    [[nodiscard]] double Rounded(double depth) const
+    {
+        return scanner_.quantum > 0.0 ? scanner_.quantum * std::round(depth / scanner_.quantum) : depth;
+    }
+
+private:
+    const Scanner& scanner_;
+    std::optional<SmoothField> noise_, warp_, holes_;
+    double holesAbove_ = 0.0;
+};
+
+/// The depth of a ray beside a step in depth, drawn between both sides for a share of such rays.
+double Smeared(const RangeImage& image, int row, int column, const Scanner& scanner, std::mt19937& engine)
+{
+    const double depth = image.At(row, column).depth;
+    if (scanner.smear <= 0.0 || column + 1 >= image.Width()) return depth;
+    const double next = image.At(row, column + 1).depth;
+    if (!std::isfinite(next) || std::abs(next - depth) < 5.0 * scanner.pitch) return depth;
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    const bool smeared = uniform(engine) < scanner.smear;
+    const double between = uniform(engine);
+    return smeared ? depth + between * (next - depth) : depth;
+}
+
 } // namespace
 
 Frame ScannerFrame(const Scanner& scanner, const Frame::Axis& viewDirection, double roll)
@@ -101,6 +193,7 @@ prereg::Scan ScanMesh(const Mesh& mesh, const Scanner& scanner, const Frame& eye
 
     const double minCosine = std::cos(scanner.maxIncidence * std::numbers::pi / 180.0);
     std::normal_distribution<double> noise(0.0, 1.0);
+    const Errors errors(scanner, engine);
     prereg::Scan cloud;
     for (int row = 0; row < image.Width(); ++row)
         for (int column = 0; column < image.Width(); ++column) {
@@ -108,8 +201,9 @@ prereg::Scan ScanMesh(const Mesh& mesh, const Scanner& scanner, const Frame& eye
             if (!std::isfinite(hit.depth)) continue;
             const Frame::Axis ray = image.Ray(row, column);
             const double length = std::sqrt(Dot(ray, ray)), facing = -Dot(ray, hit.normal) / length;
-            if (std::abs(facing) < minCosine) continue;
-            const double z = hit.depth + scanner.noise * noise(engine) / length; // the noise lies along the ray
+            if (std::abs(facing) < minCosine || errors.IsHole(ray)) continue;
+            const double depth = Smeared(image, row, column, scanner, engine);
+            const double z = errors.Rounded(depth + errors.Of(ray, noise(engine)) / length); // errors lie along the ray
             const double sign = facing < 0.0 ? -1.0 : 1.0;
             cloud.points.push_back(ToFloat(eye.ToWorld({ray[0] * z, ray[1] * z, z})));
             cloud.normals.push_back(

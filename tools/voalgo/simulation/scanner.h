@@ -14,6 +14,11 @@ struct Scanner {
     double pitch = 1.0;         ///< distance of neighbouring rays at the object, mm
     double reach = 100.0;       ///< half the width of the grid at the object, mm
     double noise = 0.0;         ///< standard deviation of the range, mm
+    double correlation = 0.0;   ///< length over which the noise is alike, mm; up to the pitch: independent
+    double warp = 0.0;          ///< root mean square of a smooth error of the range (calibration), mm
+    double quantum = 0.0;       ///< the depth is rounded to multiples of this, mm; 0: not rounded
+    double smear = 0.0;         ///< share of the rays beside a step in depth that return a depth between both sides
+    double holes = 0.0;         ///< share of the surface, in patches, that returns nothing
     double maxIncidence = 75.0; ///< surfaces seen at a flatter angle than this from their normal are lost, degrees
 };
 

@@ -42,6 +42,11 @@ public:
         scanner_.distance = 8.0 * radius;
         scanner_.reach = 1.3 * radius;
         scanner_.noise = settings.noise;
+        scanner_.correlation = settings.correlation;
+        scanner_.warp = settings.warp;
+        scanner_.quantum = settings.quantum;
+        scanner_.smear = settings.smear;
+        scanner_.holes = settings.holes;
         auto engine = Engine(settings.seed, Views);
         std::uniform_real_distribution<double> turn(0.0, 2.0 * std::numbers::pi);
         direction_ = RandomDirection(engine);

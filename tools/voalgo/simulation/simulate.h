@@ -7,10 +7,15 @@
 namespace voalgo {
 
 struct SimulationSettings {
-    unsigned points = 20000; ///< of the first scan, approximately
-    double overlap = 0.6;    ///< target for the smaller of the two shares, before clutter is added
-    double noise = 0.05;     ///< standard deviation of the range, mm
-    double clutter = 0.0;    ///< share of each scan's points that do not lie on the object
+    unsigned points = 20000;  ///< of the first scan, approximately
+    double overlap = 0.6;     ///< target for the smaller of the two shares, before clutter is added
+    double noise = 0.05;      ///< standard deviation of the range, mm
+    double correlation = 0.0; ///< as in Scanner, like the following
+    double warp = 0.0;
+    double quantum = 0.0;
+    double smear = 0.0;
+    double holes = 0.0;
+    double clutter = 0.0; ///< share of each scan's points that do not lie on the object
     unsigned seed = 1;
 };
 
