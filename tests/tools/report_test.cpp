@@ -195,7 +195,7 @@ TEST(ToolReport, IsOfUseForRefusals)
         }
         for (const json& pose : data["poses"]) {
             EXPECT_NE(pose["objection"], "");
-            EXPECT_EQ(CountOutcome(pose, "failed"), 1U) << pose["tests"];
+            EXPECT_GE(CountOutcome(pose, "failed"), 1U) << pose["tests"];
             ExpectConsistent(pose);
         }
     }

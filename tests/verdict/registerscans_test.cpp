@@ -160,7 +160,8 @@ TEST(RegisterScans, RefinesAStartingPose)
     options.start = CTrafo();
     const Registration wrong = RegisterScans(SampleScan(1), SampleScan(2), options);
     ASSERT_EQ(wrong.refused.size(), 1U);
-    EXPECT_EQ(wrong.refusal.code, RefusalOf(wrong.refused[0].resultType));
+    EXPECT_EQ(wrong.refusal.code, wrong.refused[0].objection.code);
+    EXPECT_NE(wrong.refusal.code, ERefusal::None);
     EXPECT_THROW((void)wrong.Pose(), std::logic_error);
 }
 
