@@ -1,5 +1,5 @@
 // The verification of one pose:
-// 1. refine it on a quarter of the samples; a pose that is hopeless then goes no further;
+// 1. refine it on one of eight samples; a pose that is hopeless then goes no further;
 // 2. refine it on all samples and weigh the evidence, test by test;
 // 3. grade it as the search grades, with more samples: its limits hold for the final pose, too.
 #include "verdict/detail_posejudge.h"
@@ -9,9 +9,9 @@
 namespace prereg::detail {
 namespace {
 
-constexpr unsigned CoarseStride = 4;
+constexpr unsigned CoarseStride = 8;
 constexpr unsigned CoarseIterations = 5;
-constexpr double Hopeless = 0.15; // below the limit of the agreement
+constexpr double Hopeless = 0.2; // below the limit of the agreement
 
 } // namespace
 

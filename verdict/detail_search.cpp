@@ -22,7 +22,7 @@ using VerifiedTrafo = CFPFHPreRegistration::VerifiedTrafo;
 
 constexpr std::uint32_t BatchSize = 50; // polygons of a step
 constexpr std::uint32_t ManyPolygons = 500;
-constexpr std::size_t JudgedPerBatch = 3;
+constexpr std::size_t JudgedPerBatch = 2;
 constexpr std::size_t JudgedAtTheEnd = 12;
 // By the time this many proposals agree on one pose, a symmetric object has shown its other poses, too.
 constexpr std::uint32_t Agreement = 8;

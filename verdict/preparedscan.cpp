@@ -142,6 +142,13 @@ double Resolution(const PreparedScan& p)
     return farthest * 6e-8;
 }
 
+void MeasureSpacing(PreparedScan& p)
+{
+    const Sampling sampling = MeasureSampling(p.scan);
+    p.spacing = sampling.spacing;
+    p.roughness = sampling.roughness;
+}
+
 } // namespace
 
 double PreparedScan::Extent() const
@@ -174,7 +181,7 @@ PreparedScan PrepareScan(Scan scan, bool keepOrigin)
         UseGivenNormals(p);
     p.zeroNormals = static_cast<std::size_t>(
         std::count_if(p.scan.normals.begin(), p.scan.normals.end(), [](const Vec3& n) { return n == Vec3(); }));
-    p.spacing = MeasureSampling(p.scan).spacing;
+    MeasureSpacing(p);
     return p;
 }
 
@@ -188,7 +195,7 @@ PreparedScan PreparedFrom(std::shared_ptr<const CFPFHPointSet> set, std::string 
     p.scan.origin = origin;
     p.read = p.scan.points.size();
     if (!p.scan.points.empty()) MeasureBox(p);
-    p.spacing = MeasureSampling(p.scan).spacing;
+    MeasureSpacing(p);
     p.pointSet = std::move(set);
     return p;
 }

@@ -38,11 +38,6 @@ bool Report(const RegistrationOptions& options, const char* stage, double share)
     return !options.progress || options.progress(stage, share);
 }
 
-PointSetPtr PointSetOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
-{
-    return scan.pointSet ? scan.pointSet : ComputePointSet(scan.scan, settings, threads);
-}
-
 /// Thins a scan that is clearly denser than the resolution of the search.
 bool NeedsThinning(double spacing, const RegistrationSettings& settings)
 {
@@ -54,6 +49,29 @@ Scan Thinned(const Scan& scan, const RegistrationSettings& settings)
 {
     constexpr double EdgePerSpacing = 1.25; // means of cubes lie about so much closer than the cubes' edge
     return VoxelDown(scan, EdgePerSpacing * settings.resolution);
+}
+
+/// The point set of a scan with this spacing.
+PointSetPtr PointSetWith(double spacing, const Scan& scan, const RegistrationSettings& settings, unsigned threads)
+{
+    const unsigned workers = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
+    const bool isThinned = NeedsThinning(spacing, settings);
+    const Scan thinned = isThinned ? Thinned(scan, settings) : Scan();
+    const Scan& worked = isThinned ? thinned : scan;
+    CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, workers, false);
+    if (settings.workingSpacing > 0.0) {
+        const Scan coarse = VoxelDown(worked, settings.workingSpacing);
+        source.Update(coarse.points, coarse.normals);
+    } else {
+        source.Update(worked.points, worked.normals);
+    }
+    return std::make_shared<const CFPFHPointSet>(worked.points, worked.normals, source.GetFeaturePoints(),
+                                                 source.GetFeatureNormals(), source.GetFeatures());
+}
+
+PointSetPtr PointSetOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
+{
+    return scan.pointSet ? scan.pointSet : PointSetWith(scan.spacing, scan.scan, settings, threads);
 }
 
 /// From where a scan was taken: as its host states, or else as its points and normals tell.
@@ -123,7 +141,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
     Registration registration;
     if (Refusal fault = FindFault(fix, flt)) return Refused(registration, std::move(fault));
     const VoAlgo::CStopwatch watch;
-    const RegistrationSettings settings = Adjusted(DeriveSettings(fix.scan, flt.scan, options.preset), options.adjust);
+    const RegistrationSettings settings = Adjusted(DeriveSettings(fix, flt, options.preset), options.adjust);
     registration.settings = settings;
     registration.seconds.settings = watch.Seconds();
     for (const PreparedScan* scan : {&fix, &flt})
@@ -157,19 +175,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
 PointSetPtr ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads)
 {
-    const unsigned workers = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
-    const bool isThinned = NeedsThinning(MeasureSampling(scan).spacing, settings);
-    const Scan thinned = isThinned ? Thinned(scan, settings) : Scan();
-    const Scan& worked = isThinned ? thinned : scan;
-    CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, workers, false);
-    if (settings.workingSpacing > 0.0) {
-        const Scan coarse = VoxelDown(worked, settings.workingSpacing);
-        source.Update(coarse.points, coarse.normals);
-    } else {
-        source.Update(worked.points, worked.normals);
-    }
-    return std::make_shared<const CFPFHPointSet>(worked.points, worked.normals, source.GetFeaturePoints(),
-                                                 source.GetFeatureNormals(), source.GetFeatures());
+    return PointSetWith(MeasureSampling(scan).spacing, scan, settings, threads);
 }
 
 Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const RegistrationSettings& settings,

@@ -54,6 +54,16 @@ double RadiusOf(const std::vector<kdtree::Vector<3>>& points)
     return std::sqrt(std::max(0.0, (squares - mean) / n));
 }
 
+RegistrationSettings Derived(const Scan& fix, const Sampling& fixSampling, const Scan& flt, const Sampling& fltSampling,
+                             EPreset preset)
+{
+    const double roughness = std::max(fixSampling.roughness, fltSampling.roughness);
+    const double radius = std::min(RadiusOf(fix.points), RadiusOf(flt.points));
+    const double resolution = std::max({fixSampling.spacing, fltSampling.spacing,
+                                        radius / FactorsOf(preset).resolvedRadius, ResolutionPerRoughness * roughness});
+    return DeriveSettings(resolution, roughness, preset);
+}
+
 } // namespace
 
 const std::vector<std::string>& PresetNames()
@@ -72,13 +82,12 @@ std::optional<EPreset> PresetOf(const std::string& name)
 
 RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt, EPreset preset)
 {
-    const Sampling fixSampling = MeasureSampling(fix);
-    const Sampling fltSampling = MeasureSampling(flt);
-    const double roughness = std::max(fixSampling.roughness, fltSampling.roughness);
-    const double radius = std::min(RadiusOf(fix.points), RadiusOf(flt.points));
-    const double resolution = std::max({fixSampling.spacing, fltSampling.spacing,
-                                        radius / FactorsOf(preset).resolvedRadius, ResolutionPerRoughness * roughness});
-    return DeriveSettings(resolution, roughness, preset);
+    return Derived(fix, MeasureSampling(fix), flt, MeasureSampling(flt), preset);
+}
+
+RegistrationSettings DeriveSettings(const PreparedScan& fix, const PreparedScan& flt, EPreset preset)
+{
+    return Derived(fix.scan, {fix.spacing, fix.roughness}, flt.scan, {flt.spacing, flt.roughness}, preset);
 }
 
 RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset preset)

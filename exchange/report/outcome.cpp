@@ -31,9 +31,9 @@ Json ToJson(const prereg::CFPFHPreRegistration::Statistics& s)
 Json ToJson(const prereg::AcceptanceTest& t)
 {
     const prereg::TestInfo& info = InfoOf(t.test);
-    return {{"code", info.code},      {"name", info.name},         {"stage", NameOf(t.stage)},
+    return {{"code", info.code},       {"name", info.name},         {"stage", NameOf(t.stage)},
             {"setting", info.setting}, {"unit", info.unit},         {"value", t.value},
-            {"limit", t.limit},       {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+            {"limit", t.limit},        {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
 }
 
 } // namespace

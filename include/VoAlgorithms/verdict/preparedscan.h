@@ -28,6 +28,7 @@ struct VOALGO_API PreparedScan {
     kdtree::Vector<3> low;           ///< corner of the bounding box, mm, relative to the scan's origin
     kdtree::Vector<3> high;          ///< the opposite corner, the same
     double spacing = 0.0;            ///< mean distance of a point to its nearest neighbour, mm
+    double roughness = 0.0;          ///< as MeasureSampling measures it, mm
     double resolution = 0.0;         ///< to which the original points were rounded, as floats, mm
     /// The scan's points and features when a host has computed them before; null: a registration computes them.
     std::shared_ptr<const CFPFHPointSet> pointSet = {};

@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/export.h"
 #include "VoAlgorithms/prereg/configurationfpfh.h"
+#include "VoAlgorithms/verdict/preparedscan.h"
 #include "VoAlgorithms/verdict/scan.h"
 #include "VoAlgorithms/verdict/verification.h"
 
@@ -35,6 +36,9 @@ struct RegistrationSettings {
 /// The settings that follow from two scans with normals. Lengths are multiples of the resolution: the spacing of the
 /// coarser scan, or more where the size of the object or the noise asks for no more.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
+                                                             EPreset preset = EPreset::Automatic);
+/// The same for prepared scans, which are not measured again.
+[[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const PreparedScan& fix, const PreparedScan& flt,
                                                              EPreset preset = EPreset::Automatic);
 /// The same for a known resolution and roughness, mm.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset preset);
