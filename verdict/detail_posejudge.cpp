@@ -90,8 +90,10 @@ void PoseJudge::grade(JudgedTrafo& judged) const
     judged.tests.insert(judged.tests.end(), tests.begin(), tests.end());
     if (graded.resultType != 0) judged.objection = Refusal(RefusalOf(graded.resultType));
     if (graded.resultType != 0 && graded.resultType <= 5) return; // without figures of this pose
+    const std::int32_t iterations = judged.iStop_Iterations;      // of the search's refinement
     static_cast<ICPResult&>(judged) = graded;
     judged.trafo = pose;
+    judged.iStop_Iterations = iterations;
 }
 
 } // namespace prereg::detail

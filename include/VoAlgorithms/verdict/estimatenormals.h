@@ -19,7 +19,7 @@ enum class ENormalSigns {
 
 /// How normals were oriented, and how well.
 struct NormalOrientation {
-    ENormalSigns by = ENormalSigns::Given;
+    ENormalSigns by = ENormalSigns::Given;  ///< what decided the signs
     std::optional<ViewDirection> view = {}; ///< that orients the normals when by is View
     /// Share of points whose normal is more than 90 degrees from that of their nearest neighbour in a sample.
     /// A few per cent on sharp edges; more where signs are mixed.
