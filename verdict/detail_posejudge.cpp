@@ -36,6 +36,12 @@ JudgedTrafo PoseJudge::Judge(const CFPFHPreRegistration::VerifiedTrafo& found) c
     return judged;
 }
 
+double PoseJudge::EstimateExplained(const VoAlgo::CTrafo& pose) const
+{
+    const Evidence evidence = pair_.Measure(pose, CoarseStride);
+    return evidence.overlap * evidence.agreement;
+}
+
 std::uint32_t PoseJudge::MinClusterSize() const
 {
     return pair_.KnowsEmptySpace() ? 1 : limits_.minClusterSize;

@@ -18,6 +18,8 @@ public:
 
     /// Judges a pose of the search.
     [[nodiscard]] JudgedTrafo Judge(const CFPFHPreRegistration::VerifiedTrafo& found) const;
+    /// A first estimate of how much of the scans a pose explains: overlap × agreement, 0 to 1.
+    [[nodiscard]] double EstimateExplained(const VoAlgo::CTrafo& pose) const;
     /// The fewest proposals that must have led to a pose: one where a scan tells what is empty.
     [[nodiscard]] std::uint32_t MinClusterSize() const;
     /// The test of that.

@@ -3,11 +3,13 @@
 //   2. the clusters' best poses, those that explain most first, are refined and judged by the evidence, a few a batch;
 //   3. the search ends when a pose has passed and so many proposals agree on it that a symmetric object would have
 //      shown its other poses, or when it is the best of many polygons;
-//   4. the best pose is handed out unless a clearly different one explains nearly as much of the scans (a rival).
+//   4. symmetries that either scan may have are tried on the best pose;
+//   5. the best pose is handed out unless a clearly different one explains nearly as much of the scans (a rival).
 #include "verdict/detail_search.h"
 
 #include "VoAlgorithms/prereg/cfpfhpreregistration.h"
 #include "verdict/detail_posejudge.h"
+#include "verdict/detail_symmetry.h"
 
 #include <algorithm>
 #include <optional>
@@ -28,6 +30,8 @@ constexpr std::size_t JudgedAtTheEnd = 12;
 constexpr std::uint32_t Agreement = 8;
 // A clearly different pose that explains more than this share of what the best one explains makes the answer ambiguous.
 constexpr double AlikeShare = 0.9;
+// A pose that a symmetry suggests explains at least this share of what the best one does before it is refined.
+constexpr double WorthRefining = 0.3;
 
 /// How much of flt a pose of the search explains: small/big ratio × overlap.
 float FoundShare(const ICPResult& result)
@@ -175,6 +179,25 @@ private:
                 other.clusterSize >= judge_.MinClusterSize() && find(accepted_, other.trafo) == nullptr &&
                 !isJudged(other))
                 judge(other);
+        judgeSymmetricPoses(accepted_[0]);
+    }
+
+    /// Judges what a symmetry of either scan makes of the best pose: the search may have met one of the equals only.
+    void judgeSymmetricPoses(const JudgedTrafo best) // NOLINT(performance-unnecessary-value-param): of accepted_
+    {
+        std::vector<VoAlgo::CTrafo> poses;
+        for (const VoAlgo::CTrafo& symmetry : LikelySymmetries(flt_)) poses.push_back(best.trafo * symmetry);
+        for (const VoAlgo::CTrafo& symmetry : LikelySymmetries(fix_)) poses.push_back(symmetry * best.trafo);
+        for (const VoAlgo::CTrafo& pose : poses) {
+            if (find(accepted_, pose) != nullptr || find(refused_, pose) != nullptr) continue;
+            if (judge_.EstimateExplained(pose) < WorthRefining * best.explained) continue;
+            VerifiedTrafo candidate = best;
+            candidate.trafo = pose;
+            JudgedTrafo judged = judge_.Judge(candidate);
+            if (judged.objection && !IsRefusedForStabilityAlone(judged)) continue;
+            if (find(accepted_, judged.trafo) == nullptr && find(refused_, judged.trafo) == nullptr)
+                (judged.objection ? refused_ : accepted_).push_back(std::move(judged));
+        }
     }
 
     /// The clearly different pose that explains most, whether or not its shape alone would determine it; null when

@@ -1,4 +1,5 @@
 #include "verdict/detail_evidence.h"
+#include "verdict/detail_symmetry.h"
 
 #include "VoAlgorithms/verdict/registerscans.h"
 
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 
 namespace prereg::detail {
 namespace {
@@ -81,6 +83,43 @@ TEST_F(ScanPairs, RefineToTheTruth)
         EXPECT_LT(pose.GetRotationDistance(CTrafo()), 0.003F) << seed;
         EXPECT_LT(pose.GetTranslation().Norm(), 0.03F) << seed;
         EXPECT_TRUE(pair_.Refine(start, 3.0, 0, 1) == start);
+    }
+}
+
+/// The surface of a box with these half sides on a grid of 1 mm.
+Cloud Box(float a, float b, float c)
+{
+    const Vec3 half(a, b, c);
+    Cloud box;
+    for (unsigned k = 0; k < 3; ++k) {
+        const unsigned u = (k + 1) % 3, v = (k + 2) % 3;
+        for (const float side : {-1.0F, 1.0F})
+            for (float x = 0.5F - half[u]; x < half[u]; x += 1.0F)
+                for (float y = 0.5F - half[v]; y < half[v]; y += 1.0F) {
+                    Vec3 p, n;
+                    p[k] = side * half[k];
+                    p[u] = x;
+                    p[v] = y;
+                    n[k] = side;
+                    box.Add(p, n);
+                }
+    }
+    return box;
+}
+
+// However it lies: a brick has three half turns, a cube, which has no principal axes, six quarter turns besides.
+TEST(LikelySymmetries, AreThoseOfBrickAndCube)
+{
+    for (unsigned seed = 0; seed < 5; ++seed) {
+        const CTrafo turn = test_support::Random(seed).Pose(2.0F, 30.0F);
+        for (const auto& [body, expected] : {std::pair(Box(30, 20, 10), 3), std::pair(Box(20, 20, 20), 9)}) {
+            const Surfels set(test_support::Moved(body, turn));
+            const ScanPair pair(set, set, {}, {}, 1.0);
+            int equals = 0;
+            for (const CTrafo& symmetry : LikelySymmetries(set))
+                equals += pair.Measure(symmetry, 1).overlap > 0.95 ? 1 : 0;
+            EXPECT_EQ(equals, expected) << seed;
+        }
     }
 }
 
