@@ -128,7 +128,7 @@ TEST(RegisterScans, GivesTheSameVerdictAtEveryDensity)
 {
     const CTrafo turn = test_support::Random(5).Pose(2.0F, 30.0F);
     double resolutions[2] = {};
-    for (const std::size_t n : {20000, 300000}) {
+    for (const std::size_t n : {std::size_t{20000}, std::size_t{300000}}) {
         const Cloud fix = SeenFromAbove(test_support::Body(n, 3, 1));
         const Cloud flt = test_support::Moved(SeenFromAbove(test_support::Body(n, 3, 2)), turn);
         const Registration r = RegisterScans(Scan{fix.points, fix.normals}, Scan{flt.points, flt.normals});
