@@ -31,9 +31,9 @@ public:
              const std::optional<View>& fltView, double resolution, std::size_t samples = 2500);
 
     /// Refines a pose (maps flt into fix): robust point-to-plane ICP between samples of both scans, flt onto fix and
-    /// fix onto flt in one system. `start`: the first pairing radius in resolutions, which shrinks to 1 resolution;
-    /// one of `stride` samples is used.
-    [[nodiscard]] VoAlgo::CTrafo Refine(const VoAlgo::CTrafo& pose, double start, unsigned iterations,
+    /// fix onto flt in one system. `startRadius`: the first pairing radius in resolutions, which shrinks to 1
+    /// resolution; one of `stride` samples is used.
+    [[nodiscard]] VoAlgo::CTrafo Refine(const VoAlgo::CTrafo& start, double startRadius, unsigned iterations,
                                         unsigned stride) const;
     /// The evidence for a pose, from one of `stride` samples.
     [[nodiscard]] Evidence Measure(const VoAlgo::CTrafo& pose, unsigned stride) const;

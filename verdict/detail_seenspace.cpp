@@ -79,10 +79,10 @@ SeenSpace::Projection SeenSpace::project(const Vec3& p) const
     return {ray.Dot(right_) * scale, ray.Dot(up_) * scale, -ray.Norm()};
 }
 
-std::optional<std::size_t> SeenSpace::pixelOf(const Projection& q) const
+std::optional<std::size_t> SeenSpace::pixelOf(const Projection& projection) const
 {
-    const float column = std::floor((q.column - lowColumn_) / pixel_);
-    const float row = std::floor((q.row - lowRow_) / pixel_);
+    const float column = std::floor((projection.column - lowColumn_) / pixel_);
+    const float row = std::floor((projection.row - lowRow_) / pixel_);
     if (!(column >= 0.0F && column < static_cast<float>(columns_) && row >= 0.0F && row < static_cast<float>(rows_)))
         return std::nullopt;
     return static_cast<std::size_t>(row) * columns_ + static_cast<std::size_t>(column);

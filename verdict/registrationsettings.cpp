@@ -61,7 +61,10 @@ RegistrationSettings Derived(const Scan& fix, const Sampling& fixSampling, const
     const double radius = std::min(RadiusOf(fix.points), RadiusOf(flt.points));
     const double resolution = std::max({fixSampling.spacing, fltSampling.spacing,
                                         radius / FactorsOf(preset).resolvedRadius, ResolutionPerRoughness * roughness});
-    return DeriveSettings(resolution, roughness, preset);
+    RegistrationSettings settings = DeriveSettings(resolution, roughness, preset);
+    // A model is the whole object, so that most of a scan must lie on it.
+    if (fix.meshSpacing > 0.0 || flt.meshSpacing > 0.0) settings.verification.minOverlap = 0.5;
+    return settings;
 }
 
 } // namespace

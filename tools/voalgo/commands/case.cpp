@@ -66,9 +66,10 @@ prereg::RegistrationSettings SettingsOf(const Case& stored, const prereg::Prepar
 {
     try {
         const prereg::EPreset preset = prereg::PresetOf(stored.notes.preset).value();
-        const auto derived = stored.notes.resolution > 0.0
-                                 ? DeriveSettings(stored.notes.resolution, stored.notes.roughness, preset)
-                                 : DeriveSettings(fix.scan, flt.scan, preset);
+        auto derived = stored.notes.resolution > 0.0
+                           ? DeriveSettings(stored.notes.resolution, stored.notes.roughness, preset)
+                           : DeriveSettings(fix.scan, flt.scan, preset);
+        if (stored.notes.minOverlap > 0.0) derived.verification.minOverlap = stored.notes.minOverlap;
         return Adjusted(derived, [&](auto& config) { config = stored.registration.GetMatchingConfig(); });
     } catch (const std::invalid_argument& error) {
         throw InputError(file + ": " + error.what());

@@ -29,7 +29,8 @@ element ToElement(const CaseNotes& notes)
 {
     return {NotesKey, (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit),
                        element("resolution", notes.resolution), element("roughness", notes.roughness),
-                       ToElement("fixOrigin", notes.fixOrigin), ToElement("fltOrigin", notes.fltOrigin))};
+                       element("minOverlap", notes.minOverlap), ToElement("fixOrigin", notes.fixOrigin),
+                       ToElement("fltOrigin", notes.fltOrigin))};
 }
 
 void ReadPosition(const element& stored, std::array<double, 3>& position)
@@ -44,7 +45,9 @@ CaseNotes ReadNotes(const element& stored)
     CaseNotes notes;
     for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
-    for (auto [key, field] : {std::pair{"resolution", &notes.resolution}, {"roughness", &notes.roughness}})
+    for (auto [key, field] : {std::pair{"resolution", &notes.resolution},
+                              {"roughness", &notes.roughness},
+                              {"minOverlap", &notes.minOverlap}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_double();
     ReadPosition(stored.child("fixOrigin"), notes.fixOrigin);
     ReadPosition(stored.child("fltOrigin"), notes.fltOrigin);
@@ -62,6 +65,7 @@ std::string CaseBytes(const prereg::CFPFHPointSet& fix, const prereg::CFPFHPoint
 {
     notes.resolution = settings.resolution;
     notes.roughness = settings.verification.roughness;
+    notes.minOverlap = settings.verification.minOverlap;
     prereg::CFPFHPreRegistration registration(fix, flt, settings.config, false);
     for (const auto& result : results) registration.InjectICPResult(result);
     element::object document = VoAlgo::bson::to_object(registration);

@@ -24,6 +24,7 @@ struct CaseNotes {
     double resolution = 0.0;
     double roughness = 0.0;
     ///@}
+    double minOverlap = 0.0; ///< of the verification, which depends on what the scans are; 0 without this note
 };
 
 /// A case read from a file.
