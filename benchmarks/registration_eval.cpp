@@ -7,6 +7,7 @@
 // ignored. Prints a line per pair and the totals; exits with 1 when a pose is wrong or a pair is accepted that must be
 // refused.
 
+#include "VoAlgorithms/verdict/localframes.h"
 #include "VoAlgorithms/verdict/registerscans.h"
 #include "exchange/files/read_cloud.h"
 #include "platform/clock.h"
@@ -38,7 +39,7 @@ struct Pair {
     std::string name;
     PreparedScan fix;
     PreparedScan flt;
-    std::optional<CTrafo> truth;
+    std::optional<CTrafo> truth; // between the frames of the prepared scans
 };
 
 std::vector<Pair> ReadPairs(const std::string& path)
@@ -64,7 +65,7 @@ std::vector<Pair> ReadPairs(const std::string& path)
         if (fields.size() >= 19 && !std::isnan(std::stod(fields[3]))) {
             VoAlgo::CbMatrix4Rd m;
             for (unsigned i = 0; i < 16; ++i) m(i / 4, i % 4) = std::stod(fields[3 + i]);
-            pair.truth = CTrafo(m);
+            pair.truth = prereg::LocalPose(m, pair.fix.scan.origin, pair.flt.scan.origin);
         }
         pairs.push_back(std::move(pair));
     }
@@ -109,7 +110,8 @@ struct Totals {
 void Evaluate(const Pair& pair, unsigned turn, const prereg::RegistrationOptions& options, Totals& totals)
 {
     const CTrafo turned = RandomTurn(100 + turn);
-    const PreparedScan flt = prereg::PrepareScan(Moved(pair.flt.scan, turned));
+    const Scan moved = Moved(pair.flt.scan, turned);
+    const PreparedScan flt = prereg::PrepareScan(moved);
     const VoAlgo::CStopwatch watch;
     const prereg::Registration registration = RegisterScans(pair.fix, flt, options);
     const double seconds = watch.Seconds();
@@ -124,9 +126,10 @@ void Evaluate(const Pair& pair, unsigned turn, const prereg::RegistrationOptions
         if (pair.truth) {
             const CTrafo truth = *pair.truth * turned.GetInverse(true);
             const double spacing = std::max(pair.fix.spacing, pair.flt.spacing);
-            const kdtree::Vector<3> middle = Middle(flt.scan);
-            degrees = static_cast<double>(best.trafo.GetRotationDistance(truth)) * 57.29577951308232;
-            shift = static_cast<double>((best.trafo * middle - truth * middle).Norm());
+            const kdtree::Vector<3> middle = Middle(moved);
+            const CTrafo pose = prereg::LocalPose(registration.Pose(), pair.fix.scan.origin, moved.origin);
+            degrees = static_cast<double>(pose.GetRotationDistance(truth)) * 57.29577951308232;
+            shift = static_cast<double>((pose * middle - truth * middle).Norm());
             ++(degrees <= MaxTurn && shift <= MaxShiftInSpacings * spacing ? totals.right : totals.wrong);
         } else {
             ++totals.accepted;
