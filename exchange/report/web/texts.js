@@ -35,28 +35,6 @@ export const ADVICE = {
     surfaces_disagree: "Where both scans have surface, it should be the same. A wrong pose, clutter or a changed object violates that.",
     misfit_too_large: "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise, a pattern means a wrong pose or a deformed object.",
     seen_empty: "Points of one scan float in front of what the other one saw. If the scans were merged or the object moved between them, say from where each was taken (--viewpoint); otherwise the pose is wrong.",
-    rmse_too_large: ["The surfaces lie on each other, but not closely enough.", "If the scans differ by more than their own noise, raise dMaxRMSE."],
-};
-
-/** What to do about a starting pose that was refused, by code. */
-export const ADVICE_ON_START = {
-    overlap_too_small: "Too small a part of FLT lies on FIX at this pose. Check the starting pose, or lower dMinOverlapRatio (or dMinOverlapArea, if you set it).",
-    initial_overlap_too_small: "The starting pose brings hardly any point of FLT close to FIX. It must map FLT into FIX, in the files' unit, and be accurate to a few point spacings. Without --start, voalgo searches for a pose.",
-};
-
-const FEATURES = "Features are found where the surface is curved. Lower uiMinCurvatureQuality, or bring dFeatureRadius closer to the size of the details.";
-const OVERLAP = "The scans may overlap too little. Lower dMinOverlapRatio (or dMinOverlapArea, if you set it) and search longer (--preset thorough).";
-const INLIERS = "Too few pairs of points agree on one pose. Draw more samples (uiNumSamples), or raise dInlierScaling.";
-const NORMALS = "Normals disagree where the surfaces meet, or points near the other surface have no partner on it: the tests below show which. Check that the normals of both scans point outwards (--viewpoint).";
-
-/** What to do about a refusal, by code. */
-export const ADVICE = {
-    too_few_features_in_fix: FEATURES,
-    too_few_features_in_flt: FEATURES,
-    ambiguous: "The object looks the same from several sides. Provide a starting pose (--start), or scans that show what breaks the symmetry.",
-    not_stable: "The overlap is nearly flat, round or cylindrical: the scans could slide along it or rotate on it. Scan more of its surroundings.",
-    too_few_proposals_agree: "A correct pose is usually found several times. Search longer: --preset thorough, or a larger uiNumPolygons.",
-    neighbourhoods_differ: "Where one scan has points, the other should have points, too. Clutter, a changed object or a wrong pose violates that.",
     rmse_too_large: "The surfaces do not lie closely enough on each other. Look at the distances below: an even spread means noise (raise dMaxRMSE), a pattern means a wrong pose or a deformed object.",
     initial_overlap_too_small: OVERLAP,
     overlap_too_small_iterating: OVERLAP,
