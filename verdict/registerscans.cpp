@@ -120,7 +120,10 @@ void RefineOnFullScans(const Scan& fix, const Scan& flt, Registration& registrat
     const FullScan fullFix(fix);
     const FullScan fullFlt(flt);
     const detail::ScanPair pair(fullFix, fullFlt, {}, {}, registration.settings.resolution, Samples);
-    for (JudgedTrafo& result : registration.results) result.trafo = pair.Refine(result.trafo, 1.0, iterations, 1);
+    for (JudgedTrafo& result : registration.results) {
+        result.trafo = pair.Refine(result.trafo, 1.0, iterations, 1);
+        result.ellipsoid = registration.flt->GetEllipsoid().Transformed(result.trafo);
+    }
 }
 
 Registration Refused(Registration registration, Refusal refusal)

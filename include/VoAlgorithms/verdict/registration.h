@@ -18,7 +18,7 @@ namespace prereg {
 /// relative to their origins, and so are the poses (trafo) and ellipsoids of the results and both point sets; Pose and
 /// PoseOf lead back to the coordinates of the scans that the host gave. Point sets that the host gave have no origin.
 struct VOALGO_API Registration {
-    /// Poses that passed the verification, the one that explains most of flt first (small/big ratio × overlap).
+    /// Poses that passed the verification, the one that explains most of the scans first (JudgedTrafo::explained).
     std::vector<JudgedTrafo> results;
     /// Poses that the search accepted but that may not be handed out; those that were verified come first.
     std::vector<JudgedTrafo> refused;

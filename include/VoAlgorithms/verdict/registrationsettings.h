@@ -34,7 +34,7 @@ struct RegistrationSettings {
 };
 
 /// The settings that follow from two scans with normals. Lengths are multiples of the resolution: the spacing of the
-/// coarser scan, or more where the size of the object or the noise asks for no more.
+/// coarser scan, or a larger length where a large object or noise makes finer detail useless.
 [[nodiscard]] VOALGO_API RegistrationSettings DeriveSettings(const Scan& fix, const Scan& flt,
                                                              EPreset preset = EPreset::Automatic);
 /// The same for prepared scans, which are not measured again.
