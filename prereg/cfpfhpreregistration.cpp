@@ -15,6 +15,7 @@
 #include "platform/log.h"
 #include "platform/randomseed.h"
 #include "platform/simd.h"
+#include "platform/tasks.h"
 #include "prereg/cfpfhpolygon.h"
 
 #include <algorithm>
@@ -24,6 +25,8 @@
 #include <cstdio>
 #include <functional>
 #include <limits>
+#include <thread>
+#include <unordered_set>
 
 namespace prereg {
 namespace {
@@ -132,12 +135,24 @@ bool CFPFHPreRegistration::Compute()
     return !results_.empty();
 }
 
-/// The outcome of a proposal; each distinct one is refined once.
-const ICPResult& CFPFHPreRegistration::verify(const CTrafo& proposal)
+void CFPFHPreRegistration::SetNumThreads(unsigned threads)
 {
-    const auto known = verified_.find(proposal);
-    if (known != verified_.end()) return known->second;
-    return verified_.emplace(proposal, refine(proposal, nullptr)).first->second;
+    threads_ = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
+}
+
+/// Refines each distinct proposal that is new. A refinement draws from an engine of its own, so that the outcome does
+/// not depend on the thread or the order.
+void CFPFHPreRegistration::verifyProposals()
+{
+    std::vector<CTrafo> pending;
+    std::unordered_set<CTrafo, TrafoHash, TrafoEqual> seen;
+    for (std::size_t i = numExamined_; i < proposals_.size(); ++i)
+        if (!verified_.contains(proposals_[i]) && seen.insert(proposals_[i]).second) pending.push_back(proposals_[i]);
+    std::vector<ICPResult> outcomes(pending.size());
+    VoAlgo::tasks::ForRanges(pending.size(), threads_, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) outcomes[i] = refine(pending[i], nullptr);
+    });
+    for (std::size_t i = 0; i < pending.size(); ++i) verified_.emplace(pending[i], outcomes[i]);
 }
 
 /// ICP, followed by the driver's own test of the overlap area.
@@ -184,8 +199,9 @@ void CFPFHPreRegistration::pushResult(const ICPResult& result, std::size_t clust
 
 void CFPFHPreRegistration::clusterTransformations()
 {
+    verifyProposals();
     for (; numExamined_ < proposals_.size(); ++numExamined_) {
-        const ICPResult& outcome = verify(proposals_[numExamined_]);
+        const ICPResult& outcome = verified_.at(proposals_[numExamined_]);
         if (outcome.resultType == 0) accepted_.push_back(outcome);
     }
     if (accepted_.empty()) return;

@@ -1,5 +1,6 @@
 // The search for a pose that may be trusted, in steps:
-//   1. the driver tries a batch of polygons and clusters the poses that its refinements accept;
+//   1. the driver tries a batch of polygons, large and small ones in turn, and clusters the poses that its refinements
+//      accept;
 //   2. the clusters' best poses, those that explain most first, are refined and judged by the evidence, a few a batch;
 //   3. the search ends when a pose has passed and so many proposals agree on it that a symmetric object would have
 //      shown its other poses, or when it is the best of many polygons;
@@ -24,6 +25,8 @@ using VerifiedTrafo = CFPFHPreRegistration::VerifiedTrafo;
 
 constexpr std::uint32_t BatchSize = 50; // polygons of a step
 constexpr std::uint32_t ManyPolygons = 500;
+// Large polygons determine the pose better; small ones fit into a small overlap.
+constexpr double SmallPolygon = 0.5;
 constexpr std::size_t JudgedPerBatch = 2;
 constexpr std::size_t JudgedAtTheEnd = 12;
 // By the time this many proposals agree on one pose, a symmetric object has shown its other poses, too.
@@ -64,10 +67,11 @@ bool IsRefusedForStabilityAlone(const JudgedTrafo& judged)
 class CPoseSearch {
 public:
     CPoseSearch(const SearchInput& input, const RegistrationOptions& options, const RegistrationSettings& settings)
-        : settings_(settings), options_(options), fix_(*input.fix), flt_(*input.flt),
-          driver_(input.fix, input.flt, settings.config),
-          judge_(*input.fix, *input.flt, input.fixView, input.fltView, settings)
+        : settings_(settings), options_(options), fix_(*input.fix.set), flt_(*input.flt.set),
+          driver_(input.fix.set, input.flt.set, settings.config),
+          judge_(fix_, flt_, input.fix.view, input.flt.view, settings)
     {
+        driver_.SetNumThreads(options.threads);
         driver_.GetMatchingConfig().uiNumPolygons = BatchSize;
         driver_.GetMatchingConfig().uiTrafoClusteringQuorum = 0; // the first pose may be wrong: search on
     }
@@ -80,7 +84,7 @@ public:
         while (done < numPolygons && !isEnough(done)) {
             isCancelled = !report(static_cast<double>(done) / numPolygons);
             if (isCancelled) break;
-            driver_.Compute();
+            searchBatch(done / BatchSize);
             done += BatchSize;
             judgeBest(JudgedPerBatch);
         }
@@ -91,7 +95,7 @@ public:
         registration.refusal = isCancelled ? Refusal(ERefusal::Cancelled) : decide();
         registration.results = std::move(accepted_);
         registration.refused = refusedPoses(!registration.results.empty());
-        driver_.GetMatchingConfig().uiNumPolygons = settings_.config.uiNumPolygons;
+        driver_.GetMatchingConfig().uiNumPolygons = settings_.config.uiNumPolygons; // what the statistics repeat
         registration.statistics = driver_.GetStatistics();
         if (!isCancelled) report(1.0);
     }
@@ -104,6 +108,15 @@ private:
         if (fix_.IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFix);
         if (flt_.IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFlt);
         return {};
+    }
+
+    /// Every other batch tries small polygons, unless polygons have no limit.
+    void searchBatch(std::uint32_t batch)
+    {
+        const double diameter = settings_.config.dMaxPolygonDiameter;
+        const bool isSmall = diameter > 0.0 && batch % 2 == 1;
+        driver_.GetMatchingConfig().dMaxPolygonDiameter = isSmall ? SmallPolygon * diameter : diameter;
+        driver_.Compute();
     }
 
     [[nodiscard]] bool isEnough(std::uint32_t numPolygons) const
@@ -262,19 +275,19 @@ void SearchPoses(const SearchInput& input, const RegistrationOptions& options, R
 void RefinePose(const SearchInput& input, const RegistrationOptions& options, Registration& registration)
 {
     const RegistrationSettings& settings = registration.settings;
-    CFPFHPreRegistration driver(input.fix, input.flt, settings.config);
+    CFPFHPreRegistration driver(input.fix.set, input.flt.set, settings.config);
     const VerifiedTrafo found(driver.InjectTrafo(*options.start), 1);
     registration.statistics = driver.GetStatistics();
     JudgedTrafo judged(found);
     if (found.resultType == 0) {
         RegistrationSettings forOne = settings;
         forOne.verification.minClusterSize = 1;
-        judged = PoseJudge(*input.fix, *input.flt, input.fixView, input.fltView, forOne).Judge(found);
+        judged = PoseJudge(*input.fix.set, *input.flt.set, input.fix.view, input.flt.view, forOne).Judge(found);
         JudgeArea(judged, driver);
     } else {
-        judged.objection = input.fix->IsTooLean(settings.config)   ? Refusal(ERefusal::TooFewFeaturesInFix)
-                           : input.flt->IsTooLean(settings.config) ? Refusal(ERefusal::TooFewFeaturesInFlt)
-                                                                   : Refusal(RefusalOf(found.resultType));
+        judged.objection = input.fix.set->IsTooLean(settings.config)   ? Refusal(ERefusal::TooFewFeaturesInFix)
+                           : input.flt.set->IsTooLean(settings.config) ? Refusal(ERefusal::TooFewFeaturesInFlt)
+                                                                       : Refusal(RefusalOf(found.resultType));
         judged.tests = TestsOf(found, settings.config.icpConfig, EStage::Search);
         if (static_cast<EICPResultType>(found.resultType) <= EICPResultType::TooFewInliersInitially)
             judged.trafo = *options.start; // such a result has no pose

@@ -8,12 +8,15 @@
 
 namespace prereg::detail {
 
-/// The scans of a search, ready for it.
+/// A scan, ready for the search.
+struct SearchScan {
+    std::shared_ptr<const CFPFHPointSet> set;
+    std::optional<View> view; ///< nothing: a merged scan or a model
+};
+
 struct SearchInput {
-    std::shared_ptr<const CFPFHPointSet> fix;
-    std::shared_ptr<const CFPFHPointSet> flt;
-    std::optional<View> fixView; ///< nothing: a merged scan or a model
-    std::optional<View> fltView;
+    SearchScan fix;
+    SearchScan flt;
 };
 
 /// Searches for poses and verifies them; fills results, refused, refusal and statistics.

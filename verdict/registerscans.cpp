@@ -13,10 +13,12 @@
 #include "VoAlgorithms/verdict/viewdirection.h"
 #include "VoAlgorithms/verdict/voxeldown.h"
 #include "platform/clock.h"
+#include "platform/tasks.h"
 #include "verdict/detail_evidence.h"
 #include "verdict/detail_search.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <thread>
 #include <utility>
@@ -51,14 +53,18 @@ Scan Thinned(const Scan& scan, const RegistrationSettings& settings)
     return VoxelDown(scan, EdgePerSpacing * settings.resolution);
 }
 
+unsigned NumThreads(unsigned stated)
+{
+    return stated != 0 ? stated : std::max(1U, std::thread::hardware_concurrency());
+}
+
 /// The point set of a scan with this spacing.
 PointSetPtr PointSetWith(double spacing, const Scan& scan, const RegistrationSettings& settings, unsigned threads)
 {
-    const unsigned workers = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
     const bool isThinned = NeedsThinning(spacing, settings);
     const Scan thinned = isThinned ? Thinned(scan, settings) : Scan();
     const Scan& worked = isThinned ? thinned : scan;
-    CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, workers, false);
+    CFPFHDataSource source(settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality, threads, false);
     if (settings.workingSpacing > 0.0) {
         const Scan coarse = VoxelDown(worked, settings.workingSpacing);
         source.Update(coarse.points, coarse.normals);
@@ -67,11 +73,6 @@ PointSetPtr PointSetWith(double spacing, const Scan& scan, const RegistrationSet
     }
     return std::make_shared<const CFPFHPointSet>(worked.points, worked.normals, source.GetFeaturePoints(),
                                                  source.GetFeatureNormals(), source.GetFeatures());
-}
-
-PointSetPtr PointSetOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
-{
-    return scan.pointSet ? scan.pointSet : PointSetWith(scan.spacing, scan.scan, settings, threads);
 }
 
 /// From where a scan was taken: as its host states, or else as its points and normals tell.
@@ -88,6 +89,13 @@ std::optional<detail::View> ViewOf(const CPointSet& scan, const std::optional<kd
     return detail::View{inferred->direction};
 }
 
+detail::SearchScan SearchScanOf(const PreparedScan& scan, const RegistrationSettings& settings, unsigned threads)
+{
+    PointSetPtr set = scan.pointSet ? scan.pointSet : PointSetWith(scan.spacing, scan.scan, settings, threads);
+    const std::optional<detail::View> view = ViewOf(*set, scan.scan.LocalViewpoint());
+    return {std::move(set), view};
+}
+
 Registration Register(const detail::SearchInput& input, const RegistrationSettings& settings,
                       const RegistrationOptions& options)
 {
@@ -99,8 +107,8 @@ Registration Register(const detail::SearchInput& input, const RegistrationSettin
         detail::RefinePose(input, options, registration);
     else
         detail::SearchPoses(input, options, registration);
-    registration.fix = input.fix;
-    registration.flt = input.flt;
+    registration.fix = input.fix.set;
+    registration.flt = input.flt.set;
     registration.seconds.search = watch.Seconds();
     return registration;
 }
@@ -153,12 +161,13 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
     const VoAlgo::CStopwatch featureWatch;
     if (!Report(options, "features", 0.0)) return Refused(registration, Refusal(ERefusal::Cancelled));
-    PointSetPtr fixSet = PointSetOf(fix, settings, options.threads);
-    if (!Report(options, "features", 0.5)) return Refused(registration, Refusal(ERefusal::Cancelled));
-    PointSetPtr fltSet = PointSetOf(flt, settings, options.threads);
-    const auto fixView = ViewOf(*fixSet, fix.scan.LocalViewpoint());
-    const auto fltView = ViewOf(*fltSet, flt.scan.LocalViewpoint());
-    const detail::SearchInput input{std::move(fixSet), std::move(fltSet), fixView, fltView};
+    const unsigned threads = NumThreads(options.threads);
+    const std::array<const PreparedScan*, 2> scans = {&fix, &flt};
+    std::array<detail::SearchScan, 2> inputs;
+    VoAlgo::tasks::ForRanges(scans.size(), threads, [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i) inputs[i] = SearchScanOf(*scans[i], settings, threads);
+    });
+    const detail::SearchInput input{inputs[0], inputs[1]};
     const double featureSeconds = featureWatch.Seconds();
 
     const double settingsSeconds = registration.seconds.settings;
@@ -178,7 +187,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
 PointSetPtr ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads)
 {
-    return PointSetWith(MeasureSampling(scan).spacing, scan, settings, threads);
+    return PointSetWith(MeasureSampling(scan).spacing, scan, settings, NumThreads(threads));
 }
 
 Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const RegistrationSettings& settings,
@@ -186,7 +195,7 @@ Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const Registrat
 {
     const auto fixView = ViewOf(*fix);
     const auto fltView = ViewOf(*flt);
-    return Register({std::move(fix), std::move(flt), fixView, fltView}, settings, options);
+    return Register({{std::move(fix), fixView}, {std::move(flt), fltView}}, settings, options);
 }
 
 } // namespace prereg

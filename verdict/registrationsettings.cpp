@@ -110,7 +110,8 @@ RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset
     config.dOrientationClusteringBandwidth = 0.1; // rad; a symmetric part has several poses at one place
     config.uiTrafoClusteringQuorum = 3;
     ConfigurationICP& icp = config.icpConfig;
-    icp.uiMaxNumIterations = 15;
+    icp.uiMaxNumIterations = 8; // poses that pass are refined again, by more points of both scans
+    icp.uiNumSamples = 300;
     icp.dMinQueryRadius = 2.0 * resolution;
     icp.dPositionTolerance = 2.0 * resolution;
     icp.dInitialQueryRadiusScaling = 5.0;

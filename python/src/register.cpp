@@ -149,7 +149,7 @@ start : Trafo or (4, 4) array, optional
 viewpoint : (3,) array, optional
     Position of the scanner, millimetres, for scans that do not state their own; estimated normals point towards it.
 threads : int, default 0
-    Threads that compute features; 0: one per processor.
+    Threads that compute features and refine poses; 0: one per processor.
 progress : callable, optional
     Called between steps with the stage ("features" or "search") and the share of it that is done, 0 to 1. Return False
     to cancel; None and everything else go on. An exception ends the registration and reaches the caller.

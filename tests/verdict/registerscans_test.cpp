@@ -216,7 +216,7 @@ std::vector<RefusedCase> RefusedCases()
          good},
         {"Plane", ERefusal::PointsCoplanar, good, FromPoints(900, inSquare)},
         {"Huge", ERefusal::ImplausibleExtent, Scaled(good, 1e9F), good},
-        {"Few", ERefusal::TooFewPoints, good, FromPoints(400, [](Random& r) { return r.InCube(20.0F); })},
+        {"Few", ERefusal::TooFewPoints, good, FromPoints(200, [](Random& r) { return r.InCube(20.0F); })},
         {"Metres", ERefusal::UnitsDiffer, good, Scaled(good, 0.001F)},
         {"TooCoarse", ERefusal::TooFewFeaturesInFlt, ToScan(test_support::Sphere(9000, 500.0F)), good},
         {"OtherBody", ERefusal::None, good, Scaled(ToScan(test_support::Body(9000, 5, 2)), 3.0F)},

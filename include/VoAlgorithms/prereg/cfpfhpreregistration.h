@@ -72,6 +72,8 @@ public:
     /// and the random engine go on, so the sets must not change in between. Every call with a negative
     /// dMaxPolygonDiameter clusters the features of 'flt' anew.
     bool Compute() override;
+    /// Threads that refine proposals; 1 unless set, 0: as many as the machine has. Results do not depend on it.
+    void SetNumThreads(unsigned threads);
     /// Whether another result is available.
     [[nodiscard]] bool HasMoreResults() const override { return !results_.empty(); }
     /// The best result with its overlap area, or a default one (type −1) when there is none.
@@ -140,7 +142,7 @@ private:
     using Group = std::vector<std::size_t>; // accepted poses that count as one
 
     [[nodiscard]] bool isTooLean() const;
-    const ICPResult& verify(const VoAlgo::CTrafo& proposal);
+    void verifyProposals();
     [[nodiscard]] ICPResult refine(const VoAlgo::CTrafo& start, const VoAlgo::CTrafo* reference) const;
     [[nodiscard]] ICPResult evaluate(const VoAlgo::CTrafo& pose) const;
     void fillOverlapArea(ICPResult& result) const;
@@ -153,6 +155,7 @@ private:
     std::shared_ptr<const CFPFHPointSet> flt_;
     ConfigurationFPFH config_;
     std::mt19937 engine_;
+    unsigned threads_ = 1;
     std::vector<VoAlgo::CTrafo> proposals_;
     // A heap, the best at the front. Handing out fills in overlap areas, which take no part in the order.
     mutable std::vector<VerifiedTrafo> results_;

@@ -19,7 +19,7 @@ struct RegistrationOptions {
     EPreset preset = EPreset::Automatic; ///< kind of settings to derive
     /// Changes the settings derived from the scans, e.g. [](auto& c) { c.icpConfig.dMaxRMSE = 0.2; }.
     std::function<void(ConfigurationFPFH&)> adjust = {};
-    /// Threads of the feature computation; 0: as many as the machine has. Results do not depend on it.
+    /// Threads of features and refinements; 0: as many as the machine has. Results do not depend on it.
     unsigned threads = 0;
     /// A pose to refine and verify instead of searching; maps the coordinates of flt into those of fix.
     std::optional<VoAlgo::CbMatrix4Rd> start = {};
@@ -42,7 +42,7 @@ struct RegistrationOptions {
 /// Makes the point set, with features, that a registration uses.
 [[nodiscard]] VOALGO_API std::shared_ptr<const CFPFHPointSet>
 ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads = 0);
-/// Registers two point sets with given settings; preset, adjust and threads of the options are ignored.
+/// Registers two point sets with given settings; preset and adjust of the options are ignored.
 [[nodiscard]] VOALGO_API Registration RegisterPointSets(std::shared_ptr<const CFPFHPointSet> fix,
                                                         std::shared_ptr<const CFPFHPointSet> flt,
                                                         const RegistrationSettings& settings,

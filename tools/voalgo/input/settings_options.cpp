@@ -18,7 +18,7 @@ void SettingsOptions::AddTo(CLI::App& command)
                        "JSON file with settings that replace the derived ones; its limits hold for the verification, "
                        "too; lengths in mm");
     command
-        .add_option("--threads", threads, "Threads that compute features; 0: all cores. Results do not depend on it")
+        .add_option("--threads", threads, "Threads of features and refinements; 0: all cores. Results do not depend on it")
         ->capture_default_str();
 }
 
