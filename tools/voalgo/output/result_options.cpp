@@ -1,12 +1,19 @@
 #include "output/result_options.h"
 
 #include "exchange/files/files.h"
+#include "exchange/files/output_error.h"
+#include "exchange/files/staged_directory.h"
+#include "exchange/files/staged_file.h"
 #include "exchange/report/page.h"
+#include "output/distinct_files.h"
 #include "output/output_directory.h"
 #include "output/print.h"
 #include "terminal/exit_code.h"
 
 #include <CLI/CLI.hpp>
+
+#include <filesystem>
+#include <optional>
 
 namespace voalgo {
 
@@ -18,19 +25,78 @@ void ResultOptions::AddTo(CLI::App& command)
     command.add_flag("--json", json, "Print the results as JSON");
 }
 
-void ResultOptions::RequireWritable() const
+namespace {
+
+/// All results of a run, until they take their places.
+class StagedResults {
+public:
+    StagedResults(const std::string& directory, const std::string& report) : reportPath_(report)
+    {
+        if (!directory.empty()) {
+            std::vector<std::string> names = OutputNames();
+            if (!report.empty()) names.push_back(std::filesystem::path(report).filename().string());
+            directory_.emplace(directory, names);
+        }
+        if (!report.empty() && !isReportInside()) report_.emplace(report);
+    }
+
+    void Write(const Outcome& outcome)
+    {
+        if (directory_) WriteOutput(*directory_, outcome);
+        if (reportPath_.empty()) return;
+        const std::string page = ReportPage(outcome);
+        if (isReportInside())
+            directory_->Add(std::filesystem::path(reportPath_).filename().string(),
+                            [&](const std::string& path) { WriteText(path, page); });
+        else
+            report_->Write(page);
+    }
+
+    /// Returns the paths of the files.
+    std::vector<std::string> Keep()
+    {
+        std::vector<std::string> files;
+        if (directory_) {
+            directory_->Keep();
+            files = directory_->Paths();
+        }
+        if (report_) {
+            report_->Keep();
+            files.push_back(reportPath_);
+        }
+        return files;
+    }
+
+private:
+    [[nodiscard]] bool isReportInside() const { return directory_ && directory_->IsFolderOf(reportPath_); }
+
+    std::string reportPath_;
+    std::optional<StagedDirectory> directory_;
+    std::optional<StagedFile> report_; // unless it is in the directory
+};
+
+} // namespace
+
+void ResultOptions::RequireWritable(const std::vector<std::string>& inputs) const
 {
-    std::vector<std::string> files;
-    if (!directory.empty()) files.push_back(InDirectory(directory, "result.json"));
-    if (!report.empty()) files.push_back(report);
-    voalgo::RequireWritable(directory, files);
+    std::vector<std::string> outputs = {directory, report};
+    if (!directory.empty())
+        for (const std::string& name : OutputNames()) outputs.push_back(InDirectory(directory, name));
+    RequireDistinct(inputs, outputs);
+    (void)StagedResults(directory, report);
 }
 
 int ResultOptions::Write(const Outcome& outcome) const
 {
     std::vector<std::string> files;
-    if (!directory.empty()) files = WriteOutput(directory, outcome);
-    if (!report.empty()) WriteText(files.emplace_back(report), ReportPage(outcome));
+    try {
+        StagedResults results(directory, report);
+        results.Write(outcome);
+        files = results.Keep();
+    } catch (const OutputError&) {
+        Print(outcome, json, {});
+        throw;
+    }
     Print(outcome, json, files);
     return outcome.registration ? Done : NothingFound;
 }
