@@ -12,13 +12,14 @@ struct LengthUnit {
     std::string name = "mm";
     double mm = 1.0; ///< its length
 
-    /// How much larger it makes a figure of this unit of measurement, as FieldInfo and TestInfo name it: that of "mm",
-    /// of its square for "mm2", and 1 for all others.
-    [[nodiscard]] double ScaleOf(std::string_view measure) const
+    /// What a figure in "mm" or "mm2", as FieldInfo and TestInfo name its measure, is to be divided by; 1 for every other
+    /// measure, and for a negative figure, which marks something that is unknown or switched off.
+    [[nodiscard]] double ScaleOf(std::string_view measure, double figure) const
     {
+        if (figure < 0.0) return 1.0;
         return measure == "mm" ? mm : measure == "mm2" ? mm * mm : 1.0;
     }
-    /// The name of that unit of measurement with this unit in place of the millimetre.
+    /// The name of a measure with this unit in place of the millimetre.
     [[nodiscard]] std::string NameOf(std::string_view measure) const
     {
         return measure == "mm" ? name : measure == "mm2" ? name + "2" : std::string(measure);

@@ -91,7 +91,7 @@ StagedDirectory::~StagedDirectory()
 
 bool StagedDirectory::IsFolderOf(const std::string& path) const
 {
-    return Resolved(path).parent_path() == target_;
+    return Resolved(fs::absolute(path).parent_path()) == target_; // the file itself may be a link to elsewhere
 }
 
 void StagedDirectory::Add(const std::string& name, const std::function<void(const std::string&)>& write)
@@ -108,6 +108,8 @@ void StagedDirectory::Keep()
 {
     try {
         staged_->entry.Sync();
+        for (const std::string& name : added_)
+            if (fs::exists(target_ / name)) (void)disk::CopyRights(target_ / name, staged_->path / name);
         const disk::InterruptsHeld held;
         if (!replaceDirectory()) replaceFiles();
         disk::SyncNames(target_);

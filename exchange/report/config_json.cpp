@@ -48,7 +48,7 @@ public:
             const bool isMeasure = *info.unit != '\0'; // a length, an area or an angle
             const bool mayBeOff = *info.off != '\0';
             if (isMeasure && !mayBeOff && value->get<T>() < 0.0) Fail(key, "must not be negative, is " + value->dump());
-            field = value->get<T>() * unit_.ScaleOf(info.unit);
+            field = value->get<T>() * unit_.ScaleOf(info.unit, value->get<T>());
         }
     }
 
@@ -105,7 +105,7 @@ Json FieldsOf(const auto& record, const LengthUnit& unit)
     Json json;
     prereg::VisitFields(record, [&](const prereg::FieldInfo& info, const auto& field) {
         if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
-            json[info.key] = field / unit.ScaleOf(info.unit);
+            json[info.key] = field / unit.ScaleOf(info.unit, field);
         } else {
             json[info.key] = field;
         }

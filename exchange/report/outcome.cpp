@@ -31,10 +31,10 @@ Json ToJson(const prereg::CFPFHPreRegistration::Statistics& s)
 Json ToJson(const prereg::AcceptanceTest& t, const LengthUnit& unit)
 {
     const prereg::TestInfo& info = InfoOf(t.test);
-    const double scale = unit.ScaleOf(info.unit);
+    const auto scaled = [&](double figure) { return figure / unit.ScaleOf(info.unit, figure); };
     return {{"code", info.code},         {"name", info.name},         {"stage", NameOf(t.stage)},
-            {"setting", info.setting},   {"unit", unit.NameOf(info.unit)}, {"value", t.value / scale},
-            {"limit", t.limit / scale},  {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+            {"setting", info.setting},   {"unit", unit.NameOf(info.unit)}, {"value", scaled(t.value)},
+            {"limit", scaled(t.limit)},  {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
 }
 
 } // namespace
@@ -57,7 +57,7 @@ Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose, const Len
     prereg::VisitFields(static_cast<const prereg::ICPResult&>(judged),
                         [&](const prereg::FieldInfo& info, const auto& field) {
                             if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
-                                json[info.key] = ShortNumber(field, unit.ScaleOf(info.unit));
+                                json[info.key] = ShortNumber(field, unit.ScaleOf(info.unit, double{field}));
                             } else {
                                 json[info.key] = field;
                             }

@@ -27,11 +27,15 @@ void PrepareStandardStreams()
 
 void FlushStandardOutput()
 {
-    errno = 0;
     std::cout.flush();
-    const bool isFlushed = std::fflush(stdout) == 0 && std::cout;
-    if (isFlushed && std::ferror(stdout) == 0) return;
-    throw OutputError("to standard output", {errno != 0 ? errno : EIO, std::generic_category()});
+    const bool isWhole = std::cout && std::ferror(stdout) == 0;
+    if (isWhole && std::fflush(stdout) == 0) return;
+    if (!isWhole) { // ask once more for the reason, which may be forgotten
+        std::clearerr(stdout);
+        errno = EIO;
+        (void)(std::fputc('\n', stdout) == EOF || std::fflush(stdout) == EOF);
+    }
+    throw OutputError("to standard output", {errno, std::generic_category()});
 }
 
 } // namespace voalgo
