@@ -44,8 +44,8 @@ Staged Stage(const fs::path& target, const fs::path& folder, const Make& make)
         try {
             return {path, make(path)};
         } catch (const std::system_error& error) {
-            const bool isTaken = error.code() == std::errc::file_exists ||
-                                 error.code() == std::errc::resource_unavailable_try_again;
+            const bool isTaken =
+                error.code() == std::errc::file_exists || error.code() == std::errc::resource_unavailable_try_again;
             if (!isTaken || i == Attempts) throw;
         }
     }

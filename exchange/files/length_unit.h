@@ -12,8 +12,8 @@ struct LengthUnit {
     std::string name = "mm";
     double mm = 1.0; ///< its length
 
-    /// What a figure in "mm" or "mm2", as FieldInfo and TestInfo name its measure, is to be divided by; 1 for every other
-    /// measure, and for a negative figure, which marks something that is unknown or switched off.
+    /// What a figure in "mm" or "mm2", as FieldInfo and TestInfo name its measure, is to be divided by; 1 for every
+    /// other measure, and for a negative figure, which marks something that is unknown or switched off.
     [[nodiscard]] double ScaleOf(std::string_view measure, double figure) const
     {
         if (figure < 0.0) return 1.0;

@@ -16,8 +16,8 @@ struct Staged;
 /// OutputError.
 class StagedDirectory {
 public:
-    /// `names`: of every file that may be in a set; those that a set lacks are removed when it is kept. Finds out whether
-    /// the files can be written.
+    /// `names`: of every file that may be in a set; those that a set lacks are removed when it is kept. Finds out
+    /// whether the files can be written.
     StagedDirectory(const std::string& directory, std::vector<std::string> names);
     StagedDirectory(const StagedDirectory&) = delete;
     StagedDirectory& operator=(const StagedDirectory&) = delete;
@@ -41,9 +41,9 @@ private:
     std::string directory_;
     std::vector<std::string> names_;
     std::vector<std::string> added_;
-    std::filesystem::path target_;             // behind all links
-    std::vector<std::filesystem::path> made_;  // folders that did not exist, the outermost first
-    std::unique_ptr<Staged> staged_;           // null once it is kept
+    std::filesystem::path target_;            // behind all links
+    std::vector<std::filesystem::path> made_; // folders that did not exist, the outermost first
+    std::unique_ptr<Staged> staged_;          // null once it is kept
 };
 
 } // namespace voalgo

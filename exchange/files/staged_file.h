@@ -32,7 +32,7 @@ private:
     [[nodiscard]] bool isInPlace() const;
 
     std::string path_;
-    std::filesystem::path target_; // behind all links
+    std::filesystem::path target_;   // behind all links
     std::unique_ptr<Staged> staged_; // null once it is kept
 };
 

@@ -32,9 +32,15 @@ Json ToJson(const prereg::AcceptanceTest& t, const LengthUnit& unit)
 {
     const prereg::TestInfo& info = InfoOf(t.test);
     const auto scaled = [&](double figure) { return figure / unit.ScaleOf(info.unit, figure); };
-    return {{"code", info.code},         {"name", info.name},         {"stage", NameOf(t.stage)},
-            {"setting", info.setting},   {"unit", unit.NameOf(info.unit)}, {"value", scaled(t.value)},
-            {"limit", scaled(t.limit)},  {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+    return {{"code", info.code},
+            {"name", info.name},
+            {"stage", NameOf(t.stage)},
+            {"setting", info.setting},
+            {"unit", unit.NameOf(info.unit)},
+            {"value", scaled(t.value)},
+            {"limit", scaled(t.limit)},
+            {"isAtMost", info.isAtMost},
+            {"outcome", NameOf(t.outcome)}};
 }
 
 } // namespace

@@ -136,9 +136,19 @@ private:
     {
         static const std::set<std::uint64_t> changes = {
 #if defined(SYS_rename)
-            SYS_rename,   SYS_link,      SYS_unlink, SYS_mkdir,    SYS_rmdir,
+            SYS_rename,
+            SYS_link,
+            SYS_unlink,
+            SYS_mkdir,
+            SYS_rmdir,
 #endif
-            SYS_renameat, SYS_renameat2, SYS_linkat, SYS_unlinkat, SYS_mkdirat, SYS_openat, SYS_write,
+            SYS_renameat,
+            SYS_renameat2,
+            SYS_linkat,
+            SYS_unlinkat,
+            SYS_mkdirat,
+            SYS_openat,
+            SYS_write,
         };
         __ptrace_syscall_info info{};
         if (ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof(info), &info) <= 0) return false;
@@ -212,9 +222,8 @@ TEST_F(ToolKilled, LeavesTheOldSetOrTheNewOneBesideOtherFiles)
 
 TEST_F(ToolKilled, LeavesNoFolderOrAWholeOne)
 {
-    KillEverywhere(place, command, AllStaged, Folder({}), [&] {
-        EXPECT_TRUE(!place.Has("work/out") || Visible(place.PathOf("work/out")) == newSet);
-    });
+    KillEverywhere(place, command, AllStaged, Folder({}),
+                   [&] { EXPECT_TRUE(!place.Has("work/out") || Visible(place.PathOf("work/out")) == newSet); });
 }
 
 /// A folder with a folder inside cannot be replaced in one step: every file is whole, and result.json comes first.
@@ -240,8 +249,8 @@ TEST_F(ToolKilled, LeavesTheOldFileOrTheNewOne)
     });
 }
 
-/// Whatever the system refuses: exit code 3, the file and the reason; the old results stay, and the new ones are printed
-/// if there are any.
+/// Whatever the system refuses: exit code 3, the file and the reason; the old results stay, and the new ones are
+/// printed if there are any.
 TEST(ToolOutputs, ThatCannotBeWrittenLeaveTheOldOnes)
 {
     const Workplace place;
@@ -261,7 +270,8 @@ TEST(ToolOutputs, ThatCannotBeWrittenLeaveTheOldOnes)
         {"ulimit -f 200; " + run + " --out out --report out/page.html", "cannot write out/", pose},
         {"ulimit -f 200; " + run + " --report out/page.html", "cannot write out/page.html: File too large", pose},
         {"ulimit -f 4; \"$VOALGO\" case pack a.ply a.ply --out out/case.bson", "out/case.bson: File too large", ""},
-        {"ulimit -f 1; \"$VOALGO\" features a.ply --out out/pose.txt", "out/pose.txt: File too large", "123 feature points"},
+        {"ulimit -f 1; \"$VOALGO\" features a.ply --out out/pose.txt", "out/pose.txt: File too large",
+         "123 feature points"},
         {"ulimit -f 4; \"$VOALGO\" simulate --points 500 --out out/s", "cannot write out/s/fix.ply: File too", ""},
         {run + " --report /dev/full", "cannot write /dev/full: No space left on device", pose},
         {run + " --out file", "cannot write file: Not a directory", ""},
@@ -303,8 +313,11 @@ TEST(ToolOutputs, NeedPermission)
     WriteInputs(place);
     const std::string run = std::string("\"$VOALGO\" ") + Register + "same.txt --out ";
     const std::string as = geteuid() == 0 ? "setpriv --reuid=65534 --clear-groups " : "";
-    if (place.Shell("chmod 777 . && mkdir shut kept && " + as + "test -x \"$VOALGO\" && touch kept/pose.txt && "
-                    "chmod 444 kept/pose.txt && chmod 777 kept && chmod 555 shut").exitCode != 0)
+    if (place
+            .Shell("chmod 777 . && mkdir shut kept && " + as +
+                   "test -x \"$VOALGO\" && touch kept/pose.txt && "
+                   "chmod 444 kept/pose.txt && chmod 777 kept && chmod 555 shut")
+            .exitCode != 0)
         GTEST_SKIP() << "cannot run as another user";
     for (const std::string out : {"shut", "shut/new", "kept"}) {
         const Outcome outcome = place.Shell(as + run + out);
@@ -320,16 +333,19 @@ TEST(ToolOutputs, KeepTheFolderAsItIs)
 {
     const Workplace place;
     WriteInputs(place);
-    ASSERT_EQ(place.Shell("mkdir real && chmod 2750 real && ln -s real link && echo old > real/page.html && "
-                          "echo > real/pose.txt && chmod 600 real/page.html real/pose.txt && ln -s real/page.html latest.html && cd link && \"$VOALGO\" register "
-                          "../a.ply ../a.ply --start ../same.txt --out . --quiet && cd .. && \"$VOALGO\" " +
-                          std::string(Register) + "same.txt --out link --report latest.html && stat -c '%a %F %n' real link real/pose.txt "
-                          "real/page.html latest.html")
+    ASSERT_EQ(place
+                  .Shell("mkdir real && chmod 2750 real && ln -s real link && echo old > real/page.html && "
+                         "echo > real/pose.txt && chmod 600 real/page.html real/pose.txt && ln -s real/page.html "
+                         "latest.html && cd link && \"$VOALGO\" register "
+                         "../a.ply ../a.ply --start ../same.txt --out . --quiet && cd .. && \"$VOALGO\" " +
+                         std::string(Register) +
+                         "same.txt --out link --report latest.html && stat -c '%a %F %n' real link real/pose.txt "
+                         "real/page.html latest.html")
                   .exitCode,
               0);
-    EXPECT_THAT(place.Read("stdout.txt"),
-                HasSubstr("\n2750 directory real\n777 symbolic link link\n600 regular file real/pose.txt\n600 regular file real/page.html\n"
-                          "777 symbolic link latest.html\n"));
+    EXPECT_THAT(place.Read("stdout.txt"), HasSubstr("\n2750 directory real\n777 symbolic link link\n600 regular file "
+                                                    "real/pose.txt\n600 regular file real/page.html\n"
+                                                    "777 symbolic link latest.html\n"));
     EXPECT_THAT(place.Read("real/page.html"), StartsWith("<!"));
     EXPECT_TRUE(place.Has("real/pose.txt"));
 }
@@ -340,15 +356,24 @@ TEST(ToolOutputs, OnStandardOutputAreCheckedAtTheEnd)
     const Workplace place;
     WriteInputs(place);
     ASSERT_EQ(place.Run("case pack a.ply a.ply --out case.bson --quiet").exitCode, 0);
-    const std::string commands[] = {std::string(Register) + "same.txt", std::string(Register) + "same.txt --json --out r",
-                                    "info a.ply",        "info a.ply --json", "features a.ply",
-                                    "case show case.bson", "case run case.bson", "simulate --points 500 --out s",
-                                    "--help",            "--version",         "register --help"};
+    const std::string commands[] = {std::string(Register) + "same.txt",
+                                    std::string(Register) + "same.txt --json --out r",
+                                    "info a.ply",
+                                    "info a.ply --json",
+                                    "features a.ply",
+                                    "case show case.bson",
+                                    "case run case.bson",
+                                    "simulate --points 500 --out s",
+                                    "--help",
+                                    "--version",
+                                    "register --help"};
     for (const std::string& command : commands)
-        for (const auto& [sink, reason] : {std::pair(">/dev/full", "No space left on device"), {">&-", "Bad file desc"}}) {
+        for (const auto& [sink, reason] :
+             {std::pair(">/dev/full", "No space left on device"), {">&-", "Bad file desc"}}) {
             const Outcome outcome = place.Shell("\"$VOALGO\" " + command + ' ' + sink);
             EXPECT_EQ(outcome.exitCode, 3) << command << sink;
-            EXPECT_THAT(outcome.errors, HasSubstr(std::string("cannot write to standard output: ") + reason)) << command;
+            EXPECT_THAT(outcome.errors, HasSubstr(std::string("cannot write to standard output: ") + reason))
+                << command;
         }
     EXPECT_THAT(place.Read("r/result.json"), StartsWith("{")) << "a file must not become standard output";
     EXPECT_EQ(place.Shell("\"$VOALGO\" case pack a.ply a.ply --out case.bson --quiet >&- 2>&- <&-").exitCode, 0);
@@ -361,11 +386,14 @@ TEST(ToolOutputs, MayHaveAnyName)
     place.Write("a\xE9.ply", PlyBytes(Blob(900, 100.0F)));
     place.Write("s\xE9.txt", Same);
     place.Write("c\xE9.json", "{}");
-    const char* const commands[] = {
-        "register a\xE9.ply a\xE9.ply --start s\xE9.txt --config c\xE9.json --out o\xE9 --report o\xE9/r\xE9.html --json",
-        "info a\xE9.ply --json", "features a\xE9.ply --out f\xE9.xyzn", "case show o\xE9/case.bson",
-        "case pack a\xE9.ply a\xE9.ply --out o\xE9/p\xE9", "simulate --points 500 --out s\xE9",
-        "case run o\xE9/case.bson --out q\xE9 --json"};
+    const char* const commands[] = {"register a\xE9.ply a\xE9.ply --start s\xE9.txt --config c\xE9.json --out o\xE9 "
+                                    "--report o\xE9/r\xE9.html --json",
+                                    "info a\xE9.ply --json",
+                                    "features a\xE9.ply --out f\xE9.xyzn",
+                                    "case show o\xE9/case.bson",
+                                    "case pack a\xE9.ply a\xE9.ply --out o\xE9/p\xE9",
+                                    "simulate --points 500 --out s\xE9",
+                                    "case run o\xE9/case.bson --out q\xE9 --json"};
     for (const std::string command : commands) {
         const Outcome outcome = place.Run(command);
         EXPECT_NE(outcome.exitCode, 3) << command << outcome.errors;

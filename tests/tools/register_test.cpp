@@ -186,13 +186,14 @@ TEST(ToolRegister, LengthsAreInTheUnitOfTheFiles)
     inMillimetres.erase("seconds");
     EXPECT_THAT(Rescaled(inMillimetres, m, 1000.0),
                 testing::IsSupersetOf({"pose", "spacing", "extent", "fStop_RMSE", "fStop_OverlapArea (area)",
-                                       "resolution", "dMaxRMSE", "dMinOverlapArea (area)", "dFeatureRadius", "maxMisfit",
-                                       "roughness", "value", "limit", "value (area)", "limit (area)"}));
+                                       "resolution", "dMaxRMSE", "dMinOverlapArea (area)", "dFeatureRadius",
+                                       "maxMisfit", "roughness", "value", "limit", "value (area)", "limit (area)"}));
     EXPECT_EQ(inMillimetres["settings"]["config"]["icpConfig"]["dMaxRMSE"], 250.0);
     const auto config = m["settings"]["config"];
     place.Write("again.json", config.dump());
     const auto again = nlohmann::json::parse(place.Run(run + "again.json").output);
-    EXPECT_NEAR(again["settings"]["config"]["dFeatureRadius"], inMillimetres["settings"]["config"]["dFeatureRadius"], 1e-9);
+    EXPECT_NEAR(again["settings"]["config"]["dFeatureRadius"], inMillimetres["settings"]["config"]["dFeatureRadius"],
+                1e-9);
 }
 
 /// The first byte of the data may look like a line end; taking it for part of the header would shift all coordinates.

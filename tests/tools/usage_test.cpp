@@ -60,8 +60,9 @@ TEST(ToolUsage, ScansAreReadLast)
 {
     const Workplace place;
     place.Write("c.json", "{");
-    for (const char* arguments : {"register a.ply b.ply --config c.json", "register a.ply b.ply --start c.json",
-                                  "case pack a.ply b.ply --out case --config c.json", "features a.ply --config c.json"}) {
+    for (const char* arguments :
+         {"register a.ply b.ply --config c.json", "register a.ply b.ply --start c.json",
+          "case pack a.ply b.ply --out case --config c.json", "features a.ply --config c.json"}) {
         const Outcome outcome = place.Run(arguments);
         EXPECT_EQ(outcome.exitCode, 3) << arguments;
         EXPECT_THAT(outcome.errors, testing::StartsWith("voalgo: error: c.json: ")) << arguments;
@@ -87,7 +88,8 @@ TEST(ToolUsage, ConfigurationErrorsNameTheKey)
         {R"({"icpConfig": {"uiNumSamples": 10000001}})", R"("icpConfig.uiNumSamples": must be between 0 and 10000000)"},
         {R"({"icpConfig": {"dMaxRMSE": -0.1}})", R"("icpConfig.dMaxRMSE": must not be negative, is -0.1)"},
         {R"({"dMaxPolygonVertexError": -1e-9})", R"("dMaxPolygonVertexError": must not be negative)"},
-        {R"({"icpConfig": {"dNormalAngleTolerance": -1}})", R"("icpConfig.dNormalAngleTolerance": must not be negative)"},
+        {R"({"icpConfig": {"dNormalAngleTolerance": -1}})",
+         R"("icpConfig.dNormalAngleTolerance": must not be negative)"},
         {R"({"unit": "km"})", R"("unit": must be "mm", "cm" or "m", is "km")"},
         {R"({"icpConfig": {"dMaxRMSE": null}})", R"("icpConfig.dMaxRMSE": must be a number, is null)"},
         {R"({"icpConfig": 3})", R"("icpConfig": must be a JSON object, is number)"},

@@ -12,8 +12,9 @@
 
 namespace {
 
-constexpr const char* Footer = "Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage.\n"
-                               "For help on a command: voalgo COMMAND --help";
+constexpr const char* Footer =
+    "Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage.\n"
+    "For help on a command: voalgo COMMAND --help";
 
 int Run(int argc, char** argv)
 {

@@ -51,8 +51,7 @@ CaseNotes ReadNotes(const element& stored)
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_double();
     ReadPosition(stored.child("fixOrigin"), notes.fixOrigin);
     ReadPosition(stored.child("fltOrigin"), notes.fltOrigin);
-    if (!prereg::PresetOf(notes.preset) || !UnitOf(notes.unit))
-        throw std::invalid_argument("unknown preset or unit");
+    if (!prereg::PresetOf(notes.preset) || !UnitOf(notes.unit)) throw std::invalid_argument("unknown preset or unit");
     return notes;
 }
 

@@ -32,10 +32,10 @@ void RequireDistinct(const std::vector<std::string>& inputs, const std::vector<s
 {
     for (auto output = outputs.begin(); output != outputs.end(); ++output) {
         for (const std::string& input : inputs)
-            if (IsSame(*output, input))
-                throw UsageError("the output " + *output + " would replace the input " + input);
+            if (IsSame(*output, input)) throw UsageError("the output " + *output + " would replace the input " + input);
         for (auto other = outputs.begin(); other != output; ++other)
-            if (IsSame(*output, *other)) throw UsageError("the outputs " + *other + " and " + *output + " are one file");
+            if (IsSame(*output, *other))
+                throw UsageError("the outputs " + *other + " and " + *output + " are one file");
     }
 }
 
