@@ -89,11 +89,6 @@ StagedDirectory::~StagedDirectory()
     for (auto folder = made_.rbegin(); folder != made_.rend(); ++folder) fs::remove(*folder, ignored);
 }
 
-bool StagedDirectory::IsFolderOf(const std::string& path) const
-{
-    return Resolved(fs::absolute(path).parent_path()) == target_; // the file itself may be a link to elsewhere
-}
-
 void StagedDirectory::Add(const std::string& name, const std::function<void(const std::string&)>& write)
 {
     added_.push_back(name);
@@ -171,6 +166,11 @@ void StagedDirectory::replaceFiles()
     for (const std::string& name : names_)
         if (!Contains(added_, name)) fs::remove(target_ / name, ignored);
     RemoveStaged(staged_->path, names_);
+}
+
+bool IsInFolder(const std::string& path, const std::string& directory)
+{
+    return Resolved(fs::absolute(path).parent_path()) == Resolved(directory); // the file may be a link to elsewhere
 }
 
 } // namespace voalgo

@@ -24,8 +24,6 @@ public:
     /// Leaves no trace of a set that was not kept.
     ~StagedDirectory();
 
-    /// Whether a file belongs into this directory itself.
-    [[nodiscard]] bool IsFolderOf(const std::string& path) const;
     /// Lets `write` fill a file of the set at the path that it is called with; the most important first.
     void Add(const std::string& name, const std::function<void(const std::string&)>& write);
     /// Puts the set in its place, when it is on the disk.
@@ -45,5 +43,8 @@ private:
     std::vector<std::filesystem::path> made_; // folders that did not exist, the outermost first
     std::unique_ptr<Staged> staged_;          // null once it is kept
 };
+
+/// Whether a file is in this directory itself, which need not exist.
+[[nodiscard]] bool IsInFolder(const std::string& path, const std::string& directory);
 
 } // namespace voalgo

@@ -333,8 +333,10 @@ TEST(ToolOutputs, KeepTheFolderAsItIs)
 {
     const Workplace place;
     WriteInputs(place);
+    fs::create_directory(place.PathOf("real"));
+    place.Write("real/notes.txt", "of the user");
     ASSERT_EQ(place
-                  .Shell("mkdir real && chmod 2750 real && ln -s real link && echo old > real/page.html && "
+                  .Shell("chmod 2750 real && ln -s real link && echo old > real/page.html && "
                          "echo > real/pose.txt && chmod 600 real/page.html real/pose.txt && ln -s real/page.html "
                          "latest.html && cd link && \"$VOALGO\" register "
                          "../a.ply ../a.ply --start ../same.txt --out . --quiet && cd .. && \"$VOALGO\" " +
@@ -348,6 +350,8 @@ TEST(ToolOutputs, KeepTheFolderAsItIs)
                                                     "777 symbolic link latest.html\n"));
     EXPECT_THAT(place.Read("real/page.html"), StartsWith("<!"));
     EXPECT_TRUE(place.Has("real/pose.txt"));
+    ASSERT_EQ(place.Run(std::string(Register) + "same.txt --out real --report notes.txt").exitCode, 0);
+    EXPECT_EQ(place.Read("real/notes.txt"), "of the user") << "a report elsewhere has the same name";
 }
 
 /// What is printed and lost is an error, of every command.

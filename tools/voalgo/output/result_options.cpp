@@ -32,24 +32,19 @@ class StagedResults {
 public:
     StagedResults(const std::string& directory, const std::string& report) : reportPath_(report)
     {
-        if (!directory.empty()) {
-            std::vector<std::string> names = OutputNames();
-            if (!report.empty()) names.push_back(std::filesystem::path(report).filename().string());
-            directory_.emplace(directory, names);
-        }
-        if (!report.empty() && !isReportInside()) report_.emplace(report);
+        const bool isInside = !directory.empty() && !report.empty() && IsInFolder(report, directory);
+        std::vector<std::string> names = OutputNames();
+        if (isInside) names.push_back(reportName_ = std::filesystem::path(report).filename().string());
+        if (!directory.empty()) directory_.emplace(directory, names);
+        if (!report.empty() && !isInside) report_.emplace(report);
     }
 
     void Write(const Outcome& outcome)
     {
         if (directory_) WriteOutput(*directory_, outcome);
-        if (reportPath_.empty()) return;
-        const std::string page = ReportPage(outcome);
-        if (isReportInside())
-            directory_->Add(std::filesystem::path(reportPath_).filename().string(),
-                            [&](const std::string& path) { WriteText(path, page); });
-        else
-            report_->Write(page);
+        if (report_) report_->Write(ReportPage(outcome));
+        if (!reportName_.empty())
+            directory_->Add(reportName_, [&](const std::string& path) { WriteText(path, ReportPage(outcome)); });
     }
 
     /// Returns the paths of the files.
@@ -68,11 +63,10 @@ public:
     }
 
 private:
-    [[nodiscard]] bool isReportInside() const { return directory_ && directory_->IsFolderOf(reportPath_); }
-
     std::string reportPath_;
     std::optional<StagedDirectory> directory_;
-    std::optional<StagedFile> report_; // unless it is in the directory
+    std::string reportName_;           // in the directory; empty: none or elsewhere
+    std::optional<StagedFile> report_; // elsewhere
 };
 
 } // namespace

@@ -1,11 +1,13 @@
 #include "terminal/unknown_command.h"
 
 #include "VoAlgorithms/prereg/fields.h"
+#include "platform/format.h"
 #include "terminal/usage_error.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -23,9 +25,10 @@ void RequireKnownCommand(const CLI::App& tool, int argc, const char* const* argv
                                         [&](const CLI::App* command) { return command->check_name(name); });
         if (found == commands.end()) {
             std::vector<std::string> names;
-            for (const CLI::App* command : commands) names.push_back(command->get_name());
-            throw UsageError("unknown command \"" + inside + name + "\"; did you mean \"" + inside +
-                             prereg::NearestKey(name, names) + "\"?");
+            std::transform(commands.begin(), commands.end(), std::back_inserter(names),
+                           [](const CLI::App* command) { return command->get_name(); });
+            throw UsageError(VoAlgo::Format("unknown command \"%s%s\"; did you mean \"%s%s\"?", inside.c_str(),
+                                            name.c_str(), inside.c_str(), prereg::NearestKey(name, names).c_str()));
         }
         app = *found;
         inside += name + ' ';
