@@ -1,11 +1,10 @@
 #include "exchange/files/write_ply.h"
 
-#include "exchange/files/input_error.h"
+#include "exchange/files/staged_file.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <fstream>
 
 namespace voalgo {
 
@@ -36,7 +35,7 @@ public:
         inDouble_ = std::any_of(clouds.begin(), clouds.end(), [&](const auto& c) { return needsDoubles(*c.cloud); });
     }
 
-    void Write(std::ostream& file) const
+    void Write(StagedFile& file) const
     {
         constexpr std::size_t Block = std::size_t{1} << 20U; // bytes
         std::string bytes = header();
@@ -44,10 +43,10 @@ public:
             for (std::size_t i = 0; i < c.cloud->points.size(); ++i) {
                 append(bytes, c, i);
                 if (bytes.size() < Block) continue;
-                file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+                file.Write(bytes);
                 bytes.clear();
             }
-        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        file.Write(bytes);
     }
 
 private:
@@ -97,10 +96,9 @@ private:
 
 void Write(const std::string& path, const std::vector<ColouredCloud>& clouds, const PlyForm& form, bool withColour)
 {
-    std::ofstream file(path, std::ios::binary);
+    StagedFile file(path);
     PlyFile(clouds, form, withColour).Write(file);
-    file.close();
-    if (!file) throw InputError("cannot write " + path);
+    file.Keep();
 }
 
 } // namespace

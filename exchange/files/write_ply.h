@@ -23,8 +23,7 @@ struct PlyForm {
     double tolerance = 0.0; ///< coordinates are doubles where floats are farther off, mm; 0: or differ at all
 };
 
-/// Writes binary little-endian PLY, with normals when every point has one; throws InputError when the file cannot be
-/// written.
+/// Writes binary little-endian PLY, with normals when every point has one, as a StagedFile; throws OutputError.
 void WritePly(const std::string& path, const prereg::Scan& cloud, const PlyForm& form = {});
 /// The same for several clouds in one file, with the colour of each.
 void WritePly(const std::string& path, const std::vector<ColouredCloud>& clouds, const PlyForm& form = {});

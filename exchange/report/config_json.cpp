@@ -5,9 +5,10 @@
 #include "exchange/files/input_error.h"
 
 #include <algorithm>
-#include <limits>
+#include <optional>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace voalgo {
@@ -16,11 +17,16 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+/// More of anything would only look like a program that hangs.
+constexpr std::uint32_t MostOfAnything = 10'000'000;
+
+constexpr const char* UnitKey = "unit";
+
 /// Reads the values of one JSON object.
 class Reader {
 public:
-    Reader(const std::string& path, const Json& object, const std::string& key)
-        : path_(path), object_(object), inside_(key.empty() ? "" : key + ".")
+    Reader(const std::string& path, const Json& object, const std::string& key, LengthUnit unit)
+        : path_(path), object_(object), inside_(key.empty() ? "" : key + "."), unit_(std::move(unit))
     {
         if (!object.is_object()) Fail(key, "must be a JSON object, is " + typeOf(object));
     }
@@ -34,12 +40,16 @@ public:
         const std::string key = inside_ + info.key;
         if constexpr (std::is_same_v<T, std::uint32_t>) {
             if (!value->is_number_integer()) Fail(key, "must be a whole number, is " + typeOf(*value));
-            if (!value->is_number_unsigned() || value->get<std::uint64_t>() > std::numeric_limits<std::uint32_t>::max())
-                Fail(key, "must be between 0 and 4294967295, is " + value->dump());
-        } else if (!value->is_number()) {
-            Fail(key, "must be a number, is " + typeOf(*value));
+            if (!value->is_number_unsigned() || value->get<std::uint64_t>() > MostOfAnything)
+                Fail(key, "must be between 0 and " + std::to_string(MostOfAnything) + ", is " + value->dump());
+            field = value->get<T>();
+        } else {
+            if (!value->is_number()) Fail(key, "must be a number, is " + typeOf(*value));
+            const bool isMeasure = *info.unit != '\0'; // a length, an area or an angle
+            const bool mayBeOff = *info.off != '\0';
+            if (isMeasure && !mayBeOff && value->get<T>() < 0.0) Fail(key, "must not be negative, is " + value->dump());
+            field = value->get<T>() * unit_.ScaleOf(info.unit, value->get<T>());
         }
-        field = value->get<T>();
     }
 
     /// The value under a key, null when there is none.
@@ -74,6 +84,7 @@ private:
     const std::string& path_;
     const Json& object_;
     std::string inside_; // key of the object with a dot; empty for the outermost one
+    LengthUnit unit_;
     std::vector<std::string> known_;
 };
 
@@ -89,41 +100,36 @@ Json Parse(const std::string& path)
     }
 }
 
-Json FieldsOf(const auto& record)
+Json FieldsOf(const auto& record, const LengthUnit& unit)
 {
     Json json;
-    prereg::VisitFields(record, [&](const prereg::FieldInfo& info, const auto& field) { json[info.key] = field; });
+    prereg::VisitFields(record, [&](const prereg::FieldInfo& info, const auto& field) {
+        if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
+            json[info.key] = field / unit.ScaleOf(info.unit, field);
+        } else {
+            json[info.key] = field;
+        }
+    });
     return json;
 }
 
-} // namespace
-
-Json ToJson(const prereg::ConfigurationICP& config)
+LengthUnit ReadUnit(const Json& json, const std::string& path)
 {
-    return FieldsOf(config);
+    if (!json.contains(UnitKey)) return {};
+    const Json& name = json[UnitKey];
+    const std::optional<LengthUnit> unit = name.is_string() ? UnitOf(name.get<std::string>()) : std::nullopt;
+    if (!unit) throw InputError(path + ": \"unit\": must be \"mm\", \"cm\" or \"m\", is " + name.dump());
+    return *unit;
 }
 
-Json ToJson(const prereg::ConfigurationFPFH& config)
+void Apply(const Json& json, const std::string& path, prereg::ConfigurationFPFH& config)
 {
-    Json json = FieldsOf(config);
-    json[prereg::IcpKey] = ToJson(config.icpConfig);
-    return json;
-}
-
-Json ToJson(const prereg::Verification& verification)
-{
-    Json json = FieldsOf(verification);
-    json[prereg::IcpKey] = ToJson(verification.icp);
-    return json;
-}
-
-void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
-{
-    const Json json = Parse(path);
-    Reader reader(path, json, "");
+    const LengthUnit unit = ReadUnit(json, path);
+    Reader reader(path, json, "", unit);
+    (void)reader.Find(UnitKey);
     prereg::VisitFields(config, std::ref(reader));
     if (const Json* icp = reader.Find(prereg::IcpKey)) {
-        Reader icpReader(path, *icp, prereg::IcpKey);
+        Reader icpReader(path, *icp, prereg::IcpKey, unit);
         prereg::VisitFields(config.icpConfig, std::ref(icpReader));
         icpReader.RequireKnownKeys();
     }
@@ -137,6 +143,32 @@ void ApplyConfigFile(prereg::ConfigurationFPFH& config, const std::string& path)
     } catch (const std::invalid_argument& error) {
         throw InputError(path + ": " + error.what());
     }
+}
+
+} // namespace
+
+Json ToJson(const prereg::ConfigurationFPFH& config, const LengthUnit& unit)
+{
+    Json json;
+    if (unit.mm != 1.0) json[UnitKey] = unit.name;
+    json.update(FieldsOf(config, unit));
+    json[prereg::IcpKey] = FieldsOf(config.icpConfig, unit);
+    return json;
+}
+
+Json ToJson(const prereg::Verification& verification, const LengthUnit& unit)
+{
+    Json json = FieldsOf(verification, unit);
+    json[prereg::IcpKey] = FieldsOf(verification.icp, unit);
+    return json;
+}
+
+std::function<void(prereg::ConfigurationFPFH&)> ReadConfigFile(const std::string& path)
+{
+    auto apply = [path, json = Parse(path)](prereg::ConfigurationFPFH& config) { Apply(json, path, config); };
+    prereg::ConfigurationFPFH any; // faults do not depend on the settings that are not stated
+    apply(any);
+    return apply;
 }
 
 } // namespace voalgo

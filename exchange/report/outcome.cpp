@@ -28,26 +28,33 @@ Json ToJson(const prereg::CFPFHPreRegistration::Statistics& s)
             {"failures", causes}};
 }
 
-Json ToJson(const prereg::AcceptanceTest& t)
+Json ToJson(const prereg::AcceptanceTest& t, const LengthUnit& unit)
 {
     const prereg::TestInfo& info = InfoOf(t.test);
-    return {{"code", info.code},       {"name", info.name},         {"stage", NameOf(t.stage)},
-            {"setting", info.setting}, {"unit", info.unit},         {"value", t.value},
-            {"limit", t.limit},        {"isAtMost", info.isAtMost}, {"outcome", NameOf(t.outcome)}};
+    const auto scaled = [&](double figure) { return figure / unit.ScaleOf(info.unit, figure); };
+    return {{"code", info.code},
+            {"name", info.name},
+            {"stage", NameOf(t.stage)},
+            {"setting", info.setting},
+            {"unit", unit.NameOf(info.unit)},
+            {"value", scaled(t.value)},
+            {"limit", scaled(t.limit)},
+            {"isAtMost", info.isAtMost},
+            {"outcome", NameOf(t.outcome)}};
 }
 
 } // namespace
 
-PoseMatrix InUnit(const VoAlgo::CbMatrix4Rd& pose, double mmPerUnit)
+PoseMatrix InUnit(const VoAlgo::CbMatrix4Rd& pose, const LengthUnit& unit)
 {
     PoseMatrix matrix{};
     for (unsigned r = 0; r < 4; ++r)
         for (unsigned c = 0; c < 4; ++c)
-            matrix[r][c] = (c == 3 && r < 3 ? pose(r, c) / mmPerUnit : pose(r, c)) + 0.0; // no −0
+            matrix[r][c] = (c == 3 && r < 3 ? pose(r, c) / unit.mm : pose(r, c)) + 0.0; // no −0
     return matrix;
 }
 
-Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose)
+Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose, const LengthUnit& unit)
 {
     Json json = {{"pose", pose},
                  {"resultType", judged.resultType},
@@ -56,17 +63,17 @@ Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose)
     prereg::VisitFields(static_cast<const prereg::ICPResult&>(judged),
                         [&](const prereg::FieldInfo& info, const auto& field) {
                             if constexpr (std::is_floating_point_v<std::remove_cvref_t<decltype(field)>>) {
-                                json[info.key] = ShortNumber(field);
+                                json[info.key] = ShortNumber(field, unit.ScaleOf(info.unit, double{field}));
                             } else {
                                 json[info.key] = field;
                             }
                         });
     json["tests"] = Json::array();
-    for (const prereg::AcceptanceTest& test : judged.tests) json["tests"].push_back(ToJson(test));
+    for (const prereg::AcceptanceTest& test : judged.tests) json["tests"].push_back(ToJson(test, unit));
     return json;
 }
 
-Json ToJson(const prereg::PreparedScan& p)
+Json ToJson(const prereg::PreparedScan& p, const LengthUnit& unit)
 {
     return {{"file", p.scan.name},
             {"pointsRead", p.read},
@@ -76,21 +83,22 @@ Json ToJson(const prereg::PreparedScan& p)
             {"normalsEstimated", p.estimatedNormals},
             {"normalsScaled", p.scaledNormals},
             {"normalsZero", p.zeroNormals},
-            {"spacing", ShortNumber(static_cast<float>(p.spacing))},
-            {"extent", ShortNumber(static_cast<float>(p.Extent()))},
+            {"spacing", ShortNumber(static_cast<float>(p.spacing), unit.mm)},
+            {"extent", ShortNumber(static_cast<float>(p.Extent()), unit.mm)},
             {"sampledFromMesh", p.scan.meshSpacing > 0.0}};
 }
 
 Json ToJson(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
+    const LengthUnit& unit = outcome.unit;
     Json results = Json::array();
     for (const prereg::JudgedTrafo& judged : registration.results)
-        results.push_back(ToJson(judged, InUnit(registration.PoseOf(judged), outcome.mmPerUnit)));
+        results.push_back(ToJson(judged, InUnit(registration.PoseOf(judged), unit), unit));
     return {{"voalgo", VOALGO_VERSION},
-            {"fix", ToJson(outcome.fix)},
-            {"flt", ToJson(outcome.flt)},
-            {"unit", outcome.unit},
+            {"fix", ToJson(outcome.fix, unit)},
+            {"flt", ToJson(outcome.flt, unit)},
+            {"unit", unit.name},
             {"found", static_cast<bool>(registration)},
             {"reason", registration.Reason()},
             {"reasonCode", CodeOf(registration.refusal.code)},
@@ -98,10 +106,10 @@ Json ToJson(const Outcome& outcome)
             {"statistics", ToJson(registration.statistics)},
             {"settings",
              {{"preset", outcome.preset},
-              {"resolution", registration.settings.resolution},
-              {"workingSpacing", registration.settings.workingSpacing},
-              {"config", ToJson(registration.settings.config)},
-              {"verification", ToJson(registration.settings.verification)}}}};
+              {"resolution", registration.settings.resolution / unit.mm},
+              {"workingSpacing", registration.settings.workingSpacing / unit.mm},
+              {"config", ToJson(registration.settings.config, unit)},
+              {"verification", ToJson(registration.settings.verification, unit)}}}};
 }
 
 std::string JsonText(const Json& json)

@@ -56,7 +56,10 @@ public:
     [[nodiscard]] Json Data() const
     {
         const prereg::Registration& registration = outcome_.registration;
-        Json data = ToJson(outcome_);
+        Outcome inMillimetres = outcome_;
+        inMillimetres.unit = {};
+        Json data = ToJson(inMillimetres);
+        data["unit"] = outcome_.unit.name; // of the poses
         data["fix"] = ScanOf(outcome_.fix, fix_);
         data["flt"] = ScanOf(outcome_.flt, flt_);
         data.erase("results"); // which are among the poses
@@ -81,8 +84,8 @@ private:
     {
         for (std::size_t i = 0; i < std::min(judged.size(), MostPoses); ++i) {
             const prereg::JudgedTrafo& j = judged[i];
-            Json pose = ToJson(j, InUnit(outcome_.registration.PoseOf(j), outcome_.mmPerUnit));
-            pose["localPose"] = InUnit(j.trafo, 1.0);
+            Json pose = ToJson(j, InUnit(outcome_.registration.PoseOf(j), outcome_.unit));
+            pose["localPose"] = InUnit(j.trafo, {});
             pose["objection"] = j.objection.text;
             pose["objectionCode"] = CodeOf(j.objection.code);
             pose["distances"] = PackDistances(

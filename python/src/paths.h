@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VoAlgorithms/verdict/scan.h"
-#include "exchange/files/input_error.h"
+#include "exchange/files/output_error.h"
 
 #include <pybind11/pybind11.h>
 
@@ -16,17 +16,17 @@ namespace py = pybind11;
 std::string ReadPath(const py::object& path);
 /// Opens and closes a file as Python would; raises its OSError.
 void OpenAndClose(const py::object& path, const char* mode);
+/// Raises the OSError that Python raises for the same reason.
+[[noreturn]] void Raise(const OutputError& error);
 /// Runs `write`, without the interpreter's lock; a file that cannot be written raises OSError.
 template <class Write>
-void WriteFile(const py::object& path, const Write& write)
+void WriteFile(const Write& write)
 {
-    OpenAndClose(path, "ab");
     try {
         const py::gil_scoped_release release;
         write();
-    } catch (const InputError& error) {
-        PyErr_SetString(PyExc_OSError, error.what());
-        throw py::error_already_set();
+    } catch (const OutputError& error) {
+        Raise(error);
     }
 }
 /// The name of a scan as Python decodes file names.

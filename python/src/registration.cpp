@@ -23,7 +23,7 @@ namespace {
 
 Outcome OutcomeOf(const Found& f)
 {
-    return {f.fix, f.flt, f.registration, f.preset, "mm", 1.0, f.readingSeconds};
+    return {f.fix, f.flt, f.registration, f.preset, {}, f.readingSeconds};
 }
 
 std::vector<Result> ResultsOf(const Found& f, const std::vector<JudgedTrafo>& results)
@@ -53,7 +53,7 @@ void WriteReport(const Found& f, const py::object& path)
 {
     const std::string file = ReadPath(path);
     if (!f.registration.fix) throw py::value_error("there is nothing to report: " + f.registration.Reason());
-    WriteFile(path, [&] { WriteText(file, ReportPage(OutcomeOf(f))); });
+    WriteFile([&] { WriteText(file, ReportPage(OutcomeOf(f))); });
 }
 
 /// The first result, null when it is not to be trusted.

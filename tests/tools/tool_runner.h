@@ -29,6 +29,8 @@ public:
 
     /// Runs `voalgo arguments`; a shell splits the arguments.
     [[nodiscard]] Outcome Run(const std::string& arguments) const;
+    /// Runs a script of the shell, to which the tool is "$VOALGO".
+    [[nodiscard]] Outcome Shell(const std::string& script) const;
     void Write(const std::string& name, const std::string& content) const;
     [[nodiscard]] std::string Read(const std::string& name) const;
     [[nodiscard]] std::string PathOf(const std::string& name) const { return (path_ / name).string(); }

@@ -1,6 +1,9 @@
 #include "VoAlgorithms/version.h"
 #include "commands/commands.h"
 #include "terminal/exit_code.h"
+#include "terminal/standard_streams.h"
+#include "terminal/unknown_command.h"
+#include "terminal/usage_error.h"
 
 #include <CLI/CLI.hpp>
 
@@ -9,8 +12,9 @@
 
 namespace {
 
-constexpr const char* Footer = "Exit codes: 0 success, 2 no registration found, 3 bad input, 64 wrong usage.\n"
-                               "For help on a command: voalgo COMMAND --help";
+constexpr const char* Footer =
+    "Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage.\n"
+    "For help on a command: voalgo COMMAND --help";
 
 int Run(int argc, char** argv)
 {
@@ -24,6 +28,7 @@ int Run(int argc, char** argv)
     voalgo::AddSimulate(tool, exitCode);
     voalgo::AddCase(tool, exitCode);
     voalgo::AddInfo(tool, exitCode);
+    voalgo::RequireKnownCommand(tool, argc, argv);
     try {
         tool.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -37,7 +42,13 @@ int Run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     try {
-        return Run(argc, argv);
+        voalgo::PrepareStandardStreams();
+        const int exitCode = Run(argc, argv);
+        voalgo::FlushStandardOutput();
+        return exitCode;
+    } catch (const voalgo::UsageError& error) {
+        std::fprintf(stderr, "voalgo: error: %s\n", error.what());
+        return voalgo::WrongUsage;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "voalgo: error: %s\n", error.what());
         return voalgo::BadInput;

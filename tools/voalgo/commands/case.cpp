@@ -7,6 +7,7 @@
 #include "input/case_file.h"
 #include "input/cloud_options.h"
 #include "input/settings_options.h"
+#include "output/distinct_files.h"
 #include "output/indented_json.h"
 #include "output/result_options.h"
 #include "platform/clock.h"
@@ -43,9 +44,12 @@ void Pack(const Arguments& a)
 {
     Console console(a.quiet);
     const LogToConsole log(console);
+    RequireDistinct({a.fix, a.flt, a.settings.config}, {a.file});
+    RequireWritable(a.file);
+    const prereg::RegistrationOptions options = a.settings.Options();
     const auto [fix, flt] = a.clouds.LoadPair(a.fix, a.flt, console);
     if (const prereg::Refusal fault = FindFault(fix, flt)) throw InputError(fault.text);
-    const prereg::RegistrationSettings settings = a.settings.For(fix.scan, flt.scan);
+    const prereg::RegistrationSettings settings = SettingsFor(fix.scan, flt.scan, options);
     for (const prereg::PreparedScan* scan : {&fix, &flt})
         if (const prereg::Refusal fault = FindTooFewPoints(*scan, settings.config.icpConfig.uiNumSamples))
             throw InputError(fault.text);
@@ -81,6 +85,7 @@ int RunCase(const Arguments& a)
     const VoAlgo::CStopwatch watch;
     Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
+    a.results.RequireWritable({a.file});
     console.Progress("reading", 0.0);
     const Case stored = ParseCase(ReadText(a.file), a.file);
     const auto prepared = [&](const prereg::CFPFHPointSet& set, const char* name, const auto& origin) {
@@ -94,7 +99,6 @@ int RunCase(const Arguments& a)
     const VoAlgo::CStopwatch settingsWatch;
     const prereg::RegistrationSettings settings = SettingsOf(stored, fix, flt, a.file);
     const double settingsSeconds = settingsWatch.Seconds();
-    a.results.RequireWritable();
 
     prereg::RegistrationOptions options;
     options.progress = console.ProgressFunction();
@@ -103,10 +107,8 @@ int RunCase(const Arguments& a)
     registration.fltOrigin = flt.scan.origin;
     registration.seconds.settings = settingsSeconds;
     console.ClearProgress();
-    CloudOptions clouds;
-    clouds.unit = stored.notes.unit;
     return a.results.Write(
-        {fix, flt, registration, stored.notes.preset, clouds.unit, clouds.MmPerUnit(), readingSeconds});
+        {fix, flt, registration, stored.notes.preset, UnitOf(stored.notes.unit).value(), readingSeconds});
 }
 
 std::wstring PipeName(const Arguments& a)

@@ -1,8 +1,11 @@
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "commands/commands.h"
+#include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
+#include "exchange/files/staged_file.h"
 #include "input/cloud_options.h"
 #include "input/settings_options.h"
+#include "output/distinct_files.h"
 #include "terminal/exit_code.h"
 
 #include <CLI/CLI.hpp>
@@ -50,19 +53,20 @@ void Run(const Arguments& a)
 {
     Console console(a.quiet);
     const LogToConsole log(console);
+    RequireDistinct({a.file, a.settings.config}, {a.out});
+    if (!a.out.empty()) RequireWritable(a.out);
+    const prereg::RegistrationOptions options = a.settings.Options();
     const prereg::PreparedScan prepared = a.clouds.Load(a.file, console);
     if (const prereg::Refusal fault = FindFault(prepared)) throw InputError(a.file + ": " + fault.text);
-    const prereg::RegistrationSettings settings = a.settings.For(prepared.scan, prepared.scan);
+    const prereg::RegistrationSettings settings = SettingsFor(prepared.scan, prepared.scan, options);
     const auto set = ComputePointSet(prepared.scan, settings, a.settings.threads);
     std::printf("%zu feature points out of %zu points; radius %.4g mm, quality at least %u\n", set->SizeFeatures(),
                 prepared.scan.points.size(), settings.config.dFeatureRadius, settings.config.uiMinCurvatureQuality);
     PrintHistogram(prepared.scan, settings);
     if (a.out.empty()) return;
-    try {
-        set->SaveFeaturePointsXYZN(a.out, 0xFFFFFFFFU);
-    } catch (const std::exception&) {
-        throw InputError("cannot write " + a.out);
-    }
+    StagedFile out(a.out);
+    out.WriteBy([&](const std::string& path) { set->SaveFeaturePointsXYZN(path, 0xFFFFFFFFU); });
+    out.Keep();
 }
 
 } // namespace

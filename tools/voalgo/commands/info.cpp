@@ -56,7 +56,8 @@ void Print(const prereg::PreparedScan& p)
 
 void Run(const Arguments& a)
 {
-    nlohmann::ordered_json json = {{"voalgo", VOALGO_VERSION}, {"build", Build()}, {"files", nlohmann::json::array()}};
+    nlohmann::ordered_json json = {
+        {"voalgo", VOALGO_VERSION}, {"build", Build()}, {"unit", a.clouds.unit}, {"files", nlohmann::json::array()}};
     if (!a.json) std::printf("voalgo %s (%s)\n", VOALGO_VERSION, Build().c_str());
     for (const std::string& file : a.files) {
         const prereg::PreparedScan cloud = a.clouds.Load(file);
@@ -64,7 +65,7 @@ void Run(const Arguments& a)
             Print(cloud);
             continue;
         }
-        nlohmann::ordered_json entry = ToJson(cloud);
+        nlohmann::ordered_json entry = ToJson(cloud, a.clouds.Unit());
         entry["fault"] = FindFault(cloud).text;
         json["files"].push_back(entry);
     }

@@ -32,18 +32,17 @@ int Run(const Arguments& a)
     const VoAlgo::CStopwatch watch;
     Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
+    a.results.RequireWritable({a.fix, a.flt, a.settings.config, a.start});
+    prereg::RegistrationOptions options = a.settings.Options();
+    if (!a.start.empty()) options.start = ReadPose(a.start, a.clouds.Unit());
+    options.progress = console.ProgressFunction();
     console.Progress("reading", 0.0);
     const auto [fix, flt] = LoadScansOrModels(a.clouds, a.fix, a.flt, console);
     const double readingSeconds = watch.Seconds();
-    prereg::RegistrationOptions options = a.settings.Options();
-    options.progress = console.ProgressFunction();
-    if (!a.start.empty()) options.start = ReadPose(a.start, a.clouds.MmPerUnit());
-    a.results.RequireWritable();
     const prereg::Registration registration = RegisterScans(fix, flt, options);
     console.ClearProgress();
     if (IsFaultOfScans(registration.refusal.code)) throw InputError(registration.Reason());
-    return a.results.Write(
-        {fix, flt, registration, a.settings.preset, a.clouds.unit, a.clouds.MmPerUnit(), readingSeconds});
+    return a.results.Write({fix, flt, registration, a.settings.preset, a.clouds.Unit(), readingSeconds});
 }
 
 constexpr const char* Help = R"(Examples:
@@ -56,7 +55,7 @@ constexpr const char* Help = R"(Examples:
 Scans are PLY, OBJ, STL, or text with x y z [nx ny nz] per line. Settings are derived from the spacing and the roughness
 of the points unless a configuration states them. --out writes result.json, pose.txt (four rows of four numbers, maps
 FLT into FIX, in the files' unit), registered.ply (both scans), registered.png and case.bson (see voalgo case).
-Exit codes: 0 success, 2 no registration found, 3 bad input, 64 wrong usage.)";
+Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage.)";
 
 } // namespace
 

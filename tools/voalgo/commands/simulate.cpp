@@ -2,7 +2,10 @@
 #include "commands/commands.h"
 #include "exchange/files/files.h"
 #include "exchange/files/read_model.h"
+#include "exchange/files/staged_directory.h"
 #include "exchange/files/write_ply.h"
+#include "input/between.h"
+#include "output/distinct_files.h"
 #include "platform/format.h"
 #include "simulation/free_form.h"
 #include "terminal/console.h"
@@ -55,13 +58,19 @@ std::string PoseText(const Frame& pose)
 
 void Run(Arguments arguments)
 {
+    const std::vector<std::string> names = {"fix.ply", "flt.ply", "truth.txt"};
+    std::vector<std::string> outputs = {arguments.directory};
+    for (const std::string& name : names) outputs.push_back(InDirectory(arguments.directory, name));
+    RequireDistinct({arguments.meshFile}, outputs);
+    (void)StagedDirectory(arguments.directory, names); // better to fail now than after the work
     const Mesh object = Object(arguments);
     arguments.settings.noise = arguments.noise >= 0.0 ? arguments.noise : LargestExtent(object) / 2000.0;
-    MakeDirectory(arguments.directory);
     const Simulation s = Simulate(object, arguments.settings);
-    WritePly(InDirectory(arguments.directory, "fix.ply"), s.fix);
-    WritePly(InDirectory(arguments.directory, "flt.ply"), s.flt);
-    WriteText(InDirectory(arguments.directory, "truth.txt"), PoseText(s.truth));
+    StagedDirectory out(arguments.directory, names);
+    out.Add("fix.ply", [&](const std::string& path) { WritePly(path, s.fix); });
+    out.Add("flt.ply", [&](const std::string& path) { WritePly(path, s.flt); });
+    out.Add("truth.txt", [&](const std::string& path) { WriteText(path, PoseText(s.truth)); });
+    out.Keep();
     std::printf("fix.ply    %zu points, %.3f of them in the overlap\n", s.fix.points.size(), s.overlapFix);
     std::printf("flt.ply    %zu points, %.3f of them in the overlap\n", s.flt.points.size(), s.overlapFlt);
     std::printf("truth.txt  maps flt into fix; views %.1f degrees apart, spacing %.3f mm, noise %.3f mm\n", s.angle,
@@ -83,35 +92,35 @@ void AddSimulate(CLI::App& tool, int& exitCode)
     command->add_option("--mesh", a->meshFile,
                         "Triangle mesh to scan (PLY, OBJ, STL; mm). Default: a free-form object");
     command->add_option("--size", a->size, "Largest extent of the object, mm. Default: 100, or that of the mesh")
-        ->check(CLI::PositiveNumber);
+        ->check(Between(1e-6, LongestLength));
     command->add_option("--points", a->settings.points, "Approximate number of points of a scan")
-        ->check(CLI::Range(100, 5000000))
+        ->check(Between(100, 5000000))
         ->capture_default_str();
     command
         ->add_option(
             "--overlap", a->settings.overlap,
             "Share of a scan's points that the other scan sees, too; the smaller of both shares, without clutter")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(Between(0.0, 1.0))
         ->capture_default_str();
     command->add_option("--noise", a->noise, "Standard deviation of the range, mm. Default: size / 2000")
-        ->check(CLI::NonNegativeNumber);
+        ->check(Between(0.0, LongestLength));
     const auto length = [&](const char* name, double& value, const char* help) {
-        command->add_option(name, value, help)->check(CLI::NonNegativeNumber)->capture_default_str();
+        command->add_option(name, value, help)->check(Between(0.0, LongestLength))->capture_default_str();
     };
     length("--correlation", a->settings.correlation,
            "Length over which the noise is alike, mm; 0 or less than the spacing: independent");
     length("--warp", a->settings.warp, "Root mean square of a smooth calibration error of the range, mm");
     length("--quantum", a->settings.quantum, "Depths are multiples of this, mm; 0: not rounded");
     command->add_option("--smear", a->settings.smear, "Share of the points beside depth steps that float between")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(Between(0.0, 1.0))
         ->capture_default_str();
     command->add_option("--holes", a->settings.holes, "Share of the surface that returns nothing, in patches")
-        ->check(CLI::Range(0.0, 0.9))
+        ->check(Between(0.0, 0.9))
         ->capture_default_str();
     command
         ->add_option("--clutter", a->settings.clutter,
                      "Share of a scan's points that are stray or lie on another object")
-        ->check(CLI::Range(0.0, 0.9))
+        ->check(Between(0.0, 0.9))
         ->capture_default_str();
     command->add_option("--seed", a->settings.seed, "Seed of the object, the views and the pose")
         ->capture_default_str();

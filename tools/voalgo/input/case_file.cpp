@@ -4,7 +4,7 @@
 #include "VoAlgorithms/verdict/registrationsettings.h"
 #include "VoAlgorithms/version.h"
 #include "exchange/files/input_error.h"
-#include "input/cloud_options.h"
+#include "exchange/files/length_unit.h"
 #include "platform/finite.h"
 
 #include <algorithm>
@@ -51,9 +51,7 @@ CaseNotes ReadNotes(const element& stored)
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_double();
     ReadPosition(stored.child("fixOrigin"), notes.fixOrigin);
     ReadPosition(stored.child("fltOrigin"), notes.fltOrigin);
-    const auto& units = CloudOptions::Units();
-    if (!prereg::PresetOf(notes.preset) || std::find(units.begin(), units.end(), notes.unit) == units.end())
-        throw std::invalid_argument("unknown preset or unit");
+    if (!prereg::PresetOf(notes.preset) || !UnitOf(notes.unit)) throw std::invalid_argument("unknown preset or unit");
     return notes;
 }
 

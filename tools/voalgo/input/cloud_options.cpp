@@ -3,6 +3,7 @@
 #include "VoAlgorithms/verdict/scanfault.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/read_cloud.h"
+#include "input/between.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,31 +26,25 @@ void Report(const prereg::PreparedScan& prepared, Console& console)
 void CloudOptions::AddTo(CLI::App& command)
 {
     command.add_option("--unit", unit, "Unit of the files' coordinates")
-        ->check(CLI::IsMember(Units()))
+        ->check(CLI::IsMember(UnitNames()))
         ->capture_default_str();
     command
         .add_option("--viewpoint", viewpoint,
                     "Where the scanner stood, x,y,z in the files' unit; estimated normals "
                     "point towards it. Default: outwards")
         ->expected(3)
-        ->delimiter(',');
+        ->delimiter(',')
+        ->check(Between(-LongestLength, LongestLength));
 }
 
-const std::vector<std::string>& CloudOptions::Units()
+LengthUnit CloudOptions::Unit() const
 {
-    static const std::vector<std::string> units = {"mm", "cm", "m"};
-    return units;
-}
-
-double CloudOptions::MmPerUnit() const
-{
-    if (unit == "m") return 1000.0;
-    return unit == "cm" ? 10.0 : 1.0;
+    return UnitOf(unit).value();
 }
 
 prereg::PreparedScan CloudOptions::Load(const std::string& path) const
 {
-    const double scale = MmPerUnit();
+    const double scale = Unit().mm;
     prereg::Scan scan = ReadCloud(path, scale);
     scan.name = path;
     if (!viewpoint.empty()) scan.viewpoint = {viewpoint[0] * scale, viewpoint[1] * scale, viewpoint[2] * scale};

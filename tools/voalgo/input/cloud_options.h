@@ -1,6 +1,7 @@
 #pragma once
 
 #include "VoAlgorithms/verdict/preparedscan.h"
+#include "exchange/files/length_unit.h"
 #include "terminal/console.h"
 
 #include <string>
@@ -19,9 +20,7 @@ struct CloudOptions {
     std::vector<double> viewpoint; ///< x y z in the file's unit; empty: none
 
     void AddTo(CLI::App& command);
-    /// "mm", "cm", "m".
-    [[nodiscard]] static const std::vector<std::string>& Units();
-    [[nodiscard]] double MmPerUnit() const;
+    [[nodiscard]] LengthUnit Unit() const;
     /// Reads and prepares a cloud. Throws InputError.
     [[nodiscard]] prereg::PreparedScan Load(const std::string& path) const;
     /// The same; reports on the console what was found and done.

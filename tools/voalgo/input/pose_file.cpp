@@ -73,7 +73,7 @@ std::string PoseText(const PoseMatrix& pose)
     return text;
 }
 
-VoAlgo::CbMatrix4Rd ReadPose(const std::string& path, double mmPerUnit)
+VoAlgo::CbMatrix4Rd ReadPose(const std::string& path, const LengthUnit& unit)
 {
     const std::vector<double> m = ReadNumbers(path);
     if (m.size() != 16)
@@ -82,7 +82,7 @@ VoAlgo::CbMatrix4Rd ReadPose(const std::string& path, double mmPerUnit)
         throw InputError(path + ": the last row of a pose must be 0 0 0 1");
     VoAlgo::CbMatrix4Rd pose;
     std::copy(m.begin(), m.end(), pose.Data());
-    for (unsigned r = 0; r < 3; ++r) pose(r, 3) *= mmPerUnit;
+    for (unsigned r = 0; r < 3; ++r) pose(r, 3) *= unit.mm;
     if (!VoAlgo::AllFinite(pose.Data(), 16)) throw InputError(path + ": the pose is not finite");
     if (RotationError(pose) > 1e-3 || Determinant(pose) < 0.0)
         throw InputError(path + ": the upper left 3x3 block is not a rotation");

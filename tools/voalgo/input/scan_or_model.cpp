@@ -27,7 +27,7 @@ PreparedScan Sampled(const prereg::TriangleMesh& mesh, double spacing, const std
 std::pair<PreparedScan, PreparedScan> LoadScansOrModels(const CloudOptions& options, const std::string& fix,
                                                         const std::string& flt, Console& console)
 {
-    const Model fixModel = ReadMesh(fix, options.MmPerUnit()), fltModel = ReadMesh(flt, options.MmPerUnit());
+    const Model fixModel = ReadMesh(fix, options.Unit().mm), fltModel = ReadMesh(flt, options.Unit().mm);
     if (fixModel && fltModel) {
         const double spacing = std::min(DefaultSpacing(*fixModel), DefaultSpacing(*fltModel));
         PreparedScan first = Sampled(*fixModel, spacing, fix, console);

@@ -1,6 +1,7 @@
 #include "input/settings_options.h"
 
 #include "exchange/report/config_json.h"
+#include "input/between.h"
 
 #include <CLI/CLI.hpp>
 
@@ -19,6 +20,7 @@ void SettingsOptions::AddTo(CLI::App& command)
                        "too; lengths in mm");
     command
         .add_option("--threads", threads, "Threads of features and refinements; 0: all cores. Results do not depend on it")
+        ->check(Between(0, 1024))
         ->capture_default_str();
 }
 
@@ -27,13 +29,13 @@ prereg::RegistrationOptions SettingsOptions::Options() const
     prereg::RegistrationOptions options;
     options.preset = prereg::PresetOf(preset).value();
     options.threads = threads;
-    if (!config.empty()) options.adjust = [path = config](auto& settings) { ApplyConfigFile(settings, path); };
+    if (!config.empty()) options.adjust = ReadConfigFile(config);
     return options;
 }
 
-prereg::RegistrationSettings SettingsOptions::For(const prereg::Scan& fix, const prereg::Scan& flt) const
+prereg::RegistrationSettings SettingsFor(const prereg::Scan& fix, const prereg::Scan& flt,
+                                         const prereg::RegistrationOptions& options)
 {
-    const prereg::RegistrationOptions options = Options();
     return Adjusted(DeriveSettings(fix, flt, options.preset), options.adjust);
 }
 

@@ -17,10 +17,12 @@ struct SettingsOptions {
     unsigned threads = 0;
 
     void AddTo(CLI::App& command);
-    /// The options of a registration. A faulty configuration file throws InputError once the settings are derived.
+    /// The options of a registration. Throws InputError when the configuration file is faulty.
     [[nodiscard]] prereg::RegistrationOptions Options() const;
-    /// The settings for two scans. Throws InputError when the configuration file is faulty.
-    [[nodiscard]] prereg::RegistrationSettings For(const prereg::Scan& fix, const prereg::Scan& flt) const;
 };
+
+/// The settings that a registration of these scans would use.
+[[nodiscard]] prereg::RegistrationSettings SettingsFor(const prereg::Scan& fix, const prereg::Scan& flt,
+                                                       const prereg::RegistrationOptions& options);
 
 } // namespace voalgo

@@ -7,7 +7,6 @@
 #include "pictures/picture.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <optional>
 
 namespace voalgo {
@@ -25,42 +24,41 @@ prereg::Scan Moved(const prereg::Scan& cloud, const VoAlgo::CTrafo& pose)
     return moved;
 }
 
-/// Removes files of an earlier run that this one did not write.
-void RemoveStale(const std::string& directory, const std::vector<std::string>& written)
-{
-    for (const char* name : {"pose.txt", "registered.ply", "registered.png", "unregistered.png"})
-        if (const std::string path = InDirectory(directory, name);
-            std::find(written.begin(), written.end(), path) == written.end())
-            std::remove(path.c_str());
-}
-
 } // namespace
 
-std::vector<std::string> WriteOutput(const std::string& directory, const Outcome& outcome)
+const std::vector<std::string>& OutputNames()
+{
+    static const std::vector<std::string> names = {"result.json",    "pose.txt",         "registered.ply",
+                                                   "registered.png", "unregistered.png", "case.bson"};
+    return names;
+}
+
+void WriteOutput(StagedDirectory& directory, const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
-    std::vector<std::string> files;
-    const auto path = [&](const char* name) { return files.emplace_back(InDirectory(directory, name)); };
-    MakeDirectory(directory);
-    WriteText(path("result.json"), JsonText(ToJson(outcome)) + "\n");
+    const auto text = [&](const char* name, const std::string& content) {
+        directory.Add(name, [&](const std::string& path) { WriteText(path, content); });
+    };
+    text("result.json", JsonText(ToJson(outcome)) + "\n");
     std::optional<prereg::Scan> moved;
     if (registration) {
         const VoAlgo::CTrafo& best = registration.Best().trafo;
         moved = Moved(outcome.flt.scan, best);
         moved->origin = outcome.fix.scan.origin;
-        WriteText(path("pose.txt"), PoseText(InUnit(registration.Pose(), outcome.mmPerUnit)));
+        text("pose.txt", PoseText(InUnit(registration.Pose(), outcome.unit)));
         const double finest = std::min(outcome.fix.spacing, outcome.flt.spacing);
-        WritePly(path("registered.ply"), {{&outcome.fix.scan, FixColour}, {&*moved, FltColour}},
-                 {outcome.mmPerUnit, LargestError * finest});
+        directory.Add("registered.ply", [&](const std::string& path) {
+            WritePly(path, {{&outcome.fix.scan, FixColour}, {&*moved, FltColour}},
+                     {outcome.unit.mm, LargestError * finest});
+        });
     }
-    WritePicture(path(moved ? "registered.png" : "unregistered.png"), outcome.fix.scan, outcome.flt.scan, moved,
-                 std::max(outcome.fix.spacing, outcome.flt.spacing));
-    WriteText(path("case.bson"),
-              CaseBytes(*registration.fix, *registration.flt, registration.settings,
-                        {registration.results.begin(), registration.results.end()},
-                        {outcome.preset, outcome.unit, registration.fixOrigin, registration.fltOrigin}));
-    RemoveStale(directory, files);
-    return files;
+    directory.Add(moved ? "registered.png" : "unregistered.png", [&](const std::string& path) {
+        WritePicture(path, outcome.fix.scan, outcome.flt.scan, moved,
+                     std::max(outcome.fix.spacing, outcome.flt.spacing));
+    });
+    text("case.bson", CaseBytes(*registration.fix, *registration.flt, registration.settings,
+                                {registration.results.begin(), registration.results.end()},
+                                {outcome.preset, outcome.unit.name, registration.fixOrigin, registration.fltOrigin}));
 }
 
 } // namespace voalgo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "exchange/files/staged_directory.h"
 #include "exchange/report/outcome.h"
 
 #include <string>
@@ -7,8 +8,10 @@
 
 namespace voalgo {
 
-/// Writes the files of the output directory, making it if necessary, and returns their paths. Without a registration
-/// there is neither a pose nor a merged cloud; those of an earlier run are removed.
-std::vector<std::string> WriteOutput(const std::string& directory, const Outcome& outcome);
+/// The names of all files that WriteOutput may write.
+const std::vector<std::string>& OutputNames();
+
+/// Writes the files of the output directory. Without a registration there is neither a pose nor a merged cloud.
+void WriteOutput(StagedDirectory& directory, const Outcome& outcome);
 
 } // namespace voalgo

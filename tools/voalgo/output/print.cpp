@@ -26,8 +26,8 @@ std::string Table(const std::vector<prereg::JudgedTrafo>& results)
 
 std::string Pose(const Outcome& outcome)
 {
-    return "pose that maps FLT into FIX, in " + outcome.unit + ":\n" +
-           PoseText(InUnit(outcome.registration.Pose(), outcome.mmPerUnit));
+    return "pose that maps FLT into FIX, in " + outcome.unit.name + ":\n" +
+           PoseText(InUnit(outcome.registration.Pose(), outcome.unit));
 }
 
 std::string Refusal(const prereg::Registration& registration)

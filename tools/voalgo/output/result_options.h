@@ -3,6 +3,7 @@
 #include "exchange/report/outcome.h"
 
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -17,9 +18,11 @@ struct ResultOptions {
     bool json = false;
 
     void AddTo(CLI::App& command);
-    /// Throws InputError if the results cannot be written: better before a search than after it. Leaves no trace.
-    void RequireWritable() const;
-    /// Writes and prints the results; returns the exit code.
+    /// Better before a search than after it: throws UsageError if a result would replace another one or an input, and
+    /// OutputError if it cannot be written. Leaves no trace.
+    void RequireWritable(const std::vector<std::string>& inputs) const;
+    /// Writes and prints the results; returns the exit code. Results that cannot be written are printed before that is
+    /// an OutputError.
     [[nodiscard]] int Write(const Outcome& outcome) const;
 };
 

@@ -1,12 +1,13 @@
 #include "pictures/image.h"
 
-#include "exchange/files/input_error.h"
+#include "exchange/files/files.h"
 
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #include <stb_easy_font.h>
 #include <stb_image_write.h>
 
 #include <algorithm>
+#include <new>
 
 namespace voalgo {
 
@@ -56,8 +57,13 @@ void Image::DrawHalved(int x, int y, const Image& picture)
 
 void Image::WritePng(const std::string& path) const
 {
-    if (stbi_write_png(path.c_str(), width_, height_, 3, pixels_.data(), 3 * width_) == 0)
-        throw InputError("cannot write " + path);
+    std::string bytes;
+    const auto append = [](void* to, void* data, int size) {
+        static_cast<std::string*>(to)->append(static_cast<const char*>(data), static_cast<std::size_t>(size));
+    };
+    if (stbi_write_png_to_func(append, &bytes, width_, height_, 3, pixels_.data(), 3 * width_) == 0)
+        throw std::bad_alloc();
+    WriteText(path, bytes);
 }
 
 } // namespace voalgo

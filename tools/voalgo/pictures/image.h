@@ -24,7 +24,7 @@ public:
     int DrawText(int x, int y, int scale, const std::string& text, const Colour& colour);
     /// Draws another picture at half its size with its top left corner at (x, y); it must fit.
     void DrawHalved(int x, int y, const Image& picture);
-    /// Throws InputError when the file cannot be written.
+    /// Writes a StagedFile; throws OutputError.
     void WritePng(const std::string& path) const;
 
 private:
