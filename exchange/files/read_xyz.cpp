@@ -77,6 +77,7 @@ private:
         if (IsBlank(line.row)) return;
         format_.Split(line.row, fields_);
         if (firstRow_ == 0) takeFirstRow();
+        if (fields_.size() == columnCount_ + 1 && fields_.back().empty()) fields_.pop_back(); // a separator at the end
         if (fields_.size() != columnCount_)
             input_.FailInLine(
                 VoAlgo::Format("%zu columns, but line %zu has %zu", fields_.size(), firstRow_, columnCount_));
@@ -102,6 +103,7 @@ private:
     {
         firstRow_ = input_.LineNumber();
         columnCount_ = fields_.size();
+        if (fields_.back().empty() && names_.size() != columnCount_) --columnCount_;
         if (!names_.empty() && names_.size() != columnCount_)
             input_.FailInLine(VoAlgo::Format("%zu columns, but the header names %zu", columnCount_, names_.size()));
         if (columnCount_ < 3) input_.FailInLine("fewer than three columns");

@@ -37,13 +37,13 @@ void SplitAtBlanks(std::string_view row, std::vector<std::string_view>& fields)
     for (std::string_view word = NextWord(row); !word.empty(); word = NextWord(row)) fields.push_back(Unquoted(word));
 }
 
-/// Nothing follows a separator at the end.
 void SplitAt(char separator, std::string_view row, std::vector<std::string_view>& fields)
 {
-    for (row = Trimmed(row); !row.empty();) {
-        const std::size_t end = std::min(row.find(separator), row.size());
+    while (true) {
+        const std::size_t end = row.find(separator);
         fields.push_back(Unquoted(Trimmed(row.substr(0, end))));
-        row.remove_prefix(std::min(end + 1, row.size()));
+        if (end == std::string_view::npos) return;
+        row.remove_prefix(end + 1);
     }
 }
 
