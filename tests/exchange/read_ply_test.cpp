@@ -1,10 +1,12 @@
 #include "exchange/files/read_ply.h"
 
 #include "exchange/files/input_error.h"
+#include "fuzz/keep_seed.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -83,6 +85,8 @@ prereg::Scan Points(const std::string& bytes, double mmPerUnit = 1.0)
 
 Model Surface(const std::string& bytes)
 {
+    if (bytes.size() < 2000)
+        KeepSeed("ply", std::to_string(std::hash<std::string>()(bytes)), {bytes.begin(), bytes.end()});
     std::istringstream stream(bytes);
     return PlyReader(stream, "f.ply").Surface();
 }

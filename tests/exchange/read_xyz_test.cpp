@@ -1,9 +1,11 @@
 #include "exchange/files/read_xyz.h"
 
 #include "exchange/files/input_error.h"
+#include "fuzz/keep_seed.h"
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@ namespace {
 
 prereg::Scan Read(const std::string& text)
 {
+    if (text.size() < 2000) KeepSeed("xyz", std::to_string(std::hash<std::string>()(text)), {text.begin(), text.end()});
     std::istringstream stream(text);
     return ReadXyz(stream, "f.xyz", 1.0);
 }
