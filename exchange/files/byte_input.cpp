@@ -70,7 +70,8 @@ bool ByteInput::fill(std::size_t n)
     if (begin_ > 0) std::memmove(buffer_.data(), buffer_.data() + begin_, kept);
     begin_ = 0;
     end_ = kept;
-    if (buffer_.size() < n || buffer_.empty()) buffer_.resize(std::max(Block, 2 * n));
+    if (buffer_.size() < n)
+        buffer_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(std::max(Block, 2 * n), Remaining())));
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer_.size() - kept, unread_));
     if (!stream_.read(buffer_.data() + kept, static_cast<std::streamsize>(wanted))) Fail("cannot be read");
     end_ += wanted;
