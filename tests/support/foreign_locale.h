@@ -7,7 +7,8 @@
 #include <locale>
 #include <string>
 
-/// Makes the process write 1.234,5 for 1234.5, in C++ and in C, while this lives.
+/// Makes the process write 1.234,5 for 1234.5, in C++ and in C, while this lives. Debian's package `locales` has the
+/// sources from which the locale is compiled if need be.
 class ForeignLocale {
 public:
     ForeignLocale() : cpp_(std::locale::global(std::locale(std::locale::classic(), new Numbers)))
