@@ -3,7 +3,7 @@
 
 #include "platform/cpu.h"
 
-PyMODINIT_FUNC PyInit__processor()
+PyMODINIT_FUNC PyInit__processor() // NOLINT(readability-identifier-naming): the name that Python looks for
 {
     static PyModuleDef definition = {
         PyModuleDef_HEAD_INIT, "voalgorithms._processor", nullptr, -1, nullptr, nullptr, nullptr, nullptr, nullptr};
