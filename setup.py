@@ -38,7 +38,7 @@ class CMakeBuild(build_ext):
             run("cmake", "--install", folder, "--component", component, "--prefix", stage)
         # The module looks for the library beside itself first.
         libraries = [path for path in stage.rglob("libVoAlgorithms.so.*") if path.is_symlink()]
-        for path in [*stage.rglob("voalgorithms/_core*.so"), *libraries]:
+        for path in [*stage.rglob("voalgorithms/_*.so"), *libraries]:
             shutil.copy(path, target / path.name)
 
     def get_outputs(self):

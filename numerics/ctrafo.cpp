@@ -2,6 +2,7 @@
 
 #include "VoAlgorithms/numerics/symsolvers.h"
 #include "numerics/detail_rotation.h"
+#include "platform/format.h"
 
 #include <cmath>
 #include <cstdio>
@@ -208,7 +209,8 @@ CTrafo CTrafo::LeastSquaresFit(const Vector3* a, const Vector3* b, unsigned n, c
 void CTrafo::Dump() const
 {
     for (unsigned row = 0; row < 4; ++row) {
-        for (unsigned col = 0; col < 4; ++col) std::printf(" %5.3f", static_cast<double>((*this)(row, col)));
+        for (unsigned col = 0; col < 4; ++col)
+            std::fputs(Format(" %5.3f", static_cast<double>((*this)(row, col))).c_str(), stdout);
         std::printf("\n");
     }
 }

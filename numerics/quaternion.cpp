@@ -1,6 +1,7 @@
 #include "VoAlgorithms/numerics/quaternion.h"
 
 #include "numerics/detail_rotation.h"
+#include "platform/format.h"
 
 #include <algorithm>
 #include <cmath>
@@ -162,7 +163,7 @@ Quaternion Quaternion::Slerp(const Quaternion& other, double s) const
 
 void Quaternion::Dump() const
 {
-    std::printf("%g + i*%g + j*%g + k*%g\n", w, x, y, z);
+    std::fputs(Format("%g + i*%g + j*%g + k*%g\n", w, x, y, z).c_str(), stdout);
 }
 
 } // namespace VoAlgo

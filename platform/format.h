@@ -1,18 +1,21 @@
 #pragma once
 
+#include "platform/c_numbers.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <string>
 
 namespace VoAlgo {
 
-/// printf into a string.
+/// printf into a string; numbers are written as in the locale "C".
 #if defined(__GNUC__)
 [[gnu::format(printf, 1, 2)]]
 #endif
 inline std::string
 Format(const char* format, ...)
 {
+    const CNumbers numbers;
     std::va_list arguments, again;
     va_start(arguments, format);
     va_copy(again, arguments);

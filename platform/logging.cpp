@@ -1,5 +1,7 @@
 #include "VoAlgorithms/platform/logging.h"
 
+#include "platform/c_numbers.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
@@ -45,21 +47,22 @@ const char* LevelName(ELogLevel level)
     return "";
 }
 
-/// The host chooses the orientation of the stream for the whole process, so the text is written as narrow characters,
-/// with '?' for everything but ASCII.
+/// The first word tells the user of a host where the line comes from. The host chooses the orientation of the stream
+/// for the whole process, so the text is written as narrow characters, with '?' for everything but ASCII.
 void WriteToStandardError(const Message& message)
 {
     if (message.level > ELogLevel::Warn) return;
     std::string narrow;
     narrow.reserve(message.text.size());
     for (const wchar_t c : message.text) narrow += c >= 0 && c < 128 ? static_cast<char>(c) : '?';
-    std::fprintf(stderr, "%s: %s: %s: %s\n", message.channel, LevelName(message.level), message.function,
+    std::fprintf(stderr, "VoAlgorithms: %s: %s: %s: %s\n", message.channel, LevelName(message.level), message.function,
                  narrow.c_str());
 }
 
 /// vswprintf does not report the length it needs, so the buffer grows until the text fits.
 std::wstring Format(const wchar_t* format, std::va_list arguments)
 {
+    const VoAlgo::CNumbers numbers;
     constexpr std::size_t FirstSize = 512;
     constexpr std::size_t LargestSize = std::size_t{1}
                                         << 20; // a conversion error looks like a buffer that is too small

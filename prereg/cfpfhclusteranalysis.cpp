@@ -182,6 +182,7 @@ void CFPFHClusterAnalysis::ScanBandwidth(const CFPFHPointSet& set, double hMin, 
 {
     constexpr const char* Function = "prereg::CFPFHClusterAnalysis::ScanBandwidth";
     std::ofstream file("d:/BIC.csv");
+    file.imbue(std::locale::classic());
     for (unsigned i = 0; i < steps; ++i) {
         const double h = steps == 1 ? hMin : hMin + i * (hMax - hMin) / (steps - 1);
         const std::optional<CMeanShiftClusterer> clusterer = ClusterByMeanShift(set, h);

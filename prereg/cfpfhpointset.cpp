@@ -2,7 +2,7 @@
 
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "platform/channels.h"
-#include "prereg/detail_savesurfels.h"
+#include "prereg/detail_textfile.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -198,7 +198,7 @@ CFPFHPointSet::filterFeatureSurfelsWithPredicate(const std::function<bool(const 
 
 void CFPFHPointSet::SaveFeaturePointsXYZN(const std::string& path, unsigned colour) const
 {
-    detail::SaveSurfels(path, featurePoints_, featureNormals_, colour);
+    detail::SaveSurfels(path, featurePoints_, featureNormals_, colour, detail::Digits::Six);
 }
 
 } // namespace prereg

@@ -1,7 +1,7 @@
 #include "VoAlgorithms/prereg/cpointset.h"
 
 #include "platform/channels.h"
-#include "prereg/detail_savesurfels.h"
+#include "prereg/detail_textfile.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -180,7 +180,7 @@ CPointSet::Surfels CPointSet::scaleSurfels(const Vec3& scale) const
 
 void CPointSet::SaveXYZN(const std::string& fileName, unsigned colour) const
 {
-    detail::SaveSurfels(fileName, points_, normals_, colour);
+    detail::SaveSurfels(fileName, points_, normals_, colour, detail::Digits::AsNeeded);
 }
 
 } // namespace prereg

@@ -1,5 +1,6 @@
 #include "prereg/detail_kmeans.h"
 
+#include "platform/format.h"
 #include "platform/randomseed.h"
 #include "prereg/detail_histogramdistances.h"
 
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <limits>
 #include <random>
+#include <string>
 #include <utility>
 
 namespace prereg::detail {
@@ -23,6 +25,11 @@ constexpr unsigned None = 0xFFFFFFFFU;
 constexpr float Infinity = std::numeric_limits<float>::infinity();
 
 using Histograms = std::vector<CPointFeatureHistogram>;
+
+void Print(const std::string& text)
+{
+    std::fputs(text.c_str(), stdout);
+}
 
 /// Takes the first centre at random and each further one with a probability in proportion to its squared distance to
 /// the nearest centre so far. Stops early when every histogram lies on a centre.
@@ -104,11 +111,11 @@ KMeansClusters ClusterByKMeans(const std::vector<CPointFeatureHistogram>& featur
     while (iteration < MaxIterations) {
         const float previousError = std::exchange(error, AssignToNearest(features, centres, result.clusterOf));
         ++iteration;
-        if (verbose) std::printf("Fehler=%g\n", static_cast<double>(std::sqrt(error)));
+        if (verbose) Print(VoAlgo::Format("Fehler=%g\n", static_cast<double>(std::sqrt(error))));
         if (error > MaxErrorGrowth * previousError || error < ErrorTolerance) {
             if (verbose)
-                std::printf("Abbruch nach #%i Schritten (Stagnation, Fehler=%g)\n", iteration,
-                            static_cast<double>(std::sqrt(error)));
+                Print(VoAlgo::Format("Abbruch nach #%i Schritten (Stagnation, Fehler=%g)\n", iteration,
+                                     static_cast<double>(std::sqrt(error))));
             break;
         }
         if (error < MinImprovement * previousError)

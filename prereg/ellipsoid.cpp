@@ -2,11 +2,11 @@
 
 #include "VoAlgorithms/numerics/ctrafo.h"
 #include "VoAlgorithms/numerics/symsolvers.h"
+#include "prereg/detail_textfile.h"
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <stdexcept>
+#include <string>
 
 namespace prereg {
 
@@ -76,12 +76,13 @@ Ellipsoid Ellipsoid::Transformed(const VoAlgo::CTrafo& trafo) const
 
 void Ellipsoid::SaveXYZNC(const std::string& fileName) const
 {
-    if (fileName.empty()) throw std::invalid_argument("empty file name");
-    std::ofstream out;
-    out.exceptions(std::ios::failbit | std::ios::badbit);
-    out.open(fileName, std::ios::trunc);
-    const auto write = [&out](const Vec3& p, const Vec3& n, int c) {
-        out << p.x << ' ' << p.y << ' ' << p.z << ' ' << n.x << ' ' << n.y << ' ' << n.z << ' ' << c << '\n';
+    std::ofstream out = detail::OpenText(fileName);
+    std::string line;
+    const auto write = [&](const Vec3& p, const Vec3& n, int c) {
+        line.clear();
+        detail::AppendNumbers(line, p, detail::Digits::AsNeeded, ' ');
+        detail::AppendNumbers(line, n, detail::Digits::AsNeeded, ' ');
+        out << line + std::to_string(c) + '\n';
     };
     write(points_[0], Vec3(), 0);
     for (int k = 1; k <= 3; ++k) {

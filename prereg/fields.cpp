@@ -1,7 +1,6 @@
 #include "VoAlgorithms/prereg/fields.h"
 
 #include <algorithm>
-#include <cctype>
 #include <stdexcept>
 
 namespace prereg {
@@ -10,9 +9,8 @@ namespace {
 /// Number of single-character changes that turn a into b, upper and lower case taken as equal.
 std::size_t EditDistance(const std::string& a, const std::string& b)
 {
-    const auto differ = [](char x, char y) {
-        return std::tolower(static_cast<unsigned char>(x)) != std::tolower(static_cast<unsigned char>(y));
-    };
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : int{c}; }; // whatever the locale
+    const auto differ = [&](char x, char y) { return lower(x) != lower(y); };
     std::vector<std::size_t> row(b.size() + 1);
     for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
     for (std::size_t i = 1; i <= a.size(); ++i) {

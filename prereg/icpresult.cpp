@@ -1,10 +1,10 @@
 #include "VoAlgorithms/prereg/icpresult.h"
 
 #include "VoAlgorithms/prereg/eicpresulttype.h"
+#include "platform/format.h"
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 
 namespace prereg {
@@ -49,20 +49,19 @@ bool ICPResult::operator>(const ICPResult& other) const
 
 std::string ICPResult::ToString(bool shortForm) const
 {
-    char figures[512] = "";
+    std::string figures;
     if (shortForm) {
-        if (resultType == 0)
-            std::snprintf(figures, sizeof(figures), " (RMSE: %.3fmm)", static_cast<double>(fStop_RMSE));
+        if (resultType == 0) figures = VoAlgo::Format(" (RMSE: %.3fmm)", static_cast<double>(fStop_RMSE));
     } else {
-        std::snprintf(figures, sizeof(figures),
-                      " / start (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, #inliers=%i)"
-                      " stop (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, Small/Big: %.2f, #inliers=%i,"
-                      " #iters: %i) ",
-                      static_cast<double>(fStart_OverlapRatio) * 100.0, static_cast<double>(fStart_RMSE),
-                      static_cast<double>(fStart_MismatchesPerMatchRatio), iStart_NumberOfInliers,
-                      static_cast<double>(fStop_OverlapRatio) * 100.0, static_cast<double>(fStop_RMSE),
-                      static_cast<double>(fStop_MismatchesPerMatchRatio), static_cast<double>(fStop_SmallBigRatio),
-                      iStop_NumberOfInliers, iStop_Iterations);
+        figures =
+            VoAlgo::Format(" / start (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, #inliers=%i)"
+                           " stop (Overlap Ratio: %.1fp, RMSE: %.3fmm, Errors/Pair: %.1f, Small/Big: %.2f, #inliers=%i,"
+                           " #iters: %i) ",
+                           static_cast<double>(fStart_OverlapRatio) * 100.0, static_cast<double>(fStart_RMSE),
+                           static_cast<double>(fStart_MismatchesPerMatchRatio), iStart_NumberOfInliers,
+                           static_cast<double>(fStop_OverlapRatio) * 100.0, static_cast<double>(fStop_RMSE),
+                           static_cast<double>(fStop_MismatchesPerMatchRatio), static_cast<double>(fStop_SmallBigRatio),
+                           iStop_NumberOfInliers, iStop_Iterations);
     }
     return std::string(TextOf(static_cast<EICPResultType>(resultType))) + figures;
 }

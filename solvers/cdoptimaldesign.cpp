@@ -3,6 +3,7 @@
 #include "VoAlgorithms/numerics/lapack.h"
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 #include "platform/finite.h"
+#include "platform/format.h"
 #include "platform/randomseed.h"
 
 #include <algorithm>
@@ -239,8 +240,10 @@ bool CDOptimalDesign::Run(int size, TVector<int>& chosen, int starts)
         while (choice.Exchange()) ++exchanges;
         const Root last = choice.RootOfDeterminant();
         if (logging_)
-            std::fprintf(stderr, "(NLS OED) #iters=%i: det start=%g, det stop=%g\n", exchanges,
-                         first.Squared(candidates), last.Squared(candidates));
+            std::fputs(Format("(NLS OED) #iters=%i: det start=%g, det stop=%g\n", exchanges, first.Squared(candidates),
+                              last.Squared(candidates))
+                           .c_str(),
+                       stderr);
         if (!(last > best)) continue;
         best = last;
         chosen.Resize(size);
@@ -248,7 +251,7 @@ bool CDOptimalDesign::Run(int size, TVector<int>& chosen, int starts)
     }
     if (best.mantissa == 0) return false;
     determinant_ = best.Squared(candidates);
-    if (logging_) std::fprintf(stderr, "(NLS OED) det best=%g\n", determinant_);
+    if (logging_) std::fputs(Format("(NLS OED) det best=%g\n", determinant_).c_str(), stderr);
     return true;
 }
 

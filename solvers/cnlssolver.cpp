@@ -1,6 +1,7 @@
 #include "VoAlgorithms/solvers/cnlssolver.h"
 
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
+#include "platform/c_numbers.h"
 #include "platform/finite.h"
 #include "solvers/detail_cnlsfit.h"
 #include "solvers/detail_linebuffer.h"
@@ -236,7 +237,10 @@ void CNLSSolver::log(const char* format, ...) const
     char text[256];
     std::va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    {
+        const CNumbers numbers;
+        std::vsnprintf(text, sizeof text, format, arguments);
+    }
     va_end(arguments);
     detail::WriteLog(text);
 }

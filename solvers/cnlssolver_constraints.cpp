@@ -4,6 +4,7 @@
 #include "VoAlgorithms/solvers/clpsolver.h"
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 #include "platform/finite.h"
+#include "platform/format.h"
 #include "solvers/detail_cnlsfit.h"
 #include "solvers/detail_linebuffer.h"
 #include "solvers/detail_polytope.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdio>
 #include <limits>
 #include <string>
 #include <utility>
@@ -49,12 +49,9 @@ bool MoveInside(const Halfspaces& polytope, const std::vector<std::size_t>& rows
 void PrintVector(const TVector<double>& v)
 {
     constexpr std::uint32_t MostEntries = 10;
-    char entry[32];
     std::string text = std::to_string(v.Size()) + "-vector:\n";
-    for (std::uint32_t i = 0; i < std::min(v.Size(), MostEntries); ++i) {
-        std::snprintf(entry, sizeof entry, "\t%g%c", v[i], i + 1 < v.Size() ? ',' : ';');
-        text += entry;
-    }
+    for (std::uint32_t i = 0; i < std::min(v.Size(), MostEntries); ++i)
+        text += Format("\t%g%c", v[i], i + 1 < v.Size() ? ',' : ';');
     detail::WriteVector(text + "\n");
 }
 

@@ -1,146 +1,132 @@
 #include "exchange/files/ply_header.h"
 
-#include "exchange/files/input_error.h"
+#include "exchange/files/words.h"
 #include "platform/format.h"
 
+#include <algorithm>
 #include <array>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
+#include <charconv>
 #include <limits>
-#include <sstream>
-#include <string_view>
-#include <vector>
+#include <optional>
+#include <utility>
 
 namespace voalgo {
 
 namespace {
 
-struct Type {
-    std::string_view name;
-    std::uint64_t size;
-    char kind;
-};
-
-constexpr std::array<Type, 16> Types = {{{"char", 1, 'i'},
-                                         {"int8", 1, 'i'},
-                                         {"uchar", 1, 'u'},
-                                         {"uint8", 1, 'u'},
-                                         {"short", 2, 'i'},
-                                         {"int16", 2, 'i'},
-                                         {"ushort", 2, 'u'},
-                                         {"uint16", 2, 'u'},
-                                         {"int", 4, 'i'},
-                                         {"int32", 4, 'i'},
-                                         {"uint", 4, 'u'},
-                                         {"uint32", 4, 'u'},
-                                         {"float", 4, 'f'},
-                                         {"float32", 4, 'f'},
-                                         {"double", 8, 'f'},
-                                         {"float64", 8, 'f'}}};
-
-/// Size 0 for an unknown type.
-Type TypeOf(std::string_view name)
+std::optional<PlyType> TypeOf(std::string_view name)
 {
-    for (const Type& known : Types)
-        if (known.name == name) return known;
-    return {name, 0, 'f'};
+    constexpr struct {
+        std::string_view name, synonym;
+        PlyType type;
+    } Types[] = {{"char", "int8", {'i', 1}},     {"uchar", "uint8", {'u', 1}},   {"short", "int16", {'i', 2}},
+                 {"ushort", "uint16", {'u', 2}}, {"int", "int32", {'i', 4}},     {"uint", "uint32", {'u', 4}},
+                 {"float", "float32", {'f', 4}}, {"double", "float64", {'f', 8}}};
+    for (const auto& known : Types)
+        if (name == known.name || name == known.synonym) return known.type;
+    return std::nullopt;
 }
 
-/// Reads a header line by line and adds up the fewest bytes that its rows can occupy.
-class Header {
-public:
-    /// Returns false for a line that does not belong in a header.
-    bool Take(const std::string& line)
-    {
-        std::istringstream stream(line);
-        std::vector<std::string> words;
-        for (std::string word; stream >> word;) words.push_back(word);
-        if (words.empty()) return false;
-        if (words[0] == "comment" || words[0] == "obj_info") return true;
-        if (words[0] == "format") return takeFormat(words);
-        if (words[0] == "element") return takeElement(words);
-        return words[0] == "property" && takeProperty(words);
-    }
-    [[nodiscard]] bool IsComplete() const { return hasFormat_ && !elements_.empty(); }
-    [[nodiscard]] std::uint64_t LeastBytes() const
-    {
-        return isAscii_ && leastBytes_ > 0 ? leastBytes_ - 1 : leastBytes_; // the last separator may be missing
-    }
+std::vector<std::string_view> WordsOf(std::string_view line)
+{
+    std::vector<std::string_view> words;
+    for (std::string_view word = NextWord(line); !word.empty(); word = NextWord(line)) words.push_back(word);
+    return words;
+}
 
-    [[nodiscard]] PlyHeader Start() const { return {elements_, isLittleEndian_, 0, !isAscii_, beginsWithSingleX_}; }
+bool TakeFormat(PlyHeader& header, const std::vector<std::string_view>& words)
+{
+    using Form = PlyHeader::Form;
+    constexpr std::array<std::pair<std::string_view, Form>, 3> Forms = {
+        {{"ascii", Form::Text}, {"binary_little_endian", Form::LittleEndian}, {"binary_big_endian", Form::BigEndian}}};
+    if (words.size() != 3) return false;
+    const auto* const form =
+        std::find_if(Forms.begin(), Forms.end(), [&](const auto& f) { return f.first == words[1]; });
+    if (form == Forms.end()) return false;
+    header.form = form->second;
+    return true;
+}
 
-private:
-    bool takeFormat(const std::vector<std::string>& words)
-    {
-        isAscii_ = words.size() == 3 && words[1] == "ascii";
-        hasFormat_ =
-            isAscii_ || (words.size() == 3 && (words[1] == "binary_little_endian" || words[1] == "binary_big_endian"));
-        isLittleEndian_ = !isAscii_ && hasFormat_ && words[1] == "binary_little_endian";
-        return hasFormat_;
-    }
-    bool takeElement(const std::vector<std::string>& words)
-    {
-        if (!hasFormat_ || words.size() != 3 || words[2].find_first_not_of("0123456789") != std::string::npos)
-            return false;
-        elements_.push_back({words[1]});
-        std::istringstream(words[2]) >> elements_.back().rows; // the largest number when it overflows
-        return true;
-    }
-    bool takeProperty(const std::vector<std::string>& words)
-    {
-        const bool list = words.size() == 5 && words[1] == "list" && TypeOf(words[3]).size != 0;
-        const auto [typeName, size, kind] = TypeOf(words.size() > 2 ? words[list ? 2 : 1] : "");
-        if (elements_.empty() || size == 0 || (!list && words.size() != 3)) return false;
-        if (!hasProperty_)
-            beginsWithSingleX_ = isLittleEndian_ && (words[1] == "float" || words[1] == "float32") && words[2] == "x";
-        hasProperty_ = true;
-        elements_.back().properties.push_back({words.back(), kind, size, list});
-        const std::uint64_t least = isAscii_ ? 2 : size; // a digit and a separator; a list has at least its count
-        const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - leastBytes_;
-        const std::uint64_t rows = elements_.back().rows;
-        leastBytes_ += rows > room / least ? room : rows * least;
-        return true;
-    }
+bool TakeElement(PlyHeader& header, const std::vector<std::string_view>& words)
+{
+    if (words.size() != 3) return false;
+    const std::string_view digits = words[2];
+    std::uint64_t rows = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), rows);
+    if (end != digits.data() + digits.size()) return false;
+    if (error != std::errc{}) rows = std::numeric_limits<std::uint64_t>::max(); // more than any file holds
+    header.elements.push_back({std::string(words[1]), rows});
+    return true;
+}
 
-    bool hasFormat_ = false; // a known one
-    bool isAscii_ = false;
-    bool isLittleEndian_ = false;
-    bool hasProperty_ = false;
-    bool beginsWithSingleX_ = false;
-    std::vector<PlyElement> elements_;
-    std::uint64_t leastBytes_ = 0;
-};
+bool TakeProperty(PlyHeader& header, const std::vector<std::string_view>& words)
+{
+    const bool isList = words.size() == 5 && words[1] == "list";
+    if (header.elements.empty() || (!isList && words.size() != 3)) return false;
+    const auto type = TypeOf(words[words.size() - 2]);
+    const auto countType = isList ? TypeOf(words[2]) : PlyType{};
+    if (!type || !countType || (isList && countType->kind == 'f')) return false;
+    header.elements.back().properties.push_back({std::string(words.back()), *type, isList, *countType});
+    return true;
+}
+
+bool TakeLine(PlyHeader& header, bool& hasFormat, const std::vector<std::string_view>& words)
+{
+    if (words.empty()) return false;
+    if (words[0] == "comment" || words[0] == "obj_info") return true;
+    if (words[0] == "format") return !std::exchange(hasFormat, true) && TakeFormat(header, words);
+    if (words[0] == "element") return hasFormat && TakeElement(header, words);
+    return words[0] == "property" && TakeProperty(header, words);
+}
+
+/// The fewest bytes that all rows can occupy.
+std::uint64_t LeastBytes(const PlyHeader& header)
+{
+    constexpr std::uint64_t Most = std::numeric_limits<std::uint64_t>::max();
+    const bool isText = header.form == PlyHeader::Form::Text;
+    std::uint64_t sum = 0;
+    for (const PlyElement& element : header.elements) {
+        // In text, each value is at least a digit and a separator.
+        const std::uint64_t row = isText ? 2 * element.properties.size() : element.LeastRowSize();
+        if (row != 0 && element.rows > (Most - sum) / row) return Most;
+        sum += element.rows * row;
+    }
+    return isText && sum > 0 ? sum - 1 : sum; // the last separator may be missing
+}
 
 } // namespace
 
-PlyHeader ReadPlyHeader(const std::string& path)
+bool PlyElement::HasList() const
 {
-    std::ifstream file(path, std::ios::binary);
-    const auto nextLine = [&file] {
-        std::string line;
-        std::getline(file, line);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        return line;
-    };
-    std::string line = nextLine();
-    if (line != "ply") throw InputError(path + ": not a PLY file: its first line is not \"ply\"");
-    Header header;
-    for (line = nextLine(); line != "end_header"; line = nextLine()) {
-        if (!file) throw InputError(path + ": the PLY header has no end_header line");
-        if (!header.Take(line))
-            throw InputError(path + ": invalid line in the PLY header: \"" + line.substr(0, 60) + "\"");
+    return std::any_of(properties.begin(), properties.end(), [](const PlyProperty& p) { return p.isList; });
+}
+
+std::uint64_t PlyElement::LeastRowSize() const
+{
+    std::uint64_t size = 0;
+    for (const PlyProperty& p : properties) size += p.isList ? p.countType.size : p.type.size;
+    return size;
+}
+
+PlyHeader ReadPlyHeader(ByteInput& input)
+{
+    if (input.Line() != "ply") input.Fail("not a PLY file: its first line is not \"ply\"");
+    PlyHeader header;
+    bool hasFormat = false;
+    while (true) {
+        const auto line = input.Line();
+        if (!line) input.Fail("the PLY header has no end_header line");
+        if (*line == "end_header") break;
+        if (!TakeLine(header, hasFormat, WordsOf(*line)))
+            input.FailInLine("invalid line in the PLY header: " + Quoted(*line));
     }
-    if (!header.IsComplete()) throw InputError(path + ": the PLY header lacks a format or an element");
-    PlyHeader result = header.Start();
-    result.dataOffset = static_cast<std::uint64_t>(file.tellg());
-    const std::uint64_t present = std::filesystem::file_size(path) - result.dataOffset;
-    if (present < header.LeastBytes())
-        throw InputError(path +
-                         VoAlgo::Format(": truncated: %llu bytes of data, but the header announces at least %llu",
-                                        static_cast<unsigned long long>(present),
-                                        static_cast<unsigned long long>(header.LeastBytes())));
-    return result;
+    if (!hasFormat || header.elements.empty()) input.Fail("the PLY header lacks a format or an element");
+    const std::uint64_t least = LeastBytes(header);
+    if (input.Remaining() < least)
+        input.Fail(VoAlgo::Format("truncated: %llu bytes of data, but the header announces at least %llu",
+                                  static_cast<unsigned long long>(input.Remaining()),
+                                  static_cast<unsigned long long>(least)));
+    return header;
 }
 
 } // namespace voalgo

@@ -1,17 +1,25 @@
 #pragma once
 
+#include "exchange/files/byte_input.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace voalgo {
 
-/// A value of each row of an element.
+/// How a number of a PLY file is stored.
+struct PlyType {
+    char kind = 'f';      ///< 'i' signed, 'u' unsigned, 'f' floating point
+    std::size_t size = 0; ///< bytes in a binary file
+};
+
+/// A value of each row of an element, or a list of values after their number.
 struct PlyProperty {
     std::string name;
-    char kind = 'f';        ///< 'i' signed, 'u' unsigned, 'f' floating point
-    std::uint64_t size = 0; ///< bytes in a binary file; of a list, those of its count
-    bool isList = false;    ///< a row's bytes vary
+    PlyType type; ///< of a list, that of its values
+    bool isList = false;
+    PlyType countType = {};
 };
 
 /// Rows of the same properties.
@@ -19,19 +27,20 @@ struct PlyElement {
     std::string name;
     std::uint64_t rows = 0;
     std::vector<PlyProperty> properties = {};
+
+    [[nodiscard]] bool HasList() const;
+    /// Bytes of a row in a binary file, of lists only the counts.
+    [[nodiscard]] std::uint64_t LeastRowSize() const;
 };
 
-/// What is needed from a header in order to read a PLY file.
 struct PlyHeader {
+    enum class Form { Text, LittleEndian, BigEndian };
+    Form form = Form::Text;
     std::vector<PlyElement> elements = {}; ///< in the order of the data
-    bool isLittleEndian = false;           ///< of binary data
-    std::uint64_t dataOffset = 0;          ///< bytes before the data
-    bool isBinary = false;                 ///< the data are binary
-    bool beginsWithSingleX = false;        ///< the data begin with a little-endian float x of a vertex
 };
 
-/// Reads the header of a PLY file. Throws InputError when it is malformed or announces more data than the file has. The
-/// reader library trusts the header: a wrong one makes it fill points with uninitialised memory, or never end.
-PlyHeader ReadPlyHeader(const std::string& path);
+/// Reads the header; the input then stands at the data. Throws InputError when the header is malformed or announces
+/// more data than the input holds.
+PlyHeader ReadPlyHeader(ByteInput& input);
 
 } // namespace voalgo

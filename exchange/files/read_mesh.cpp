@@ -2,14 +2,12 @@
 
 #include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
-#include "exchange/files/ply_header.h"
 #include "exchange/files/read_model.h"
+#include "exchange/files/read_ply.h"
+#include "platform/finite.h"
 #include "platform/format.h"
 
-#include <algorithm>
-#include <cmath>
 #include <fstream>
-#include <vector>
 
 namespace voalgo {
 
@@ -28,9 +26,8 @@ bool HasFaces(const std::string& path)
 {
     const std::string ending = Ending(path);
     if (ending == ".ply") {
-        const std::vector<PlyElement> elements = ReadPlyHeader(path).elements;
-        return std::any_of(elements.begin(), elements.end(),
-                           [](const PlyElement& e) { return e.name == "face" && e.rows > 0; });
+        std::ifstream file(path, std::ios::binary);
+        return PlyReader(file, path).HasFaces();
     }
     return ending == ".stl" || (ending == ".obj" && HasObjFace(path));
 }
@@ -41,16 +38,12 @@ std::optional<prereg::TriangleMesh> ReadMesh(const std::string& path, double mmP
 {
     RequireFile(path);
     if (!HasFaces(path)) return std::nullopt;
-    Mesh read = ReadModel(path).mesh;
-    if (read.triangles.empty()) return std::nullopt;
-    prereg::TriangleMesh mesh;
-    mesh.triangles = std::move(read.triangles);
-    mesh.vertices.reserve(read.vertices.size());
-    for (const auto& v : read.vertices) {
-        if (!v.IsValid())
-            throw InputError(path +
-                             VoAlgo::Format(": vertex %zu of the mesh is not finite (NaN, Inf)", mesh.vertices.size()));
-        mesh.vertices.push_back({v.x * mmPerUnit, v.y * mmPerUnit, v.z * mmPerUnit});
+    prereg::TriangleMesh mesh = ReadModel(path).mesh;
+    if (mesh.triangles.empty()) return std::nullopt;
+    for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
+        if (!VoAlgo::AllFinite(mesh.vertices[i].data(), 3))
+            throw InputError(path + VoAlgo::Format(": vertex %zu of the mesh is not finite (NaN, Inf)", i));
+        for (double& v : mesh.vertices[i]) v *= mmPerUnit;
     }
     if (!(prereg::DiagonalOf(mesh) > 0.0)) throw InputError(path + ": the faces of the mesh have no area");
     return mesh;

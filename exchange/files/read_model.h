@@ -1,14 +1,15 @@
 #pragma once
 
-#include "exchange/files/mesh.h"
+#include "VoAlgorithms/verdict/samplemesh.h"
 
 #include <string>
+#include <vector>
 
 namespace voalgo {
 
 /// The contents of a PLY, OBJ or STL file, in the file's order and unit.
 struct Model {
-    Mesh mesh;                              ///< no triangles: a cloud
+    prereg::TriangleMesh mesh;              ///< no triangles: a cloud
     std::vector<kdtree::Vector<3>> normals; ///< one per vertex; empty when the file has none
 };
 

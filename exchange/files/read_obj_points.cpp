@@ -1,10 +1,12 @@
-#include "exchange/files/input_error.h"
-#include "exchange/files/parse_number.h"
-#include "exchange/files/read_points.h"
-#include "exchange/files/scan_builder.h"
+#include "exchange/files/read_obj_points.h"
 
+#include "exchange/files/byte_input.h"
+#include "exchange/files/parse_number.h"
+#include "exchange/files/scan_builder.h"
+#include "exchange/files/words.h"
+
+#include <array>
 #include <fstream>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -13,12 +15,11 @@ namespace voalgo {
 namespace {
 
 /// The three numbers after a keyword.
-std::optional<std::array<double, 3>> ReadTriple(std::istringstream& words)
+std::optional<std::array<double, 3>> ReadTriple(std::string_view words)
 {
     std::array<double, 3> triple{};
-    std::string word;
     for (double& v : triple) {
-        const std::optional<double> value = words >> word ? ParseNumber(word) : std::nullopt;
+        const std::optional<double> value = ParseNumber(NextWord(words));
         if (!value) return std::nullopt;
         v = *value;
     }
@@ -29,13 +30,13 @@ std::optional<std::array<double, 3>> ReadTriple(std::istringstream& words)
 
 std::optional<prereg::Scan> ReadObjPoints(const std::string& path, double mmPerUnit)
 {
-    std::ifstream file(path);
+    std::ifstream file(path, std::ios::binary);
+    ByteInput input(file, path);
     ScanBuilder cloud(mmPerUnit);
     std::size_t normals = 0;
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream words(line);
-        std::string keyword;
-        words >> keyword;
+    while (const auto line = input.Line()) {
+        std::string_view words = *line;
+        const std::string_view keyword = NextWord(words);
         if (keyword == "f" || keyword == "l") return std::nullopt;
         if (keyword != "v" && keyword != "vn") continue;
         const auto triple = ReadTriple(words);

@@ -1,8 +1,7 @@
 #include "exchange/report/short_number.h"
 
+#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 
 namespace voalgo {
 
@@ -13,8 +12,9 @@ double ShortNumber(float value, double scale)
     if (!std::isfinite(exact)) return exact;
     for (int digits = 6; digits < 17; ++digits) {
         char text[40];
-        std::snprintf(text, sizeof(text), "%.*g", digits, exact);
-        const double candidate = std::strtod(text, nullptr);
+        const auto written = std::to_chars(text, text + sizeof(text), exact, std::chars_format::general, digits);
+        double candidate = 0.0;
+        std::from_chars(text, written.ptr, candidate);
         if (static_cast<float>(candidate * scale) == value) return candidate;
     }
     return exact;

@@ -11,6 +11,7 @@ Lengths are millimetres, angles radians. The pose of a result maps coordinates o
 ...     print(found.reason)
 """
 
+from . import _processor  # first: raises ImportError where the rest would die of an illegal instruction
 from ._core import (
     Clusters,
     Document,

@@ -58,6 +58,15 @@ say "the Python module"
 python_dir=$(dirname "$(find "$root/usr/lib/python3" -type d -name voalgorithms)")
 python_version=$(PYTHONPATH=$python_dir /usr/bin/python3 -c 'import voalgorithms; print(voalgorithms.__version__)')
 
+say "a processor that lacks instructions: named, not an illegal instruction"
+lacks='the processor lacks instructions that this build uses: AVX, .*AVX2'
+status=0
+qemu-x86_64 -cpu Nehalem "$root/usr/bin/voalgo" --version 2>"$out/processor.txt" || status=$?
+[[ $status == 69 ]] && grep -q "^VoAlgorithms: error: $lacks" "$out/processor.txt" || fail "the tool ends with $status"
+PYTHONPATH=$python_dir qemu-x86_64 -cpu Nehalem /usr/bin/python3 -c 'import voalgorithms' 2>"$out/processor.txt" || true
+grep -q "^ImportError: voalgorithms: $lacks" "$out/processor.txt" || fail "the Python module does not say what is missing"
+qemu-x86_64 -cpu max "$root/usr/bin/voalgo" --version
+
 say "versions"
 same() { # WHAT VERSION
     [[ $2 == "$version" ]] || fail "$1 states version '$2', the header '$version'"

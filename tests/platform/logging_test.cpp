@@ -87,8 +87,8 @@ TEST_F(LoggingTest, WithoutASinkOnlyWarningsAndErrorsReachStandardError)
     VOALGO_LOG(logger, Warn, "g", L"dubious é");
     VOALGO_LOG(logger, Info, "h", L"hidden");
     VOALGO_LOG(logger, Trace, "h", L"hidden");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "KEP.PreRegistration: error: f: broken 1\nKEP.PreRegistration: warning: g: dubious ?\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "VoAlgorithms: KEP.PreRegistration: error: f: broken 1\n"
+                                                      "VoAlgorithms: KEP.PreRegistration: warning: g: dubious ?\n");
 }
 
 TEST_F(LoggingTest, SinkMayLogAndReplaceItself)

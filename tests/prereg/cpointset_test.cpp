@@ -231,9 +231,9 @@ TEST(CPointSet, Files)
     const std::string name = testing::TempDir() + "cpointset_test.xyz";
     const Surfels set({{{1.5F, -2.0F, 1234567.0F}, {0.1F, 1e-7F, 0.0F}}, {{0, 0, 1}, {0, -1, 0}}});
     set.SaveXYZN(name);
-    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1\n0.1 1e-07 0 0 -1 0\n");
+    EXPECT_EQ(FileText(name), "1.5 -2 1234567 0 0 1\n0.1 1e-07 0 0 -1 0\n");
     set.SaveXYZN(name, 0xFF8000);
-    EXPECT_EQ(FileText(name), "1.5 -2 1.23457e+06 0 0 1 255 128 0\n0.1 1e-07 0 0 -1 0 255 128 0\n");
+    EXPECT_EQ(FileText(name), "1.5 -2 1234567 0 0 1 255 128 0\n0.1 1e-07 0 0 -1 0 255 128 0\n");
     Ellipsoid({1, 0, 0}, {3, 0, 0}, {1, 1, 0}, {1, 0, 0}).SaveXYZNC(name);
     EXPECT_EQ(FileText(name), "1 0 0 0 0 0 0\n3 0 0 1 0 0 1\n-1 0 0 -1 -0 -0 1\n1 1 0 0 1 0 2\n1 -1 0 -0 -1 -0 2\n"
                               "1 0 0 0 0 0 3\n1 0 0 -0 -0 -0 3\n");

@@ -48,18 +48,10 @@ TEST(ToolInput, BadFilesAreRefusedWithTheReason)
         {"empty.xyz", "", "contains no points"},
         {"comments.xyz", "# only\n\n  # comments\n", "contains no points"},
         {"word.xyz", "1 2 3\n4 5 six\n", "word.xyz:2: not a number: \"six\""},
-        {"short.xyz", "1 2 3\n\n4 5\n", "short.xyz:3: fewer than three columns"},
-        {"mixed.xyz", "1 2 3\n4 5 6 0 0 1\n", "mixed.xyz:2: has a normal, but earlier lines have none"},
         {"nan.xyz", "nan 1 2\n1 inf 2\n", "none of its 2 points has finite coordinates"},
         {"junk.ply", "this is no cloud\n", "not a PLY file: its first line is not \"ply\""},
-        {"zero.ply", "", "not a PLY file"},
         {"none.ply", PlyBytes({}), "contains no points"},
         {"cut.ply", ply.substr(0, ply.size() - 1), "truncated"},
-        {"lies.ply", std::string(ply).replace(ply.find("vertex 700"), 10, "vertex 18446744073709551615"), "truncated"},
-        {"header.ply", std::string(ply).replace(ply.find("vertex"), 3, "ver "),
-         "invalid line in the PLY header: \"element ver"},
-        {"endless.ply", "ply\nformat ascii 1.0\ncomment\n", "the PLY header has no end_header line"},
-        {"noformat.ply", "ply\nend_header\n", "lacks a format or an element"},
         {"faces.ply",
          "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\nelement face "
          "1\n"
@@ -145,7 +137,8 @@ TEST(ToolInput, RepairsAreCounted)
 TEST(ToolInput, TextFormsAndUnits)
 {
     const Workplace place;
-    place.Write("forms.xyz", "# header\r\n1 2 3\r\n\r\n+4.5;5e0;-6 # remark\r\n\t7,\t8 ,9 0.5\r\n1e1 1 1 77 88");
+    place.Write("forms.xyz",
+                "\xEF\xBB\xBF# header\r\n//X Y Z\r\n1;2;3\r\n\r\n+4,5;5e0;-6 # remark\r\n\t7;\t8 ;9\r\n1e1;1;1");
     auto info = Info(place, "forms.xyz");
     EXPECT_EQ(info["points"], 4);
     EXPECT_FLOAT_EQ(info["extent"].get<float>(), 15.0F);

@@ -7,7 +7,8 @@
 #include <string>
 
 /// The library's connection to the host's log. The library finds a logger by its channel name; the host installs a sink
-/// and a level. Without a sink, warnings and errors go to standard error and everything else is dropped.
+/// and a level. Without a sink, warnings and errors go to standard error, in lines that begin with
+/// "VoAlgorithms: ", and everything else is dropped.
 namespace Logging {
 
 /// From most severe to most verbose; each level includes those before it.

@@ -94,7 +94,8 @@ public:
     [[nodiscard]] CFPFHPointSet Transform(VoAlgo::CTrafo pose) const;
 
     /// Writes one line per feature point, "x y z nx ny nz"; a colour other than 0xFFFFFFFF (0xRRGGBB) adds " r g b".
-    /// Throws std::invalid_argument "empty file name" and the stream's failure.
+    /// Numbers have six digits and do not depend on a locale. Throws std::invalid_argument "empty file name" and the
+    /// stream's failure.
     void SaveFeaturePointsXYZN(const std::string& path, unsigned colour) const;
 
 private:

@@ -70,8 +70,9 @@ public:
     /// Area that point i stands for, from its four nearest neighbours within `radius`, mm²; 0 with fewer.
     [[nodiscard]] double estimateLocalVoronoiArea(std::size_t i, float radius) const;
 
-    /// Writes one line per point, "x y z nx ny nz"; a colour other than 0xFFFFFFFF (0xRRGGBB) adds " r g b". Throws
-    /// std::invalid_argument "empty file name" and the stream's failure.
+    /// Writes one line per point, "x y z nx ny nz"; a colour other than 0xFFFFFFFF (0xRRGGBB) adds " r g b".
+    /// Coordinates read back to the same bits, and do not depend on a locale. Throws std::invalid_argument "empty file
+    /// name" and the stream's failure.
     void SaveXYZN(const std::string& fileName, unsigned colour = 0xFFFFFFFFU) const;
 
     /// Surfels whose masks contain every bit of `mask`; none when there are no masks or `mask` is 0.

@@ -36,8 +36,9 @@ public:
     [[nodiscard]] Ellipsoid Transformed(const VoAlgo::CTrafo& trafo) const;
 
     /// Writes the centre and the six poles as text: one "x y z nx ny nz c" line each, the normal pointing outwards
-    /// (0 0 0 for the centre), c the axis number 0 to 3 (0 the centre). Throws std::invalid_argument "empty file name"
-    /// for an empty name and the stream's failure when the file cannot be written.
+    /// (0 0 0 for the centre), c the axis number 0 to 3 (0 the centre). Numbers are written as by CPointSet::SaveXYZN.
+    /// Throws std::invalid_argument "empty file name" for an empty name and the stream's failure when the file cannot
+    /// be written.
     void SaveXYZNC(const std::string& fileName) const;
 
 private:

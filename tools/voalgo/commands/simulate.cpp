@@ -34,7 +34,10 @@ Mesh Object(const Arguments& arguments)
     if (arguments.meshFile.empty())
         return FreeFormObject(arguments.settings.seed, arguments.size > 0.0 ? arguments.size : 100.0,
                               std::max<std::size_t>(200000, std::size_t{12} * arguments.settings.points));
-    Mesh mesh = ReadModel(arguments.meshFile).mesh;
+    const prereg::TriangleMesh read = ReadModel(arguments.meshFile).mesh;
+    Mesh mesh{{}, read.triangles};
+    for (const auto& [x, y, z] : read.vertices)
+        mesh.vertices.emplace_back(static_cast<float>(x), static_cast<float>(y), static_cast<float>(z));
     CentreAndScale(mesh, arguments.size);
     return mesh;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "exchange/files/mesh.h"
+#include "simulation/mesh.h"
 
 #include <cstddef>
 

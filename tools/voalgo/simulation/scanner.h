@@ -1,8 +1,8 @@
 #pragma once
 
 #include "VoAlgorithms/verdict/scan.h"
-#include "exchange/files/mesh.h"
 #include "simulation/frame.h"
+#include "simulation/mesh.h"
 
 #include <random>
 
