@@ -127,11 +127,11 @@ void CSharedMemoryPipe::receiveChunks(const Start& start, const Append& append, 
     const std::size_t capacity = payloadCapacity();
     PipeBlock& block = *state_->block;
     const std::lock_guard threads(state_->receiver);
-    const HeldLock receiver = block.BeginReceiving();
+    const HeldLock receiver = block.BeginReceiving(ReceiveFunction);
     std::uint64_t number = 0;
     std::uint32_t chunks = 1;
     for (std::uint32_t index = 0; index < chunks; ++index) {
-        block.AwaitItem(index != 0, ReceiveFunction);
+        if (index != 0) block.AwaitItem(ReceiveFunction);
         BlockToken token(block.Spaces());
         const Progress sent = block.ReadNotes(ReceiveFunction).sent;
         ChunkHeader header; // a copy: the peer cannot change it after the checks

@@ -17,8 +17,9 @@ using platform::NamedSemaphore;
 
 // Held by a sender from before it takes the token until its message has ended, and by a receiver for a whole message.
 constexpr unsigned SenderLock = 0, ReceiverLock = 1;
-// After this time, a wait looks whether the other side is still there.
-constexpr unsigned WaitMs = 20;
+// After this time, a wait looks whether the other side is still there. One that is not within a message then gives up
+// its lock for the pause, so that the other side can restore the token of a process that was killed.
+constexpr unsigned WaitMs = 20, PauseMs = 2;
 // A multiple of what systems round memory up to, so that all of them know the block's exact size.
 constexpr std::size_t Page = 4096;
 
@@ -70,7 +71,7 @@ bool IsZero(NamedSemaphore& semaphore)
 
 void Pause()
 {
-    std::this_thread::sleep_for(std::chrono::milliseconds(WaitMs));
+    std::this_thread::sleep_for(std::chrono::milliseconds(PauseMs));
 }
 
 } // namespace
@@ -153,7 +154,7 @@ void PipeBlock::clear()
 
 HeldLock PipeBlock::BeginSending(const char* function)
 {
-    for (;; Pause()) { // without the lock, so that a waiting receiver can restore the token of a killed sender
+    for (;; Pause()) {
         if (!mapping_->HasOwner()) throw Failure(function, CreatorGone);
         HeldLock sender(*senderSide_, SenderLock);
         if (!sender) continue;
@@ -176,22 +177,29 @@ bool PipeBlock::AwaitSpace(std::uint64_t chunksSent)
     return true;
 }
 
-HeldLock PipeBlock::BeginReceiving()
+HeldLock PipeBlock::BeginReceiving(const char* function)
 {
-    for (;; Pause())
-        if (HeldLock receiver(*receiverSide_, ReceiverLock); receiver) return receiver;
+    for (;; Pause()) {
+        HeldLock receiver(*receiverSide_, ReceiverLock);
+        if (!receiver) continue;
+        if (items_->WaitFor(WaitMs)) return receiver;
+        if (const HeldLock noSender(*receiverSide_, SenderLock); noSender) restoreLostToken();
+        if (mapping_->HasOwner()) continue;
+        if (items_->WaitFor(0)) return receiver; // sent just before
+        throw Failure(function, CreatorGone);
+    }
 }
 
-void PipeBlock::AwaitItem(bool withinMessage, const char* function)
+void PipeBlock::AwaitItem(const char* function)
 {
     while (!items_->WaitFor(WaitMs)) {
         const char* gone = mapping_->HasOwner() ? nullptr : CreatorGone;
         if (const HeldLock noSender(*receiverSide_, SenderLock); noSender) {
             restoreLostToken();
-            if (withinMessage) gone = "the sender has gone before the end of its message";
+            gone = "the sender has gone before the end of its message";
         }
         if (gone == nullptr) continue;
-        if (items_->WaitFor(0)) return; // it sent its last chunk before it went
+        if (items_->WaitFor(0)) return; // the last chunk, sent just before
         throw Failure(function, gone);
     }
 }

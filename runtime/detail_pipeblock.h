@@ -69,10 +69,10 @@ public:
     /// the receiver has kept the chunk is in the notes.
     [[nodiscard]] bool AwaitSpace(std::uint64_t chunksSent);
 
-    /// Becomes the only receiver until the returned lock ends.
-    [[nodiscard]] HeldLock BeginReceiving();
-    /// Waits for a chunk and its token; throws when none will come.
-    void AwaitItem(bool withinMessage, const char* function);
+    /// Waits for a chunk and its token as the only receiver, which this process is until the returned lock ends.
+    [[nodiscard]] HeldLock BeginReceiving(const char* function);
+    /// Waits for the next chunk of a message; throws when none will come.
+    void AwaitItem(const char* function);
 
     platform::NamedSemaphore& Items() { return *items_; }
     platform::NamedSemaphore& Spaces() { return *spaces_; }
