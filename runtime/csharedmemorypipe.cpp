@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <mutex>
 #include <stdexcept>
@@ -25,6 +26,9 @@ static_assert(sizeof(ChunkHeader) == 8);
 constexpr std::uint64_t MaxWord = std::numeric_limits<std::uint32_t>::max();
 // The number of chunks comes from another process: beyond this, memory grows as the bytes arrive.
 constexpr std::size_t MaxReserved = std::size_t{1} << 30;
+// Bytes pass between block and message through a small buffer: the system is slow at memory that it has not used yet,
+// and a vector grows without being zeroed first.
+constexpr std::size_t PieceBytes = 0x10000;
 
 constexpr const char* SendFunction = "VoAlgo::CSharedMemoryPipe::Send:";
 constexpr const char* ReceiveFunction = "VoAlgo::CSharedMemoryPipe::Receive:";
@@ -42,6 +46,30 @@ public:
 private:
     NamedSemaphore* next_;
 };
+
+void WriteChunk(PipeBlock& block, std::vector<unsigned char>& piece, const ChunkHeader& header,
+                const unsigned char* payload)
+{
+    std::memcpy(piece.data(), &header, sizeof(header));
+    std::size_t filled = sizeof(header), to = 0;
+    for (std::size_t done = 0; done < header.bytes; filled = 0) {
+        const std::size_t now = std::min(piece.size() - filled, header.bytes - done);
+        std::memcpy(piece.data() + filled, payload + done, now);
+        block.Write(to, piece.data(), filled + now, SendFunction);
+        to += filled + now;
+        done += now;
+    }
+}
+
+/// Throws when the chunk cannot be part of a message of that many chunks.
+void CheckHeader(const ChunkHeader& header, std::uint32_t index, std::uint32_t chunks, std::size_t capacity)
+{
+    if (chunks == 0) throw std::invalid_argument("shared memory message without chunks");
+    if (header.bytes > capacity) throw std::invalid_argument("shared memory chunk larger than its block");
+    if (index != 0 && header.countOrIndex != index) throw std::invalid_argument("shared memory chunk out of sequence");
+    if (header.bytes == 0 || (index + 1 < chunks && header.bytes != capacity))
+        throw std::invalid_argument("shared memory chunk too short");
+}
 
 } // namespace
 
@@ -91,6 +119,7 @@ void CSharedMemoryPipe::send(const void* data, std::size_t size, bool confirmed)
 
     PipeBlock& block = *state_->block;
     const std::lock_guard threads(state_->sender);
+    std::vector<unsigned char> piece(std::min({size + sizeof(ChunkHeader), block.Size(), PieceBytes}));
     const HeldLock sender = block.BeginSending(SendFunction);
     std::uint64_t number = 0;
     for (std::size_t i = 0;; ++i) {
@@ -102,14 +131,13 @@ void CSharedMemoryPipe::send(const void* data, std::size_t size, bool confirmed)
             else if (notes.taken != Progress{number, i})
                 throw std::runtime_error(std::string(SendFunction) + " the receiver has not taken the message");
             if (i == chunks) return;
-            const std::size_t offset = i * capacity, bytes = std::min(capacity, size - offset);
-            const ChunkHeader header = {static_cast<std::uint32_t>(i == 0 ? chunks : i),
-                                        static_cast<std::uint32_t>(bytes)};
-            // The notes first: a block that is shortened at any time between loses them, so nothing else goes
-            // unnoticed.
+            // The notes first: when the block is shortened at any time between, they are lost, so that nothing else
+            // can be lost unnoticed.
             block.WriteSent({number, i + 1}, SendFunction);
-            block.Write(0, &header, sizeof(header), SendFunction);
-            block.Write(sizeof(header), static_cast<const unsigned char*>(data) + offset, bytes, SendFunction);
+            const std::size_t offset = i * capacity, bytes = std::min(capacity, size - offset);
+            WriteChunk(block, piece,
+                       {static_cast<std::uint32_t>(i == 0 ? chunks : i), static_cast<std::uint32_t>(bytes)},
+                       static_cast<const unsigned char*>(data) + offset);
             token.SetNext(block.Items());
         }
         if (i + 1 == chunks && !confirmed) return;
@@ -119,14 +147,15 @@ void CSharedMemoryPipe::send(const void* data, std::size_t size, bool confirmed)
     }
 }
 
-/// Receives the chunks of one message: calls start(number of chunks), then append(bytes) to get the place for the
-/// payload of each, and in the end keep(). The sender learns that the chunk was taken when they have returned.
+/// Receives the chunks of one message: calls start(number of chunks), then append(bytes, number of bytes) for the
+/// pieces of each payload, and in the end keep(). The sender learns that a chunk was taken when they have returned.
 template <typename Start, typename Append, typename Keep>
 void CSharedMemoryPipe::receiveChunks(const Start& start, const Append& append, const Keep& keep)
 {
     const std::size_t capacity = payloadCapacity();
     PipeBlock& block = *state_->block;
     const std::lock_guard threads(state_->receiver);
+    std::vector<unsigned char> piece(std::min(capacity, PieceBytes));
     const HeldLock receiver = block.BeginReceiving(ReceiveFunction);
     std::uint64_t number = 0;
     std::uint32_t chunks = 1;
@@ -145,14 +174,14 @@ void CSharedMemoryPipe::receiveChunks(const Start& start, const Append& append, 
             throw std::runtime_error(std::string(ReceiveFunction) +
                                      " the sender has gone before the end of its message");
         }
-        if (chunks == 0) throw std::invalid_argument("shared memory message without chunks");
-        if (header.bytes > capacity) throw std::invalid_argument("shared memory chunk larger than its block");
-        if (sent.chunks != index + 1ULL || (index != 0 && header.countOrIndex != index))
-            throw std::invalid_argument("shared memory chunk out of sequence");
-        if (header.bytes == 0 || (index + 1 < chunks && header.bytes != capacity))
-            throw std::invalid_argument("shared memory chunk too short");
+        if (sent.chunks != index + 1ULL) throw std::invalid_argument("shared memory chunk out of sequence");
+        CheckHeader(header, index, chunks, capacity);
         if (index == 0) start(chunks);
-        block.Read(sizeof(header), append(header.bytes), header.bytes, ReceiveFunction);
+        for (std::size_t done = 0; done < header.bytes; done += piece.size()) {
+            const std::size_t now = std::min(piece.size(), header.bytes - done);
+            block.Read(sizeof(header) + done, piece.data(), now, ReceiveFunction);
+            append(piece.data(), now);
+        }
         if (index + 1 == chunks) keep();
         block.WriteTaken({number, index + 1ULL}, ReceiveFunction);
     }
@@ -162,10 +191,9 @@ void CSharedMemoryPipe::Receive(void* buffer, std::size_t& size)
 {
     size = 0;
     receiveChunks([](std::uint32_t) {},
-                  [&](std::size_t bytes) {
-                      unsigned char* place = static_cast<unsigned char*>(buffer) + size;
+                  [&](const unsigned char* payload, std::size_t bytes) {
+                      std::memcpy(static_cast<unsigned char*>(buffer) + size, payload, bytes);
                       size += bytes;
-                      return place;
                   },
                   [] {});
 }
@@ -179,10 +207,7 @@ void CSharedMemoryPipe::receiveVector(std::vector<unsigned char>& buffer, const 
             buffer.clear();
             buffer.reserve(chunks <= MaxReserved / capacity ? capacity * chunks : MaxReserved);
         },
-        [&](std::size_t bytes) {
-            buffer.resize(buffer.size() + bytes);
-            return buffer.data() + (buffer.size() - bytes);
-        },
+        [&](const unsigned char* payload, std::size_t bytes) { buffer.insert(buffer.end(), payload, payload + bytes); },
         keep);
 }
 
