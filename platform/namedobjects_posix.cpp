@@ -200,14 +200,14 @@ std::unique_ptr<NamedMapping> NamedMapping::Create(const std::wstring& name, std
         errno = error;
         return nullptr;
     }
-    return std::unique_ptr<NamedMapping>(new NamedMapping(std::make_unique<System>(std::move(file))));
+    return std::unique_ptr<NamedMapping>(new NamedMapping(std::unique_ptr<System>(new System{std::move(file)})));
 }
 
 std::unique_ptr<NamedMapping> NamedMapping::Open(const std::wstring& name)
 {
     File file = OpenPrivate(PathOf(name), S_IFREG);
     if (!file.IsOpen()) return nullptr;
-    std::unique_ptr<NamedMapping> mapping(new NamedMapping(std::make_unique<System>(std::move(file))));
+    std::unique_ptr<NamedMapping> mapping(new NamedMapping(std::unique_ptr<System>(new System{std::move(file)})));
     if (mapping->HasOwner() && mapping->Size() > 0) return mapping;
     errno = ENOENT; // remains, or not complete yet
     return nullptr;
@@ -271,7 +271,7 @@ std::unique_ptr<NamedSemaphore> NamedSemaphore::Create(const std::wstring& name,
     File file = OpenPrivate(path, S_IFIFO);
     if (!file.IsOpen()) return nullptr;
     file.Own(path);
-    std::unique_ptr<NamedSemaphore> semaphore(new NamedSemaphore(std::make_unique<System>(std::move(file))));
+    std::unique_ptr<NamedSemaphore> semaphore(new NamedSemaphore(std::unique_ptr<System>(new System{std::move(file)})));
     for (unsigned i = 0; i < initial; ++i) semaphore->Release();
     return semaphore;
 }
@@ -280,7 +280,7 @@ std::unique_ptr<NamedSemaphore> NamedSemaphore::Open(const std::wstring& name)
 {
     File file = OpenPrivate(PathOf(name), S_IFIFO);
     if (!file.IsOpen()) return nullptr;
-    return std::unique_ptr<NamedSemaphore>(new NamedSemaphore(std::make_unique<System>(std::move(file))));
+    return std::unique_ptr<NamedSemaphore>(new NamedSemaphore(std::unique_ptr<System>(new System{std::move(file)})));
 }
 
 bool NamedSemaphore::WaitFor(unsigned milliseconds)
@@ -312,7 +312,7 @@ std::unique_ptr<NamedLocks> NamedLocks::Open(const std::wstring& name)
 {
     File file = OpenPrivate(PathOf(name), S_IFREG);
     if (!file.IsOpen()) return nullptr;
-    return std::unique_ptr<NamedLocks>(new NamedLocks(std::make_unique<System>(std::move(file))));
+    return std::unique_ptr<NamedLocks>(new NamedLocks(std::unique_ptr<System>(new System{std::move(file)})));
 }
 
 bool NamedLocks::TryLock(unsigned lock)
