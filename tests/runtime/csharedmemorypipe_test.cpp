@@ -234,8 +234,7 @@ TEST(SharedMemoryPipe, DeliverReturnsWhenTheMessageWasKept)
         Receiver stopped(12, {size, 1});
         auto sender = CSharedMemoryPipe::Open(Name, 12);
         stopped.Stop();
-        std::thread delivering(
-            [&] { ExpectFails([&] { sender.Deliver("abcdefghijk", size); }, "the receiver has gone"); });
+        std::thread delivering([&] { ExpectFails([&] { sender.Deliver("abcdefghijk", size); }, " has gone"); });
         std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the block is full by then
         stopped.Kill();
         delivering.join();
