@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
-#include <semaphore.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,60 +19,157 @@ namespace VoAlgo::platform {
 namespace {
 
 constexpr mode_t OwnerOnly = S_IRUSR | S_IWUSR;
+constexpr int OpenFlags = O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC;
+constexpr off_t OwnerByte = 0; // locked by the creator of a block; the bytes behind it are the locks of NamedLocks
 
-/// "/" and the name in UTF-8. Such names cannot contain a slash or a NUL: these, and the percent sign itself, are
-/// written as %XX.
-std::string SystemName(const std::wstring& name)
+/// The file of a name in UTF-8, where shm_open puts it. Names of files cannot contain a slash or a NUL: these, and the
+/// percent sign itself, are written as %XX.
+std::string PathOf(const std::wstring& name)
 {
-    std::string text = "/";
+    std::string path = "/dev/shm/";
     for (const wchar_t letter : name) {
         if (letter == L'/')
-            text += "%2F";
+            path += "%2F";
         else if (letter == L'%')
-            text += "%25";
+            path += "%25";
         else if (letter == L'\0')
-            text += "%00";
+            path += "%00";
         else
-            AppendUtf8(text, static_cast<char32_t>(letter));
+            AppendUtf8(path, static_cast<char32_t>(letter));
     }
-    return text;
+    return path;
 }
 
-/// Calls create() and removes any object that holds the name until it is free; `failed` is the failure value of create.
-template <typename Handle, typename Create>
-Handle TakeName(const std::string& name, int (*unlink)(const char*), Handle failed, const Create& create)
+/// An open file, closed on destruction, and its path when the name is ours to remove.
+class File {
+public:
+    explicit File(int descriptor) : descriptor_(descriptor) {}
+    File(File&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)), ownedPath_(std::exchange(other.ownedPath_, {}))
+    {
+    }
+    File& operator=(File&&) = delete;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File()
+    {
+        if (descriptor_ == -1) return;
+        const int error = errno;
+        if (!ownedPath_.empty() && IsAt(ownedPath_)) unlink(ownedPath_.c_str());
+        close(descriptor_);
+        errno = error;
+    }
+
+    void Own(std::string path) { ownedPath_ = std::move(path); }
+    [[nodiscard]] bool IsOwned() const { return !ownedPath_.empty(); }
+    [[nodiscard]] bool IsOpen() const { return descriptor_ != -1; }
+    [[nodiscard]] int Descriptor() const { return descriptor_; }
+    [[nodiscard]] struct stat Status() const
+    {
+        struct stat status = {};
+        fstat(descriptor_, &status);
+        return status;
+    }
+    /// Whether the path still leads to this file.
+    [[nodiscard]] bool IsAt(const std::string& path) const
+    {
+        struct stat there = {};
+        const struct stat here = Status();
+        return lstat(path.c_str(), &there) == 0 && there.st_dev == here.st_dev && there.st_ino == here.st_ino;
+    }
+
+    /// Locks of the open file, not of the process: they end with its last descriptor. False when it is locked.
+    [[nodiscard]] bool TryLock(off_t byte) const { return setLock(F_OFD_SETLK, F_WRLCK, byte).has; }
+    void Unlock(off_t byte) const { setLock(F_OFD_SETLK, F_UNLCK, byte); }
+    [[nodiscard]] bool IsLockedElsewhere(off_t byte) const
+    {
+        const Lock lock = setLock(F_OFD_GETLK, F_WRLCK, byte);
+        return lock.has && lock.type != F_UNLCK;
+    }
+
+private:
+    struct Lock {
+        bool has;
+        short type;
+    };
+    Lock setLock(int command, short type, off_t byte) const
+    {
+        struct flock range = {};
+        range.l_type = type;
+        range.l_whence = SEEK_SET;
+        range.l_start = byte;
+        range.l_len = 1;
+        return {fcntl(descriptor_, command, &range) == 0, range.l_type};
+    }
+
+    int descriptor_;
+    std::string ownedPath_;
+};
+
+/// Opens a file that belongs to this user and to no one else.
+File OpenPrivate(const std::string& path, mode_t kind)
+{
+    File file(open(path.c_str(), OpenFlags));
+    if (!file.IsOpen()) return file;
+    const struct stat status = file.Status();
+    if (status.st_uid == geteuid() && (status.st_mode & (S_IFMT | S_IRWXG | S_IRWXO)) == kind) return file;
+    errno = EACCES;
+    return File(-1);
+}
+
+/// Removes a block whose creator has died; false when it lives. Whoever holds the lock on a block, and no one else, may
+/// remove its name: so nothing new can have come to the name in the meantime.
+bool RemoveRemains(const std::string& path)
+{
+    const File file = OpenPrivate(path, S_IFREG);
+    if (!file.IsOpen()) return errno == ENOENT;
+    if (!file.TryLock(OwnerByte)) {
+        errno = EEXIST;
+        return false;
+    }
+    return !file.IsAt(path) || unlink(path.c_str()) == 0;
+}
+
+/// A new file with the lock of its creator.
+File CreateOwned(const std::string& path)
 {
     for (;;) {
-        const Handle handle = create();
-        if (handle != failed || errno != EEXIST) return handle;
-        if (unlink(name.c_str()) != 0 && errno != ENOENT) return failed;
+        File file(open(path.c_str(), OpenFlags | O_CREAT | O_EXCL, OwnerOnly));
+        if (!file.IsOpen()) {
+            if (errno == EEXIST && RemoveRemains(path)) continue;
+            return file;
+        }
+        // Before it was locked, another creator may have mistaken it for remains.
+        if (file.TryLock(OwnerByte) && file.IsAt(path)) {
+            file.Own(path);
+            return file;
+        }
+        errno = EEXIST;
+        return File(-1);
     }
 }
 
-int OpenBlock(const std::string& name)
-{
-    return shm_open(name.c_str(), O_RDWR, 0);
-}
-
-sem_t* OpenSemaphore(const std::string& name)
-{
-    return sem_open(name.c_str(), 0);
-}
-
-bool SameBlock(int a, int b)
-{
-    struct stat first = {}, second = {};
-    return fstat(a, &first) == 0 && fstat(b, &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
-
-/// Reserves the memory as well: otherwise the first write would kill the process when the system is out of memory.
-int Reserve(int block, std::size_t size)
+/// Reserves the memory as well: otherwise a write may fail half-way, and one through a view kill the process.
+int Reserve(const File& file, std::size_t size)
 {
     int error = 0;
-    do error = posix_fallocate(block, 0, static_cast<off_t>(size));
+    do error = posix_fallocate(file.Descriptor(), 0, static_cast<off_t>(size));
     while (error == EINTR);
     return error;
+}
+
+/// Calls transfer(byte offset) until all bytes have passed.
+template <typename Transfer>
+bool TransferAll(std::size_t bytes, const Transfer& transfer)
+{
+    for (std::size_t done = 0; done < bytes;) {
+        const ssize_t now = transfer(done);
+        if (now < 0 && errno == EINTR) continue;
+        if (now == 0) errno = EIO; // past the end
+        if (now <= 0) return false;
+        done += static_cast<std::size_t>(now);
+    }
+    return true;
 }
 
 } // namespace
@@ -86,91 +185,144 @@ std::string ErrorText(int code)
     return text.starts_with("Unknown error") ? std::string() : text;
 }
 
+struct NamedMapping::System {
+    File file;
+};
+
+NamedMapping::NamedMapping(std::unique_ptr<System> system) : system_(std::move(system)) {}
+NamedMapping::~NamedMapping() = default;
+
 std::unique_ptr<NamedMapping> NamedMapping::Create(const std::wstring& name, std::size_t size)
 {
-    const std::string systemName = SystemName(name);
-    const int block = TakeName(systemName, shm_unlink, -1,
-                               [&] { return shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL, OwnerOnly); });
-    if (block == -1) return nullptr;
-    std::unique_ptr<NamedMapping> mapping(new NamedMapping(block, systemName));
-    if (const int error = Reserve(block, std::max<std::size_t>(size, 1)); error != 0) {
-        mapping.reset();
+    File file = CreateOwned(PathOf(name));
+    if (!file.IsOpen()) return nullptr;
+    if (const int error = Reserve(file, std::max<std::size_t>(size, 1)); error != 0) {
         errno = error;
+        return nullptr;
     }
-    return mapping;
+    return std::unique_ptr<NamedMapping>(new NamedMapping(std::unique_ptr<System>(new System{std::move(file)})));
 }
 
 std::unique_ptr<NamedMapping> NamedMapping::Open(const std::wstring& name)
 {
-    const int block = OpenBlock(SystemName(name));
-    return std::unique_ptr<NamedMapping>(block == -1 ? nullptr : new NamedMapping(block, {}));
+    File file = OpenPrivate(PathOf(name), S_IFREG);
+    if (!file.IsOpen()) return nullptr;
+    std::unique_ptr<NamedMapping> mapping(new NamedMapping(std::unique_ptr<System>(new System{std::move(file)})));
+    if (mapping->HasOwner() && mapping->Size() > 0) return mapping;
+    errno = ENOENT; // remains, or not complete yet
+    return nullptr;
 }
 
-NamedMapping::~NamedMapping()
+bool NamedMapping::HasOwner() const
 {
-    const int block = static_cast<int>(handle_);
-    if (!ownedName_.empty()) {
-        if (const int current = OpenBlock(ownedName_); current != -1) {
-            if (SameBlock(current, block)) shm_unlink(ownedName_.c_str());
-            close(current);
-        }
-    }
-    close(block);
+    return system_->file.IsOwned() || system_->file.IsLockedElsewhere(OwnerByte);
+}
+
+std::size_t NamedMapping::Size() const
+{
+    return static_cast<std::size_t>(system_->file.Status().st_size);
+}
+
+bool NamedMapping::Read(std::size_t offset, void* to, std::size_t bytes) const
+{
+    return TransferAll(bytes, [&](std::size_t done) {
+        return pread(system_->file.Descriptor(), static_cast<char*>(to) + done, bytes - done,
+                     static_cast<off_t>(offset + done));
+    });
+}
+
+bool NamedMapping::Write(std::size_t offset, const void* from, std::size_t bytes)
+{
+    return TransferAll(bytes, [&](std::size_t done) {
+        return pwrite(system_->file.Descriptor(), static_cast<const char*>(from) + done, bytes - done,
+                      static_cast<off_t>(offset + done));
+    });
 }
 
 std::shared_ptr<void> NamedMapping::View() const
 {
     const std::size_t size = Size();
-    void* view = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int>(handle_), 0);
+    void* view = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, system_->file.Descriptor(), 0);
     if (view == MAP_FAILED) return nullptr;
     return {view, [size](void* start) { munmap(start, size); }};
 }
 
-std::size_t NamedMapping::Size() const
-{
-    struct stat status = {};
-    return fstat(static_cast<int>(handle_), &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
-}
+/// A FIFO whose bytes are the count: unlike the memory of a sem_t, another process cannot shorten it, and its owner and
+/// mode can be checked on what was opened.
+struct NamedSemaphore::System {
+    File file;
+};
+
+NamedSemaphore::NamedSemaphore(std::unique_ptr<System> system) : system_(std::move(system)) {}
+NamedSemaphore::~NamedSemaphore() = default;
 
 std::unique_ptr<NamedSemaphore> NamedSemaphore::Create(const std::wstring& name, unsigned initial)
 {
-    const std::string systemName = SystemName(name);
-    sem_t* semaphore = TakeName(systemName, sem_unlink, SEM_FAILED,
-                                [&] { return sem_open(systemName.c_str(), O_CREAT | O_EXCL, OwnerOnly, initial); });
-    return std::unique_ptr<NamedSemaphore>(semaphore == SEM_FAILED ? nullptr
-                                                                   : new NamedSemaphore(semaphore, systemName));
+    const std::string path = PathOf(name);
+    struct stat remains = {};
+    if (lstat(path.c_str(), &remains) == 0) {
+        if (remains.st_uid != geteuid()) {
+            errno = EACCES;
+            return nullptr;
+        }
+        if (unlink(path.c_str()) != 0 && errno != ENOENT) return nullptr;
+    }
+    if (mkfifo(path.c_str(), OwnerOnly) != 0) return nullptr;
+    File file = OpenPrivate(path, S_IFIFO);
+    if (!file.IsOpen()) return nullptr;
+    file.Own(path);
+    std::unique_ptr<NamedSemaphore> semaphore(new NamedSemaphore(std::unique_ptr<System>(new System{std::move(file)})));
+    for (unsigned i = 0; i < initial; ++i) semaphore->Release();
+    return semaphore;
 }
 
 std::unique_ptr<NamedSemaphore> NamedSemaphore::Open(const std::wstring& name)
 {
-    sem_t* semaphore = OpenSemaphore(SystemName(name));
-    return std::unique_ptr<NamedSemaphore>(semaphore == SEM_FAILED ? nullptr : new NamedSemaphore(semaphore, {}));
+    File file = OpenPrivate(PathOf(name), S_IFIFO);
+    if (!file.IsOpen()) return nullptr;
+    return std::unique_ptr<NamedSemaphore>(new NamedSemaphore(std::unique_ptr<System>(new System{std::move(file)})));
 }
 
-NamedSemaphore::~NamedSemaphore()
+bool NamedSemaphore::WaitFor(unsigned milliseconds)
 {
-    auto* semaphore = static_cast<sem_t*>(handle_);
-    if (!ownedName_.empty()) {
-        // Within a process, every sem_open of a semaphore returns the same address.
-        if (sem_t* current = OpenSemaphore(ownedName_); current != SEM_FAILED) {
-            if (current == semaphore) sem_unlink(ownedName_.c_str());
-            sem_close(current);
-        }
-    }
-    sem_close(semaphore);
-}
-
-void NamedSemaphore::Wait()
-{
-    while (sem_wait(static_cast<sem_t*>(handle_)) != 0 && errno == EINTR) {
-    }
+    const int descriptor = system_->file.Descriptor();
+    char token = 0;
+    if (read(descriptor, &token, 1) == 1) return true;
+    if (milliseconds == 0) return false;
+    pollfd ready = {descriptor, POLLIN, 0};
+    poll(&ready, 1, static_cast<int>(milliseconds));
+    return read(descriptor, &token, 1) == 1;
 }
 
 void NamedSemaphore::Release()
 {
     int count = 0;
-    sem_getvalue(static_cast<sem_t*>(handle_), &count);
-    if (count < MaxCount) sem_post(static_cast<sem_t*>(handle_));
+    ioctl(system_->file.Descriptor(), FIONREAD, &count);
+    if (count < MaxCount) (void)!write(system_->file.Descriptor(), "", 1);
+}
+
+struct NamedLocks::System {
+    File file;
+};
+
+NamedLocks::NamedLocks(std::unique_ptr<System> system) : system_(std::move(system)) {}
+NamedLocks::~NamedLocks() = default;
+
+std::unique_ptr<NamedLocks> NamedLocks::Open(const std::wstring& name)
+{
+    File file = OpenPrivate(PathOf(name), S_IFREG);
+    if (!file.IsOpen()) return nullptr;
+    return std::unique_ptr<NamedLocks>(new NamedLocks(std::unique_ptr<System>(new System{std::move(file)})));
+}
+
+bool NamedLocks::TryLock(unsigned lock)
+{
+    return system_->file.TryLock(OwnerByte + 1 + static_cast<off_t>(lock));
+}
+
+void NamedLocks::Unlock(unsigned lock)
+{
+    system_->file.Unlock(OwnerByte + 1 + static_cast<off_t>(lock));
 }
 
 } // namespace VoAlgo::platform

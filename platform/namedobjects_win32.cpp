@@ -1,19 +1,101 @@
 #include "platform/namedobjects.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <utility>
 
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
 #include <windows.h>
 
+#include <aclapi.h>
+#include <sddl.h>
+
 namespace VoAlgo::platform {
 
 namespace {
 
-HANDLE AsHandle(std::intptr_t handle)
+struct CloseObject {
+    void operator()(HANDLE handle) const
+    {
+        const DWORD error = GetLastError();
+        CloseHandle(handle);
+        SetLastError(error);
+    }
+};
+using Handle = std::unique_ptr<void, CloseObject>;
+
+struct FreeLocal {
+    void operator()(void* memory) const { LocalFree(memory); }
+};
+
+Handle Refused(DWORD error)
 {
-    return reinterpret_cast<HANDLE>(handle);
+    SetLastError(error);
+    return nullptr;
+}
+
+/// Whether this token information names the owner of an object; both begin with the pointer to a SID.
+bool Names(HANDLE token, TOKEN_INFORMATION_CLASS information, PSID owner)
+{
+    alignas(void*) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user;
+    DWORD size = 0;
+    if (GetTokenInformation(token, information, user.data(), static_cast<DWORD>(user.size()), &size) == 0) return false;
+    PSID sid = nullptr;
+    std::memcpy(&sid, user.data(), sizeof(sid));
+    return EqualSid(sid, owner) != 0;
+}
+
+/// Whether the object belongs to this user, or to the group that owns what an elevated process of this user creates.
+bool IsOurs(HANDLE object)
+{
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR memory = nullptr;
+    if (GetSecurityInfo(object, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                        &memory) != ERROR_SUCCESS)
+        return false;
+    const std::unique_ptr<void, FreeLocal> descriptor(memory);
+    HANDLE token = nullptr;
+    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) == 0) return false;
+    const Handle closesToken(token);
+    return Names(token, TokenUser, owner) || Names(token, TokenOwner, owner);
+}
+
+/// Passes on an object that was opened and is ours.
+Handle OnlyOurs(HANDLE opened)
+{
+    Handle object(opened);
+    return object == nullptr || IsOurs(opened) ? std::move(object) : Refused(ERROR_ACCESS_DENIED);
+}
+
+/// Calls create(security attributes) for an object that only its owner can open; fails when the name is in use.
+template <typename Create>
+Handle CreateNew(const Create& create)
+{
+    PSECURITY_DESCRIPTOR memory = nullptr;
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;GA;;;OW)", SDDL_REVISION_1, &memory, nullptr) ==
+        0)
+        return nullptr;
+    const std::unique_ptr<void, FreeLocal> descriptor(memory);
+    SECURITY_ATTRIBUTES security = {sizeof(security), descriptor.get(), FALSE};
+    SetLastError(ERROR_SUCCESS);
+    Handle object(create(&security));
+    if (object != nullptr && GetLastError() == ERROR_ALREADY_EXISTS) return Refused(ERROR_ALREADY_EXISTS);
+    return object;
+}
+
+/// A lock is an object that exists: it vanishes with its holder, whichever thread took it.
+Handle TakeLock(const std::wstring& name)
+{
+    return CreateNew([&](SECURITY_ATTRIBUTES* security) { return CreateMutexW(security, FALSE, name.c_str()); });
+}
+
+std::wstring OwnerName(const std::wstring& name)
+{
+    return name + L".owner";
 }
 
 } // namespace
@@ -32,32 +114,48 @@ std::string ErrorText(int code)
     return {text, length};
 }
 
+struct NamedMapping::System {
+    std::wstring name;
+    Handle mapping;
+    Handle owner; // null in a process that opened the block
+    std::shared_ptr<void> view = {};
+};
+
+NamedMapping::NamedMapping(std::unique_ptr<System> system) : system_(std::move(system))
+{
+    system_->view = View();
+}
+NamedMapping::~NamedMapping() = default;
+
 std::unique_ptr<NamedMapping> NamedMapping::Create(const std::wstring& name, std::size_t size)
 {
+    Handle owner = TakeLock(OwnerName(name));
+    if (owner == nullptr) return nullptr;
     const std::uint64_t bytes = std::max<std::uint64_t>(size, 1);
-    const HANDLE handle = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
-                                             static_cast<DWORD>(bytes >> 32), static_cast<DWORD>(bytes), name.c_str());
+    // Fails while a process still holds the block of a creator that was killed.
+    Handle mapping = CreateNew([&](SECURITY_ATTRIBUTES* security) {
+        return CreateFileMappingW(INVALID_HANDLE_VALUE, security, PAGE_READWRITE, static_cast<DWORD>(bytes >> 32),
+                                  static_cast<DWORD>(bytes), name.c_str());
+    });
+    if (mapping == nullptr) return nullptr;
     return std::unique_ptr<NamedMapping>(
-        handle == nullptr ? nullptr : new NamedMapping(reinterpret_cast<std::intptr_t>(handle), {}));
+        new NamedMapping(std::unique_ptr<System>(new System{name, std::move(mapping), std::move(owner)})));
 }
 
 std::unique_ptr<NamedMapping> NamedMapping::Open(const std::wstring& name)
 {
-    const HANDLE handle = OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, name.c_str());
-    return std::unique_ptr<NamedMapping>(
-        handle == nullptr ? nullptr : new NamedMapping(reinterpret_cast<std::intptr_t>(handle), {}));
+    Handle mapping = OnlyOurs(OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE | READ_CONTROL, FALSE, name.c_str()));
+    if (mapping == nullptr) return nullptr;
+    std::unique_ptr<NamedMapping> opened(
+        new NamedMapping(std::unique_ptr<System>(new System{name, std::move(mapping), nullptr})));
+    if (opened->HasOwner()) return opened;
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return nullptr;
 }
 
-NamedMapping::~NamedMapping()
+bool NamedMapping::HasOwner() const
 {
-    CloseHandle(AsHandle(handle_));
-}
-
-std::shared_ptr<void> NamedMapping::View() const
-{
-    void* view = MapViewOfFile(AsHandle(handle_), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 0);
-    if (view == nullptr) return nullptr;
-    return {view, [](void* start) { UnmapViewOfFile(start); }};
+    return system_->owner != nullptr || Handle(OpenMutexW(SYNCHRONIZE, FALSE, OwnerName(system_->name).c_str()));
 }
 
 std::size_t NamedMapping::Size() const
@@ -68,31 +166,85 @@ std::size_t NamedMapping::Size() const
     return region.RegionSize;
 }
 
+bool NamedMapping::Read(std::size_t offset, void* to, std::size_t bytes) const
+{
+    if (system_->view == nullptr) return false;
+    std::memcpy(to, static_cast<const char*>(system_->view.get()) + offset, bytes);
+    return true;
+}
+
+bool NamedMapping::Write(std::size_t offset, const void* from, std::size_t bytes)
+{
+    if (system_->view == nullptr) return false;
+    std::memcpy(static_cast<char*>(system_->view.get()) + offset, from, bytes);
+    return true;
+}
+
+std::shared_ptr<void> NamedMapping::View() const
+{
+    void* view = MapViewOfFile(system_->mapping.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 0);
+    if (view == nullptr) return nullptr;
+    return {view, [](void* start) { UnmapViewOfFile(start); }};
+}
+
+struct NamedSemaphore::System {
+    Handle semaphore;
+};
+
+NamedSemaphore::NamedSemaphore(std::unique_ptr<System> system) : system_(std::move(system)) {}
+NamedSemaphore::~NamedSemaphore() = default;
+
 std::unique_ptr<NamedSemaphore> NamedSemaphore::Create(const std::wstring& name, unsigned initial)
 {
-    const HANDLE handle = CreateSemaphoreW(nullptr, static_cast<LONG>(initial), MaxCount, name.c_str());
-    return std::unique_ptr<NamedSemaphore>(handle == nullptr ? nullptr : new NamedSemaphore(handle, {}));
+    Handle semaphore = CreateNew([&](SECURITY_ATTRIBUTES* security) {
+        return CreateSemaphoreW(security, static_cast<LONG>(initial), MaxCount, name.c_str());
+    });
+    if (semaphore == nullptr) return nullptr;
+    return std::unique_ptr<NamedSemaphore>(
+        new NamedSemaphore(std::unique_ptr<System>(new System{std::move(semaphore)})));
 }
 
 std::unique_ptr<NamedSemaphore> NamedSemaphore::Open(const std::wstring& name)
 {
-    const HANDLE handle = OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, TRUE, name.c_str());
-    return std::unique_ptr<NamedSemaphore>(handle == nullptr ? nullptr : new NamedSemaphore(handle, {}));
+    Handle semaphore = OnlyOurs(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, TRUE, name.c_str()));
+    if (semaphore == nullptr) return nullptr;
+    return std::unique_ptr<NamedSemaphore>(
+        new NamedSemaphore(std::unique_ptr<System>(new System{std::move(semaphore)})));
 }
 
-NamedSemaphore::~NamedSemaphore()
+bool NamedSemaphore::WaitFor(unsigned milliseconds)
 {
-    CloseHandle(handle_);
-}
-
-void NamedSemaphore::Wait()
-{
-    WaitForSingleObject(handle_, INFINITE);
+    return WaitForSingleObject(system_->semaphore.get(), milliseconds) == WAIT_OBJECT_0;
 }
 
 void NamedSemaphore::Release()
 {
-    ReleaseSemaphore(handle_, 1, nullptr);
+    ReleaseSemaphore(system_->semaphore.get(), 1, nullptr);
+}
+
+struct NamedLocks::System {
+    std::wstring name;
+    std::array<Handle, Count> held = {};
+};
+
+NamedLocks::NamedLocks(std::unique_ptr<System> system) : system_(std::move(system)) {}
+NamedLocks::~NamedLocks() = default;
+
+std::unique_ptr<NamedLocks> NamedLocks::Open(const std::wstring& name)
+{
+    return std::unique_ptr<NamedLocks>(new NamedLocks(std::unique_ptr<System>(new System{name})));
+}
+
+bool NamedLocks::TryLock(unsigned lock)
+{
+    Handle& held = system_->held.at(lock);
+    if (held == nullptr) held = TakeLock(system_->name + L".lock" + std::to_wstring(lock));
+    return held != nullptr;
+}
+
+void NamedLocks::Unlock(unsigned lock)
+{
+    system_->held.at(lock).reset();
 }
 
 } // namespace VoAlgo::platform

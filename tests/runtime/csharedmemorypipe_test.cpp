@@ -2,11 +2,14 @@
 
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "platform/namedobjects.h"
+#include "runtime/detail_pipeblock.h"
 #include "runtime/detail_systemerror.h"
 #include "runtime/peer_process.h"
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <barrier>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
@@ -14,12 +17,16 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace {
 
 using testing::StartsWith;
 using testing::ThrowsMessage;
 using VoAlgo::CSharedMemory;
 using VoAlgo::CSharedMemoryPipe;
+using VoAlgo::PipeBlock;
+using VoAlgo::platform::NamedLocks;
 using VoAlgo::platform::NamedSemaphore;
 using Bytes = std::vector<unsigned char>;
 
@@ -65,42 +72,72 @@ void ExpectNewPairWorks(std::size_t block)
     EXPECT_FALSE(CSharedMemory::Open(Name));
 }
 
-/// The other end of a pipe, chunk by chunk as the layout says.
+/// The files of the pipe: block and semaphores.
+std::vector<std::string> Files()
+{
+    const std::string name(Name.begin(), Name.end());
+    return {"/dev/shm/" + name, "/dev/shm/Global\\" + name + ".sem.items", "/dev/shm/Global\\" + name + ".sem.spaces"};
+}
+
+constexpr unsigned SenderRole = 0, ReceiverRole = 1;
+
+/// The other end of a pipe, chunk by chunk as the layout says. Playing a role keeps the peer waiting; destroying it is
+/// what the peer sees of a killed process.
 class RawEnd {
 public:
-    void Put(std::uint32_t first, std::uint32_t bytes, const std::string& payload)
+    explicit RawEnd(unsigned role) { EXPECT_TRUE(locks_->TryLock(role)); }
+
+    void Put(std::uint32_t first, std::uint32_t bytes, const std::string& payload, PipeBlock::Progress progress)
     {
-        spaces_->Wait();
+        TakeSpace();
+        notes_->sent = progress;
         std::memcpy(at(0), &first, 4);
         std::memcpy(at(4), &bytes, 4);
         std::memcpy(at(8), payload.data(), payload.size());
         items_->Release();
     }
-    /// Header words and payload of the chunk in the block.
-    std::string Take()
+    void TakeSpace() { EXPECT_TRUE(spaces_->WaitFor(5000)); }
+    /// Header words and payload of the chunk in the block, which is kept there.
+    std::string Peek()
     {
-        items_->Wait();
+        EXPECT_TRUE(items_->WaitFor(5000));
         std::uint32_t first = 0, bytes = 0;
         std::memcpy(&first, at(0), 4);
         std::memcpy(&bytes, at(4), 4);
-        std::string text = std::to_string(first) + " " + std::to_string(bytes) + " " + std::string(at(8), bytes);
+        return std::to_string(first) + " " + std::to_string(bytes) + " " + std::string(at(8), bytes);
+    }
+    std::string Take()
+    {
+        std::string text = Peek();
+        notes_->taken = notes_->sent;
         spaces_->Release();
         return text;
-    }
-    /// Returns when the other end has taken the last chunk.
-    void WaitUntilTaken()
-    {
-        spaces_->Wait();
-        spaces_->Release();
     }
 
 private:
     [[nodiscard]] char* at(std::size_t offset) const { return static_cast<char*>(view_.get()) + offset; }
 
-    std::shared_ptr<void> view_ = CSharedMemory::Open(Name).CreateView();
+    CSharedMemory block_ = CSharedMemory::Open(Name);
+    std::shared_ptr<void> view_ = block_.CreateView();
+    PipeBlock::Notes* notes_ = reinterpret_cast<PipeBlock::Notes*>(at(block_.Size() - sizeof(PipeBlock::Notes)));
+    std::unique_ptr<NamedLocks> locks_ = NamedLocks::Open(Name);
     std::unique_ptr<NamedSemaphore> items_ = NamedSemaphore::Open(L"Global\\" + Name + L".sem.items");
     std::unique_ptr<NamedSemaphore> spaces_ = NamedSemaphore::Open(L"Global\\" + Name + L".sem.spaces");
 };
+
+/// Expects a std::runtime_error that ends as stated.
+template <typename Action>
+void ExpectFails(const Action& action, const std::string& end)
+{
+    EXPECT_THAT(action, ThrowsMessage<std::runtime_error>(testing::EndsWith(end)));
+}
+
+void ExpectPasses(CSharedMemoryPipe& from, CSharedMemoryPipe& to)
+{
+    std::thread sender([&] { from.Send(Message(99)); });
+    EXPECT_EQ(to.Receive(), Message(99));
+    sender.join();
+}
 
 // Catches wrong chunk counts and lengths at the chunk borders; an empty message must leave no trace. The last block has
 // the size used for cases.
@@ -118,7 +155,7 @@ TEST(SharedMemoryPipe, MessagesOfAllLengthsPassBetweenProcesses)
 TEST(SharedMemoryPipe, ChunksLieInTheBlockAsTheLayoutSays)
 {
     auto pipe = CSharedMemoryPipe::Create(Name, 12);
-    RawEnd raw;
+    RawEnd raw(ReceiverRole);
     std::thread sender([&] {
         for (const char* text : {"abc", "", "abcd", "abcde", "abcdefghijk"}) pipe.Send(std::string(text));
     });
@@ -127,28 +164,34 @@ TEST(SharedMemoryPipe, ChunksLieInTheBlockAsTheLayoutSays)
     sender.join();
 }
 
-// A chunk that cannot be part of the message, such as the first one of a new sender, is refused: nothing is read past
-// the block, nothing hangs, and the next message passes.
+// A chunk that cannot be part of the message is refused: nothing is read past the block, nothing hangs, and the next
+// message passes. The last three rows are what a killed receiver, a killed sender and a foreign program leave.
 TEST(SharedMemoryPipe, ImpossibleChunksAreRefused)
 {
     struct Case {
         const char* what;
         bool second; // sent after the full first chunk of a message that claims 2^32 - 1 chunks
         std::uint32_t first, bytes;
+        PipeBlock::Progress progress;
     };
     for (const Case& c :
-         {Case{"larger than its block", false, 1, 5}, Case{"larger than its block", false, 1, 0xffffffff},
-          Case{"larger than its block", true, 1, 5}, Case{"out of sequence", true, 2, 4},
-          Case{"out of sequence", true, 0, 4}, Case{"too short", false, 2, 3}, Case{"too short", true, 1, 3}}) {
+         {Case{"chunk larger than its block", false, 1, 5, {1, 1}},
+          Case{"chunk larger than its block", false, 1, 0xffffffff, {1, 1}},
+          Case{"chunk larger than its block", true, 1, 5, {1, 2}}, Case{"chunk out of sequence", true, 2, 4, {1, 2}},
+          Case{"chunk out of sequence", true, 0, 4, {1, 2}}, Case{"chunk too short", false, 2, 3, {1, 1}},
+          Case{"chunk too short", true, 1, 3, {1, 2}}, Case{"chunk too short", false, 1, 0, {1, 1}},
+          Case{"message without chunks", false, 0, 0, {1, 1}}, Case{"message without chunks", false, 0, 4, {1, 1}},
+          Case{"chunk out of sequence", false, 1, 4, {1, 2}}, Case{"chunk out of sequence", true, 1, 4, {1, 3}},
+          Case{"chunk out of sequence", false, 1, 4, {0, 0}}}) {
         auto pipe = CSharedMemoryPipe::Create(Name, 12);
-        RawEnd raw;
         std::thread foreign([&] {
-            if (c.second) raw.Put(0xffffffff, 4, "abcd");
-            raw.Put(c.first, c.bytes, "efgh");
-            raw.Put(1, 1, "k");
+            RawEnd raw(SenderRole);
+            if (c.second) raw.Put(0xffffffff, 4, "abcd", {1, 1});
+            raw.Put(c.first, c.bytes, "efgh", c.progress);
+            raw.Put(1, 1, "k", {2, 1});
         });
         EXPECT_THAT([&] { (void)pipe.Receive(); },
-                    ThrowsMessage<std::invalid_argument>(std::string("shared memory chunk ") + c.what));
+                    ThrowsMessage<std::invalid_argument>(std::string("shared memory ") + c.what));
         Bytes next(5, 'z');
         pipe.Receive(next);
         EXPECT_EQ(next, Bytes{'k'}) << c.what;
@@ -161,19 +204,12 @@ TEST(SharedMemoryPipe, NewPairWorksAfterAPeerWasKilled)
 {
     {
         Receiver receiver(12, {100});
-        RawEnd raw;
-        raw.Put(25, 4, "abcd");
-        raw.WaitUntilTaken();
+        RawEnd raw(SenderRole);
+        raw.Put(25, 4, "abcd", {1, 1});
+        raw.TakeSpace();
         receiver.Kill();
         ExpectNewPairWorks(12);
         ExpectNewPairWorks(40);
-    }
-    {
-        const auto pipe = CSharedMemoryPipe::Create(Name, 12);
-        PeerProcess sender([] { Send(12, {100}); });
-        EXPECT_THAT(RawEnd().Take(), StartsWith("25 4 "));
-        sender.Kill();
-        ExpectNewPairWorks(12);
     }
     PeerProcess crashed([] {
         auto pipe = CSharedMemoryPipe::Create(Name, 64);
@@ -182,28 +218,188 @@ TEST(SharedMemoryPipe, NewPairWorksAfterAPeerWasKilled)
         pause();
     });
     EXPECT_EQ(crashed.Line(), "ready");
+    auto opened = CSharedMemoryPipe::Open(Name, 64);
     crashed.Kill();
-    EXPECT_TRUE(CSharedMemory::Open(Name)); // so there is something to take over
+    EXPECT_FALSE(CSharedMemory::Open(Name)); // without a living creator it is none, although the file is there
+    EXPECT_EQ(access(Files().front().c_str(), F_OK), 0);
+    EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, 64), std::runtime_error);
+    ExpectFails([&] { opened.Send("y", 1); }, "the process that created the pipe has gone");
     ExpectNewPairWorks(64);
+}
+
+// Otherwise a sender says that it is done, and nobody has the message.
+TEST(SharedMemoryPipe, DeliverReturnsWhenTheMessageWasKept)
+{
+    for (const std::size_t size : {3U, 4U, 11U}) {
+        Receiver stopped(12, {size, 1});
+        auto sender = CSharedMemoryPipe::Open(Name, 12);
+        stopped.Stop();
+        std::thread delivering([&] { ExpectFails([&] { sender.Deliver("abcdefghijk", size); }, " has gone"); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // the block is full by then
+        stopped.Kill();
+        delivering.join();
+    }
+    auto pipe = CSharedMemoryPipe::Create(Name, 12);
+    for (const std::size_t size : {3U, 4U, 11U}) {
+        {
+            std::thread refusing([&] {
+                EXPECT_THROW(pipe.Accept([](const Bytes&) { throw std::logic_error("no"); }), std::logic_error);
+            });
+            auto sender = CSharedMemoryPipe::Open(Name, 12);
+            ExpectFails([&] { sender.Deliver("abcdefghijk", size); }, "the receiver has not taken the message");
+            refusing.join();
+        }
+        std::atomic<bool> kept = false;
+        std::thread keeping([&] {
+            pipe.Accept([&](const Bytes& message) {
+                EXPECT_EQ(message.size(), size);
+                std::this_thread::sleep_for(std::chrono::milliseconds(60)); // longer than a sender waits at a time
+                kept = true;
+            });
+        });
+        CSharedMemoryPipe::Open(Name, 12).Deliver("abcdefghijk", size);
+        EXPECT_TRUE(kept);
+        keeping.join();
+    }
+    PeerProcess dies([&] {
+        CSharedMemoryPipe::Open(Name, 12).Accept([](const Bytes&) { _exit(0); }); // with the last chunk in the block
+    });
+    ExpectFails([&] { pipe.Deliver("abcdefghijk", 11); }, "the receiver has not taken the message");
+    ExpectPasses(pipe, pipe);
+}
+
+// What a killed process leaves is cleared away, whatever it was doing; a new sender's message never continues the old.
+TEST(SharedMemoryPipe, PipeGoesOnAfterTheOtherSideHasGone)
+{
+    const std::string senderGone = "the sender has gone before the end of its message";
+    auto pipe = CSharedMemoryPipe::Create(Name, 12), other = CSharedMemoryPipe::Open(Name, 12);
+    RawEnd(SenderRole).TakeSpace(); // and died before it wrote
+    ExpectPasses(other, pipe);
+    RawEnd(SenderRole).Put(2, 4, "abcd", {2, 1});
+    ExpectFails([&] { pipe.Receive(); }, senderGone);
+    ExpectPasses(other, pipe);
+    std::thread receiver([&] { ExpectFails([&] { pipe.Receive(); }, senderGone); });
+    {
+        RawEnd killed(SenderRole);
+        killed.Put(2, 4, "abcd", {4, 1});
+        killed.TakeSpace();
+    }
+    receiver.join();
+    RawEnd(SenderRole).Put(2, 4, "abcd", {5, 1});
+    std::thread restarted([&] { other.Send("efgh", 4); }); // would complete the message of two chunks
+    ExpectFails([&] { pipe.Receive(); }, senderGone);
+    EXPECT_EQ(pipe.Receive(), (Bytes{'e', 'f', 'g', 'h'}));
+    restarted.join();
+
+    for (const bool within : {false, true}) { // a receiver that dies in between two chunks, and one while it copies
+        std::thread sender(
+            [&] { ExpectFails([&] { pipe.Send("abcdefghijk", 11); }, "the receiver has not taken the message"); });
+        {
+            RawEnd killed(ReceiverRole);
+            EXPECT_EQ(within ? killed.Peek() : killed.Take(), "3 4 abcd");
+        }
+        if (!within) {
+            sender.join();
+            continue;
+        }
+        std::thread next([&] { EXPECT_EQ(other.Receive(), Message(99)); }); // comes before the sender has noticed
+        sender.join();
+        pipe.Send(Message(99));
+        next.join();
+    }
+}
+
+// A block that another process shortens costs the message, not the process.
+TEST(SharedMemoryPipe, ShortenedBlocksAreErrors)
+{
+    for (const off_t length : {0, 10, 100, 5000}) {
+        {
+            auto receiver = CSharedMemoryPipe::Create(Name, 5000), sender = CSharedMemoryPipe::Open(Name, 5000);
+            sender.Send(Message(4000));
+            for (const std::string& file : Files()) (void)!truncate(file.c_str(), length); // semaphores cannot be
+            EXPECT_THROW((void)receiver.Receive(), std::runtime_error);
+            EXPECT_THROW(sender.Send(Message(4000)), std::runtime_error);
+        }
+        auto pipe = CSharedMemoryPipe::Create(Name, 5000);
+        ExpectPasses(pipe, pipe);
+    }
+}
+
+// Neither a block nor a semaphore that another user has, or may open, is used by creators and openers.
+TEST(SharedMemoryPipe, WhatOthersMayOpenIsRefused)
+{
+    const auto open = [] { (void)CSharedMemoryPipe::Open(Name, 64); };
+    for (const std::string& file : Files()) {
+        const auto pipe = CSharedMemoryPipe::Create(Name, 64);
+        for (const mode_t mode : {0666U, 0640U, 0602U}) {
+            EXPECT_EQ(chmod(file.c_str(), mode), 0);
+            ExpectFails(open, "Open: Permission denied");
+        }
+    }
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    for (const bool whole : {true, false}) { // pipes and single semaphores
+        PeerProcess another([&] {
+            if (setuid(65534) != 0) throw std::runtime_error("no other user");
+            const auto pipe = whole ? CSharedMemoryPipe::Create(Name, 64) : CSharedMemoryPipe();
+            const auto items = whole ? nullptr : NamedSemaphore::Create(L"Global\\" + Name + L".sem.items", 0);
+            PeerProcess::Say("ready");
+            pause();
+        });
+        EXPECT_EQ(another.Line(), "ready");
+        ExpectFails([] { (void)CSharedMemoryPipe::Create(Name, 64); }, "Create: Permission denied");
+        ExpectFails(open, whole ? "Open: Permission denied" : "Open: No such file or directory");
+        for (const std::string& file : Files()) unlink(file.c_str());
+    }
+}
+
+// Each round begins with the remains of a killed creator.
+TEST(SharedMemoryPipe, OneOfTwoParallelCreatorsWins)
+{
+    constexpr int Rounds = 500;
+    const std::string block = Files().front(), remains = block + "-remains";
+    PeerProcess([&] {
+        const auto pipe = CSharedMemoryPipe::Create(Name, 64);
+        _exit(rename(block.c_str(), remains.c_str()));
+    }).ExitCode();
+    std::atomic<int> won = 0;
+    std::barrier start(2, [&]() noexcept { EXPECT_EQ(link(remains.c_str(), block.c_str()), 0); });
+    std::barrier end(2);
+    const auto create = [&] {
+        for (int round = 0; round < Rounds; ++round) {
+            start.arrive_and_wait();
+            CSharedMemoryPipe pipe;
+            try {
+                pipe = CSharedMemoryPipe::Create(Name, 64);
+                ++won;
+            } catch (const std::runtime_error& error) {
+                EXPECT_STREQ(error.what(), "VoAlgo::CSharedMemoryPipe::Create: File exists");
+            }
+            end.arrive_and_wait();
+        }
+    };
+    std::thread other(create);
+    create();
+    other.join();
+    EXPECT_EQ(won, Rounds);
+    unlink(remains.c_str());
 }
 
 TEST(SharedMemoryPipe, OnlyTheCreatorRemovesTheNames)
 {
     const auto exists = [] { return static_cast<bool>(CSharedMemory::Open(Name)); };
-    auto older = CSharedMemoryPipe::Create(Name, 64);
-    auto newer = CSharedMemoryPipe::Create(Name, 64); // takes the name over
-    older = CSharedMemoryPipe();
-    EXPECT_TRUE(exists());
+    auto first = CSharedMemoryPipe::Create(Name, 64);
+    ExpectFails([] { (void)CSharedMemoryPipe::Create(Name, 64); }, "Create: File exists");
     (void)CSharedMemoryPipe::Open(Name, 64);
     auto opened = CSharedMemoryPipe::Open(Name, 64);
     opened.Send("a", 1);
-    EXPECT_EQ(newer.Receive(), Bytes{'a'});
+    EXPECT_EQ(first.Receive(), Bytes{'a'});
     {
-        const auto moved = std::move(newer);
-        newer = std::move(opened);
+        const auto moved = std::move(first);
+        first = std::move(opened);
         EXPECT_TRUE(exists());
     }
     EXPECT_FALSE(exists());
+    for (const std::string& file : Files()) EXPECT_NE(access(file.c_str(), F_OK), 0) << file;
     EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, 64), std::runtime_error);
 }
 
@@ -237,7 +433,8 @@ TEST(SharedMemoryPipe, UnusablePipesThrow)
     expectUnusable({});
     for (const std::size_t block : {0U, 1U, 8U}) expectUnusable(CSharedMemoryPipe::Create(Name, block));
     const auto pipe = CSharedMemoryPipe::Create(Name, 64);
-    EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, 10'000), std::invalid_argument);
+    for (const std::size_t size : {0U, 63U, 65U, 10'000U})
+        EXPECT_THROW((void)CSharedMemoryPipe::Open(Name, size), std::invalid_argument) << size;
 }
 
 TEST(SharedMemoryPipe, ThreadsOfOneProcessMayShareTwoPipes)

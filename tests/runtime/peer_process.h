@@ -76,6 +76,7 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
+    void Stop() const { kill(id_, SIGSTOP); }
     void Kill()
     {
         if (id_ <= 0) return;

@@ -1,4 +1,6 @@
 #include "VoAlgorithms/documents/records.h"
+#include "VoAlgorithms/runtime/csharedmemory.h"
+#include "VoAlgorithms/runtime/csharedmemorypipe.h"
 #include "runtime/peer_process.h"
 #include "tools/tool_runner.h"
 
@@ -183,6 +185,62 @@ TEST(ToolCase, PassesFromProcessToProcessAsItIs)
     EXPECT_EQ(sent.exitCode, 0) << sent.errors;
     EXPECT_EQ(receiver.ExitCode(), 0);
     EXPECT_TRUE(place.Read("received.bson") == place.Read("case.bson"));
+}
+
+/// "Done" means that the other side has written the file.
+TEST(ToolCase, SendFailsWhenTheCaseIsNotKept)
+{
+    const Workplace place;
+    place.Write("case.bson", Bytes(VoAlgo::bson::to_object(SmallCase())));
+    const std::string name = PipeName("lost");
+    const auto send = [&] {
+        Outcome sent{};
+        Retry([&] {
+            sent = place.Run("case send case.bson --pipe " + name);
+            return sent.errors.find("no process is waiting") == std::string::npos;
+        });
+        EXPECT_EQ(sent.exitCode, 3);
+        EXPECT_THAT(sent.errors, HasSubstr("the case was not received: "));
+    };
+    PeerProcess unwritable(VOALGO_TOOL,
+                           {"case", "receive", "--quiet", "--pipe", name, "--out", place.PathOf("no/folder")});
+    send();
+    EXPECT_EQ(unwritable.ExitCode(), 3);
+
+    PeerProcess killed(VOALGO_TOOL, ToolReceive(place, name));
+    const std::wstring pipe(name.begin(), name.end());
+    Retry([&] { return static_cast<bool>(VoAlgo::CSharedMemory::Open(pipe)); });
+    EXPECT_THAT(place.Run("case receive --out other.bson --pipe " + name).errors, HasSubstr("File exists"));
+    killed.Stop();
+    std::thread kill([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        killed.Kill();
+    });
+    send();
+    kill.join();
+    EXPECT_FALSE(place.Has("received.bson"));
+    (void)VoAlgo::CSharedMemoryPipe::Create(pipe, 64); // removes the remains
+}
+
+/// Missing keys read as defaults: without a check, every document would be a case.
+TEST(ToolCase, OtherDocumentsAreNotEmptyCases)
+{
+    const std::string name = PipeName("empty");
+    const std::wstring pipe(name.begin(), name.end());
+    const element::object onlyOne(element("FixPointSet", element::object()));
+    for (const std::string& document : {std::string(5, '\0'), Bytes(element::object()), Bytes(onlyOne)}) {
+        auto waiting = std::async(std::launch::async, [&] { return CFPFHPreRegistration::ReceiveCase(pipe); });
+        Retry([&] {
+            try {
+                auto sender = VoAlgo::CSharedMemoryPipe::Open(pipe, CFPFHPreRegistration::CasePipeBlock);
+                EXPECT_THROW(sender.Deliver(document.data(), document.size()), std::runtime_error);
+                return true;
+            } catch (const std::runtime_error&) {
+                return false;
+            }
+        });
+        EXPECT_THROW((void)waiting.get(), std::invalid_argument);
+    }
 }
 
 TEST(ToolCase, PassesFromTheLibraryToAnotherProcessAndBack)

@@ -106,13 +106,13 @@ public:
     static constexpr std::size_t CasePipeBlock = 0xa00000;
     ///@}
     /// Hands the whole case (both point sets, configuration, results) as a document to the process that waits for it
-    /// in ReceiveCase; returns when the last part is in the pipe. Throws std::runtime_error at once when nobody has
-    /// created the pipe, std::length_error for sets that are too large for a document.
+    /// in ReceiveCase; returns when that process has read it. Throws std::runtime_error when nobody has created the
+    /// pipe (at once) or the case was not received, std::length_error for sets that are too large for a document.
     void SendCase(const std::wstring& pipe = CasePipe) const;
     /// Creates the pipe and waits, without time-out, for a case. The driver owns its sets; its results are those that
     /// were sent as documents keep them (VoAlgorithms/bson/registration.h), each with cluster size 1. Throws
-    /// std::runtime_error when the pipe cannot be created, std::invalid_argument and std::bad_cast when anything
-    /// but a case was sent.
+    /// std::runtime_error when the pipe cannot be created or the sender dies on the way, std::invalid_argument and
+    /// std::bad_cast when anything but a case was sent.
     [[nodiscard]] static CFPFHPreRegistration ReceiveCase(const std::wstring& pipe = CasePipe);
 
     /// Counts over all calls of Compute so far.

@@ -123,23 +123,36 @@ void Send(const Arguments& a)
     const LogToConsole log(console);
     const std::string bytes = ReadText(a.file);
     (void)ParseCase(bytes, a.file);
+    VoAlgo::CSharedMemoryPipe pipe;
     try {
-        VoAlgo::CSharedMemoryPipe::Open(PipeName(a), CFPFHPreRegistration::CasePipeBlock).Send(bytes);
+        pipe = VoAlgo::CSharedMemoryPipe::Open(PipeName(a), CFPFHPreRegistration::CasePipeBlock);
     } catch (const std::runtime_error& error) {
         throw InputError(std::string("no process is waiting for a case: ") + error.what());
     }
+    try {
+        pipe.Deliver(bytes.data(), bytes.size());
+    } catch (const std::runtime_error& error) {
+        throw InputError(std::string("the case was not received: ") + error.what());
+    }
 }
 
+/// The sender is done when the file is written.
 void Receive(const Arguments& a)
 {
     Console console(a.quiet);
     const LogToConsole log(console);
-    auto pipe = VoAlgo::CSharedMemoryPipe::Create(PipeName(a), CFPFHPreRegistration::CasePipeBlock);
+    VoAlgo::CSharedMemoryPipe pipe;
+    try {
+        pipe = VoAlgo::CSharedMemoryPipe::Create(PipeName(a), CFPFHPreRegistration::CasePipeBlock);
+    } catch (const std::runtime_error& error) {
+        throw InputError(std::string("cannot wait for a case under this name: ") + error.what());
+    }
     console.Note("waiting for a case");
-    const std::vector<unsigned char> message = pipe.Receive();
-    const std::string bytes(message.begin(), message.end());
-    (void)ParseCase(bytes, "received data");
-    WriteText(a.file, bytes);
+    pipe.Accept([&](const std::vector<unsigned char>& message) {
+        const std::string bytes(message.begin(), message.end());
+        (void)ParseCase(bytes, "received data");
+        WriteText(a.file, bytes);
+    });
 }
 
 constexpr const char* Help =
