@@ -25,7 +25,7 @@ void Report(const prereg::PreparedScan& prepared, Console& console)
 
 void CloudOptions::AddTo(CLI::App& command)
 {
-    command.add_option("--unit", unit, "Unit of the files' coordinates")
+    command.add_option("--unit", unit, "Unit of the files' coordinates, and of all lengths in JSON")
         ->check(CLI::IsMember(UnitNames()))
         ->capture_default_str();
     command

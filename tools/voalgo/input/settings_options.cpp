@@ -17,7 +17,7 @@ void SettingsOptions::AddTo(CLI::App& command)
         ->capture_default_str();
     command.add_option("--config", config,
                        "JSON file with settings that replace the derived ones; its limits hold for the verification, "
-                       "too; lengths in mm");
+                       "too; lengths in mm, or in the unit that its \"unit\" names");
     command
         .add_option("--threads", threads, "Threads of features and refinements; 0: all cores. Results do not depend on it")
         ->check(Between(0, 1024))
