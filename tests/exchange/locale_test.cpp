@@ -124,8 +124,8 @@ std::map<std::string, std::string> WhatIsRead()
     std::map<std::string, std::string> all;
     for (const auto& [name, text] : files) all[name] = Bytes(ReadCloud(Written(name, text), 10.0));
     prereg::ConfigurationFPFH config;
-    ApplyConfigFile(config,
-                    Written("config.json", R"({"dFeatureRadius": 1234.5, "icpConfig": {"dPositionTolerance": 0.25}})"));
+    ReadConfigFile(Written("config.json", R"({"dFeatureRadius": 1234.5, "icpConfig": {"dPositionTolerance": 0.25}})"))(
+        config);
     all["config"] = ToJson(config).dump();
     return all;
 }

@@ -13,10 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     file.Hold(data, size);
     try {
         prereg::ConfigurationFPFH config, again;
-        voalgo::ApplyConfigFile(config, file.Path());
+        voalgo::ReadConfigFile(file.Path())(config);
         const std::string text = voalgo::ToJson(config).dump();
         file.Hold(reinterpret_cast<const unsigned char*>(text.data()), text.size());
-        voalgo::ApplyConfigFile(again, file.Path());
+        voalgo::ReadConfigFile(file.Path())(again);
         Require(voalgo::ToJson(again).dump() == text);
     } catch (const voalgo::InputError& error) {
         Require(std::string_view(error.what()).substr(0, file.Path().size()) == file.Path());
