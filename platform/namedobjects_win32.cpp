@@ -38,18 +38,29 @@ Handle Refused(DWORD error)
     return nullptr;
 }
 
-/// Whether this token information names the owner of an object; both begin with the pointer to a SID.
-bool Names(HANDLE token, TOKEN_INFORMATION_CLASS information, PSID owner)
+/// A security identifier as text, empty for none.
+std::wstring TextOf(PSID sid)
 {
-    alignas(void*) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user;
-    DWORD size = 0;
-    if (GetTokenInformation(token, information, user.data(), static_cast<DWORD>(user.size()), &size) == 0) return false;
-    PSID sid = nullptr;
-    std::memcpy(&sid, user.data(), sizeof(sid));
-    return EqualSid(sid, owner) != 0;
+    LPWSTR text = nullptr;
+    if (sid == nullptr || ConvertSidToStringSidW(sid, &text) == 0) return {};
+    const std::unique_ptr<void, FreeLocal> memory(text);
+    return text;
 }
 
-/// Whether the object belongs to this user, or to the group that owns what an elevated process of this user creates.
+/// The user that this process runs as.
+std::wstring ThisUser()
+{
+    HANDLE token = nullptr;
+    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) == 0) return {};
+    const Handle closesToken(token);
+    alignas(TOKEN_USER) std::array<std::byte, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> memory;
+    DWORD size = 0;
+    if (GetTokenInformation(token, TokenUser, memory.data(), static_cast<DWORD>(memory.size()), &size) == 0) return {};
+    TOKEN_USER user = {};
+    std::memcpy(&user, memory.data(), sizeof(user));
+    return TextOf(user.User.Sid);
+}
+
 bool IsOurs(HANDLE object)
 {
     PSID owner = nullptr;
@@ -58,10 +69,8 @@ bool IsOurs(HANDLE object)
                         &memory) != ERROR_SUCCESS)
         return false;
     const std::unique_ptr<void, FreeLocal> descriptor(memory);
-    HANDLE token = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) == 0) return false;
-    const Handle closesToken(token);
-    return Names(token, TokenUser, owner) || Names(token, TokenOwner, owner);
+    const std::wstring text = TextOf(owner);
+    return !text.empty() && text == ThisUser();
 }
 
 /// Passes on an object that was opened and is ours.
@@ -71,13 +80,14 @@ Handle OnlyOurs(HANDLE opened)
     return object == nullptr || IsOurs(opened) ? std::move(object) : Refused(ERROR_ACCESS_DENIED);
 }
 
-/// Calls create(security attributes) for an object that only its owner can open; fails when the name is in use.
+/// Calls create(security attributes) for an object that belongs to this user, also when the process is elevated, and
+/// that no one else can open; fails when the name is in use.
 template <typename Create>
 Handle CreateNew(const Create& create)
 {
+    const std::wstring user = ThisUser(), rights = L"O:" + user + L"D:P(A;;GA;;;" + user + L")";
     PSECURITY_DESCRIPTOR memory = nullptr;
-    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;GA;;;OW)", SDDL_REVISION_1, &memory, nullptr) ==
-        0)
+    if (ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &memory, nullptr) == 0)
         return nullptr;
     const std::unique_ptr<void, FreeLocal> descriptor(memory);
     SECURITY_ATTRIBUTES security = {sizeof(security), descriptor.get(), FALSE};

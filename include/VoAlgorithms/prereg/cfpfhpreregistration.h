@@ -110,7 +110,7 @@ public:
     /// pipe (at once) or the case was not received, std::length_error for sets that are too large for a document.
     void SendCase(const std::wstring& pipe = CasePipe) const;
     /// Creates the pipe and waits, without time-out, for a case. The driver owns its sets; its results are those that
-    /// were sent as documents keep them (VoAlgorithms/bson/registration.h), each with cluster size 1. Throws
+    /// were sent as documents keep them (VoAlgorithms/documents/records.h), each with cluster size 1. Throws
     /// std::runtime_error when the pipe cannot be created or the sender dies on the way, std::invalid_argument and
     /// std::bad_cast when anything but a case was sent.
     [[nodiscard]] static CFPFHPreRegistration ReceiveCase(const std::wstring& pipe = CasePipe);
