@@ -3,7 +3,6 @@
 #include "exchange/files/input_error.h"
 #include "exchange/files/staged_file.h"
 
-#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -20,7 +19,8 @@ std::string InDirectory(const std::string& directory, const std::string& name)
 std::string Ending(const std::string& path)
 {
     std::string ending = fs::path(path).extension().string();
-    for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : ending)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a'); // whatever the host's locale
     return ending;
 }
 

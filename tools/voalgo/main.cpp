@@ -13,7 +13,8 @@
 namespace {
 
 constexpr const char* Footer =
-    "Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage.\n"
+    "Exit codes: 0 success, 2 no registration found, 3 bad input or unwritable output, 64 wrong usage, 69 processor\n"
+    "without AVX2.\n"
     "For help on a command: voalgo COMMAND --help";
 
 int Run(int argc, char** argv)
