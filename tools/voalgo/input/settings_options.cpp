@@ -19,7 +19,8 @@ void SettingsOptions::AddTo(CLI::App& command)
                        "JSON file with settings that replace the derived ones; its limits hold for the verification, "
                        "too; lengths in mm, or in the unit that its \"unit\" names");
     command
-        .add_option("--threads", threads, "Threads of features and refinements; 0: all cores. Results do not depend on it")
+        .add_option("--threads", threads,
+                    "Threads of features and refinements; 0: all cores. Results do not depend on it")
         ->check(Between(0, 1024))
         ->capture_default_str();
 }
