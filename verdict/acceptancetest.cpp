@@ -16,6 +16,7 @@ constexpr TestInfo Infos[] = {
     {"misfit", "Median distance of the surfaces", "maxMisfit", "mm", true},
     {"seen_empty", "Points in space seen to be empty", "maxSeenEmpty", "", true},
     {"stability", "Geometric stability", "minStability", "", false},
+    {"beyond_flat_faces", "Overlap beyond three flat faces", "minBeyondFaces", "", false},
     {"pairs_at_start", "Pairs at the start", "", "", false},
     {"inliers_at_start", "Inliers at the start", "", "", false},
     {"mismatches_iterating", "Mismatched normals during the iteration", "", "", true},

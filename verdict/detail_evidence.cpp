@@ -5,9 +5,13 @@
 // 2. A sample in front of what the other scan saw from its view is in space known to be empty.
 // 3. Closest pairs alone decide whether the scans could still slide or rotate on each other (N. Gelfand, L. Ikemoto,
 //    S. Rusinkiewicz, M. Levoy, Geometrically Stable Sampling for the ICP Algorithm, 3DIM 2003).
+// 4. A corner of three flat faces determines a pose, but fits on each corner of the same angles: closest pairs that
+// face
+//    other ways tell one from another.
 #include "verdict/detail_evidence.h"
 
 #include "VoAlgorithms/numerics/symsolvers.h"
+#include "verdict/detail_flatfaces.h"
 #include "verdict/detail_stability.h"
 
 #include <algorithm>
@@ -208,6 +212,8 @@ Evidence ScanPair::Measure(const CTrafo& pose, unsigned stride) const
     if (KnowsEmptySpace())
         evidence.seenEmpty = std::max(Share(forward.inFront, forward.seen), Share(backward.inFront, backward.seen));
     evidence.stability = Stability(forward.closest, forward.closestNormals);
+    evidence.beyondFaces =
+        std::min(ShareBeyondThreeFaces(forward.closestNormals), ShareBeyondThreeFaces(backward.closestNormals));
     return evidence;
 }
 

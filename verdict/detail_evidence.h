@@ -18,7 +18,9 @@ struct Evidence {
     double misfit = INFINITY; ///< median distance of the surfaces there, mm
     double seenEmpty = std::numeric_limits<double>::quiet_NaN(); ///< share of points in front of what the other scan
                                                                  ///< saw, of the side with more; NaN: not known
-    double stability = 0.0; ///< smallest eigenvalue of the point-to-plane problem of the closest pairs, 0 to 1/3
+    double beyondFaces = 0.0; ///< share of the closest pairs that face none of their three main directions, of the side
+                              ///< with less
+    double stability = 0.0;   ///< smallest eigenvalue of the point-to-plane problem of the closest pairs, 0 to 1/3
 };
 
 /// Two scans that poses are refined on and tested against. Both are referred to and must live as long. Const operations

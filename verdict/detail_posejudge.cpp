@@ -76,6 +76,7 @@ bool PoseJudge::weigh(const Evidence& evidence, JudgedTrafo& judged) const
         {ETest::Misfit, evidence.misfit, limits_.maxMisfit, ERefusal::MisfitTooLarge},
         {ETest::SeenEmpty, evidence.seenEmpty, limits_.maxSeenEmpty, ERefusal::SeenEmpty},
         {ETest::Stability, evidence.stability, limits_.minStability, ERefusal::NotStable},
+        {ETest::BeyondFlatFaces, evidence.beyondFaces, limits_.minBeyondFaces, ERefusal::FewFlatFaces},
     };
     for (const Criterion& c : criteria) {
         if (c.test == ETest::SeenEmpty && !pair_.KnowsEmptySpace()) continue;

@@ -282,6 +282,7 @@ void RefinePose(const SearchInput& input, const RegistrationOptions& options, Re
     if (found.resultType == 0) {
         RegistrationSettings forOne = settings;
         forOne.verification.minClusterSize = 1;
+        forOne.verification.minBeyondFaces = 0.0; // the given pose says which corner it is
         judged = PoseJudge(*input.fix.set, *input.flt.set, input.fix.view, input.flt.view, forOne).Judge(found);
         JudgeArea(judged, driver);
     } else {

@@ -19,6 +19,7 @@ constexpr Entry Entries[] = {
     {MisfitTooLarge, "misfit_too_large", "the surfaces lie too far apart"},
     {SeenEmpty, "seen_empty", "points of one scan lie where the other saw that there is nothing"},
     {NotStable, "not_stable", "the shape of the overlap does not determine the pose: the scans could slide or rotate"},
+    {FewFlatFaces, "few_flat_faces", "the overlap is hardly more than three flat faces, which may fit elsewhere, too"},
     {TooFewFeaturesInFix, "too_few_features_in_fix", "too few features in FIX"},
     {TooFewFeaturesInFlt, "too_few_features_in_flt", "too few features in FLT"},
     {NoPoseAccepted, "no_pose_accepted", "no proposed pose passed the acceptance tests"},

@@ -30,6 +30,7 @@ export const ADVICE = {
     too_few_features_in_flt: FEATURES,
     ambiguous: "The object looks the same from several sides. Provide a starting pose (--start), or scans that show what breaks the symmetry.",
     not_stable: "The overlap is nearly flat, round or cylindrical: the scans could slide along it or rotate on it. Scan more of its surroundings.",
+    few_flat_faces: "Three flat faces determine a pose, but they fit on every corner of the same angles. Scan more of the object's other faces, or provide a starting pose (--start).",
     too_few_proposals_agree: "A correct pose is usually found several times. Search longer: --preset thorough, or a larger uiNumPolygons.",
     shared_surface_too_small: "The scans may overlap too little: take one between them, or search longer (--preset thorough).",
     surfaces_disagree: "Where both scans have surface, it should be the same. A wrong pose, clutter or a changed object violates that.",

@@ -17,6 +17,7 @@ enum class ETest {
     Misfit,
     SeenEmpty,
     Stability,
+    BeyondFlatFaces,
     PairsAtStart,
     InliersAtStart,
     MismatchesIterating,

@@ -30,6 +30,7 @@ enum class ERefusal : std::int32_t {
     MisfitTooLarge,            ///< where both scans have surface, the surfaces lie too far apart
     SeenEmpty,                 ///< points lie where the other scan saw that there is nothing
     NotStable,                 ///< the shape of the overlap lets the scans slide or rotate against each other
+    FewFlatFaces,              ///< the overlap is hardly more than three flat faces
 
     // The search.
     TooFewFeaturesInFix = 40,

@@ -20,6 +20,7 @@ struct VOALGO_API Verification {
     double maxMisfit = 0.0;           ///< largest median distance of the surfaces there, mm
     double maxSeenEmpty = 0.0;        ///< largest share of points in space that the other scan saw to be empty
     double minStability = 0.0;        ///< smallest geometric stability of the overlap, 0 to 1/3
+    double minBeyondFaces = 0.0;      ///< smallest share of the overlap that faces none of three main directions
     std::uint32_t minClusterSize = 0; ///< fewest proposals that must have led to a pose without evidence of empty space
     double roughness = 0.0;           ///< of the scans, mm
     ConfigurationICP icp;             ///< limits of the final grading, the search's unless stated, with more samples;
@@ -42,6 +43,9 @@ void VisitFields(RecordOf<Verification> auto& v, auto&& visit)
     visit(FieldInfo{"maxSeenEmpty", "", "share of points in space that the other scan saw to be empty, at most"},
           v.maxSeenEmpty);
     visit(FieldInfo{"minStability", "", "geometric stability of the overlap, at least"}, v.minStability);
+    visit(
+        FieldInfo{"minBeyondFaces", "", "share of the overlap that faces none of its three main directions, at least"},
+        v.minBeyondFaces);
     visit(FieldInfo{"minClusterSize", "", "proposals that must agree on a pose when no scan tells what is empty"},
           v.minClusterSize);
     visit(FieldInfo{"roughness", "mm", "measured roughness of the scans"}, v.roughness);
