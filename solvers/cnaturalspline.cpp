@@ -204,11 +204,12 @@ struct Cubic {
         const double t = x - start;
         return c0 + t * (c1 + t * (c2 + t * c3));
     }
-    /// How much rounding may change the value.
-    double Rounding(double x) const
+    /// How much rounding may have changed the value at x in a piece of length h: c1 is a difference of terms as large
+    /// as those of the whole piece.
+    double Rounding(double x, double h) const
     {
-        const double t = std::abs(x - start);
-        return 4 * Epsilon * (std::abs(c0) + t * (std::abs(c1) + t * (std::abs(c2) + t * std::abs(c3))));
+        const double slope = std::abs(c1) + h * (std::abs(c2) + h * std::abs(c3));
+        return 4 * Epsilon * (std::abs(c0) + std::abs(x - start) * slope);
     }
     /// Where the first derivative is 0: up to two places, ascending, NaN for none.
     std::pair<double, double> Turns() const
@@ -478,7 +479,8 @@ std::vector<CNaturalSpline::Zero> CNaturalSpline::zeros(double from, double to, 
         for (const double turn : {first, second}) {
             if (!(turn > marks.back().x && turn < end)) continue;
             const double value = cubic(turn);
-            marks.push_back({turn, std::abs(value) <= cubic.Rounding(turn) ? 0 : Sign(value), true, cubic});
+            marks.push_back(
+                {turn, std::abs(value) <= cubic.Rounding(turn, std::abs(end - start)) ? 0 : Sign(value), true, cubic});
         }
         if (end == to && end > begin) // exact at a knot, where this piece's end is rounded
             marks.push_back({end, Sign(of == EOf::Value ? (*this)(end) : Derivative(end, 1)), false, cubic});

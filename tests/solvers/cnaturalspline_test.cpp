@@ -252,8 +252,10 @@ TEST(CNaturalSpline, BulkEqualsSingleValues)
     for (double q = x.front() - 50; q < x.back() + 50; q += 7.7) sparse.push_back(q);
     for (const double knot : x) edges.insert(edges.end(), {knot, std::nextafter(knot, -9), std::nextafter(knot, 99)});
     const Numbers backwards(dense.rbegin(), dense.rend());
+    Numbers twice = dense;
+    twice.insert(twice.end(), dense.begin(), dense.end());
     for (const CNaturalSpline& spline : {CNaturalSpline(x, y), CNaturalSpline::Periodic(x, y)})
-        for (const Numbers& queries : {random, dense, sparse, edges, backwards, Numbers{}}) {
+        for (const Numbers& queries : {random, dense, sparse, edges, backwards, twice, Numbers{}}) {
             Numbers single, bulk = queries;
             for (const double q : queries) single.push_back(spline(q));
             EXPECT_THAT(spline.Values(queries), Pointwise(NanSensitiveDoubleEq(), single));
@@ -314,6 +316,15 @@ TEST(CNaturalSpline, SpecialRootsAreListedOnce)
         const CNaturalSpline scaled({0, 1, 2, 3}, {scale, -scale, scale, -scale});
         EXPECT_EQ(scaled.Roots(0, 3).size(), 3) << scale;
         EXPECT_EQ(scaled.Extrema(0, 3).size(), 2) << scale;
+        const CNaturalSpline dipping({0, 1, 3, 4}, {4 * scale, 0.1 * scale, 0.6 * scale, 6 * scale});
+        EXPECT_EQ(dipping.Roots(0, 4).size(), 2) << scale;
+    }
+    // Touching at a knot whose slope is 0 but for the rounding; and zeros at both ends of a stretch.
+    for (int i = 0; i < 200; ++i) {
+        const double c = 0.1 + 0.37 * i;
+        const Numbers x = {c - 1.1, c - 0.3, c, c + 0.3, c + 1.1};
+        EXPECT_THAT(CNaturalSpline(x, {2, 1, 0, 1, 2}).Roots(c - 1.1, c + 1.1), ElementsAre(c));
+        EXPECT_THAT(CNaturalSpline(x, {0, 1, 0.7, 1.9, 0}).Roots(x[0], x[4]), ElementsAre(x[0], x[4]));
     }
 }
 
