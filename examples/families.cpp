@@ -105,6 +105,14 @@ void Clustering()
                 members += points.at(member.GetIndex())[0] < 2.5F; // two clusters: points 0, 2, 4 and 1, 3
     // [clustering]
     Expect(clusterer.GetNumClusters() == 2 && members == 3, "the clustering");
+
+    // [sets]
+    VoAlgo::CDisjointSets sets(5); // five scans; which ones overlap, directly or by way of others?
+    sets.Unite(0, 3);
+    sets.Unite(3, 4);
+    const VoAlgo::CDisjointSets::Groups groups = sets.GetGroups(); // {0, 3, 4}, {1}, {2}
+    // [sets]
+    Expect(groups.Size() == 3 && groups[0].size() == 3 && groups[0][2] == 4, "the sets");
 }
 
 void Documents()
@@ -161,6 +169,23 @@ void Solvers()
     const VoAlgo::TVector<double> corner = programme.GetSolution(); // (1.6, 1.2)
     // [programme]
     Expect(hasOptimum && std::abs(corner[0] - 1.6) < 1e-12 && std::abs(corner[1] - 1.2) < 1e-12, "the programme");
+
+    // [spline]
+    const std::vector<double> x = {0, 1, 2.5, 4}, heights = {0, 2, -1, 0}; // a measured profile, mm
+    const VoAlgo::CNaturalSpline profile(x, heights);
+    const double height = profile(1.5), slope = profile.Derivative(1.5, 1), area = profile.Integral(0, 4);
+    const auto extrema = profile.Extrema(0, 4);              // a maximum, then a minimum
+    const std::vector<double> zeros = profile.Roots(0.5, 3); // where it crosses height 0
+    // [spline]
+    Expect(height > 0 && slope < 0 && area > 0 && extrema.size() == 2 && extrema[0].isMaximum && zeros.size() == 1,
+           "the spline");
+
+    // [curve]
+    const VoAlgo::TMatrix<double> corners = {{0, 0}, {10, 0}, {10, 10}, {0, 10}};
+    const VoAlgo::CNaturalSplineCurve outline(corners, true);                             // closed; parameter 0 to 40
+    const VoAlgo::TVector<double> place = outline(5), tangent = outline.Derivative(5, 1); // below the middle of a side
+    // [curve]
+    Expect(std::abs(place[0] - 5) < 1e-12 && place[1] < -1 && std::abs(tangent[1]) < 1e-12, "the curve");
 }
 
 void Colour()

@@ -24,6 +24,7 @@
 #include "VoAlgorithms/bson/registration.h"
 
 #include "VoAlgorithms/clustering/cdigraph.h"
+#include "VoAlgorithms/clustering/cdisjointsets.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer.h"
 #include "VoAlgorithms/clustering/cmeanshiftclusterer3d.h"
 #include "VoAlgorithms/clustering/csearchgrid.h"
@@ -32,6 +33,7 @@
 
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
 #include "VoAlgorithms/solvers/clpsolver.h"
+#include "VoAlgorithms/solvers/cnaturalspline.h"
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 #include "VoAlgorithms/solvers/cnlssolver.h"
 
