@@ -232,12 +232,16 @@ private:
             residuals_[k - 1] = Complex(difference.high, -imag[k].high) / bound[k];
             largest = std::max(largest, Abs(residuals_[k - 1]));
         }
-        for (std::size_t g = 0; g < count; ++g) { // −m·root·product/(x − root)
-            Complex quotient = 0;
-            for (std::size_t k = 1; k <= n; ++k) {
-                quotient = Complex(real[k - 1].high, imag[k - 1].high) + roots[g] * quotient;
-                slopes_[g][k - 1] = static_cast<double>(multiplicities[g]) * roots[g] * quotient / bound[k];
-            }
+        for (std::size_t g = 0; g < count; ++g) { // from the product of the other factors: a division would cancel
+            std::array<Complex, MaxDegree + 1> others{p.a[end].high};
+            degree = 0;
+            for (std::size_t h = 0; h < count; ++h)
+                for (std::size_t i = h == g ? 1 : 0; i < multiplicities[h]; ++i) {
+                    ++degree;
+                    for (std::size_t k = degree; k > 0; --k) others[k] -= roots[h] * others[k - 1];
+                }
+            for (std::size_t k = 1; k <= n; ++k)
+                slopes_[g][k - 1] = static_cast<double>(multiplicities[g]) * roots[g] * others[k - 1] / bound[k];
         }
         return largest;
     }
@@ -429,7 +433,7 @@ private:
         if (!window.Fit()) return false;
         for (std::size_t j = 0; j < n_; ++j) {
             const int shift = scale(i) - scale(j);
-            if (std::abs(shift) > 300) continue;
+            if (std::abs(shift) > 100) continue; // does not interact
             z_[j] = window.roots[group[j]] * std::ldexp(1.0, shift);
             isFinal_[j] = true;
         }
