@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <span>
 #include <stdexcept>
@@ -133,7 +134,12 @@ struct Scaled {
         for (std::size_t k = n; k-- > 0;) value = value * z + a[k].high;
         return value;
     }
-    /// p'(z).
+    [[nodiscard]] Complex AccurateSlope(Complex z) const
+    {
+        Scaled derivative{{}, n - 1};
+        for (std::size_t k = 0; k < n; ++k) derivative.a[k] = static_cast<double>(k + 1) * a[k + 1];
+        return derivative.AccurateValue(z);
+    }
     [[nodiscard]] Complex Slope(Complex z) const
     {
         Complex slope = static_cast<double>(n) * a[n].high;
@@ -152,11 +158,14 @@ struct Scaled {
 /// Roots of given multiplicities whose product comes closest to a polynomial, by Gauss-Newton steps.
 /// Source: Z. Zeng, Math. Comp. 74 (2005) 869–903.
 struct Window {
-    explicit Window(const Scaled& polynomial) : p(polynomial), end(polynomial.n) {}
+    Window(const Scaled& polynomial, std::size_t firstCoefficient, std::size_t lastCoefficient)
+        : p(polynomial), first(firstCoefficient), end(lastCoefficient)
+    {
+    }
 
     const Scaled& p;
-    std::size_t first = 0, end; // of the coefficients that matter
-    std::size_t count = 0;      // of the distinct roots
+    std::size_t first, end;
+    std::size_t count = 0; // of the distinct roots
     std::array<Complex, MaxDegree> roots{};
     std::array<std::size_t, MaxDegree> multiplicities{};
 
@@ -166,14 +175,14 @@ struct Window {
         multiplicities[count++] = multiplicity;
     }
 
-    /// Whether the product of the rounded roots differs from the polynomial by no more than a unit for the coefficient
-    /// and half a unit for each root.
+    /// Whether the product of the rounded roots differs from the polynomial by no more than the rounding of the
+    /// coefficient and of each root.
     bool Fit()
     {
         const std::array<std::size_t, MaxDegree> partner = partners();
         const std::size_t n = end - first;
         for (int round = 0; round < 6; ++round) {
-            if (evaluate() <= static_cast<double>(n + 2) * Unit && round > 0) return true;
+            if (evaluate() <= static_cast<double>(n + 1) * Unit && round > 0) return true;
             std::array<Complex, MaxDegree> step{};
             if (!solve(step)) return false;
             for (std::size_t g = 0; g < count; ++g) {
@@ -186,7 +195,7 @@ struct Window {
                     roots[g] = std::conj(roots[partner[g]]);
             }
         }
-        return evaluate() <= static_cast<double>(n + 2) * Unit;
+        return evaluate() <= static_cast<double>(n + 1) * Unit;
     }
 
 private:
@@ -280,10 +289,9 @@ public:
     explicit RootFinder(std::span<const double> coefficients) : coefficients_(coefficients), n_(coefficients.size() - 1)
     {
         start();
-        iterate(0x1p-30, 8 * Unit, &Scaled::Value);
-        findMultiple();
-        separate();
-        iterate(0x1p-50, 0x1p-100, &Scaled::AccurateValue);
+        iterate(false);
+        if (!findMultiple()) separate();
+        iterate(true);
         pair();
     }
     [[nodiscard]] Complex operator[](std::size_t i) const
@@ -339,9 +347,14 @@ private:
     }
 
     [[nodiscard]] int scale(std::size_t i) const { return exponents_[segment_[i]]; }
+    /// Infinite between segments.
+    [[nodiscard]] double distanceSq(std::size_t i, std::size_t j) const
+    {
+        return segment_[i] == segment_[j] ? std::norm(z_[i] - z_[j]) : std::numeric_limits<double>::infinity();
+    }
     [[nodiscard]] bool isNear(std::size_t i, std::size_t j) const
     {
-        return segment_[i] == segment_[j] && Abs(z_[i] - z_[j]) <= 0x1p-8 * Abs(z_[i]);
+        return distanceSq(i, j) <= 0x1p-16 * std::norm(z_[i]);
     }
 
     /// Σ 1/(zᵢ − zⱼ) over the other roots.
@@ -358,17 +371,21 @@ private:
     }
 
     /// Ehrlich-Aberth steps until the steps are small relative to the roots, or the values are noise.
-    void iterate(double smallStep, double noise, Complex (Scaled::*evaluate)(Complex) const)
+    void iterate(bool isAccurate)
     {
+        const double smallStep = isAccurate ? 0x1p-50 : 0x1p-30, noise = isAccurate ? 0x1p-100 : 8 * Unit;
         std::array<bool, MaxDegree> isDone = isFinal_;
         for (int round = 0; round < 60; ++round) {
             bool isAnyLeft = false;
             for (std::size_t i = 0; i < n_; ++i) {
                 if (isDone[i]) continue;
                 const Scaled& p = scaled_[segment_[i]];
-                const Complex value = (p.*evaluate)(z_[i]);
-                isDone[i] = Abs(value) <= noise * p.Magnitude(Abs(z_[i]));
-                const Complex denominator = p.Slope(z_[i]) - value * repulsion(i);
+                const Complex value = isAccurate ? p.AccurateValue(z_[i]) : p.Value(z_[i]);
+                const double magnitude = p.Magnitude(Abs(z_[i]));
+                isDone[i] = Abs(value) <= noise * magnitude;
+                Complex slope = p.Slope(z_[i]);
+                if (isAccurate && Abs(slope) <= 0x1p-24 * magnitude) slope = p.AccurateSlope(z_[i]); // in a cluster
+                const Complex denominator = slope - value * repulsion(i);
                 if (isDone[i] || denominator == 0.0) continue;
                 const Complex step = Quotient(value, denominator);
                 z_[i] -= step;
@@ -380,61 +397,59 @@ private:
     }
 
     /// Looks for multiple roots, the largest multiplicities first, until the rounding of the coefficients explains one.
-    void findMultiple()
+    [[nodiscard]] bool findMultiple()
     {
         for (std::size_t m = n_; m >= 2; --m)
             for (std::size_t i = 0; i < n_; ++i)
-                if (tryMultiple(i, m)) return;
+                if (tryMultiple(i, m)) return true;
+        return false;
     }
 
-    /// With the m roots closest to root i as one.
+    /// With the m roots closest to root i as one; if possible, with another double root, for example the conjugate one.
     bool tryMultiple(std::size_t i, std::size_t m)
     {
-        std::array<std::size_t, MaxDegree> order{};
+        std::array<std::size_t, MaxDegree> order{}; // the members first
         std::size_t count = 0;
-        for (std::size_t j = 0; j < n_; ++j)
-            if (isNear(i, j)) order[count++] = j;
+        for (std::size_t j = 0; j < n_; ++j) order[j] = j;
+        SortFew(std::span(order.data(), n_), [&](std::size_t j) { return std::make_tuple(distanceSq(i, j), j); });
+        while (count < n_ && isNear(i, order[count])) ++count;
         if (count < m) return false;
-        SortFew(std::span(order.data(), count),
-                [&](std::size_t j) { return std::make_tuple(std::norm(z_[j] - z_[i]), j); });
+        const std::span<const std::size_t> members(order.data(), m), others(order.data() + m, n_ - m);
+        if (m == 2 && n_ == 4 && isNear(others[0], others[1]) && fit(members, others)) return true;
+        return fit(members, {});
+    }
 
-        Window window(scaled_[segment_[i]]);
-        std::array<bool, MaxDegree> isTaken{};
+    /// Fits the polynomial with the members of a group, or two, made equal.
+    bool fit(std::span<const std::size_t> members, std::span<const std::size_t> moreMembers)
+    {
+        // Roots beyond a wide gap do not interact.
+        const std::size_t i = members[0];
+        std::size_t first = i, end = i + 1;
+        while (first > 0 && scale(first) - scale(first - 1) <= 60) --first;
+        while (end < n_ && scale(end) - scale(end - 1) <= 60) ++end;
+
+        Window window(scaled_[segment_[i]], first, end);
         std::array<std::size_t, MaxDegree> group{};
-        const auto take = [&](std::span<const std::size_t> members) {
+        std::array<bool, MaxDegree> isTaken{};
+        for (const auto& g : {members, moreMembers}) {
+            if (g.empty()) continue;
             Complex centre = 0;
-            for (const std::size_t j : members) {
-                centre += z_[j] / static_cast<double>(members.size());
+            for (const std::size_t j : g) {
+                centre += z_[j] / static_cast<double>(g.size());
                 group[j] = window.count;
                 isTaken[j] = true;
             }
-            if (std::abs(centre.imag()) <= Abs(z_[members.back()] - z_[members.front()])) centre = centre.real();
-            window.Add(centre, members.size());
-        };
-        take(std::span<const std::size_t>(order.data(), m));
-        // Another double root, for example the conjugate one.
-        if (m == 2 && n_ == 4) {
-            std::array<std::size_t, 2> rest{};
-            std::size_t found = 0;
-            for (std::size_t j = 0; j < n_; ++j)
-                if (!isTaken[j]) rest[found++] = j;
-            if (isNear(rest[0], rest[1])) take(rest);
+            if (std::abs(centre.imag()) <= Abs(z_[g.back()] - z_[g.front()])) centre = centre.real();
+            window.Add(centre * std::ldexp(1.0, scale(g[0]) - scale(i)), g.size());
         }
-        for (std::size_t j = 0; j < n_; ++j) {
+        for (std::size_t j = first; j < end; ++j) {
             if (isTaken[j]) continue;
-            const int shift = scale(j) - scale(i);
-            if (std::abs(shift) > 300) { // too far away to matter
-                shift > 0 ? --window.end : ++window.first;
-                continue;
-            }
             group[j] = window.count;
-            window.Add(z_[j] * std::ldexp(1.0, shift), 1);
+            window.Add(z_[j] * std::ldexp(1.0, scale(j) - scale(i)), 1);
         }
         if (!window.Fit()) return false;
-        for (std::size_t j = 0; j < n_; ++j) {
-            const int shift = scale(i) - scale(j);
-            if (std::abs(shift) > 100) continue; // does not interact
-            z_[j] = window.roots[group[j]] * std::ldexp(1.0, shift);
+        for (std::size_t j = first; j < end; ++j) {
+            z_[j] = window.roots[group[j]] * std::ldexp(1.0, scale(i) - scale(j));
             isFinal_[j] = true;
         }
         return true;
