@@ -181,11 +181,14 @@ struct Window {
     {
         const std::array<std::size_t, MaxDegree> partner = partners();
         const std::size_t n = end - first;
-        for (int round = 0; round < 6; ++round) {
-            if (evaluate() <= static_cast<double>(n + 1) * Unit && round > 0) return true;
+        double largestStep = 1;
+        for (int round = 0; round < 8 && largestStep > Unit / 2; ++round) {
             std::array<Complex, MaxDegree> step{};
+            evaluate();
             if (!solve(step)) return false;
+            largestStep = 0;
             for (std::size_t g = 0; g < count; ++g) {
+                largestStep = std::max(largestStep, Abs(step[g]));
                 if (!(Abs(step[g]) < 0x1p-6)) return false;
                 if (partner[g] == g)
                     roots[g] -= roots[g] * step[g].real();
@@ -290,12 +293,14 @@ public:
     {
         start();
         iterate(false);
-        if (!findMultiple()) separate();
+        findMultiple();
+        separate();
         iterate(true);
         pair();
     }
     [[nodiscard]] Complex operator[](std::size_t i) const
     {
+        if (std::abs(scale(i)) < 1000) return z_[i] * std::ldexp(1.0, scale(i));
         return {std::ldexp(z_[i].real(), scale(i)), std::ldexp(z_[i].imag(), scale(i))};
     }
 
@@ -370,10 +375,12 @@ private:
         return sum;
     }
 
-    /// Ehrlich-Aberth steps until the steps are small relative to the roots, or the values are noise.
+    /// Ehrlich-Aberth steps until the values are noise, or the steps are so small relative to the roots that the next
+    /// ones, of the order of their square, would be below the precision.
     void iterate(bool isAccurate)
     {
-        const double smallStep = isAccurate ? 0x1p-50 : 0x1p-30, noise = isAccurate ? 0x1p-100 : 8 * Unit;
+        const double smallStep = isAccurate && isClustered_ ? 0x1p-50 : 0x1p-34,
+                     noise = isAccurate ? 0x1p-100 : 8 * Unit;
         std::array<bool, MaxDegree> isDone = isFinal_;
         for (int round = 0; round < 60; ++round) {
             bool isAnyLeft = false;
@@ -383,10 +390,11 @@ private:
                 const Complex value = isAccurate ? p.AccurateValue(z_[i]) : p.Value(z_[i]);
                 const double magnitude = p.Magnitude(Abs(z_[i]));
                 isDone[i] = Abs(value) <= noise * magnitude;
+                if (isDone[i]) continue;
                 Complex slope = p.Slope(z_[i]);
                 if (isAccurate && Abs(slope) <= 0x1p-24 * magnitude) slope = p.AccurateSlope(z_[i]); // in a cluster
                 const Complex denominator = slope - value * repulsion(i);
-                if (isDone[i] || denominator == 0.0) continue;
+                if (denominator == 0.0) continue;
                 const Complex step = Quotient(value, denominator);
                 z_[i] -= step;
                 isDone[i] = Abs(step) <= smallStep * Abs(z_[i]);
@@ -396,27 +404,31 @@ private:
         }
     }
 
-    /// Looks for multiple roots, the largest multiplicities first, until the rounding of the coefficients explains one.
-    [[nodiscard]] bool findMultiple()
+    /// Looks for multiple roots, the largest multiplicities first.
+    void findMultiple()
     {
         for (std::size_t m = n_; m >= 2; --m)
             for (std::size_t i = 0; i < n_; ++i)
-                if (tryMultiple(i, m)) return true;
-        return false;
+                if (!isFinal_[i] && numNear(i) >= m) tryMultiple(i, m);
+    }
+
+    /// Including root i.
+    [[nodiscard]] std::size_t numNear(std::size_t i) const
+    {
+        std::size_t count = 0;
+        for (std::size_t j = 0; j < n_; ++j) count += isNear(i, j) ? 1 : 0;
+        return count;
     }
 
     /// With the m roots closest to root i as one; if possible, with another double root, for example the conjugate one.
-    bool tryMultiple(std::size_t i, std::size_t m)
+    void tryMultiple(std::size_t i, std::size_t m)
     {
         std::array<std::size_t, MaxDegree> order{}; // the members first
-        std::size_t count = 0;
         for (std::size_t j = 0; j < n_; ++j) order[j] = j;
         SortFew(std::span(order.data(), n_), [&](std::size_t j) { return std::make_tuple(distanceSq(i, j), j); });
-        while (count < n_ && isNear(i, order[count])) ++count;
-        if (count < m) return false;
         const std::span<const std::size_t> members(order.data(), m), others(order.data() + m, n_ - m);
-        if (m == 2 && n_ == 4 && isNear(others[0], others[1]) && fit(members, others)) return true;
-        return fit(members, {});
+        const bool areTwo = m == 2 && n_ == 4 && isNear(others[0], others[1]);
+        if (!areTwo || !fit(members, others)) fit(members, {});
     }
 
     /// Fits the polynomial with the members of a group, or two, made equal.
@@ -470,6 +482,7 @@ private:
                     ++count;
                 }
             if (isFinal_[i] || count < 2) continue;
+            isClustered_ = true;
             centre /= count;
             const double offset = 0x1p-40 * static_cast<double>(i + 1) * Abs(centre); // where roots are equal
             z_[i] = centre + (before[i] - centre) * Complex(0.7, 0.7) + offset;
@@ -498,6 +511,7 @@ private:
     std::size_t n_;
     std::array<Complex, MaxDegree> z_{}; // in units of 2^scale
     std::array<bool, MaxDegree> isFinal_{};
+    bool isClustered_ = false;
     std::array<std::size_t, MaxDegree> segment_{};
     std::array<Scaled, MaxDegree> scaled_{};
     std::array<int, MaxDegree> exponents_{};
@@ -519,6 +533,7 @@ std::size_t FindRoots(const std::vector<double>& coefficients, std::array<Comple
     }
     const auto key = [](Complex z) { return std::make_tuple(z.imag() != 0, z.real(), std::abs(z.imag()), -z.imag()); };
     SortFew(std::span(roots.data(), n), key);
+    if (n == 4 && roots[0] == roots[1] && roots[0].imag() != 0) std::swap(roots[1], roots[2]); // to conjugate pairs
     return n;
 }
 
