@@ -161,6 +161,13 @@ void Solvers()
     const VoAlgo::TVector<double> corner = programme.GetSolution(); // (1.6, 1.2)
     // [programme]
     Expect(hasOptimum && std::abs(corner[0] - 1.6) < 1e-12 && std::abs(corner[1] - 1.2) < 1e-12, "the programme");
+
+    // [polynomial]
+    const VoAlgo::CPolynomial cubic({4, 0, -3, 1});                                   // 4 − 3·x² + x³
+    const std::vector<double> roots = cubic.RealRoots();                              // −1, 2, 2
+    const auto [quotient, remainder] = cubic.DividedBy(VoAlgo::CPolynomial({-2, 1})); // −2 − x + x² and 0
+    // [polynomial]
+    Expect(roots == std::vector<double>{-1, 2, 2} && quotient.Degree() == 2 && remainder.Degree() == -1, "the roots");
 }
 
 void Colour()

@@ -296,6 +296,7 @@ public:
         findMultiple();
         separate();
         iterate(true);
+        if (isClustered_) findMultiple(); // now with closer starts
         pair();
     }
     [[nodiscard]] Complex operator[](std::size_t i) const

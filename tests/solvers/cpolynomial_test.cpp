@@ -147,7 +147,7 @@ TEST(Polynomial, IntegerRootsAreExact)
         const CPolynomial p = Rounded(roots);
         std::vector<Complex> found = p.Roots();
         for (Complex& z : found) // the real part of a root on the imaginary axis is what remains of a difference
-            if (std::abs(z.real()) < 1e-28) z.real(0);
+            if (std::abs(z.real()) < 1e-17 * std::abs(z.imag())) z.real(0);
         Sort(found);
         if (std::adjacent_find(roots.begin(), roots.end()) != roots.end() && centre != 0) { // a fit, close to others
             for (std::size_t k = 0; k < n; ++k) ASSERT_LE(std::abs(found[k] - roots[k]), 1e-15 * centre) << i;

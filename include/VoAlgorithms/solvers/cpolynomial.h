@@ -52,14 +52,16 @@ public:
     /// the root above the real axis first. A multiple root is repeated.
     ///
     /// Closed forms give the start; Ehrlich-Aberth steps, in the end with values of the polynomial in twice the working
-    /// precision, make simple roots accurate to about one unit in the last place, as long as their condition is below
-    /// 1e15. Every cluster of roots of like size is computed in a scale of its own, a power of two, so that nothing
-    /// overflows but a root beyond the range of double (then infinite, or 0).
-    /// An m-fold root is reported where changes of each coefficient by 2⁻⁵² of itself can explain that the polynomial
-    /// and its derivatives up to the order m − 2 differ from zero at a root of the derivative of the order m − 1.
+    /// precision, make simple roots accurate to about one unit in the last place (of the modulus), as long as their
+    /// condition is below 1e15. Every cluster of roots of like size is computed in a scale of its own, a power of two,
+    /// so that nothing overflows but a root beyond the range of double (then infinite, or 0). A multiple root is
+    /// reported where the rounding of the coefficients explains it: where the product of the rounded roots, fitted by
+    /// Gauss-Newton steps, differs in no coefficient by more than (n + 1)·2⁻⁵³ of that of |aₙ|·∏(x + |root|). Equal
+    /// bits need equal libraries of mathematical functions, as the start uses them.
     ///
     /// Throws std::domain_error for a degree of 5 and more, and for the zero polynomial.
-    /// Source: O. Aberth, Math. Comp. 27 (1973) 339–344; D. A. Bini, Numer. Algorithms 13 (1996) 179–200.
+    /// Source: O. Aberth, Math. Comp. 27 (1973) 339–344; D. A. Bini, Numer. Algorithms 13 (1996) 179–200;
+    /// Z. Zeng, Math. Comp. 74 (2005) 869–903.
     [[nodiscard]] std::vector<std::complex<double>> Roots() const;
 
 private:
