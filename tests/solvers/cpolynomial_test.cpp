@@ -29,6 +29,7 @@ std::vector<long double> Product(const std::vector<Complex>& roots, long double 
         for (std::size_t k = 0; k + 1 < a.size(); ++k) a[k] -= Wide(root) * a[k + 1];
     }
     std::vector<long double> real;
+    real.reserve(a.size());
     for (const Wide c : a) real.push_back(c.real());
     return real;
 }
@@ -46,6 +47,7 @@ double BackwardError(const CPolynomial& p)
 {
     const std::vector<Complex> roots = p.Roots();
     std::vector<Complex> sizes;
+    sizes.reserve(roots.size());
     for (const Complex root : roots) sizes.emplace_back(-std::hypot(root.real(), root.imag()));
     const double factor = p.Coefficients().back();
     const std::vector<long double> product = Product(roots, factor), bound = Product(sizes, std::abs(factor));
