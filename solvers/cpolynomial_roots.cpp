@@ -485,8 +485,8 @@ private:
             if (isFinal_[i] || count < 2) continue;
             isClustered_ = true;
             centre /= count;
-            const double offset = 0x1p-40 * static_cast<double>(i + 1) * Abs(centre); // where roots are equal
-            z_[i] = centre + (before[i] - centre) * Complex(0.7, 0.7) + offset;
+            const double offset = 0x1p-30 * static_cast<double>(i + 1) * Abs(centre); // parts equal roots
+            z_[i] = centre + (before[i] - centre) * Complex(0.7, 0.7) + offset * Complex(0.6, 0.8);
         }
     }
 

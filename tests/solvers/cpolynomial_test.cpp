@@ -104,6 +104,14 @@ TEST(Polynomial, RootsGiveTheCoefficientsBack)
     }
 }
 
+// The closed form finds a double root where the coefficients tell a conjugate pair from it.
+TEST(Polynomial, APairStartedFromADoubleRootLeavesTheRealAxis)
+{
+    const CPolynomial p({-6.747692694369912e+21, 1899677906830113.5, -140907938.86114669, 1});
+    EXPECT_EQ(p.RealRoots().size(), 1U);
+    EXPECT_LE(BackwardError(p), 4);
+}
+
 // Not from roots: each coefficient at random, of any size.
 TEST(Polynomial, RootsOfUnrelatedCoefficientsGiveThemBack)
 {
