@@ -258,26 +258,33 @@ private:
         return largest;
     }
 
-    /// The relative steps by the normal equations.
+    /// The relative steps, by modified Gram-Schmidt orthogonalisation; false when they are not determined.
     bool solve(std::array<Complex, MaxDegree>& step) const
     {
         const std::size_t n = end - first;
-        std::array<std::array<Complex, MaxDegree + 1>, MaxDegree> rows{};
-        for (std::size_t g = 0; g < count; ++g)
-            for (std::size_t k = 0; k < n; ++k) {
-                for (std::size_t h = 0; h < count; ++h) rows[g][h] += std::conj(slopes_[g][k]) * slopes_[h][k];
-                rows[g][count] += std::conj(slopes_[g][k]) * residuals_[k];
-            }
-        for (std::size_t g = 0; g < count; ++g) { // positive definite: without pivoting
-            if (!(rows[g][g].real() > 0)) return false;
+        const auto product = [n](const auto& a, const auto& b) {
+            Complex sum = 0;
+            for (std::size_t k = 0; k < n; ++k) sum += std::conj(a[k]) * b[k];
+            return sum;
+        };
+        auto q = slopes_;
+        auto rest = residuals_;
+        std::array<std::array<Complex, MaxDegree>, MaxDegree> r{};
+        for (std::size_t g = 0; g < count; ++g) {
+            const double length = std::sqrt(product(q[g], q[g]).real());
+            if (!(length > 0)) return false;
+            r[g][g] = length;
+            for (Complex& e : q[g]) e /= length;
             for (std::size_t h = g + 1; h < count; ++h) {
-                const Complex factor = rows[h][g] / rows[g][g];
-                for (std::size_t k = g; k <= count; ++k) rows[h][k] -= factor * rows[g][k];
+                r[g][h] = product(q[g], q[h]);
+                for (std::size_t k = 0; k < n; ++k) q[h][k] -= r[g][h] * q[g][k];
             }
+            step[g] = product(q[g], rest);
+            for (std::size_t k = 0; k < n; ++k) rest[k] -= step[g] * q[g][k];
         }
         for (std::size_t g = count; g-- > 0;) {
-            for (std::size_t h = g + 1; h < count; ++h) rows[g][count] -= rows[g][h] * step[h];
-            step[g] = rows[g][count] / rows[g][g];
+            for (std::size_t h = g + 1; h < count; ++h) step[g] -= r[g][h] * step[h];
+            step[g] /= r[g][g];
         }
         return true;
     }

@@ -112,6 +112,12 @@ TEST(Polynomial, APairStartedFromADoubleRootLeavesTheRealAxis)
     EXPECT_LE(BackwardError(p), 4);
 }
 
+TEST(Polynomial, ADoubleRootCloseToAPairIsFitted)
+{
+    const double d = 0.00025342937231812859;
+    EXPECT_LE(BackwardError(Rounded({-1, -1, {-1, d}, {-1, -d}}, -0.3)), 4);
+}
+
 // Not from roots: each coefficient at random, of any size.
 TEST(Polynomial, RootsOfUnrelatedCoefficientsGiveThemBack)
 {
