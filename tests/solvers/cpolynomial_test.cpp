@@ -176,7 +176,7 @@ TEST(Polynomial, IntegerRootsAreExact)
 TEST(Polynomial, MultipleRootsAreRepeatedWithinTheRoundingOfTheCoefficients)
 {
     for (const double r : {0.1, -1 / 3.0, 1e-70, -7.7e60}) {
-        for (const std::size_t m : {2, 3, 4}) {
+        for (const std::size_t m : {2U, 3U, 4U}) {
             const CPolynomial p = Rounded(std::vector<Complex>(m, r), 0.3);
             const std::vector<double> roots = p.RealRoots();
             ASSERT_EQ(roots.size(), m) << r;

@@ -25,7 +25,7 @@ public:
     /// The value at x by Horner's scheme.
     [[nodiscard]] double operator()(double x) const;
     [[nodiscard]] std::complex<double> operator()(std::complex<double> x) const;
-    /// The value at x as accurate as if computed in twice the working precision and then rounded, at about three times
+    /// The value at x as accurate as if computed in twice the working precision and then rounded, at about twice
     /// the cost of operator(), unless an intermediate result overflows or underflows.
     /// Source: P. Langlois, N. Louvet, 18th IEEE Symposium on Computer Arithmetic (2007) 141–149.
     [[nodiscard]] double CompensatedValue(double x) const;
@@ -52,12 +52,13 @@ public:
     /// the root above the real axis first. A multiple root is repeated.
     ///
     /// Closed forms give the start; Ehrlich-Aberth steps, in the end with values of the polynomial in twice the working
-    /// precision, make simple roots accurate to about one unit in the last place (of the modulus), as long as their
-    /// condition is below 1e15. Every cluster of roots of like size is computed in a scale of its own, a power of two,
-    /// so that nothing overflows but a root beyond the range of double (then infinite, or 0). A multiple root is
-    /// reported where the rounding of the coefficients explains it: where the product of the rounded roots, fitted by
-    /// Gauss-Newton steps, differs in no coefficient by more than (n + 1)·2⁻⁵³ of that of |aₙ|·∏(x + |root|). Equal
-    /// bits need equal libraries of mathematical functions, as the start uses them.
+    /// precision, make simple roots accurate to about one unit in the last place of their modulus, also in clusters
+    /// with conditions of 1e9. Roots of like size are computed in a scale of their own, a power of two, so that nothing
+    /// overflows but a root beyond the range of double (then infinite, or 0).
+    ///
+    /// A multiple root is reported where the rounding of the coefficients explains it: where the product of the rounded
+    /// roots, fitted by Gauss-Newton steps, differs in no coefficient by more than (n + 1)·2⁻⁵³ of that of
+    /// |aₙ|·∏(x + |root|). Equal bits need equal libraries of mathematical functions, as the start uses them.
     ///
     /// Throws std::domain_error for a degree of 5 and more, and for the zero polynomial.
     /// Source: O. Aberth, Math. Comp. 27 (1973) 339–344; D. A. Bini, Numer. Algorithms 13 (1996) 179–200;
