@@ -186,6 +186,13 @@ void Solvers()
     const VoAlgo::TVector<double> place = outline(5), tangent = outline.Derivative(5, 1); // below the middle of a side
     // [curve]
     Expect(std::abs(place[0] - 5) < 1e-12 && place[1] < -1 && std::abs(tangent[1]) < 1e-12, "the curve");
+
+    // [polynomial]
+    const VoAlgo::CPolynomial cubic({4, 0, -3, 1});                                   // 4 − 3·x² + x³
+    const std::vector<double> roots = cubic.RealRoots();                              // −1, 2, 2
+    const auto [quotient, remainder] = cubic.DividedBy(VoAlgo::CPolynomial({-2, 1})); // −2 − x + x² and 0
+    // [polynomial]
+    Expect(roots == std::vector<double>{-1, 2, 2} && quotient.Degree() == 2 && remainder.Degree() == -1, "the roots");
 }
 
 void Colour()

@@ -36,6 +36,7 @@
 #include "VoAlgorithms/solvers/cnaturalspline.h"
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 #include "VoAlgorithms/solvers/cnlssolver.h"
+#include "VoAlgorithms/solvers/cpolynomial.h"
 
 #include "VoAlgorithms/prereg/cdirtymap.h"
 #include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"
