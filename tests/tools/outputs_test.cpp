@@ -325,7 +325,7 @@ TEST(ToolOutputs, NeedPermission)
         EXPECT_THAT(outcome.errors, testing::AllOf(HasSubstr("cannot write " + out), HasSubstr("Permission denied")));
         EXPECT_EQ(outcome.output, "") << "told before the search";
     }
-    place.Shell("chmod 777 shut");
+    (void)place.Shell("chmod 777 shut");
 }
 
 /// Modes and links of what is replaced stay as they are, and so does the current directory.
@@ -390,8 +390,8 @@ TEST(ToolOutputs, MayHaveAnyName)
     place.Write("a\xE9.ply", PlyBytes(Blob(900, 100.0F)));
     place.Write("s\xE9.txt", Same);
     place.Write("c\xE9.json", "{}");
-    const char* const commands[] = {"register a\xE9.ply a\xE9.ply --start s\xE9.txt --config c\xE9.json --out o\xE9 "
-                                    "--report o\xE9/r\xE9.html --json",
+    const char* const commands[] = {("register a\xE9.ply a\xE9.ply --start s\xE9.txt --config c\xE9.json --out o\xE9 "
+                                     "--report o\xE9/r\xE9.html --json"),
                                     "info a\xE9.ply --json",
                                     "features a\xE9.ply --out f\xE9.xyzn",
                                     "case show o\xE9/case.bson",
