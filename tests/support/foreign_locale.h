@@ -20,6 +20,7 @@ public:
         [[maybe_unused]] const int status = std::system(make.c_str());
         setenv("LOCPATH", folder.c_str(), 1);
         std::setlocale(LC_ALL, "de_DE.UTF-8");
+        unsetenv("LOCPATH"); // while it is set, newlocale of the C library loses memory
     }
     ~ForeignLocale()
     {

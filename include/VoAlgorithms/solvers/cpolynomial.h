@@ -20,11 +20,14 @@ public:
     [[nodiscard]] int Degree() const { return static_cast<int>(coefficients_.size()) - 1; }
     /// Ascending, Degree() + 1 of them.
     [[nodiscard]] const std::vector<double>& Coefficients() const { return coefficients_; }
+    /// Equal degrees and coefficients.
     [[nodiscard]] bool operator==(const CPolynomial&) const = default;
 
+    ///@{
     /// The value at x by Horner's scheme.
     [[nodiscard]] double operator()(double x) const;
     [[nodiscard]] std::complex<double> operator()(std::complex<double> x) const;
+    ///@}
     /// The value at x as accurate as if computed in twice the working precision and then rounded, at about twice
     /// the cost of operator(), unless an intermediate result overflows or underflows.
     /// Source: P. Langlois, N. Louvet, 18th IEEE Symposium on Computer Arithmetic (2007) 141–149.
@@ -40,6 +43,7 @@ public:
     /// Quotient and remainder: *this = quotient·divisor + remainder, whose degree is below the divisor's.
     /// Throws std::domain_error for the zero polynomial as divisor.
     [[nodiscard]] std::pair<CPolynomial, CPolynomial> DividedBy(const CPolynomial& divisor) const;
+    /// The first derivative.
     [[nodiscard]] CPolynomial Derivative() const;
     /// The antiderivative that is 0 at 0.
     [[nodiscard]] CPolynomial Integral() const;
@@ -69,6 +73,7 @@ private:
     std::vector<double> coefficients_;
 };
 
+/// The multiple of a polynomial.
 [[nodiscard]] inline CPolynomial operator*(double factor, const CPolynomial& p)
 {
     return p * factor;
