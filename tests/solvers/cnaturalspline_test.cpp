@@ -340,7 +340,7 @@ TEST(CNaturalSpline, RefusalsNameThePlace)
         {"1 points; at least 2 are needed", [] { CNaturalSpline({1}, {1}); }},
         {"2 points; at least 3 are needed",
          [] {
-             CNaturalSpline::Periodic({0, 1}, {1, 1});
+             (void)CNaturalSpline::Periodic({0, 1}, {1, 1});
          }},
         {"x[1] is not finite",
          [&] {
@@ -366,16 +366,16 @@ TEST(CNaturalSpline, RefusalsNameThePlace)
          [&] {
              CNaturalSpline({-1, 0, 1e-310}, x);
          }},
-        {"y[0] and y[2] of a periodic spline differ", [&] { CNaturalSpline::Periodic(x, x); }},
-        {"lambda is negative or not finite", [&] { CNaturalSpline::Smoothing(x, x, NaN); }},
-        {"3 points, but 1 weights are given", [&] { CNaturalSpline::Smoothing(x, x, 1, {1}); }},
+        {"y[0] and y[2] of a periodic spline differ", [&] { (void)CNaturalSpline::Periodic(x, x); }},
+        {"lambda is negative or not finite", [&] { (void)CNaturalSpline::Smoothing(x, x, NaN); }},
+        {"3 points, but 1 weights are given", [&] { (void)CNaturalSpline::Smoothing(x, x, 1, {1}); }},
         {"weights[1] is not positive",
          [&] {
-             CNaturalSpline::Smoothing(x, x, 1, {1, 0, 1});
+             (void)CNaturalSpline::Smoothing(x, x, 1, {1, 0, 1});
          }},
-        {"a derivative of order 3; 1 and 2 are possible", [&] { spline.Derivative(1, 3); }},
-        {"the ends of a stretch must be finite", [&] { spline.Integral(0, Infinity); }},
-        {"the stretch ends before it begins", [&] { spline.Roots(1, 0); }},
+        {"a derivative of order 3; 1 and 2 are possible", [&] { (void)spline.Derivative(1, 3); }},
+        {"the ends of a stretch must be finite", [&] { (void)spline.Integral(0, Infinity); }},
+        {"the stretch ends before it begins", [&] { (void)spline.Roots(1, 0); }},
         {"x[1] and x[2] are not strictly ascending",
          [] {
              CNaturalSplineCurve(VoAlgo::TMatrix<double>{{0, 0}, {1, 0}, {1, 0}});

@@ -190,7 +190,7 @@ protected:
     }
 
     /// Lays out a folder with the inputs and, unless it is empty, out/ with a set.
-    [[nodiscard]] std::function<void()> Folder(const Content& set, const std::string& other = "") const
+    [[nodiscard]] std::function<void()> folder(const Content& set, const std::string& other = "") const
     {
         return [this, set, other] {
             fs::remove_all(place.PathOf("work"));
@@ -212,7 +212,7 @@ TEST_F(ToolKilled, LeavesTheOldSetOrTheNewOneBesideOtherFiles)
 {
     for (Content* set : {&oldSet, &newSet}) (*set)["notes.txt"] = "of the user";
     unsigned newSets = 0;
-    KillEverywhere(place, command, 1, Folder(oldSet), [&] {
+    KillEverywhere(place, command, 1, folder(oldSet), [&] {
         const Content left = Visible(place.PathOf("work/out"));
         newSets += left == newSet ? 1 : 0;
         EXPECT_TRUE(left == oldSet || left == newSet);
@@ -222,14 +222,14 @@ TEST_F(ToolKilled, LeavesTheOldSetOrTheNewOneBesideOtherFiles)
 
 TEST_F(ToolKilled, LeavesNoFolderOrAWholeOne)
 {
-    KillEverywhere(place, command, AllStaged, Folder({}),
+    KillEverywhere(place, command, AllStaged, folder({}),
                    [&] { EXPECT_TRUE(!place.Has("work/out") || Visible(place.PathOf("work/out")) == newSet); });
 }
 
 /// A folder with a folder inside cannot be replaced in one step: every file is whole, and result.json comes first.
 TEST_F(ToolKilled, LeavesWholeFilesBesideOtherFolders)
 {
-    KillEverywhere(place, command, AllStaged, Folder(oldSet, "folder"), [&] {
+    KillEverywhere(place, command, AllStaged, folder(oldSet, "folder"), [&] {
         Content left = Visible(place.PathOf("work/out"));
         EXPECT_EQ(left.erase("folder"), 1U);
         bool isNew = left["result.json"] == newSet["result.json"];
@@ -243,7 +243,7 @@ TEST_F(ToolKilled, LeavesTheOldFileOrTheNewOne)
     const std::string run = "case pack a.ply a.ply --quiet --out ";
     ASSERT_EQ(place.Run(run + "whole").exitCode, 0);
     const std::string whole = place.Read("whole");
-    KillEverywhere(place, run + "out/file", 1, Folder({{"file", "old"}}), [&] {
+    KillEverywhere(place, run + "out/file", 1, folder({{"file", "old"}}), [&] {
         const std::string left = place.Read("work/out/file");
         EXPECT_TRUE(left == "old" || left == whole);
     });
