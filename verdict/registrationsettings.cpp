@@ -128,7 +128,7 @@ RegistrationSettings DeriveSettings(double resolution, double roughness, EPreset
     verification.maxMisfit = 0.35 * resolution;
     verification.maxSeenEmpty = 0.03;
     verification.minStability = 0.006;
-    verification.minBeyondFaces = 0.1;
+    verification.minBeyondFaces = 0.15;
     verification.minClusterSize = 2;
     verification.roughness = roughness;
     verification.icp = icp;
