@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <thread>
 
 #if defined(__SANITIZE_THREAD__)
 #define VOALGO_THREAD_SANITIZER 1
@@ -54,6 +55,11 @@ void RunWorkers(std::size_t workers, const Worker& worker)
 #endif
 
 } // namespace
+
+unsigned NumThreads(unsigned stated)
+{
+    return stated != 0 ? stated : std::max(1U, std::thread::hardware_concurrency());
+}
 
 void ForRanges(std::size_t count, unsigned threads, const std::function<void(std::size_t, std::size_t)>& work)
 {

@@ -25,7 +25,6 @@
 #include <cstdio>
 #include <functional>
 #include <limits>
-#include <thread>
 #include <unordered_set>
 
 namespace prereg {
@@ -137,7 +136,7 @@ bool CFPFHPreRegistration::Compute()
 
 void CFPFHPreRegistration::SetNumThreads(unsigned threads)
 {
-    threads_ = threads != 0 ? threads : std::max(1U, std::thread::hardware_concurrency());
+    threads_ = VoAlgo::tasks::NumThreads(threads);
 }
 
 /// Refines each distinct proposal that is new. A refinement draws from an engine of its own, so that the outcome does

@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <limits>
 #include <numeric>
-#include <thread>
 
 namespace prereg {
 namespace {
@@ -192,17 +191,16 @@ std::vector<Vec3> UnorientedNormals(const std::vector<Vec3>& points, unsigned ne
     std::vector<float> distanceSq(points.size()); // to the fourth neighbour
     std::vector<std::uint32_t> nearest(points.size());
     const Tree tree(points.data(), points.size());
-    VoAlgo::tasks::ForRanges(
-        points.size(), std::max(1U, std::thread::hardware_concurrency()), [&](std::size_t begin, std::size_t end) {
-            std::vector<Tree::Neighbour> found;
-            for (std::size_t i = begin; i < end; ++i) {
-                tree.NearestK(&points[i].x, neighbours, std::numeric_limits<float>::infinity(), found);
-                normals[i] = LeastSpread(points, found);
-                if (found.size() <= Isolation) continue;
-                distanceSq[i] = found[Isolation].second;
-                nearest[i] = static_cast<std::uint32_t>(found[found[0].first == static_cast<int>(i) ? 1 : 0].first);
-            }
-        });
+    VoAlgo::tasks::ForRanges(points.size(), VoAlgo::tasks::NumThreads(0), [&](std::size_t begin, std::size_t end) {
+        std::vector<Tree::Neighbour> found;
+        for (std::size_t i = begin; i < end; ++i) {
+            tree.NearestK(&points[i].x, neighbours, std::numeric_limits<float>::infinity(), found);
+            normals[i] = LeastSpread(points, found);
+            if (found.size() <= Isolation) continue;
+            distanceSq[i] = found[Isolation].second;
+            nearest[i] = static_cast<std::uint32_t>(found[found[0].first == static_cast<int>(i) ? 1 : 0].first);
+        }
+    });
     std::vector<float> sorted = distanceSq;
     const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
     std::nth_element(sorted.begin(), middle, sorted.end());

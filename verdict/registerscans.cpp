@@ -20,7 +20,6 @@
 #include <algorithm>
 #include <array>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace prereg {
@@ -51,11 +50,6 @@ Scan Thinned(const Scan& scan, const RegistrationSettings& settings)
 {
     constexpr double EdgePerSpacing = 1.25; // means of cubes lie about so much closer than the cubes' edge
     return VoxelDown(scan, EdgePerSpacing * settings.resolution);
-}
-
-unsigned NumThreads(unsigned stated)
-{
-    return stated != 0 ? stated : std::max(1U, std::thread::hardware_concurrency());
 }
 
 /// The point set of a scan with this spacing.
@@ -161,7 +155,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
     const VoAlgo::CStopwatch featureWatch;
     if (!Report(options, "features", 0.0)) return Refused(registration, Refusal(ERefusal::Cancelled));
-    const unsigned threads = NumThreads(options.threads);
+    const unsigned threads = VoAlgo::tasks::NumThreads(options.threads);
     const std::array<const PreparedScan*, 2> scans = {&fix, &flt};
     std::array<detail::SearchScan, 2> inputs;
     VoAlgo::tasks::ForRanges(scans.size(), threads, [&](std::size_t begin, std::size_t end) {
@@ -187,7 +181,7 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
 
 PointSetPtr ComputePointSet(const Scan& scan, const RegistrationSettings& settings, unsigned threads)
 {
-    return PointSetWith(MeasureSampling(scan).spacing, scan, settings, NumThreads(threads));
+    return PointSetWith(MeasureSampling(scan).spacing, scan, settings, VoAlgo::tasks::NumThreads(threads));
 }
 
 Registration RegisterPointSets(PointSetPtr fix, PointSetPtr flt, const RegistrationSettings& settings,
