@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <random>
@@ -41,7 +42,9 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
     int shown = 1;
     int completed = 0;
     int errors = 0;
-    while (best > perfect && errors < MaxErrors && completed < multistarts) {
+    CProgressPart progress(progress_);
+    progress.Begin("multistart", static_cast<std::uint64_t>(multistarts));
+    while (best > perfect && errors < MaxErrors && completed < multistarts && !progress.IsCancelled()) {
         log("(NLS) SAMPLING FOR MULTISTART RUN %i OF %i (try #%i)\n", shown, multistarts, errors + 1);
         if (warmUp(polytope, start, point, sampler, random)) {
             double pointRMSE = 0;
@@ -54,6 +57,7 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
                 ++errors;
             } else {
                 errors = 0;
+                progress.Advance();
             }
             if (pointRMSE < best) {
                 best = pointRMSE;
@@ -62,12 +66,15 @@ CNLSSolver::EResult CNLSSolver::Run(TVector<double>& params, double& rmse, int m
             }
         } else {
             log("(NLS) warmup failed.\n");
+            progress.Advance();
         }
         point = start;
         ++completed;
         ++shown;
     }
-    if (completed < multistarts)
+    if (progress.IsCancelled())
+        log("(NLS) multistart series cancelled\n");
+    else if (completed < multistarts)
         log(best <= perfect ? "(NLS) obtained the best possible residual - omitting further multistart runs\n"
                             : "(NLS) multistart series aborted (too many errors)\n");
     rmse = best;

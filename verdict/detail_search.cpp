@@ -80,13 +80,13 @@ public:
     {
         const std::uint32_t numPolygons = tooFewFeatures() ? 0 : settings_.config.uiNumPolygons;
         std::uint32_t done = 0;
-        bool isCancelled = false;
-        while (done < numPolygons && !isEnough(done)) {
-            isCancelled = !report(static_cast<double>(done) / numPolygons);
-            if (isCancelled) break;
+        VoAlgo::CProgressPart progress(options_.progress);
+        bool isCancelled = !progress.Begin("search", numPolygons);
+        while (!isCancelled && done < numPolygons && !isEnough(done)) {
             searchBatch(done / BatchSize);
             done += BatchSize;
             judgeBest(JudgedPerBatch);
+            isCancelled = !progress.Advance(BatchSize);
         }
         if (accepted_.empty() && !isCancelled) judgeBest(JudgedAtTheEnd);
         if (!isCancelled) judgeRivals();
@@ -97,12 +97,10 @@ public:
         registration.refused = refusedPoses(!registration.results.empty());
         driver_.GetMatchingConfig().uiNumPolygons = settings_.config.uiNumPolygons; // what the statistics repeat
         registration.statistics = driver_.GetStatistics();
-        if (!isCancelled) report(1.0);
+        if (!isCancelled) progress.Finish();
     }
 
 private:
-    bool report(double share) const { return !options_.progress || options_.progress("search", share); }
-
     [[nodiscard]] Refusal tooFewFeatures() const
     {
         if (fix_.IsTooLean(settings_.config)) return Refusal(ERefusal::TooFewFeaturesInFix);

@@ -27,16 +27,13 @@ namespace {
 
 using PointSetPtr = std::shared_ptr<const CFPFHPointSet>;
 
+constexpr double ShareOfFeatures = 0.3; // of the time that a registration takes
+
 PreparedScan PrepareNamed(const Scan& scan, const char* role)
 {
     Scan named = scan;
     if (named.name.empty()) named.name = role;
     return PrepareScan(std::move(named));
-}
-
-bool Report(const RegistrationOptions& options, const char* stage, double share)
-{
-    return !options.progress || options.progress(stage, share);
 }
 
 /// Thins a scan that is clearly denser than the resolution of the search.
@@ -154,13 +151,15 @@ Registration RegisterScans(const PreparedScan& fix, const PreparedScan& flt, con
             return Refused(registration, std::move(fault));
 
     const VoAlgo::CStopwatch featureWatch;
-    if (!Report(options, "features", 0.0)) return Refused(registration, Refusal(ERefusal::Cancelled));
+    VoAlgo::CProgressPart progress(options.progress, ShareOfFeatures);
+    if (!progress.Begin("features", 1)) return Refused(registration, Refusal(ERefusal::Cancelled));
     const unsigned threads = VoAlgo::tasks::NumThreads(options.threads);
     const std::array<const PreparedScan*, 2> scans = {&fix, &flt};
     std::array<detail::SearchScan, 2> inputs;
     VoAlgo::tasks::ForRanges(scans.size(), threads, [&](std::size_t begin, std::size_t end) {
         for (std::size_t i = begin; i < end; ++i) inputs[i] = SearchScanOf(*scans[i], settings, threads);
     });
+    if (!progress.Finish()) return Refused(registration, Refusal(ERefusal::Cancelled));
     const detail::SearchInput input{inputs[0], inputs[1]};
     const double featureSeconds = featureWatch.Seconds();
 

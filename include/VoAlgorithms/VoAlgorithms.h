@@ -84,7 +84,9 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/runtime/aprogressmeter.h"
 #include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
 #include "VoAlgorithms/runtime/rle.h"
+#include "VoAlgorithms/runtime/sha1.h"

@@ -43,11 +43,11 @@ std::optional<CbMatrix4Rd> ReadStart(const py::object& start)
 
 /// Between two steps: lets the interpreter raise KeyboardInterrupt, and calls the user's function. Its False cancels;
 /// what it raises leaves the registration.
-std::function<bool(const char*, double)> ReadProgress(const py::object& progress)
+std::function<bool(const std::string&, double)> ReadProgress(const py::object& progress)
 {
     if (!progress.is_none() && PyCallable_Check(progress.ptr()) == 0)
         throw py::type_error("progress: must be callable, is " + TypeOf(progress));
-    return [&progress](const char* stage, double share) {
+    return [&progress](const std::string& stage, double share) {
         const py::gil_scoped_acquire acquire;
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         return progress.is_none() || !progress(stage, share).is(py::bool_(false));
@@ -72,7 +72,8 @@ Found Register(const py::object& fix, const py::object& flt, const Text& preset,
     prereg::RegistrationOptions options;
     options.preset = ReadPreset(preset);
     options.threads = ReadCount(threads, "threads");
-    options.progress = ReadProgress(progress);
+    VoAlgo::CFunctionProgressMeter meter(ReadProgress(progress));
+    options.progress = &meter;
     options.adjust = ReadOverrides(config, keywords);
     options.start = ReadStart(start);
     const std::optional<Position> from = ReadViewpoint(viewpoint);
@@ -151,8 +152,8 @@ viewpoint : (3,) array, optional
 threads : int, default 0
     Threads that compute features and refine poses; 0: one per processor.
 progress : callable, optional
-    Called between steps with the stage ("features" or "search") and the share of it that is done, 0 to 1. Return False
-    to cancel; None and everything else go on. An exception ends the registration and reaches the caller.
+    Called between steps with the stage ("features" or "search") and the share of the whole that is done, 0 to 1. Return
+    False to cancel; None and everything else go on. An exception ends the registration and reaches the caller.
 **settings
     Like `config`, by name: ``register(fix, flt, uiNumPolygons=500, icpConfig={"dMaxRMSE": 0.2})``.
 

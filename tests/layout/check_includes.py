@@ -9,8 +9,8 @@ BASE = {"platform", "kdtree", "numerics", "clustering", "prereg"}
 MAY = {
     "platform": set(), "kdtree": {"platform"}, "numerics": {"platform", "kdtree"},
     "clustering": {"platform", "kdtree", "numerics"}, "prereg": BASE, "runtime": {"platform"},
-    "bson": {"platform", "runtime"}, "solvers": {"platform", "numerics"}, "colour": {"platform"},
-    "documents": BASE | {"bson", "runtime"}, "verdict": BASE | {"documents"},
+    "bson": {"platform", "runtime"}, "solvers": {"platform", "numerics", "runtime"}, "colour": {"platform"},
+    "documents": BASE | {"bson", "runtime"}, "verdict": BASE | {"documents", "runtime"},
     "exchange": {"public", "platform"}, "tools": {"public", "platform", "exchange"}, "python": {"public", "platform", "exchange"},
 }
 FORWARDS = "include/VoAlgorithms/bson/registration.h"  # the name by which hosts include documents/records.h

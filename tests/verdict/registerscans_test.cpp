@@ -258,14 +258,15 @@ TEST(RegisterScans, ObeysAdjustedSettings)
 
 TEST(RegisterScans, CanBeCancelledBetweenSteps)
 {
-    for (const double when : {0.0, 0.5, 1.0}) { // of the features, and when the search begins
+    for (const int step : {0, 1, 2}) { // before and after the features, and when the search begins
+        int shows = 0;
+        VoAlgo::CFunctionProgressMeter meter([&](const std::string&, double) { return shows++ < step; });
         RegistrationOptions options;
-        options.progress = [when](const char* stage, double share) {
-            return std::strcmp(stage, "features") == 0 && share < when;
-        };
+        options.progress = &meter;
         const Registration r = RegisterScans(SampleScan(1), SampleScan(2), options);
         EXPECT_FALSE(r);
         EXPECT_STREQ(CodeOf(r.refusal.code), "cancelled");
+        EXPECT_EQ(shows, step + 1);
         EXPECT_EQ(r.statistics.uiNumProposals, 0U);
     }
 }

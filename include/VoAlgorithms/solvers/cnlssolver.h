@@ -3,6 +3,7 @@
 #include "VoAlgorithms/export.h"
 #include "VoAlgorithms/numerics/tmatrix.h"
 #include "VoAlgorithms/numerics/tvector.h"
+#include "VoAlgorithms/runtime/aprogressmeter.h"
 
 #include <optional>
 
@@ -101,6 +102,8 @@ public:
 
     /// Whether a fit reports its progress on the standard error stream, in lines that begin with "(NLS)". Default: yes.
     void SetLogging(bool logging) { logging_ = logging; }
+    /// Shows the fits of a series of starts; cancelled, the best fit so far is the result. Borrowed; null for none.
+    void SetProgress(AProgressMeter* progress) { progress_ = progress; }
     /// Overrides the constructor's choice.
     void SetRobustness(bool robust) { robust_ = robust; }
     /// Whether fits go on where the plain iteration may stop short of the minimum, see above. Default: no.
@@ -157,6 +160,7 @@ private:
     CNLSObjectiveFunction& problem_;
     TVector<double> work_;
     bool logging_ = true;
+    AProgressMeter* progress_ = nullptr;
     bool useProjectionOfUpdates_ = true;
     bool robust_;
     int samplingSweeps_;

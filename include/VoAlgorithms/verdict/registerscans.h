@@ -3,6 +3,7 @@
 #include "VoAlgorithms/export.h"
 #include "VoAlgorithms/numerics/cbmatrix4.h"
 #include "VoAlgorithms/prereg/cfpfhpointset.h"
+#include "VoAlgorithms/runtime/aprogressmeter.h"
 #include "VoAlgorithms/verdict/preparedscan.h"
 #include "VoAlgorithms/verdict/registration.h"
 #include "VoAlgorithms/verdict/registrationsettings.h"
@@ -23,9 +24,8 @@ struct RegistrationOptions {
     unsigned threads = 0;
     /// A pose to refine and verify instead of searching; maps the coordinates of flt into those of fix.
     std::optional<VoAlgo::CbMatrix4Rd> start = {};
-    /// Called between steps, on the caller's thread, with the name of the stage and the share of it that is done, 0
-    /// to 1. Returns whether to go on; what it throws passes through the registration.
-    std::function<bool(const char* stage, double share)> progress = {};
+    /// Shows the stages "features" and "search" on the caller's thread; asked between steps whether to go on. Borrowed.
+    VoAlgo::AProgressMeter* progress = nullptr;
 };
 
 /// Registers two scans of one object that overlap somewhere, without a starting pose, and says whether the answer can

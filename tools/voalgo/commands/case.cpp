@@ -86,7 +86,7 @@ int RunCase(const Arguments& a)
     Console console(a.quiet, a.results.json);
     const LogToConsole log(console);
     a.results.RequireWritable({a.file});
-    console.Progress("reading", 0.0);
+    VoAlgo::CProgressPart(console.Progress(), ShareOfReading).Begin("reading", 1);
     const Case stored = ParseCase(ReadText(a.file), a.file);
     const auto prepared = [&](const prereg::CFPFHPointSet& set, const char* name, const auto& origin) {
         return prereg::PreparedFrom({&set, [](const auto*) {}}, a.file + ": " + name, origin);
@@ -101,7 +101,7 @@ int RunCase(const Arguments& a)
     const double settingsSeconds = settingsWatch.Seconds();
 
     prereg::RegistrationOptions options;
-    options.progress = console.ProgressFunction();
+    options.progress = console.Progress();
     prereg::Registration registration = RegisterPointSets(fix.pointSet, flt.pointSet, settings, options);
     registration.fixOrigin = fix.scan.origin;
     registration.fltOrigin = flt.scan.origin;

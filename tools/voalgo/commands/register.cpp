@@ -35,8 +35,8 @@ int Run(const Arguments& a)
     a.results.RequireWritable({a.fix, a.flt, a.settings.config, a.start});
     prereg::RegistrationOptions options = a.settings.Options();
     if (!a.start.empty()) options.start = ReadPose(a.start, a.clouds.Unit());
-    options.progress = console.ProgressFunction();
-    console.Progress("reading", 0.0);
+    options.progress = console.Progress();
+    VoAlgo::CProgressPart(options.progress, ShareOfReading).Begin("reading", 1);
     const auto [fix, flt] = LoadScansOrModels(a.clouds, a.fix, a.flt, console);
     const double readingSeconds = watch.Seconds();
     const prereg::Registration registration = RegisterScans(fix, flt, options);

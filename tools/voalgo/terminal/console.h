@@ -1,11 +1,13 @@
 #pragma once
 
-#include "platform/clock.h"
+#include "VoAlgorithms/runtime/aprogressmeter.h"
 
-#include <functional>
+#include <optional>
 #include <string>
 
 namespace voalgo {
+
+constexpr double ShareOfReading = 0.2; // of the time that a registration takes from its files
 
 /// Writes to standard error: messages, and a progress bar if it is a terminal.
 class Console {
@@ -14,24 +16,19 @@ public:
     explicit Console(bool isQuiet, bool isJson = false);
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
-    ~Console() { ClearProgress(); }
+    ~Console() = default;
 
     /// Reports something that was done.
     void Note(const std::string& text);
     /// Reports that something is probably wrong.
     void Warn(const std::string& text);
-    /// Draws the bar: the stage, the share done (0 to 1), the time since the start.
-    void Progress(const char* stage, double share);
-    /// Progress, in the form that a registration calls.
-    [[nodiscard]] std::function<bool(const char*, double)> ProgressFunction();
+    /// Draws the bar; null when there is none.
+    [[nodiscard]] VoAlgo::AProgressMeter* Progress() { return bar_ ? &*bar_ : nullptr; }
     void ClearProgress();
 
 private:
     bool isQuiet_;
-    bool hasProgress_;
-    bool isBarDrawn_ = false;
-    VoAlgo::CStopwatch watch_;
-    double drawnAt_ = 0.0; // seconds
+    std::optional<VoAlgo::CConsoleProgressMeter> bar_;
 };
 
 /// Sends the library's warnings and errors to a console, which must outlive it.
