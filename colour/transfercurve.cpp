@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <string>
 
 namespace VoAlgo::cs {
 namespace {
@@ -16,17 +17,33 @@ bool IsInside(const ChannelRange& range, double value)
 
 } // namespace
 
-CChannelTransferCurve::CChannelTransferCurve(ChannelRange range, int points) : range_(range)
+CChannelTransferCurve::CChannelTransferCurve(ChannelRange range, std::size_t points) : range_(range)
 {
     if (!std::isfinite(range.min) || !std::isfinite(range.max) || !(range.min < range.max))
         throw std::invalid_argument("invalid range");
     if (points < 2) throw std::invalid_argument("too few control points");
-    knots_.resize(static_cast<std::size_t>(points));
+    knots_.resize(points);
+}
+
+CChannelTransferCurve::CChannelTransferCurve(ChannelRange range, int points)
+    : CChannelTransferCurve(range, static_cast<std::size_t>(std::max(points, 0)))
+{
     const double last = points - 1;
     for (int i = 0; i < points; ++i) {
         const double x = range.min + (range.max - range.min) * (i / last);
         knots_[static_cast<std::size_t>(i)].place = {x, x};
     }
+}
+
+CChannelTransferCurve::CChannelTransferCurve(ChannelRange range, const std::vector<Point>& points)
+    : CChannelTransferCurve(range, points.size())
+{
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        if (!isPlace(points[i]) || (i > 0 && points[i].x - points[i - 1].x < smallestGap()))
+            throw std::invalid_argument("invalid control point " + std::to_string(i));
+        knots_[i].place = points[i];
+    }
+    updateSlopes();
 }
 
 CChannelTransferCurve::Point CChannelTransferCurve::GetPoint(std::size_t index) const
@@ -38,13 +55,23 @@ CChannelTransferCurve::Point CChannelTransferCurve::GetPoint(std::size_t index) 
 bool CChannelTransferCurve::MovePoint(std::size_t index, Point place)
 {
     if (index >= knots_.size()) throw std::out_of_range("invalid control point index");
-    const double gap = SmallestGap * (range_.max - range_.min);
-    if (!IsInside(range_, place.x) || !IsInside(range_, place.y)) return false;
+    const double gap = smallestGap();
+    if (!isPlace(place)) return false;
     if (index > 0 && place.x - knots_[index - 1].place.x < gap) return false;
     if (index + 1 < knots_.size() && knots_[index + 1].place.x - place.x < gap) return false;
     knots_[index].place = place;
     updateSlopes();
     return true;
+}
+
+bool CChannelTransferCurve::isPlace(Point place) const noexcept
+{
+    return IsInside(range_, place.x) && IsInside(range_, place.y);
+}
+
+double CChannelTransferCurve::smallestGap() const noexcept
+{
+    return SmallestGap * (range_.max - range_.min);
 }
 
 void CChannelTransferCurve::updateSlopes() noexcept

@@ -54,6 +54,7 @@
 #include "VoAlgorithms/prereg/ipointset.h"
 #include "VoAlgorithms/prereg/ipreregistration.h"
 
+#include "VoAlgorithms/documents/any.h"
 #include "VoAlgorithms/documents/records.h"
 
 #include "VoAlgorithms/verdict/acceptancetest.h"
@@ -75,6 +76,7 @@
 
 #include "VoAlgorithms/colour/channelrange.h"
 #include "VoAlgorithms/colour/converttolab.h"
+#include "VoAlgorithms/colour/curvetext.h"
 #include "VoAlgorithms/colour/din99o.h"
 #include "VoAlgorithms/colour/hsl.h"
 #include "VoAlgorithms/colour/hsv.h"
@@ -84,6 +86,7 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/runtime/any.h"
 #include "VoAlgorithms/runtime/aprogressmeter.h"
 #include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"

@@ -257,6 +257,19 @@ def test_colours():
     np.testing.assert_allclose(vo.colour_difference(a, b), [2.0425, 2.8615, 1.2644, 0.9082], atol=5e-5)
 
 
+def test_transfer_curves():
+    curve = vo.TransferCurve([[0, 10], [50, 40], [100, 90]], range=(0, 100), channel="L*", unit="%")
+    x = np.array([-5, 0, 50, 75, 100, 200])
+    np.testing.assert_array_equal(curve(x.astype(float))[[0, 1, 2, 4, 5]], [10, 10, 40, 90, 90])
+    again = vo.TransferCurve.from_text(curve.to_text())
+    np.testing.assert_array_equal(again.points, [[0, 10], [50, 40], [100, 90]])
+    assert (again.range, again.channel, again.unit) == ((0, 100), "L*", "%")
+    with pytest.raises(ValueError, match="text: line 2, column 7: not a number"):
+        vo.TransferCurve.from_text("transfercurve 1\nrange x 1")
+    with pytest.raises(ValueError, match="points: invalid control point 1"):
+        vo.TransferCurve([[0, 0], [0, 1]])
+
+
 def test_documents_come_back():
     values = {
         "none": None, "yes": True, "int": -5, "long": 2**40, "huge": 2**63, "real": 0.1, "text": "µm \udc80",

@@ -21,6 +21,7 @@ from ._core import (
     Result,
     Scan,
     Trafo,
+    TransferCurve,
     __version__,
     colour_difference,
     compute_features,

@@ -31,6 +31,10 @@ public:
     /// Throws std::invalid_argument ("invalid range") unless both ends are finite and min < max, and ("too few control
     /// points") for fewer than two points.
     CChannelTransferCurve(ChannelRange range, int points);
+    /// A curve through these points, from left to right. Throws as above, and ("invalid control point N") for the first
+    /// point, counted from 0, that is not finite, lies outside the range, or is not to the right of the one before by
+    /// at least 2⁻³² of the range.
+    CChannelTransferCurve(ChannelRange range, const std::vector<Point>& points);
 
     /// The range of x and of y.
     [[nodiscard]] const ChannelRange& Range() const noexcept { return range_; }
@@ -53,6 +57,9 @@ private:
         double slope = 1;
     };
 
+    CChannelTransferCurve(ChannelRange range, std::size_t points);
+    [[nodiscard]] bool isPlace(Point place) const noexcept;
+    [[nodiscard]] double smallestGap() const noexcept;
     void updateSlopes() noexcept;
 
     ChannelRange range_;
