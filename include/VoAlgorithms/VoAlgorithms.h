@@ -91,5 +91,6 @@
 #include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"
+#include "VoAlgorithms/runtime/filename.h"
 #include "VoAlgorithms/runtime/rle.h"
 #include "VoAlgorithms/runtime/sha1.h"
