@@ -1,11 +1,16 @@
 #include "exchange/files/files.h"
 
+#include "VoAlgorithms/runtime/sha1.h"
 #include "exchange/files/input_error.h"
 #include "exchange/files/staged_file.h"
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string_view>
+#include <system_error>
+#include <vector>
 
 namespace voalgo {
 
@@ -39,6 +44,21 @@ std::string ReadText(const std::string& path)
     text << file.rdbuf();
     if (file.bad()) throw InputError(path + ": cannot be read");
     return text.str();
+}
+
+std::string ChecksumOf(const std::string& path)
+{
+    constexpr std::size_t PieceSize = 1 << 16;
+    std::error_code error;
+    if (!fs::is_regular_file(path, error)) return {};
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> piece(PieceSize);
+    VoAlgo::SHA1 sum;
+    while (file) {
+        file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+        sum.Update(std::string_view(piece.data(), static_cast<std::size_t>(file.gcount())));
+    }
+    return file.eof() ? VoAlgo::SHA1::ToHex(sum.Finish()) : std::string();
 }
 
 void RequireWritable(const std::string& path)

@@ -10,6 +10,8 @@ std::string InDirectory(const std::string& directory, const std::string& name);
 std::string Ending(const std::string& path);
 /// The whole content of a file; throws InputError when the file is missing or cannot be read.
 std::string ReadText(const std::string& path);
+/// The SHA-1 of a regular file in hexadecimal; empty when it cannot be read, or is something that is read only once.
+std::string ChecksumOf(const std::string& path);
 /// Writes a StagedFile; throws OutputError.
 void WriteText(const std::string& path, const std::string& text);
 /// Throws OutputError unless the file can be written; leaves no trace.

@@ -88,6 +88,17 @@ Json ToJson(const prereg::PreparedScan& p, const LengthUnit& unit)
             {"sampledFromMesh", p.scan.meshSpacing > 0.0}};
 }
 
+namespace {
+
+Json ToJson(const prereg::PreparedScan& prepared, const LengthUnit& unit, const std::string& checksum)
+{
+    Json json = ToJson(prepared, unit);
+    if (!checksum.empty()) json["sha1"] = checksum;
+    return json;
+}
+
+} // namespace
+
 Json ToJson(const Outcome& outcome)
 {
     const prereg::Registration& registration = outcome.registration;
@@ -96,8 +107,8 @@ Json ToJson(const Outcome& outcome)
     for (const prereg::JudgedTrafo& judged : registration.results)
         results.push_back(ToJson(judged, InUnit(registration.PoseOf(judged), unit), unit));
     return {{"voalgo", VOALGO_VERSION},
-            {"fix", ToJson(outcome.fix, unit)},
-            {"flt", ToJson(outcome.flt, unit)},
+            {"fix", ToJson(outcome.fix, unit, outcome.checksums.fix)},
+            {"flt", ToJson(outcome.flt, unit, outcome.checksums.flt)},
             {"unit", unit.name},
             {"found", static_cast<bool>(registration)},
             {"reason", registration.Reason()},

@@ -14,6 +14,12 @@ namespace voalgo {
 using PoseMatrix = std::array<std::array<double, 4>, 4>;
 PoseMatrix InUnit(const VoAlgo::CbMatrix4Rd& pose, const LengthUnit& unit);
 
+/// SHA-1 of the files that the scans were read from, in hexadecimal; empty where unknown.
+struct Checksums {
+    std::string fix;
+    std::string flt;
+};
+
 /// A registration and the files it was made of; the references are borrowed.
 struct Outcome {
     const prereg::PreparedScan& fix;
@@ -22,6 +28,7 @@ struct Outcome {
     std::string preset = "auto"; ///< name
     LengthUnit unit = {};        ///< of the files
     double readingSeconds = 0.0; ///< to read both files and prepare the scans
+    Checksums checksums = {};    ///< of the files
 };
 
 ///@{

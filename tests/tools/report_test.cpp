@@ -1,4 +1,5 @@
 #include "VoAlgorithms/runtime/base64.h"
+#include "VoAlgorithms/runtime/sha1.h"
 #include "tools/tool_runner.h"
 
 #include <gmock/gmock.h>
@@ -146,6 +147,8 @@ TEST(ToolReport, HoldsTheRunAndLoadsNothing)
     for (const char* scan : {"fix", "flt"}) {
         EXPECT_EQ(repeated[scan]["file"], std::string("a/case.bson: F") + (scan + 1) + "PointSet");
         EXPECT_TRUE(repeated[scan]["cloud"] == data[scan]["cloud"]) << scan;
+        const std::string file = FileBytes(scan == std::string("fix") ? Fix : Flt);
+        EXPECT_EQ(repeated[scan]["sha1"], VoAlgo::SHA1::ToHex(VoAlgo::SHA1::Hash(file))) << "as the case remembers it";
         for (json* d : {&data, &repeated}) d->erase(scan);
     }
     EXPECT_TRUE(data == repeated) << "a case gives the page of its registration";

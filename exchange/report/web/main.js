@@ -192,7 +192,7 @@ function showCauses() {
 }
 
 function showScans() {
-    const rows = [["File", (c) => breakable(c.file)], ["Points read", (c) => count(c.pointsRead)], ["Points used", (c) => count(c.points)],
+    const rows = [["File", (c) => breakable(c.file)], ["SHA-1", (c) => c.sha1?.replace(/.{8}/g, "$&\u200b") ?? "unknown"], ["Points read", (c) => count(c.pointsRead)], ["Points used", (c) => count(c.points)],
         ["Points shown here", (c) => count(c.shown)], ["Point spacing", (c) => quantity(c.spacing, "mm")], ["Largest extent", (c) => quantity(c.extent, "mm")],
         ["Normals", (c) => c.normalsEstimated ? "estimated" : "from the file"]];
     const remarks = [data.fix, data.flt].map((c) => [...c.warnings.map((w) => make("li", { class: "warning" }, capital(w))), ...c.notes.map((n) => make("li", {}, capital(n)))]);

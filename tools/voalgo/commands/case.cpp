@@ -55,7 +55,8 @@ void Pack(const Arguments& a)
             throw InputError(fault.text);
     WriteText(a.file, CaseBytes(*ComputePointSet(fix.scan, settings, a.settings.threads),
                                 *ComputePointSet(flt.scan, settings, a.settings.threads), settings, {},
-                                {a.settings.preset, a.clouds.unit, fix.scan.origin, flt.scan.origin}));
+                                {a.settings.preset, a.clouds.unit, fix.scan.origin, flt.scan.origin, ChecksumOf(a.fix),
+                                 ChecksumOf(a.flt)}));
 }
 
 void Show(const Arguments& a)
@@ -107,8 +108,13 @@ int RunCase(const Arguments& a)
     registration.fltOrigin = flt.scan.origin;
     registration.seconds.settings = settingsSeconds;
     console.ClearProgress();
-    return a.results.Write(
-        {fix, flt, registration, stored.notes.preset, UnitOf(stored.notes.unit).value(), readingSeconds});
+    return a.results.Write({fix,
+                            flt,
+                            registration,
+                            stored.notes.preset,
+                            UnitOf(stored.notes.unit).value(),
+                            readingSeconds,
+                            {stored.notes.fixChecksum, stored.notes.fltChecksum}});
 }
 
 std::wstring PipeName(const Arguments& a)

@@ -1,5 +1,6 @@
 #include "VoAlgorithms/verdict/registerscans.h"
 #include "commands/commands.h"
+#include "exchange/files/files.h"
 #include "exchange/files/input_error.h"
 #include "input/cloud_options.h"
 #include "input/pose_file.h"
@@ -42,7 +43,13 @@ int Run(const Arguments& a)
     const prereg::Registration registration = RegisterScans(fix, flt, options);
     console.ClearProgress();
     if (IsFaultOfScans(registration.refusal.code)) throw InputError(registration.Reason());
-    return a.results.Write({fix, flt, registration, a.settings.preset, a.clouds.Unit(), readingSeconds});
+    return a.results.Write({fix,
+                            flt,
+                            registration,
+                            a.settings.preset,
+                            a.clouds.Unit(),
+                            readingSeconds,
+                            {ChecksumOf(a.fix), ChecksumOf(a.flt)}});
 }
 
 constexpr const char* Help = R"(Examples:

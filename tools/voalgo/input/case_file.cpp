@@ -28,6 +28,7 @@ element ToElement(const char* key, const std::array<double, 3>& position)
 element ToElement(const CaseNotes& notes)
 {
     return {NotesKey, (element("version", VOALGO_VERSION), element("preset", notes.preset), element("unit", notes.unit),
+                       element("fixSha1", notes.fixChecksum), element("fltSha1", notes.fltChecksum),
                        element("resolution", notes.resolution), element("roughness", notes.roughness),
                        element("minOverlap", notes.minOverlap), ToElement("fixOrigin", notes.fixOrigin),
                        ToElement("fltOrigin", notes.fltOrigin))};
@@ -43,7 +44,10 @@ void ReadPosition(const element& stored, std::array<double, 3>& position)
 CaseNotes ReadNotes(const element& stored)
 {
     CaseNotes notes;
-    for (auto [key, field] : {std::pair{"preset", &notes.preset}, {"unit", &notes.unit}})
+    for (auto [key, field] : {std::pair{"preset", &notes.preset},
+                              {"unit", &notes.unit},
+                              {"fixSha1", &notes.fixChecksum},
+                              {"fltSha1", &notes.fltChecksum}})
         if (const element value = stored.child(key); value.type() != element::Empty) *field = value.as_string();
     for (auto [key, field] : {std::pair{"resolution", &notes.resolution},
                               {"roughness", &notes.roughness},

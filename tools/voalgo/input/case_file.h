@@ -20,6 +20,11 @@ struct CaseNotes {
     std::array<double, 3> fltOrigin = {};
     ///@}
     ///@{
+    /// SHA-1 of the files that the case was made from, in hexadecimal; empty in a case without this note.
+    std::string fixChecksum = {};
+    std::string fltChecksum = {};
+    ///@}
+    ///@{
     /// Measured at the scans, which the case may hold thinned, mm; 0 in a case without this note.
     double resolution = 0.0;
     double roughness = 0.0;

@@ -58,7 +58,8 @@ void WriteOutput(StagedDirectory& directory, const Outcome& outcome)
     });
     text("case.bson", CaseBytes(*registration.fix, *registration.flt, registration.settings,
                                 {registration.results.begin(), registration.results.end()},
-                                {outcome.preset, outcome.unit.name, registration.fixOrigin, registration.fltOrigin}));
+                                {outcome.preset, outcome.unit.name, registration.fixOrigin, registration.fltOrigin,
+                                 outcome.checksums.fix, outcome.checksums.flt}));
 }
 
 } // namespace voalgo
