@@ -16,6 +16,7 @@ struct Search {
         unsigned node;
         unsigned rank;      // its position among the nodes with open components, from 1
         std::uint32_t edge; // to look at next
+        std::uint32_t end;  // of its edges
     };
     std::vector<unsigned>& component;
     unsigned number; // of the component that was closed last
@@ -23,10 +24,10 @@ struct Search {
     std::vector<Step> path{};
     std::vector<unsigned> open{}; // nodes that are no longer on the path, but whose components are open
 
-    void Enter(unsigned node, std::uint32_t firstEdge)
+    void Enter(unsigned node, std::uint32_t firstEdge, std::uint32_t end)
     {
         component[node] = ++rank;
-        path.push_back({node, rank, firstEdge});
+        path.push_back({node, rank, firstEdge, end});
     }
 
     void Reach(unsigned to)
@@ -66,16 +67,16 @@ unsigned CDiGraph::ComputeStronglyConnectedComponents(std::vector<unsigned>& com
     const Arc* const edges = groupedEdges();
     for (unsigned root = n; root-- > 0;) { // downwards: nodes without edges are then numbered upwards
         if (component[root] != NotVisited) continue;
-        search.Enter(root, beginOfEdges(root));
+        search.Enter(root, beginOfEdges(root), endOfEdges(root));
         while (!search.path.empty()) {
             Search::Step& step = search.path.back();
-            if (step.edge == endOfEdges(step.node)) {
+            if (step.edge == step.end) {
                 search.Leave();
                 continue;
             }
             const unsigned to = edges[step.edge++].to;
             if (component[to] == NotVisited)
-                search.Enter(to, beginOfEdges(to));
+                search.Enter(to, beginOfEdges(to), endOfEdges(to));
             else
                 search.Reach(to);
         }
