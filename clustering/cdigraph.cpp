@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <functional>
+#include <cmath>
+#include <numeric>
 #include <stdexcept>
 
 namespace VoAlgo {
@@ -24,42 +25,147 @@ unsigned NodeOf(std::uint64_t entry)
     return static_cast<unsigned>(entry & 0xFFFFFFFFU);
 }
 
+constexpr std::size_t CachedNodes = 10'000;
+
+/// Starts to load a cache line; any address may be given.
+inline void Prefetch(const void* address)
+{
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#endif
+}
+
+// A heap with four children to a node, which lie side by side: half the levels of a binary one, each a single cache
+// miss.
+constexpr std::size_t Children = 4;
+
+void PushHeap(std::vector<std::uint64_t>& heap, std::uint64_t entry)
+{
+    std::size_t hole = heap.size();
+    heap.push_back(entry);
+    for (; hole > 0; hole = (hole - 1) / Children) {
+        const std::uint64_t parent = heap[(hole - 1) / Children];
+        if (parent <= entry) break;
+        heap[hole] = parent;
+    }
+    heap[hole] = entry;
+}
+
+void PopHeap(std::vector<std::uint64_t>& heap)
+{
+    const std::uint64_t last = heap.back();
+    heap.pop_back();
+    const std::size_t size = heap.size();
+    if (size == 0) return;
+    std::size_t hole = 0, child = 1;
+    const auto lower = [&heap](std::size_t a, std::size_t b) { return heap[b] < heap[a] ? b : a; };
+    for (; child + Children <= size; child = Children * hole + 1) {
+        const std::size_t least = lower(lower(child, child + 1), lower(child + 2, child + 3));
+        if (heap[least] >= last) break;
+        heap[hole] = heap[least];
+        hole = least;
+    }
+    if (child < size && child + Children > size) {
+        std::size_t least = child;
+        while (++child < size) least = lower(least, child);
+        if (heap[least] < last) {
+            heap[hole] = heap[least];
+            hole = least;
+        }
+    }
+    heap[hole] = last;
+}
+
 } // namespace
 
 void CDiGraph::Reset(std::size_t nodes)
 {
+    edges_.clear();
     firstEdge_.clear();
     firstEdge_.reserve(nodes);
-    edges_.clear();
-    distances_.assign(nodes, Infinity);
-    predecessors_.assign(nodes, None);
+    sources_.clear();
+    grouped_.clear();
+    hasNegativeWeight_ = false;
+    nodes_.assign(nodes, Node());
 }
 
 void CDiGraph::AddEdge(unsigned from, unsigned to, float weight)
 {
     if (from >= NumNodes() || to >= NumNodes()) throw std::out_of_range("directed graph: unknown node");
+    if (!(weight >= 0.0F)) {
+        if (std::isnan(weight)) throw std::invalid_argument("directed graph: invalid weight");
+        hasNegativeWeight_ = true;
+    }
+    if (edges_.size() >= None) throw std::length_error("directed graph: too many edges");
     if (from + std::size_t{1} < firstEdge_.size())
-        throw std::invalid_argument("directed graph: edges must be grouped by ascending source node");
-    if (!(weight >= 0.0F)) throw std::invalid_argument("directed graph: invalid weight");
-    if (from >= firstEdge_.size()) firstEdge_.resize(from + std::size_t{1}, edges_.size());
+        addOutOfOrder(from);
+    else if (from >= firstEdge_.size())
+        firstEdge_.resize(from + std::size_t{1}, static_cast<std::uint32_t>(edges_.size()));
     edges_.push_back({to, weight});
+}
+
+/// From the first edge on that is out of order, firstEdge_ is so long that AddEdge brings all of them here.
+void CDiGraph::addOutOfOrder(unsigned from)
+{
+    if (areEdgesGrouped()) {
+        sources_ = listSources();
+        firstEdge_.resize(NumNodes() + 1, static_cast<std::uint32_t>(edges_.size()));
+    }
+    sources_.resize(edges_.size()); // drops the source of an edge for which there was no memory
+    sources_.push_back(from);
+}
+
+std::vector<unsigned> CDiGraph::listSources() const
+{
+    if (!areEdgesGrouped()) return sources_;
+    std::vector<unsigned> sources(edges_.size());
+    for (unsigned node = 0; node < firstEdge_.size(); ++node)
+        std::fill(sources.begin() + beginOfEdges(node), sources.begin() + endOfEdges(node), node);
+    return sources;
+}
+
+/// Counting sort of the edges by their sources, stable.
+void CDiGraph::groupEdges()
+{
+    if (areEdgesGrouped() || grouped_.size() == edges_.size()) return;
+    numbers_.resize(edges_.size());
+    grouped_.resize(edges_.size());
+    std::fill(firstEdge_.begin(), firstEdge_.end(), 0);
+    for (const unsigned from : sources_) ++firstEdge_[from];
+    std::inclusive_scan(firstEdge_.begin(), firstEdge_.end(), firstEdge_.begin());
+    for (std::size_t e = edges_.size(); e-- > 0;) {
+        const std::uint32_t place = --firstEdge_[sources_[e]];
+        grouped_[place] = edges_[e];
+        numbers_[place] = static_cast<std::uint32_t>(e);
+    }
+}
+
+CDiGraph::Edge CDiGraph::GetEdge(std::size_t number) const
+{
+    if (number >= edges_.size()) throw std::out_of_range("directed graph: unknown edge");
+    const auto source = [&] {
+        if (!areEdgesGrouped()) return sources_[number];
+        const auto after = std::upper_bound(firstEdge_.begin(), firstEdge_.end(), number);
+        return static_cast<unsigned>(after - firstEdge_.begin() - 1);
+    };
+    return {source(), edges_[number].to, edges_[number].weight};
 }
 
 void CDiGraph::ComputeShortestPaths(unsigned source, unsigned target, float bound)
 {
     if (source >= NumNodes()) throw std::out_of_range("directed graph: unknown node");
-    std::fill(distances_.begin(), distances_.end(), Infinity);
-    std::fill(predecessors_.begin(), predecessors_.end(), None);
+    if (hasNegativeWeight_) throw std::invalid_argument("directed graph: shortest paths need weights of 0 or more");
+    groupEdges();
+    std::fill(nodes_.begin(), nodes_.end(), Node());
     heap_.clear();
 
-    distances_[source] = 0.0F;
+    nodes_[source].distance = 0.0F;
     heap_.push_back(HeapEntry(0.0F, source));
     while (!heap_.empty()) {
         const std::uint64_t nearest = heap_.front();
-        std::pop_heap(heap_.begin(), heap_.end(), std::greater<>());
-        heap_.pop_back();
+        PopHeap(heap_);
         const unsigned node = NodeOf(nearest);
-        if (DistanceOf(nearest) > distances_[node]) continue; // a shorter path was found since
+        if (DistanceOf(nearest) > nodes_[node].distance) continue; // a shorter path was found since
         if (node == target) break;
         relaxEdges(node, bound);
     }
@@ -67,18 +173,42 @@ void CDiGraph::ComputeShortestPaths(unsigned source, unsigned target, float boun
 
 void CDiGraph::relaxEdges(unsigned node, float bound)
 {
-    if (node >= firstEdge_.size()) return;
-    const std::size_t end = node + std::size_t{1} < firstEdge_.size() ? firstEdge_[node + 1] : edges_.size();
-    const float distance = distances_[node];
-    for (std::size_t e = firstEdge_[node]; e < end; ++e) {
-        const Edge edge = edges_[e];
-        const float candidate = distance + edge.weight;
-        if (!(candidate < distances_[edge.to]) || candidate > bound) continue;
-        distances_[edge.to] = candidate;
-        predecessors_[edge.to] = node;
-        heap_.push_back(HeapEntry(candidate, edge.to));
-        std::push_heap(heap_.begin(), heap_.end(), std::greater<>());
+    const std::span<const Arc> edges = edgesOf(node);
+    if (NumNodes() > CachedNodes) {
+        // Every node is a cache miss, its edges are another: fetch the ends of these edges together, and meanwhile the
+        // nodes that are likely to come next. (In a function of its own GCC drops all this as being without effect.)
+        for (const Arc& edge : edges) Prefetch(&nodes_[edge.to]);
+        for (std::size_t i = 0; i < std::min(heap_.size(), 1 + Children); ++i)
+            Prefetch(firstEdge_.data() + NodeOf(heap_[i]));
+        if (!heap_.empty()) Prefetch(groupedEdges() + beginOfEdges(NodeOf(heap_.front())));
     }
+    const float distance = nodes_[node].distance;
+    for (const Arc& edge : edges) {
+        const float candidate = distance + edge.weight;
+        Node& reached = nodes_[edge.to];
+        if (!(candidate < reached.distance) || candidate > bound) continue;
+        reached = {candidate, node};
+        PushHeap(heap_, HeapEntry(candidate, edge.to));
+    }
+}
+
+bool CDiGraph::GetPath(unsigned node, std::vector<std::size_t>& edges)
+{
+    if (node >= NumNodes()) throw std::out_of_range("directed graph: unknown node");
+    edges.clear();
+    if (nodes_[node].distance == Infinity) return false;
+    groupEdges();
+    for (unsigned before = nodes_[node].predecessor; before != None; before = nodes_[node].predecessor) {
+        const std::span<const Arc> candidates = edgesOf(before);
+        const auto taken = std::find_if(candidates.begin(), candidates.end(), [&](const Arc& edge) {
+            return edge.to == node && nodes_[before].distance + edge.weight == nodes_[node].distance;
+        });
+        const auto e = static_cast<std::size_t>(beginOfEdges(before) + (taken - candidates.begin()));
+        edges.push_back(areEdgesGrouped() ? e : numbers_[e]);
+        node = before;
+    }
+    std::reverse(edges.begin(), edges.end());
+    return true;
 }
 
 } // namespace VoAlgo

@@ -29,6 +29,7 @@ PYBIND11_MODULE(_core, m)
     DefineRegistration(m);
     DefineRegister(m);
     DefineNumerics(m);
+    DefineGraphs(m);
     DefineNls(m);
     DefineSolvers(m);
     DefineColour(m);

@@ -13,6 +13,7 @@ void DefineResult(pybind11::module_& m);
 void DefineRegistration(pybind11::module_& m);
 void DefineRegister(pybind11::module_& m);
 void DefineNumerics(pybind11::module_& m);
+void DefineGraphs(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
 void DefineSolvers(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);

@@ -81,6 +81,7 @@ def test_anything_may_be_compared(found):
 
 LARGE = np.random.default_rng(1).normal(size=(200_000, 3))
 NORMALS = LARGE[::-1].copy()
+EDGES = np.random.default_rng(2).integers(0, len(LARGE), (len(LARGE), 2))
 
 
 @pytest.mark.parametrize(
@@ -95,6 +96,9 @@ NORMALS = LARGE[::-1].copy()
         lambda p, n: vo.Scan(LARGE).transformed(np.eye(4)),
         lambda p, n: vo.mean_shift(p[::10], 5.0),
         lambda p, n: vo.mean_shift_3d(p[::10], 5.0),
+        lambda p, n: vo.strong_components(len(EDGES), EDGES),
+        lambda p, n: vo.shortest_path(len(EDGES), EDGES, LARGE[:, 0] ** 2, 0, 1),
+        lambda p, n: vo.DisjointSets(len(EDGES)).unite_pairs(EDGES),
         lambda p, n: vo.procrustes(LARGE, LARGE),
         lambda p, n: vo.point_to_plane(LARGE, LARGE, NORMALS),
         lambda p, n: vo.convert_colours(LARGE, "Lab", "sRGB"),

@@ -14,6 +14,7 @@ Lengths are millimetres, angles radians. The pose of a result maps coordinates o
 from . import _processor  # first: raises ImportError where the rest would die of an illegal instruction
 from ._core import (
     Clusters,
+    DisjointSets,
     Document,
     Fit,
     PointSet,
@@ -44,6 +45,11 @@ from ._core import (
     register,
     rle_compress,
     rle_uncompress,
+    shortest_path,
+    shortest_paths,
+    spanning_tree,
+    strong_components,
+    topological_order,
     voxel_down,
     write,
 )
