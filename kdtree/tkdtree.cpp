@@ -73,7 +73,7 @@ struct Layout<3> {
 };
 
 /// Calls visitor.Visit(position, distanceSq) in tree order for the points of a leaf, stored by planes, that its
-/// Candidates let through. The visitor's bound may shrink on the way.
+/// Candidates let through. The visitor's bound may shrink on the way, below the distance of a point still to come.
 template <class Visitor>
 void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, std::uint32_t begin, std::uint32_t end,
                 Visitor& visitor)
@@ -129,41 +129,83 @@ struct AllVisitor {
     }
 };
 
-/// The k nearest points within a radius, border included, in a max-heap of positions and squared distances. Once the
-/// heap is full, its largest distance is the bound.
-struct NearestKVisitor {
-    using Neighbour = std::pair<int, float>;
+/// A squared distance and an index in one number that sorts by the distance, then by the index: squared distances are
+/// not negative, and the bits of such floats sort as they do.
+using Ranked = std::uint64_t;
+constexpr std::uint32_t NoIndex = std::numeric_limits<std::uint32_t>::max();
 
+Ranked Rank(float distanceSq, std::uint32_t index)
+{
+    return Ranked{std::bit_cast<std::uint32_t>(distanceSq)} << 32 | index;
+}
+float DistanceSqOf(Ranked r)
+{
+    return std::bit_cast<float>(static_cast<std::uint32_t>(r >> 32));
+}
+std::uint32_t IndexOf(Ranked r)
+{
+    return static_cast<std::uint32_t>(r);
+}
+
+/// What the searches for k nearest points share: a point must not be beyond the k-th nearest so far.
+struct WithinBound {
     float bound;
-    std::size_t k;
-    std::vector<Neighbour>& heap;
+    const std::vector<std::uint32_t>& callerIndices;
 
-    static bool IsNearer(const Neighbour& a, const Neighbour& b) { return a.second < b.second; }
     [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= bound; }
     [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= bound; }
     [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLessEqual(distanceSq, F8::Set(bound)); }
+    [[nodiscard]] Ranked Found(std::uint32_t position, float distanceSq) const
+    {
+        return Rank(distanceSq, callerIndices[position]);
+    }
+};
+
+/// The few nearest points, sorted. Free places hold the radius. A new point moves those behind it by one place, all
+/// without a branch: which place it gets cannot be predicted.
+template <std::size_t Places>
+struct FewNearestVisitor : WithinBound {
+    Ranked nearest[Places];
+
+    FewNearestVisitor(float radiusSq, const std::vector<std::uint32_t>& indices, std::size_t k)
+        : WithinBound{radiusSq, indices}
+    {
+        std::fill(nearest, nearest + Places - k, Ranked{0}); // nothing sorts before these
+        std::fill(nearest + Places - k, nearest + Places, Rank(radiusSq, NoIndex));
+    }
+    void Visit(std::uint32_t position, float distanceSq)
+    {
+        const Ranked found = Found(position, distanceSq);
+        Ranked next = nearest[Places - 1];
+        for (std::size_t i = Places - 1; i > 0; --i) {
+            const Ranked here = next;
+            next = nearest[i - 1];
+            const Ranked moved = next > found ? next : found;
+            nearest[i] = here < moved ? here : moved;
+        }
+        nearest[0] = next < found ? next : found;
+        bound = DistanceSqOf(nearest[Places - 1]);
+    }
+};
+
+/// Any number of nearest points, in a heap with the farthest on top.
+struct ManyNearestVisitor : WithinBound {
+    std::size_t k;
+    std::vector<Ranked> heap;
+
     void Visit(std::uint32_t position, float distanceSq)
     {
         if (!(distanceSq <= bound)) return;
-        if (heap.size() < k) {
-            heap.emplace_back(static_cast<int>(position), distanceSq);
-            if (heap.size() < k) return;
-            std::make_heap(heap.begin(), heap.end(), IsNearer);
-        } else if (distanceSq < bound) {
-            ReplaceWorst({static_cast<int>(position), distanceSq});
+        const Ranked found = Found(position, distanceSq);
+        if (heap.size() == k) {
+            if (!(found < heap.front())) return;
+            std::pop_heap(heap.begin(), heap.end());
+            heap.back() = found;
+        } else {
+            heap.push_back(found);
         }
-        bound = heap.front().second;
-    }
-    void ReplaceWorst(const Neighbour& found)
-    {
-        std::size_t hole = 0;
-        for (std::size_t child = 1; child < k; child = 2 * hole + 1) {
-            if (child + 1 < k && IsNearer(heap[child], heap[child + 1])) ++child;
-            if (!IsNearer(found, heap[child])) break;
-            heap[hole] = heap[child];
-            hole = child;
-        }
-        heap[hole] = found;
+        std::push_heap(heap.begin(), heap.end());
+        if (heap.size() == k) bound = DistanceSqOf(heap.front());
     }
 };
 
@@ -329,8 +371,10 @@ private:
         if constexpr (D == 3) {
             ScanPlanes(query_, coordinates, tree_.count_, node.begin, node.end, visitor_);
         } else {
-            for (std::uint32_t i = node.begin; i < node.end; ++i)
-                visitor_.Visit(i, Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row));
+            for (std::uint32_t i = node.begin; i < node.end; ++i) {
+                const float d = Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row);
+                if (d <= visitor_.bound) visitor_.Visit(i, d);
+            }
         }
     }
 
@@ -384,12 +428,21 @@ template <unsigned D, unsigned B>
 void TKdTree<D, B>::NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const
 {
     result.clear();
-    if (k == 0) return;
-    NearestKVisitor visitor{radiusSq, k, result};
-    Search<NearestKVisitor>(*this, query, visitor);
-    std::sort(result.begin(), result.end(), NearestKVisitor::IsNearer);
-    for (Neighbour& neighbour : result)
-        neighbour.first = static_cast<int>(indices_[static_cast<std::size_t>(neighbour.first)]);
+    if (k == 0 || !(radiusSq >= 0.0F)) return;
+    const auto report = [&](const Ranked* begin, const Ranked* end) {
+        for (const Ranked* r = begin; r != end && IndexOf(*r) != NoIndex; ++r)
+            result.emplace_back(static_cast<int>(IndexOf(*r)), DistanceSqOf(*r));
+    };
+    const auto searchFew = [&](auto visitor) {
+        Search<decltype(visitor)>(*this, query, visitor);
+        report(std::end(visitor.nearest) - k, std::end(visitor.nearest));
+    };
+    if (k <= 8) return searchFew(FewNearestVisitor<8>(radiusSq, indices_, k));
+    if (k <= 16) return searchFew(FewNearestVisitor<16>(radiusSq, indices_, k));
+    ManyNearestVisitor visitor{{radiusSq, indices_}, k, {}};
+    Search<ManyNearestVisitor>(*this, query, visitor);
+    std::sort_heap(visitor.heap.begin(), visitor.heap.end());
+    report(visitor.heap.data(), visitor.heap.data() + visitor.heap.size());
 }
 
 template class TKdTree<3, 48>;
