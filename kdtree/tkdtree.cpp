@@ -10,6 +10,7 @@
 //         6. scan a leaf eight points at a time; a found point may tighten the bound.
 #include "VoAlgorithms/kdtree/tkdtree.h"
 
+#include "kdtree/nearestk.h"
 #include "kdtree/unique.h"
 #include "platform/simd.h"
 
@@ -129,84 +130,19 @@ struct AllVisitor {
     }
 };
 
-/// A squared distance and an index in one number that sorts by the distance, then by the index: squared distances are
-/// not negative, and the bits of such floats sort as they do.
-using Ranked = std::uint64_t;
-constexpr std::uint32_t NoIndex = std::numeric_limits<std::uint32_t>::max();
-
-Ranked Rank(float distanceSq, std::uint32_t index)
-{
-    return Ranked{std::bit_cast<std::uint32_t>(distanceSq)} << 32 | index;
-}
-float DistanceSqOf(Ranked r)
-{
-    return std::bit_cast<float>(static_cast<std::uint32_t>(r >> 32));
-}
-std::uint32_t IndexOf(Ranked r)
-{
-    return static_cast<std::uint32_t>(r);
-}
-
-/// What the searches for k nearest points share: a point must not be beyond the k-th nearest so far.
-struct WithinBound {
-    float bound;
+/// The k nearest points within a radius, border included.
+template <class Keeper>
+struct NearestKVisitor {
+    Keeper keeper;
     const std::vector<std::uint32_t>& callerIndices;
 
-    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= bound; }
-    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= bound; }
-    [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLessEqual(distanceSq, F8::Set(bound)); }
-    [[nodiscard]] Ranked Found(std::uint32_t position, float distanceSq) const
+    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= keeper.bound; }
+    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= keeper.bound; }
+    [[nodiscard]] unsigned Candidates(F8 distanceSq) const
     {
-        return Rank(distanceSq, callerIndices[position]);
+        return F8::MaskLessEqual(distanceSq, F8::Set(keeper.bound));
     }
-};
-
-/// The few nearest points, sorted. Free places hold the radius. A new point moves those behind it by one place, all
-/// without a branch: which place it gets cannot be predicted.
-template <std::size_t Places>
-struct FewNearestVisitor : WithinBound {
-    Ranked nearest[Places];
-
-    FewNearestVisitor(float radiusSq, const std::vector<std::uint32_t>& indices, std::size_t k)
-        : WithinBound{radiusSq, indices}
-    {
-        std::fill(nearest, nearest + Places - k, Ranked{0}); // nothing sorts before these
-        std::fill(nearest + Places - k, nearest + Places, Rank(radiusSq, NoIndex));
-    }
-    void Visit(std::uint32_t position, float distanceSq)
-    {
-        const Ranked found = Found(position, distanceSq);
-        Ranked next = nearest[Places - 1];
-        for (std::size_t i = Places - 1; i > 0; --i) {
-            const Ranked here = next;
-            next = nearest[i - 1];
-            const Ranked moved = next > found ? next : found;
-            nearest[i] = here < moved ? here : moved;
-        }
-        nearest[0] = next < found ? next : found;
-        bound = DistanceSqOf(nearest[Places - 1]);
-    }
-};
-
-/// Any number of nearest points, in a heap with the farthest on top.
-struct ManyNearestVisitor : WithinBound {
-    std::size_t k;
-    std::vector<Ranked> heap;
-
-    void Visit(std::uint32_t position, float distanceSq)
-    {
-        if (!(distanceSq <= bound)) return;
-        const Ranked found = Found(position, distanceSq);
-        if (heap.size() == k) {
-            if (!(found < heap.front())) return;
-            std::pop_heap(heap.begin(), heap.end());
-            heap.back() = found;
-        } else {
-            heap.push_back(found);
-        }
-        std::push_heap(heap.begin(), heap.end());
-        if (heap.size() == k) bound = DistanceSqOf(heap.front());
-    }
+    void Visit(std::uint32_t position, float distanceSq) { keeper.Add(callerIndices[position], distanceSq); }
 };
 
 } // namespace
@@ -373,7 +309,7 @@ private:
         } else {
             for (std::uint32_t i = node.begin; i < node.end; ++i) {
                 const float d = Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row);
-                if (d <= visitor_.bound) visitor_.Visit(i, d);
+                if (visitor_.Enters(d)) visitor_.Visit(i, d);
             }
         }
     }
@@ -427,22 +363,11 @@ void TKdTree<D, B>::AllWithin(const float* query, float radiusSq, std::vector<in
 template <unsigned D, unsigned B>
 void TKdTree<D, B>::NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const
 {
-    result.clear();
-    if (k == 0 || !(radiusSq >= 0.0F)) return;
-    const auto report = [&](const Ranked* begin, const Ranked* end) {
-        for (const Ranked* r = begin; r != end && IndexOf(*r) != NoIndex; ++r)
-            result.emplace_back(static_cast<int>(IndexOf(*r)), DistanceSqOf(*r));
-    };
-    const auto searchFew = [&](auto visitor) {
+    detail::FindNearestK(k, radiusSq, result, [&](auto empty) {
+        NearestKVisitor<decltype(empty)> visitor{empty, indices_};
         Search<decltype(visitor)>(*this, query, visitor);
-        report(std::end(visitor.nearest) - k, std::end(visitor.nearest));
-    };
-    if (k <= 8) return searchFew(FewNearestVisitor<8>(radiusSq, indices_, k));
-    if (k <= 16) return searchFew(FewNearestVisitor<16>(radiusSq, indices_, k));
-    ManyNearestVisitor visitor{{radiusSq, indices_}, k, {}};
-    Search<ManyNearestVisitor>(*this, query, visitor);
-    std::sort_heap(visitor.heap.begin(), visitor.heap.end());
-    report(visitor.heap.data(), visitor.heap.data() + visitor.heap.size());
+        return visitor.keeper;
+    });
 }
 
 template class TKdTree<3, 48>;
