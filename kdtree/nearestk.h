@@ -35,12 +35,19 @@ inline std::uint32_t IndexOf(Ranked r)
 template <std::size_t Places>
 class FewNearest {
 public:
-    FewNearest(std::size_t k, float radiusSq) : bound(radiusSq), k_(k)
+    FewNearest(std::size_t k, float radiusSq) : k_(k)
     {
         std::fill(nearest_, begin(), Ranked{0}); // nothing sorts before these
-        std::fill(begin(), std::end(nearest_), Rank(radiusSq, NoIndex));
+        Limit(radiusSq);
     }
     float bound; ///< farther points need not be added
+
+    /// Another radius, before the first point.
+    void Limit(float radiusSq)
+    {
+        std::fill(begin(), std::end(nearest_), Rank(radiusSq, NoIndex));
+        bound = radiusSq;
+    }
 
     void Add(std::uint32_t index, float distanceSq)
     {
@@ -55,7 +62,8 @@ public:
         nearest_[0] = next < found ? next : found;
         bound = DistanceSqOf(nearest_[Places - 1]);
     }
-    [[nodiscard]] bool IsFull() const { return IndexOf(nearest_[Places - 1]) != NoIndex; }
+    [[nodiscard]] bool IsFull() const { return IndexOf(Farthest()) != NoIndex; }
+    [[nodiscard]] Ranked Farthest() const { return nearest_[Places - 1]; }
     /// Nearest first.
     void Report(std::vector<std::pair<int, float>>& result)
     {
@@ -75,6 +83,9 @@ class ManyNearest {
 public:
     ManyNearest(std::size_t k, float radiusSq) : bound(radiusSq), k_(k) {}
     float bound; ///< farther points need not be added
+
+    /// Another radius, before the first point.
+    void Limit(float radiusSq) { bound = radiusSq; }
 
     void Add(std::uint32_t index, float distanceSq)
     {
