@@ -10,6 +10,7 @@
 //         6. scan a leaf eight points at a time; a found point may tighten the bound.
 #include "VoAlgorithms/kdtree/tkdtree.h"
 
+#include "kdtree/nearestk.h"
 #include "kdtree/unique.h"
 #include "platform/simd.h"
 
@@ -73,7 +74,7 @@ struct Layout<3> {
 };
 
 /// Calls visitor.Visit(position, distanceSq) in tree order for the points of a leaf, stored by planes, that its
-/// Candidates let through. The visitor's bound may shrink on the way.
+/// Candidates let through. The visitor's bound may shrink on the way, below the distance of a point still to come.
 template <class Visitor>
 void ScanPlanes(const float* query, const float* planes, std::size_t planeSize, std::uint32_t begin, std::uint32_t end,
                 Visitor& visitor)
@@ -129,42 +130,19 @@ struct AllVisitor {
     }
 };
 
-/// The k nearest points within a radius, border included, in a max-heap of positions and squared distances. Once the
-/// heap is full, its largest distance is the bound.
+/// The k nearest points within a radius, border included.
+template <class Keeper>
 struct NearestKVisitor {
-    using Neighbour = std::pair<int, float>;
+    Keeper keeper;
+    const std::vector<std::uint32_t>& callerIndices;
 
-    float bound;
-    std::size_t k;
-    std::vector<Neighbour>& heap;
-
-    static bool IsNearer(const Neighbour& a, const Neighbour& b) { return a.second < b.second; }
-    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= bound; }
-    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= bound; }
-    [[nodiscard]] unsigned Candidates(F8 distanceSq) const { return F8::MaskLessEqual(distanceSq, F8::Set(bound)); }
-    void Visit(std::uint32_t position, float distanceSq)
+    [[nodiscard]] bool Enters(float boxDistanceSq) const { return boxDistanceSq <= keeper.bound; }
+    [[nodiscard]] bool Crosses(float planeDistanceSq) const { return planeDistanceSq <= keeper.bound; }
+    [[nodiscard]] unsigned Candidates(F8 distanceSq) const
     {
-        if (!(distanceSq <= bound)) return;
-        if (heap.size() < k) {
-            heap.emplace_back(static_cast<int>(position), distanceSq);
-            if (heap.size() < k) return;
-            std::make_heap(heap.begin(), heap.end(), IsNearer);
-        } else if (distanceSq < bound) {
-            ReplaceWorst({static_cast<int>(position), distanceSq});
-        }
-        bound = heap.front().second;
+        return F8::MaskLessEqual(distanceSq, F8::Set(keeper.bound));
     }
-    void ReplaceWorst(const Neighbour& found)
-    {
-        std::size_t hole = 0;
-        for (std::size_t child = 1; child < k; child = 2 * hole + 1) {
-            if (child + 1 < k && IsNearer(heap[child], heap[child + 1])) ++child;
-            if (!IsNearer(found, heap[child])) break;
-            heap[hole] = heap[child];
-            hole = child;
-        }
-        heap[hole] = found;
-    }
+    void Visit(std::uint32_t position, float distanceSq) { keeper.Add(callerIndices[position], distanceSq); }
 };
 
 } // namespace
@@ -329,8 +307,10 @@ private:
         if constexpr (D == 3) {
             ScanPlanes(query_, coordinates, tree_.count_, node.begin, node.end, visitor_);
         } else {
-            for (std::uint32_t i = node.begin; i < node.end; ++i)
-                visitor_.Visit(i, Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row));
+            for (std::uint32_t i = node.begin; i < node.end; ++i) {
+                const float d = Layout<D>::DistanceSq(query_, coordinates + std::size_t{i} * Layout<D>::Row);
+                if (visitor_.Enters(d)) visitor_.Visit(i, d);
+            }
         }
     }
 
@@ -383,13 +363,11 @@ void TKdTree<D, B>::AllWithin(const float* query, float radiusSq, std::vector<in
 template <unsigned D, unsigned B>
 void TKdTree<D, B>::NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const
 {
-    result.clear();
-    if (k == 0) return;
-    NearestKVisitor visitor{radiusSq, k, result};
-    Search<NearestKVisitor>(*this, query, visitor);
-    std::sort(result.begin(), result.end(), NearestKVisitor::IsNearer);
-    for (Neighbour& neighbour : result)
-        neighbour.first = static_cast<int>(indices_[static_cast<std::size_t>(neighbour.first)]);
+    detail::FindNearestK(k, radiusSq, result, [&](auto empty) {
+        NearestKVisitor<decltype(empty)> visitor{empty, indices_};
+        Search<decltype(visitor)>(*this, query, visitor);
+        return visitor.keeper;
+    });
 }
 
 template class TKdTree<3, 48>;

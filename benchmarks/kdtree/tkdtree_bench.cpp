@@ -2,6 +2,10 @@
 #include "VoAlgorithms/prereg/cfpfhdatasource.h"
 #include "bench_data.h"
 
+#if __has_include(<nanoflann.hpp>)
+#include <nanoflann.hpp>
+#endif
+
 #include <array>
 #include <cmath>
 #include <random>
@@ -84,6 +88,30 @@ void BM_NearestFive(benchmark::State& state)
     });
 }
 BENCHMARK(BM_NearestFive)->Unit(benchmark::kMicrosecond)->Apply(bench::Repeat);
+
+#if __has_include(<nanoflann.hpp>)
+struct Adaptor {
+    [[nodiscard]] std::size_t kdtree_get_point_count() const { return Surface().size(); }
+    [[nodiscard]] float kdtree_get_pt(std::size_t i, std::size_t d) const { return Surface()[i][d]; }
+    template <class Box>
+    bool kdtree_get_bbox(Box& /*unused*/) const
+    {
+        return false;
+    }
+};
+
+/// The same queries by nanoflann, leaves of ten points.
+void BM_NanoflannNearestFive(benchmark::State& state)
+{
+    const Adaptor points;
+    nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, Adaptor>, Adaptor, 3> tree(3, points);
+    tree.buildIndex();
+    std::uint32_t indices[5];
+    float distancesSq[5];
+    RunQueries(state, [&](const PointTree&, const Vec3& q) { return tree.knnSearch(&q.x, 5, indices, distancesSq); });
+}
+BENCHMARK(BM_NanoflannNearestFive)->Unit(benchmark::kMicrosecond)->Apply(bench::Repeat);
+#endif
 
 /// 200 shapes with one bump per block, each repeated many times with noise.
 std::vector<Histogram> SyntheticHistograms(std::size_t n)

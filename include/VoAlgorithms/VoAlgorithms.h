@@ -30,6 +30,7 @@
 #include "VoAlgorithms/clustering/csearchgrid.h"
 #include "VoAlgorithms/clustering/tclusteriterator.h"
 #include "VoAlgorithms/clustering/thashmap.h"
+#include "VoAlgorithms/clustering/thashset.h"
 
 #include "VoAlgorithms/solvers/cdoptimaldesign.h"
 #include "VoAlgorithms/solvers/clpsolver.h"

@@ -32,6 +32,7 @@ PYBIND11_MODULE(_core, m)
     DefineGraphs(m);
     DefineNls(m);
     DefineSolvers(m);
+    DefineCurves(m);
     DefineColour(m);
     DefineTransferCurve(m);
     DefineRunLength(m);

@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,6 +17,8 @@ namespace {
 using test_support::Random;
 using test_support::Vec3;
 using VoAlgo::CSearchGrid;
+
+constexpr float Infinity = std::numeric_limits<float>::infinity();
 
 struct Case {
     std::string name;
@@ -117,6 +122,96 @@ TEST(CSearchGrid, RunsHoldWhatALinearScanFinds)
     CSearchGrid({}, 1.0F).Neighbourhood(CSearchGrid({}, 1.0F).CellAt(Vec3(1, 2, 3)),
                                         runs); // nothing to find, and nothing to read
     EXPECT_TRUE(Positions(runs).empty());
+}
+
+void ExpectSameAsScan(const CSearchGrid& grid, const std::vector<Vec3>& points, const Vec3& place)
+{
+    std::vector<CSearchGrid::Neighbour> all; // by distance, then index
+    for (std::size_t i = 0; i < points.size(); ++i) all.emplace_back(static_cast<int>(i), (points[i] - place).NormSq());
+    std::stable_sort(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+    std::vector<float> radii{0.0F, grid.Radius() * grid.Radius(), 9.0F * grid.Radius(), Infinity};
+    for (std::size_t i = 0; i < all.size(); i = 5 * i + 1)
+        radii.insert(radii.end(), {all[i].second, std::nextafter(all[i].second, Infinity)});
+    for (const float radiusSq : radii) {
+        const auto isWithin = [&](const auto& n) { return n.second <= radiusSq; };
+        const auto count = static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isWithin));
+        std::vector<int> within, expected;
+        for (std::size_t i = 0; i < count; ++i) expected.push_back(all[i].first);
+        grid.AllWithin(place, radiusSq, within);
+        std::sort(within.begin(), within.end());
+        std::sort(expected.begin(), expected.end());
+        ASSERT_EQ(within, expected) << radiusSq;
+
+        float distanceSq = -1.0F;
+        const bool isFound = !all.empty() && all[0].second < radiusSq;
+        ASSERT_EQ(grid.Nearest(place, radiusSq, &distanceSq), isFound ? all[0].first : -1) << radiusSq;
+        ASSERT_EQ(distanceSq, isFound ? all[0].second : -1.0F);
+        for (const unsigned k : {0U, 1U, 5U, 16U, 40U}) {
+            std::vector<CSearchGrid::Neighbour> found{{7, 7.0F}};
+            grid.NearestK(place, k, radiusSq, found);
+            ASSERT_EQ(found.size(), std::min<std::size_t>(k, count));
+            ASSERT_TRUE(std::equal(found.begin(), found.end(), all.begin())) << k << ' ' << radiusSq;
+        }
+    }
+}
+
+// Catches searches that end too early, rows left out at the border of the grid, and lost radii.
+TEST(CSearchGrid, QueriesEqualALinearScan)
+{
+    for (const Case& c : Cases()) {
+        SCOPED_TRACE(c.name);
+        CSearchGrid added;
+        added.Add({c.points.begin(), c.points.begin() + static_cast<std::ptrdiff_t>(c.points.size() / 3)});
+        added.Add({c.points.begin() + static_cast<std::ptrdiff_t>(c.points.size() / 3), c.points.end()});
+        for (const CSearchGrid& grid : {CSearchGrid(c.points, c.radius), CSearchGrid(c.points), added}) {
+            ASSERT_EQ(grid.Size(), c.points.size());
+            Random random(8);
+            for (int query = 0; query < 12; ++query) {
+                Vec3 place = 100.0F * random.InCube(1.0F);
+                if (query > 3 && !c.points.empty())
+                    place = c.points[random.Index(c.points.size())] + random.InCube(2.0F * c.radius);
+                if (query == 4) place = {-2e20F, 3e30F, 0.0F}; // squares overflow
+                ExpectSameAsScan(grid, c.points, place);
+                const kdtree::Range<3> box{place - Vec3(3.0F, 1.0F, 40.0F) * c.radius, place + Vec3(1.0F, 9.0F, 1.0F)};
+                std::vector<int> inBox, expected;
+                grid.InBox(box, inBox);
+                std::sort(inBox.begin(), inBox.end());
+                for (std::size_t i = 0; i < c.points.size(); ++i)
+                    if (Contains(box, c.points[i])) expected.push_back(static_cast<int>(i));
+                ASSERT_EQ(inBox, expected);
+            }
+        }
+    }
+}
+
+TEST(CSearchGrid, ChosenCellsHoldAFewPoints)
+{
+    std::vector<Vec3> volume = Scattered(20000, 50.0F, {1e4F, 0, 0}, 11), surface = volume, line = volume;
+    for (Vec3& p : surface) p.z = 0.1F * p.x;
+    for (Vec3& p : line) p.z = p.y = p.x;
+    for (std::vector<Vec3>* points : {&volume, &surface, &line}) {
+        points->emplace_back(3e38F, -3e38F, 0.0F); // an outlier
+        const CSearchGrid grid(*points);
+        const double crowd = static_cast<double>(grid.Size()) / static_cast<double>(grid.NumCells());
+        EXPECT_GT(crowd, 1.5);
+        EXPECT_LE(crowd, 8.0);
+    }
+    EXPECT_GT(CSearchGrid(std::vector<Vec3>(500, Vec3(1, 1, 1))).Radius(), 0.0F);
+}
+
+TEST(CSearchGrid, RefusesWhatIsNotFinite)
+{
+    CSearchGrid grid({{0, 0, 0}}, 1.0F);
+    EXPECT_THROW(grid.Add({{1, 0, 0}, {0, Infinity, 0}}), std::invalid_argument);
+    EXPECT_EQ(grid.Size(), 1U);
+    const float nan = std::nanf("");
+    std::vector<int> found{1};
+    grid.AllWithin({nan, 0, 0}, Infinity, found);
+    EXPECT_TRUE(found.empty());
+    EXPECT_EQ(grid.Nearest({0, 0, Infinity}, Infinity), -1);
+    EXPECT_EQ(grid.Nearest({0, 0, 0}, nan), -1);
+    grid.InBox({{nan, 0, 0}, {1, 1, 1}}, found);
+    EXPECT_TRUE(found.empty());
 }
 
 } // namespace

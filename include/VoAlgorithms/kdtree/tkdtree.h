@@ -62,8 +62,8 @@ public:
     [[nodiscard]] int Nearest(const float* query, float radiusSq, float* distanceSq = nullptr) const;
     /// All points within the radius, border included, in tree order; replaces the contents of `indices`.
     void AllWithin(const float* query, float radiusSq, std::vector<int>& indices) const;
-    /// The at most k nearest points within the radius, border included, nearest first; replaces the contents of
-    /// `result`.
+    /// The at most k nearest points within the radius, border included, nearest first; of equally distant ones the
+    /// lowest indices, ascending. Replaces the contents of `result`. Fastest up to k = 16.
     void NearestK(const float* query, unsigned k, float radiusSq, std::vector<Neighbour>& result) const;
 
 private:
