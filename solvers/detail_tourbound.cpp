@@ -8,8 +8,9 @@ namespace VoAlgo {
 namespace {
 
 constexpr double Infinite = std::numeric_limits<double>::infinity();
-constexpr unsigned NumSteps = 100; // of an ascent
-constexpr unsigned NumAscents = 2; // the second one knows edges that the first one missed
+constexpr unsigned NumSteps = 100;       // of an ascent, at least
+constexpr unsigned CheapSteps = 100'000; // divided by the number of cities: as many more
+constexpr unsigned NumAscents = 2;       // the second one knows edges that the first one missed
 
 /// An edge and its weight under the penalties; ties by nodes, so that no ring can arise.
 struct Edge {
@@ -35,7 +36,7 @@ public:
 private:
     void add(unsigned a, unsigned b);
     void tidyEdges();
-    void ascend(double firstStep);
+    void ascend(double target);
     [[nodiscard]] double weight(unsigned a, unsigned b) const
     {
         return map_.Distance(a, b) + penalties_[a] + penalties_[b];
@@ -54,6 +55,7 @@ private:
 
     const TourMap& map_;
     unsigned n_; // cities
+    double tourLength_;
     std::vector<Edge> listed_;
     std::vector<double> penalties_; // of all nodes
     // The tree at hand.
@@ -65,7 +67,7 @@ private:
 };
 
 OneTree::OneTree(const TourMap& map, const NeighbourLists& lists, const std::vector<unsigned>& tour)
-    : map_(map), n_(map.NumCities()), penalties_(map.NumNodes())
+    : map_(map), n_(map.NumCities()), tourLength_(map.LengthOf(tour)), penalties_(map.NumNodes())
 {
     for (unsigned a = 0; a < n_; ++a)
         for (const unsigned b : lists[a]) add(a, b);
@@ -89,9 +91,8 @@ void OneTree::tidyEdges()
 double OneTree::Bound()
 {
     double bound = grow(true);
-    const double firstStep = bound / (2.0 * n_);
     for (unsigned i = 0; i < NumAscents; ++i) {
-        ascend(i == 0 ? firstStep : firstStep / 8);
+        ascend(tourLength_);
         bound = std::max(bound, grow(true));
         for (const Edge& e : std::vector<Edge>(tree_)) add(e.a, e.b);
         tidyEdges();
@@ -100,24 +101,25 @@ double OneTree::Bound()
 }
 
 /// Subgradient ascent among the listed edges: a node with too many edges becomes dearer, one with too few cheaper.
-/// Leaves the penalties of the heaviest tree. Steps and their direction as A. Volgenant and R. Jonker, Eur. J. Oper.
-/// Res. 9 (1982) 83-89.
-void OneTree::ascend(double firstStep)
+/// Leaves the penalties of the heaviest tree. The steps would reach the target, the length of the tour, if the bound
+/// went on as steeply as here; they become shorter. M. Held, P. Wolfe, H. P. Crowder, Math. Programming 6 (1974) 62-88.
+void OneTree::ascend(double target)
 {
     std::vector<double> best = penalties_;
-    std::vector<int> lastDegree;
     double bound = -Infinite;
-    for (unsigned i = 0; i < NumSteps; ++i) {
+    const unsigned numSteps = NumSteps + CheapSteps / n_;
+    for (unsigned i = 0; i < numSteps; ++i) {
         const double value = grow(false);
         if (value > bound) {
             bound = value;
             best = penalties_;
         }
-        if (i == 0) lastDegree = degree_;
-        const double left = 1.0 - static_cast<double>(i) / NumSteps, step = firstStep * left * left;
-        for (std::size_t node = 0; node < penalties_.size(); ++node)
-            penalties_[node] += step * (0.6 * (degree_[node] - 2) + 0.4 * (lastDegree[node] - 2));
-        lastDegree = degree_;
+        double slopeSq = 0;
+        for (const int degree : degree_) slopeSq += (degree - 2) * (degree - 2);
+        if (slopeSq == 0 || value >= target) break; // a tour
+        const double left = 1.0 - static_cast<double>(i) / numSteps;
+        const double step = left * left * (target - value) / slopeSq;
+        for (std::size_t node = 0; node < penalties_.size(); ++node) penalties_[node] += step * (degree_[node] - 2);
     }
     penalties_ = best;
 }

@@ -31,6 +31,7 @@ PYBIND11_MODULE(_core, m)
     DefineNumerics(m);
     DefineNls(m);
     DefineSolvers(m);
+    DefineTours(m);
     DefineColour(m);
     DefineRunLength(m);
     m.attr("__name__") = "voalgorithms._core";

@@ -15,6 +15,7 @@ void DefineRegister(pybind11::module_& m);
 void DefineNumerics(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
 void DefineSolvers(pybind11::module_& m);
+void DefineTours(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);
 void DefineDocument(pybind11::module_& m);

@@ -43,6 +43,8 @@ from ._core import (
     register,
     rle_compress,
     rle_uncompress,
+    tour,
+    tour_of_distances,
     voxel_down,
     write,
 )
