@@ -35,7 +35,7 @@ def test_tours_of_many_points_and_demands():
         vo.tour_of_distances([[0, 1], [2, 0]])
     for keywords, message in [
         ({"first": 3}, "first, last: a closed tour has no ends"),
-        ({"closed": False, "first": 500}, "first: must be between 0 and 499"),
+        ({"closed": False, "first": 500}, "first: must lie between 0 and 499"),
         ({"neighbours": [(1, 1)]}, "neighbours: both"),
         ({"neighbours": [(1, 2), (2, 3), (3, 1)]}, "form a ring"),
     ]:
