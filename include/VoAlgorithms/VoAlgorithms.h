@@ -38,6 +38,7 @@
 #include "VoAlgorithms/solvers/cnlsobjectivefunction.h"
 #include "VoAlgorithms/solvers/cnlssolver.h"
 #include "VoAlgorithms/solvers/cpolynomial.h"
+#include "VoAlgorithms/solvers/ctspsolver.h"
 
 #include "VoAlgorithms/prereg/cdirtymap.h"
 #include "VoAlgorithms/prereg/cfpfhclusteranalysis.h"

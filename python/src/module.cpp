@@ -33,6 +33,7 @@ PYBIND11_MODULE(_core, m)
     DefineNls(m);
     DefineSolvers(m);
     DefineCurves(m);
+    DefineTours(m);
     DefineColour(m);
     DefineTransferCurve(m);
     DefineRunLength(m);

@@ -17,6 +17,7 @@ void DefineGraphs(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
 void DefineSolvers(pybind11::module_& m);
 void DefineCurves(pybind11::module_& m);
+void DefineTours(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
 void DefineTransferCurve(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);

@@ -53,6 +53,8 @@ from ._core import (
     spanning_tree,
     strong_components,
     topological_order,
+    tour,
+    tour_of_distances,
     voxel_down,
     write,
 )

@@ -1,4 +1,4 @@
-from collections.abc import Callable
+from collections.abc import Callable, Iterable, Sequence
 from os import PathLike
 from typing import Any, Literal, Optional, TypedDict, Union
 
@@ -346,6 +346,24 @@ def nls_solve(
 ) -> Fit: ...
 def lp_solve(A: ArrayLike, b: ArrayLike, c: ArrayLike) -> NDArray[np.float64]: ...
 def d_optimal_design(candidates: ArrayLike, size: int, *, starts: int = 10) -> tuple[NDArray[np.int32], float]: ...
+def tour(
+    points: ArrayLike,
+    *,
+    closed: bool = True,
+    first: Optional[int] = None,
+    last: Optional[int] = None,
+    neighbours: Iterable[Sequence[int]] = (),
+    rounds: int = 10000,
+) -> tuple[NDArray[np.uint32], float, float]: ...
+def tour_of_distances(
+    distances: ArrayLike,
+    *,
+    closed: bool = True,
+    first: Optional[int] = None,
+    last: Optional[int] = None,
+    neighbours: Iterable[Sequence[int]] = (),
+    rounds: int = 10000,
+) -> tuple[NDArray[np.uint32], float, float]: ...
 def convert_colours(colours: ArrayLike, source: _Space, target: _Space) -> NDArray[np.float64]: ...
 def colour_difference(
     a: ArrayLike, b: ArrayLike, formula: Literal["CIEDE2000", "DIN99o"] = "CIEDE2000"

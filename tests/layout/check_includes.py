@@ -9,7 +9,7 @@ BASE = {"platform", "kdtree", "numerics", "clustering", "prereg"}
 MAY = {
     "platform": set(), "kdtree": {"platform"}, "numerics": {"platform", "kdtree"},
     "clustering": {"platform", "kdtree", "numerics"}, "prereg": BASE, "runtime": {"platform"},
-    "bson": {"platform", "runtime"}, "solvers": {"platform", "numerics", "runtime"}, "colour": {"platform"},
+    "bson": {"platform", "runtime"}, "solvers": {"platform", "kdtree", "numerics", "clustering", "runtime"}, "colour": {"platform"},
     "documents": BASE | {"bson", "runtime"}, "verdict": BASE | {"documents", "runtime"},
     "exchange": {"public", "platform"}, "tools": {"public", "platform", "exchange"}, "python": {"public", "platform", "exchange"},
 }

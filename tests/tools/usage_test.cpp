@@ -13,7 +13,7 @@ TEST(ToolUsage, EveryCommandExplainsItself)
     EXPECT_THAT(place.Run("--version").output, testing::StartsWith("voalgo 0."));
     const Outcome overview = place.Run("--help");
     EXPECT_EQ(overview.exitCode, 0);
-    for (const std::string command : {"register", "simulate", "features", "case", "info"}) {
+    for (const std::string command : {"register", "simulate", "features", "path", "case", "info"}) {
         EXPECT_THAT(overview.output, HasSubstr(command));
         const Outcome help = place.Run(command + " --help");
         EXPECT_EQ(help.exitCode, 0) << command;
@@ -25,13 +25,27 @@ TEST(ToolUsage, EveryCommandExplainsItself)
 TEST(ToolUsage, WrongUsageHasAnExitCodeOfItsOwn)
 {
     const Workplace place;
-    for (const char* arguments :
-         {"", "register", "register a.ply", "register a.ply b.ply c.ply", "register a.ply b.ply --fast",
-          "register a.ply b.ply --unit km", "register a.ply b.ply --preset best", "register a.ply b.ply --threads some",
-          "register a.ply b.ply --viewpoint 1,2", "register a.ply b.ply --viewpoint 1,2,nan",
-          "register a.ply b.ply --threads 1000000", "simulate", "simulate --out d --overlap 1.5",
-          "simulate --out d --points 3", "simulate --out d --overlap nan", "simulate --out d --size inf",
-          "simulate --out d --points 4000000000", "features"}) {
+    for (const char* arguments : {"",
+                                  "register",
+                                  "register a.ply",
+                                  "register a.ply b.ply c.ply",
+                                  "register a.ply b.ply --fast",
+                                  "register a.ply b.ply --unit km",
+                                  "register a.ply b.ply --preset best",
+                                  "register a.ply b.ply --threads some",
+                                  "register a.ply b.ply --viewpoint 1,2",
+                                  "register a.ply b.ply --viewpoint 1,2,nan",
+                                  "register a.ply b.ply --threads 1000000",
+                                  "simulate",
+                                  "simulate --out d --overlap 1.5",
+                                  "simulate --out d --points 3",
+                                  "simulate --out d --overlap nan",
+                                  "simulate --out d --size inf",
+                                  "simulate --out d --points 4000000000",
+                                  "features",
+                                  "path a.ply",
+                                  "path a.ply --points 0",
+                                  "path a.ply --points many"}) {
         const Outcome outcome = place.Run(arguments);
         EXPECT_EQ(outcome.exitCode, 64) << arguments;
         EXPECT_EQ(outcome.output, "") << arguments;

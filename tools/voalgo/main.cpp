@@ -26,6 +26,7 @@ int Run(int argc, char** argv)
     int exitCode = voalgo::Done;
     voalgo::AddRegister(tool, exitCode);
     voalgo::AddFeatures(tool, exitCode);
+    voalgo::AddPath(tool, exitCode);
     voalgo::AddSimulate(tool, exitCode);
     voalgo::AddCase(tool, exitCode);
     voalgo::AddInfo(tool, exitCode);

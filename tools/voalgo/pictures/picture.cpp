@@ -83,4 +83,12 @@ void WritePicture(const std::string& path, const prereg::Scan& fix, const prereg
     image.WritePng(path);
 }
 
+void WritePicture(const std::string& path, const std::string& caption, const std::vector<ColouredCloud>& clouds,
+                  double spacing)
+{
+    Image image(2 * PanelWidth, CaptionHeight + PanelHeight, Background);
+    DrawRow(image, 0, caption, clouds, spacing);
+    image.WritePng(path);
+}
+
 } // namespace voalgo

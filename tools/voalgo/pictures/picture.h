@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace voalgo {
 
@@ -16,5 +17,9 @@ inline constexpr Colour FltColour = {0, 114, 178};
 /// `spacing`: mean distance of neighbouring points, mm.
 void WritePicture(const std::string& path, const prereg::Scan& fix, const prereg::Scan& flt,
                   const std::optional<prereg::Scan>& moved, double spacing);
+
+/// Writes a PNG of any clouds below a caption, seen from two sides.
+void WritePicture(const std::string& path, const std::string& caption, const std::vector<ColouredCloud>& clouds,
+                  double spacing);
 
 } // namespace voalgo
