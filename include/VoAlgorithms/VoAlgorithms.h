@@ -84,6 +84,10 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/raster/ctriangle2d.h"
+#include "VoAlgorithms/raster/imageview.h"
+#include "VoAlgorithms/raster/pixelrect.h"
+
 #include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"
 #include "VoAlgorithms/runtime/csharedmemorypipe.h"

@@ -1,0 +1,33 @@
+// Shapes on the lattice of pixels; the reference shows these parts. Exits with 0 when every result is as expected.
+#include <VoAlgorithms/VoAlgorithms.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+void Expect(bool isTrue, const char* what)
+{
+    if (!isTrue) throw std::runtime_error(std::string(what) + " gave a wrong result");
+}
+
+void Triangle()
+{
+    // [triangle]
+    using VoAlgo::CTriangle2D;
+    const CTriangle2D triangle({0, 0}, {8, 0}, {0, 6});
+    const bool isLeftTurn = CTriangle2D::Orientation({0, 0}, {0.1, 0.3}, {0.2, 0.6 + 1e-16}) == 1; // exact
+    const double radius = triangle.Circumcircle()->radius;                                         // 5
+
+    double sum = 0; // of a brightness that is 0, 80 and 0 at the corners
+    triangle.ForEachRun<1>({0, 0, 640, 480}, {{{0}, {80}, {0}}},
+                           [&](auto, auto xBegin, auto xEnd, auto value, auto step) {
+                               for (auto x = xBegin; x < xEnd; ++x, value[0] += step[0]) sum += value[0];
+                           });
+    // [triangle]
+    Expect(isLeftTurn && radius == 5 && sum > 500 && sum < 800, "the triangle");
+}
+
+int main()
+{
+    Triangle();
+}
