@@ -4,10 +4,24 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 void Expect(bool isTrue, const char* what)
 {
     if (!isTrue) throw std::runtime_error(std::string(what) + " gave a wrong result");
+}
+
+void Line()
+{
+    // [line]
+    std::vector<std::uint8_t> image(64 * 48);
+    VoAlgo::CLineRaster::ForEachPixel(3, 5, 20, 11, [&](int x, int y) { image[y * 64 + x] = 255; });
+
+    using Connection = VoAlgo::CLineRaster::EConnection;
+    VoAlgo::CLineRaster touched(-1000.5, 0.25, 1000, 47.75, Connection::Supercover); // real ends
+    for (const auto& [x, y] : touched.ClipTo({0, 0, 64, 48})) image[y * 64 + x] = 128;
+    // [line]
+    Expect(image[5 * 64 + 3] == 255 && image[24 * 64] == 128, "the line");
 }
 
 void Triangle()
@@ -29,5 +43,6 @@ void Triangle()
 
 int main()
 {
+    Line();
     Triangle();
 }

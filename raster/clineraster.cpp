@@ -24,6 +24,11 @@ std::int64_t FloorQuotient(std::int64_t a, std::int64_t b) // b > 0
     return a / b - (a % b < 0);
 }
 
+std::int64_t FloorRemainder(std::int64_t a, std::int64_t b) // b > 0
+{
+    return a - b * FloorQuotient(a, b);
+}
+
 std::int64_t Floor(double v)
 {
     return static_cast<std::int64_t>(std::floor(v));
@@ -103,30 +108,61 @@ CLineRaster::Crossing CLineRaster::crossing(std::int64_t height) const
 {
     if (isFlat_) return {};
     if (areReal_) return realCrossing(height);
-    const Stepper stepper = stepperAt(height, 1);
+    const Stepper stepper = stepperAt(height, false);
     return {stepper.column, stepper.remainder == 0};
 }
 
-/// With k rows from the top's centre to the height, d the vector from end to end: x₀ + k·dx/dy, by a half less for a
-/// border and by a half more on the lattice of borders, over the denominator 2·dy.
-CLineRaster::Stepper CLineRaster::stepperAt(std::int64_t height, int direction) const
+/// The floor of origin + (first + 2·k·numerator) / (2·denominator) for the
+/// k given and then for those before or behind it. Exact for |numerator|, denominator < 2^32 and k ≤ 2^32.
+CLineRaster::Stepper CLineRaster::makeStepper(std::int64_t origin, std::int64_t first, std::int64_t numerator,
+                                              std::int64_t denominator, std::int64_t k, bool isBackwards)
+{
+    const auto size = static_cast<std::uint64_t>(std::abs(numerator)) * static_cast<std::uint64_t>(k); // < 2^64
+    const std::int64_t sign = numerator < 0 ? -1 : 1;
+    const std::int64_t whole = sign * static_cast<std::int64_t>(size / static_cast<std::uint64_t>(denominator));
+    const std::int64_t rest = sign * static_cast<std::int64_t>(size % static_cast<std::uint64_t>(denominator));
+    const std::int64_t growth = isBackwards ? -numerator : numerator;
+    Stepper stepper;
+    stepper.divisor = 2 * denominator;
+    stepper.column = origin + whole + FloorQuotient(first + 2 * rest, stepper.divisor);
+    stepper.remainder = FloorRemainder(first + 2 * rest, stepper.divisor);
+    stepper.step = FloorQuotient(growth, denominator);
+    stepper.stepRemainder = 2 * FloorRemainder(growth, denominator);
+    return stepper;
+}
+
+/// With d the vector between the ends and k rows from the first, the line crosses borders at x₀ + 1/2 + (k − 1/2)·dx/dy
+/// and centres of rows at x₀ + 1/2 + k·dx/dy. The lattice of centres of columns is 1/2 to the right.
+CLineRaster::Stepper CLineRaster::stepperAt(std::int64_t height, bool isUpwards) const
 {
     const std::int64_t x0 = Floor(top_[0]), dx = Floor(bottom_[0]) - x0;
     const std::int64_t y0 = Floor(top_[1]), dy = Floor(bottom_[1]) - y0;
     const bool areCentresOfColumns = connection_ == EConnection::Eight && !isCentred_;
-    const auto size = static_cast<std::uint64_t>(std::abs(dx)) * static_cast<std::uint64_t>(height - y0); // < 2^64
-    const auto divisor = static_cast<std::uint64_t>(dy);
-    const std::int64_t sign = dx < 0 ? -1 : 1;
-    const std::int64_t whole = sign * static_cast<std::int64_t>(size / divisor);
-    const std::int64_t rest =
-        2 * sign * static_cast<std::int64_t>(size % divisor) - (isCentred_ ? 0 : dx) + (areCentresOfColumns ? 0 : dy);
-    Stepper stepper;
-    stepper.divisor = 2 * dy;
-    stepper.column = x0 + whole + FloorQuotient(rest, stepper.divisor);
-    stepper.remainder = rest - FloorQuotient(rest, stepper.divisor) * stepper.divisor;
-    stepper.step = FloorQuotient(direction * dx, dy);
-    stepper.stepRemainder = 2 * (direction * dx - stepper.step * dy);
-    return stepper;
+    return makeStepper(x0, (isCentred_ ? 0 : -dx) + (areCentresOfColumns ? 0 : dy), dx, dy, height - y0, isUpwards);
+}
+
+CLineRaster::Steps CLineRaster::visibleSteps() const
+{
+    const PixelRect visible = box_.Intersection(clip_);
+    if (visible.IsEmpty()) return {};
+    // Along rows when steep, else columns; from the least of them, whose other coordinate is `origin`.
+    const bool isBackwards = isCentred_ ? isUpwards_ : isLeftwards_;
+    const std::int64_t least = isCentred_ ? box_.yBegin : box_.xBegin;
+    const std::int64_t length = isCentred_ ? box_.yEnd - box_.yBegin - 1 : box_.xEnd - box_.xBegin - 1;
+    const std::int64_t low = isCentred_ ? box_.xBegin : box_.yBegin, high = isCentred_ ? box_.xEnd : box_.yEnd;
+    const std::int64_t origin = isFalling_ ? low : high - 1, rise = isFalling_ ? high - 1 - low : low + 1 - high;
+    const auto stepper = [&](std::int64_t i) {
+        return makeStepper(origin, length, rise, std::max<std::int64_t>(length, 1), i - least, isBackwards);
+    };
+    std::int64_t begin = isCentred_ ? visible.yBegin : visible.xBegin, end = isCentred_ ? visible.yEnd : visible.xEnd;
+    const std::int64_t visibleLow = isCentred_ ? visible.xBegin : visible.yBegin;
+    const std::int64_t visibleHigh = isCentred_ ? visible.xEnd : visible.yEnd;
+    const auto isBelow = [&](std::int64_t i) { return stepper(i).column < visibleLow; };
+    const auto isAbove = [&](std::int64_t i) { return stepper(i).column >= visibleHigh; };
+    begin = FirstOf(begin, end, [&](std::int64_t i) { return isFalling_ ? !isBelow(i) : !isAbove(i); });
+    end = FirstOf(begin, end, [&](std::int64_t i) { return isFalling_ ? isAbove(i) : isBelow(i); });
+    if (begin == end) return {};
+    return isBackwards ? Steps{end - 1, begin - 1, stepper(end - 1)} : Steps{begin, end, stepper(begin)};
 }
 
 /// A rounded crossing serves unless the lattice is as near as its error; then the exact orientation decides.
@@ -176,7 +212,7 @@ CLineRaster::Walk::Walk(const CLineRaster& line, bool isUpwards)
     y_ = isUpwards_ ? visible_.yEnd - 1 : visible_.yBegin;
     height_ = isUpwards_ ? lastBorder(y_) : y_;
     crossing_ = line.crossing(height_);
-    if (!line.areReal_ && !line.isFlat_) stepper_ = line.stepperAt(height_, isUpwards_ ? -1 : 1);
+    if (!line.areReal_ && !line.isFlat_) stepper_ = line.stepperAt(height_, isUpwards_);
 }
 
 PixelRect CLineRaster::thickBox(double thickness) const
@@ -249,64 +285,76 @@ struct Interval {
         if (other.low > other.high) return;
         *this = low > high ? other : Interval{std::min(low, other.low), std::max(high, other.high)};
     }
+    void Cut(double a, double b) { *this = {std::max(low, std::min(a, b)), std::min(high, std::max(a, b))}; }
 };
-
-/// All x with |x| ≤ radius at height y, a little more at the poles.
-Interval RowOfDisc(double y, double radius)
-{
-    if (std::abs(y) > radius + 0.25) return {};
-    const double half = std::sqrt(std::max(0.0, (radius - y) * (radius + y)));
-    return {-half, half};
-}
-
-/// All x at height y at most `radius` from the segment from 0 to d, but for its ends; d[1] ≥ 0.
-Interval RowOfBand(const Vector& d, double y, double radius)
-{
-    const double length = std::hypot(d[0], d[1]);
-    if (length == 0) return {};
-    Interval row{-HUGE_VAL, HUGE_VAL};
-    const auto cut = [&row](double a, double b) {
-        row = {std::max(row.low, std::min(a, b)), std::min(row.high, std::max(a, b))};
-    };
-    if (d[1] != 0)
-        cut((d[0] * y - radius * length) / d[1], (d[0] * y + radius * length) / d[1]);
-    else if (std::abs(y) > radius)
-        return {};
-    if (d[0] != 0)
-        cut(-d[1] * y / d[0], (d[0] + (d[1] / d[0]) * (d[1] - y)));
-    else if (y < 0 || y > d[1])
-        return {};
-    return row;
-}
 
 } // namespace
 
-/// The row of a convex shape is one run; rounded bounds are corrected by the pixels next to them.
-bool CLineRaster::findThickRun(const PixelRect& box, double radius, Run& run) const
+CLineRaster::ThickWalk::ThickWalk(const CLineRaster& line, double thickness)
+    : box_(line.thickBox(thickness)), top_(line.top_), bottom_(line.bottom_), difference_(Difference(bottom_, top_)),
+      radius_(thickness / 2), length_(std::hypot(difference_[0], difference_[1])),
+      lean_(difference_[1] == 0 ? 0 : difference_[0] / difference_[1]),
+      halfWidth_(difference_[1] == 0 ? HUGE_VAL : radius_ * (length_ / difference_[1])),
+      slope_(difference_[0] == 0 ? 0 : difference_[1] / difference_[0])
 {
-    const double y = static_cast<double>(run.y) + 0.5;
-    const Vector d = Difference(bottom_, top_);
-    const auto isInside = [&](std::int64_t column) {
-        const Vector centre = {static_cast<double>(column) + 0.5, y}, u = Difference(centre, top_),
-                     v = Difference(centre, bottom_);
-        return IsWithin(u, radius) || IsWithin(v, radius) ||
-               (SignOfProduct(u, d) > 0 && SignOfProduct(v, d) < 0 && IsNearLine(u, d, radius));
-    };
-    Interval row = RowOfDisc(y - top_[1], radius); // from the upper end
-    const Interval atBottom = RowOfDisc(y - bottom_[1], radius);
-    row.Include({atBottom.low + d[0], atBottom.high + d[0]});
-    row.Include(RowOfBand(d, y - top_[1], radius));
-    if (row.low > row.high) return false;
-    const auto column = [&](double x) {
-        return static_cast<std::int64_t>(std::clamp(std::floor(x + top_[0]), static_cast<double>(box.xBegin) - 2,
-                                                    static_cast<double>(box.xEnd) + 2));
-    };
-    const std::int64_t last = std::min(column(row.high) + 1, box.xEnd - 1);
-    run.xBegin = std::max(column(row.low) - 1, box.xBegin);
-    while (run.xBegin <= last && !isInside(run.xBegin)) ++run.xBegin;
-    run.xEnd = last + 1;
-    while (run.xEnd > run.xBegin && !isInside(run.xEnd - 1)) --run.xEnd;
-    return run.xBegin < run.xEnd;
+}
+
+bool CLineRaster::ThickWalk::isInside(std::int64_t column, double y) const
+{
+    const Vector centre = {static_cast<double>(column) + 0.5, y};
+    const Vector u = Difference(centre, top_), v = Difference(centre, bottom_);
+    return IsWithin(u, radius_) || IsWithin(v, radius_) ||
+           (SignOfProduct(u, difference_) > 0 && SignOfProduct(v, difference_) < 0 &&
+            IsNearLine(u, difference_, radius_));
+}
+
+/// In a row of a convex shape is one run: that of both discs and of the band between them. Rounded bounds serve unless
+/// a centre is as near as their error.
+bool CLineRaster::ThickWalk::Next(Run& run)
+{
+    for (; box_.yBegin < box_.yEnd; ++box_.yBegin) {
+        const double yCentre = static_cast<double>(box_.yBegin) + 0.5, y = yCentre - top_[1],
+                     yBelow = yCentre - bottom_[1];
+        Interval row; // from the top
+        const auto includeDisc = [&](double x, double height) {
+            if (std::abs(height) > radius_) return;
+            const double half = std::sqrt((radius_ - height) * (radius_ + height));
+            row.Include({x - half, x + half});
+        };
+        includeDisc(0, y);
+        includeDisc(difference_[0], yBelow);
+        // |dx·y − dy·x| ≤ radius·length, and the foot lies between the ends
+        Interval band{lean_ * y - halfWidth_, lean_ * y + halfWidth_};
+        if (difference_[0] != 0) band.Cut(-slope_ * y, difference_[0] - slope_ * yBelow);
+        const bool hasBand = difference_[0] != 0 ? difference_[1] != 0 || std::abs(y) <= radius_ : y > 0 && yBelow < 0;
+        if (hasBand) row.Include(band);
+        if (row.low > row.high) continue;
+
+        const auto error = [&](double x) {
+            const double leaning = difference_[1] == 0 ? 0 : std::abs(lean_ * y) + halfWidth_;
+            return 16 * DBL_EPSILON * (std::abs(x) + std::abs(top_[0]) + std::abs(bottom_[0]) + radius_ + leaning + 1);
+        };
+        const auto clamped = [&](double x) { // both bounds as closed ends
+            return static_cast<std::int64_t>(
+                std::clamp(x, static_cast<double>(box_.xBegin) - 1, static_cast<double>(box_.xEnd)));
+        };
+        const double low = row.low + top_[0] - 0.5, high = row.high + top_[0] - 0.5;
+        std::int64_t first = clamped(std::ceil(low)), last = clamped(std::floor(high));
+        if (std::abs(low - std::round(low)) <= error(low)) {
+            const std::int64_t end = std::min(last + 2, box_.xEnd);
+            while (first >= box_.xBegin && isInside(first - 1, yCentre)) --first;
+            while (first < end && !isInside(first, yCentre)) ++first;
+        }
+        if (std::abs(high - std::round(high)) <= error(high)) {
+            while (last < box_.xEnd && isInside(last + 1, yCentre)) ++last;
+            while (last >= first && !isInside(last, yCentre)) --last;
+        }
+        run = {box_.yBegin, std::max(first, box_.xBegin), std::min(last + 1, box_.xEnd)};
+        if (run.xBegin >= run.xEnd) continue;
+        ++box_.yBegin;
+        return true;
+    }
+    return false;
 }
 
 } // namespace VoAlgo

@@ -84,6 +84,7 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/raster/clineraster.h"
 #include "VoAlgorithms/raster/ctriangle2d.h"
 #include "VoAlgorithms/raster/imageview.h"
 #include "VoAlgorithms/raster/pixelrect.h"

@@ -62,6 +62,7 @@ public:
     template <class F>
     void ForEachPixel(F&& f) const
     {
+        if (connection_ == EConnection::Eight && !areReal_) return forEachStep(f);
         Walk walk(*this, isUpwards_);
         for (Run run; walk.Next(run);) {
             const auto y = static_cast<std::int32_t>(run.y);
@@ -90,9 +91,8 @@ public:
     template <class F>
     void ForEachThickRun(double thickness, F&& f) const
     {
-        const PixelRect box = thickBox(thickness);
-        for (Run run{box.yBegin, 0, 0}; run.y < box.yEnd; ++run.y)
-            if (findThickRun(box, thickness / 2, run)) f(static_cast<std::int32_t>(run.y), run.xBegin, run.xEnd);
+        ThickWalk walk(*this, thickness);
+        for (Run run; walk.Next(run);) f(static_cast<std::int32_t>(run.y), run.xBegin, run.xEnd);
     }
 
     ///@{
@@ -115,11 +115,10 @@ private:
     struct Stepper {
         void Next()
         {
-            column += step;
             remainder += stepRemainder;
-            if (remainder < divisor) return;
-            remainder -= divisor;
-            ++column;
+            const bool hasCarry = remainder >= divisor;
+            column += step + hasCarry;
+            remainder -= hasCarry ? divisor : 0;
         }
 
         std::int64_t column = 0, remainder = 0, step = 0, stepRemainder = 0, divisor = 1;
@@ -159,6 +158,40 @@ private:
         Crossing crossing_{}; // on entry of row y_
     };
 
+    /// The visible pixels of an 8-connected integer line, one for each row if it is steep, else for each column.
+    struct Steps {
+        std::int64_t begin = 0, end = 0; // rows or columns, in the order of travel
+        Stepper other;                   // the column or row there
+    };
+    /// The visible runs of a thick line, downwards.
+    class VOALGO_API ThickWalk {
+    public:
+        ThickWalk(const CLineRaster& line, double thickness);
+        bool Next(Run& run);
+
+    private:
+        [[nodiscard]] bool isInside(std::int64_t column, double y) const;
+
+        PixelRect box_; // the rows to come
+        Place top_, bottom_, difference_;
+        double radius_, length_, lean_, halfWidth_, slope_;
+    };
+
+    template <class F>
+    void forEachStep(F&& f) const
+    {
+        Steps steps = visibleSteps();
+        const auto walk = [&](auto&& g) {
+            const std::int64_t direction = steps.begin <= steps.end ? 1 : -1;
+            for (std::int64_t i = steps.begin; i != steps.end; i += direction, steps.other.Next())
+                g(static_cast<std::int32_t>(i), static_cast<std::int32_t>(steps.other.column));
+        };
+        if (isCentred_)
+            walk([&](std::int32_t y, std::int32_t x) { f(x, y); });
+        else
+            walk([&](std::int32_t x, std::int32_t y) { f(x, y); });
+    }
+    [[nodiscard]] Steps visibleSteps() const;
     template <class Integer>
     static bool isPixel(Integer v)
     {
@@ -181,9 +214,10 @@ private:
     }
     [[nodiscard]] Crossing crossing(std::int64_t height) const;
     [[nodiscard]] Crossing realCrossing(std::int64_t height) const;
-    [[nodiscard]] Stepper stepperAt(std::int64_t height, int direction) const;
+    [[nodiscard]] static Stepper makeStepper(std::int64_t origin, std::int64_t first, std::int64_t numerator,
+                                             std::int64_t denominator, std::int64_t k, bool isBackwards);
+    [[nodiscard]] Stepper stepperAt(std::int64_t height, bool isUpwards) const;
     [[nodiscard]] PixelRect thickBox(double thickness) const;
-    bool findThickRun(const PixelRect& box, double radius, Run& run) const;
 
     EConnection connection_;
     bool areReal_ = false;                         // the ends are places, not pixels
