@@ -86,6 +86,7 @@
 
 #include "VoAlgorithms/raster/clineraster.h"
 #include "VoAlgorithms/raster/ctriangle2d.h"
+#include "VoAlgorithms/raster/distancetransform.h"
 #include "VoAlgorithms/raster/imageview.h"
 #include "VoAlgorithms/raster/pixelrect.h"
 

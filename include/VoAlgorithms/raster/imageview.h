@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace VoAlgo {
 
@@ -37,8 +38,8 @@ struct TImageView {
     /// The first pixel of row y; unchecked.
     [[nodiscard]] Pixel* Row(std::int32_t y) const
     {
-        return reinterpret_cast<Pixel*>(reinterpret_cast<std::uintptr_t>(data) +
-                                        static_cast<std::uintptr_t>(y * strideBytes));
+        using Byte = std::conditional_t<std::is_const_v<Pixel>, const std::byte, std::byte>;
+        return reinterpret_cast<Pixel*>(reinterpret_cast<Byte*>(data) + y * strideBytes);
     }
     /// Pixel (x, y); unchecked.
     [[nodiscard]] Pixel& operator()(std::int32_t x, std::int32_t y) const { return Row(y)[x]; }
