@@ -24,6 +24,32 @@ void Line()
     Expect(image[5 * 64 + 3] == 255 && image[24 * 64] == 128, "the line");
 }
 
+void Distance()
+{
+    // [distance]
+    std::vector<std::uint8_t> mask(640 * 480);
+    mask[100 * 640 + 30] = mask[200 * 640 + 500] = 1;
+    const VoAlgo::MaskView view(mask.data(), 640, 480); // or with the bytes from row to row
+    std::vector<std::uint64_t> squared;
+    std::vector<std::size_t> nearest;
+    VoAlgo::DistanceTransform(view, squared, nearest);
+    const std::uint64_t fromOrigin = squared[0]; // 100² + 30²
+    // [distance]
+    Expect(fromOrigin == 10'900 && nearest[0] == 100 * 640 + 30, "the distance");
+}
+
+void Partition()
+{
+    // [partition]
+    VoAlgo::CIntPartition plane(VoAlgo::PixelRect{0, 0, 640, 480}, -1);
+    plane.Set({10, 10, 110, 60}, 1);
+    plane.Set({100, 50, 200, 90}, 2);                  // takes a corner from 1
+    const auto [piece, value] = plane.Locate(105, 55); // 2
+    const auto area = plane.GetAreas().at(1);          // 100·50 − 10·10
+    // [partition]
+    Expect(value == 2 && area == 4'900 && piece.Contains(105, 55), "the partition");
+}
+
 void Triangle()
 {
     // [triangle]
@@ -44,5 +70,7 @@ void Triangle()
 int main()
 {
     Line();
+    Distance();
+    Partition();
     Triangle();
 }

@@ -89,6 +89,7 @@
 #include "VoAlgorithms/raster/distancetransform.h"
 #include "VoAlgorithms/raster/imageview.h"
 #include "VoAlgorithms/raster/pixelrect.h"
+#include "VoAlgorithms/raster/tplanepartition.h"
 
 #include "VoAlgorithms/runtime/base64.h"
 #include "VoAlgorithms/runtime/csharedmemory.h"
