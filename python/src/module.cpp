@@ -32,6 +32,7 @@ PYBIND11_MODULE(_core, m)
     DefineNls(m);
     DefineSolvers(m);
     DefineColour(m);
+    DefineRaster(m);
     DefineRunLength(m);
     m.attr("__name__") = "voalgorithms._core";
 }

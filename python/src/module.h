@@ -16,6 +16,7 @@ void DefineNumerics(pybind11::module_& m);
 void DefineNls(pybind11::module_& m);
 void DefineSolvers(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
+void DefineRaster(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);
 void DefineDocument(pybind11::module_& m);
 
