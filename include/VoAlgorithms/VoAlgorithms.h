@@ -88,6 +88,13 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/raster/clineraster.h"
+#include "VoAlgorithms/raster/ctriangle2d.h"
+#include "VoAlgorithms/raster/distancetransform.h"
+#include "VoAlgorithms/raster/imageview.h"
+#include "VoAlgorithms/raster/pixelrect.h"
+#include "VoAlgorithms/raster/tplanepartition.h"
+
 #include "VoAlgorithms/runtime/any.h"
 #include "VoAlgorithms/runtime/aprogressmeter.h"
 #include "VoAlgorithms/runtime/base64.h"

@@ -36,6 +36,7 @@ PYBIND11_MODULE(_core, m)
     DefineTours(m);
     DefineColour(m);
     DefineTransferCurve(m);
+    DefineRaster(m);
     DefineRunLength(m);
     m.attr("__name__") = "voalgorithms._core";
 }

@@ -20,6 +20,7 @@ void DefineCurves(pybind11::module_& m);
 void DefineTours(pybind11::module_& m);
 void DefineColour(pybind11::module_& m);
 void DefineTransferCurve(pybind11::module_& m);
+void DefineRaster(pybind11::module_& m);
 void DefineRunLength(pybind11::module_& m);
 void DefineDocument(pybind11::module_& m);
 

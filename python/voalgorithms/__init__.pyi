@@ -368,6 +368,7 @@ def convert_colours(colours: ArrayLike, source: _Space, target: _Space) -> NDArr
 def colour_difference(
     a: ArrayLike, b: ArrayLike, formula: Literal["CIEDE2000", "DIN99o"] = "CIEDE2000"
 ) -> NDArray[np.float64]: ...
+
 class TransferCurve:
     def __init__(
         self, points: ArrayLike, range: tuple[float, float] = (0.0, 1.0), channel: str = "", unit: str = ""
@@ -385,5 +386,24 @@ class TransferCurve:
     @property
     def unit(self) -> str: ...
 
+def distance_transform(
+    mask: ArrayLike,
+    *,
+    metric: Literal["squared", "nearest", "signed", "city block", "chessboard"] = "squared",
+    pixel_size: Optional[ArrayLike] = None,
+    threads: int = 1,
+) -> NDArray[Any]: ...
+def line_pixels(
+    start: ArrayLike,
+    end: ArrayLike,
+    *,
+    connection: Literal["8", "4", "supercover"] = "8",
+    shape: Optional[tuple[int, int]] = None,
+) -> NDArray[np.int32]: ...
+def fill_triangle(
+    mask: NDArray[Any], a: ArrayLike, b: ArrayLike, c: ArrayLike, value: int = 1
+) -> None: ...
+def orientation(a: ArrayLike, b: ArrayLike, c: ArrayLike) -> int: ...
+def in_circle(a: ArrayLike, b: ArrayLike, c: ArrayLike, d: ArrayLike) -> int: ...
 def rle_compress(data: Any, *, escape: int = -1, move_to_front: bool = False) -> bytes: ...
 def rle_uncompress(data: Any, *, max_size: int = 1073741824, move_to_front: bool = False) -> bytes: ...

@@ -10,6 +10,7 @@ MAY = {
     "platform": set(), "kdtree": {"platform"}, "numerics": {"platform", "kdtree"},
     "clustering": {"platform", "kdtree", "numerics"}, "prereg": BASE, "runtime": {"platform"},
     "bson": {"platform", "runtime"}, "solvers": {"platform", "kdtree", "numerics", "clustering", "runtime"}, "colour": {"platform"},
+    "raster": {"platform", "numerics"},
     "documents": BASE | {"bson", "runtime"}, "verdict": BASE | {"documents", "runtime"},
     "exchange": {"public", "platform"}, "tools": {"public", "platform", "exchange"}, "python": {"public", "platform", "exchange"},
 }
