@@ -39,10 +39,9 @@ inline void Prefetch(const void* address)
 // miss.
 constexpr std::size_t Children = 4;
 
-void PushHeap(std::vector<std::uint64_t>& heap, std::uint64_t entry)
+/// Puts the entry into the hole or, where it is lower, above it.
+void Rise(std::vector<std::uint64_t>& heap, std::size_t hole, std::uint64_t entry)
 {
-    std::size_t hole = heap.size();
-    heap.push_back(entry);
     for (; hole > 0; hole = (hole - 1) / Children) {
         const std::uint64_t parent = heap[(hole - 1) / Children];
         if (parent <= entry) break;
@@ -51,29 +50,34 @@ void PushHeap(std::vector<std::uint64_t>& heap, std::uint64_t entry)
     heap[hole] = entry;
 }
 
+void PushHeap(std::vector<std::uint64_t>& heap, std::uint64_t entry)
+{
+    heap.push_back(entry);
+    Rise(heap, heap.size() - 1, entry);
+}
+
+/// Moves the hole at the top down to a leaf, always along the lowest child, and puts the last entry there: it belongs
+/// far down, and a path of fixed length is one that the processor predicts.
 void PopHeap(std::vector<std::uint64_t>& heap)
 {
     const std::uint64_t last = heap.back();
     heap.pop_back();
     const std::size_t size = heap.size();
     if (size == 0) return;
-    std::size_t hole = 0, child = 1;
     const auto lower = [&heap](std::size_t a, std::size_t b) { return heap[b] < heap[a] ? b : a; };
-    for (; child + Children <= size; child = Children * hole + 1) {
-        const std::size_t least = lower(lower(child, child + 1), lower(child + 2, child + 3));
-        if (heap[least] >= last) break;
+    std::size_t hole = 0, child = 1;
+    const auto moveUp = [&](std::size_t least) {
         heap[hole] = heap[least];
         hole = least;
-    }
-    if (child < size && child + Children > size) {
+        child = Children * hole + 1;
+    };
+    while (child + Children <= size) moveUp(lower(lower(child, child + 1), lower(child + 2, child + 3)));
+    if (child < size) {
         std::size_t least = child;
-        while (++child < size) least = lower(least, child);
-        if (heap[least] < last) {
-            heap[hole] = heap[least];
-            hole = least;
-        }
+        for (std::size_t c = child + 1; c < size; ++c) least = lower(least, c);
+        moveUp(least);
     }
-    heap[hole] = last;
+    Rise(heap, hole, last);
 }
 
 } // namespace
@@ -97,21 +101,21 @@ void CDiGraph::AddEdge(unsigned from, unsigned to, float weight)
         hasNegativeWeight_ = true;
     }
     if (edges_.size() >= None) throw std::length_error("directed graph: too many edges");
-    if (from + std::size_t{1} < firstEdge_.size())
-        addOutOfOrder(from);
-    else if (from >= firstEdge_.size())
-        firstEdge_.resize(from + std::size_t{1}, static_cast<std::uint32_t>(edges_.size()));
+    if (from + std::size_t{1} != firstEdge_.size()) startSource(from);
     edges_.push_back({to, weight});
 }
 
-/// From the first edge on that is out of order, firstEdge_ is so long that AddEdge brings all of them here.
-void CDiGraph::addOutOfOrder(unsigned from)
+/// The source differs from that of the edge before. Once an edge came out of order, firstEdge_ is so long that all
+/// edges pass through here.
+void CDiGraph::startSource(unsigned from)
 {
+    const auto edges = static_cast<std::uint32_t>(edges_.size());
+    if (from >= firstEdge_.size()) return firstEdge_.resize(from + std::size_t{1}, edges);
     if (areEdgesGrouped()) {
         sources_ = listSources();
-        firstEdge_.resize(NumNodes() + 1, static_cast<std::uint32_t>(edges_.size()));
+        firstEdge_.resize(NumNodes() + 1, edges);
     }
-    sources_.resize(edges_.size()); // drops the source of an edge for which there was no memory
+    sources_.resize(edges); // drops the source of an edge for which there was no memory
     sources_.push_back(from);
 }
 

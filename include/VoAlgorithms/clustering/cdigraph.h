@@ -107,7 +107,7 @@ private:
         float weight;
     };
 
-    void addOutOfOrder(unsigned from);
+    void startSource(unsigned from);
     [[nodiscard]] bool areEdgesGrouped() const { return sources_.empty(); }
     [[nodiscard]] std::vector<unsigned> listSources() const;
     void groupEdges();
