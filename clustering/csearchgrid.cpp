@@ -202,16 +202,12 @@ void CSearchGrid::findRows()
 /// The first cell of a row, between the lowest and the highest cell, that is not before x.
 const Cell* CSearchGrid::firstOfRow(std::int32_t y, std::int32_t z, std::int32_t x) const
 {
-    const Cell* first = cells_.data();
-    const Cell* last = first + NumCells();
-    if (!rows_.empty()) {
-        const std::size_t row =
-            static_cast<std::size_t>(z - lowest_.z) * (static_cast<std::size_t>(highest_.y - lowest_.y) + 1) +
-            static_cast<std::size_t>(y - lowest_.y);
-        last = first + rows_[row + 1];
-        first += rows_[row];
-    }
-    return std::lower_bound(first, last, Cell{x, y, z, 0}, IsBefore);
+    const Cell* const cells = cells_.data();
+    if (rows_.empty()) return std::lower_bound(cells, cells + NumCells(), Cell{x, y, z, 0}, IsBefore);
+    const std::size_t row =
+        static_cast<std::size_t>(z - lowest_.z) * (static_cast<std::size_t>(highest_.y - lowest_.y) + 1) +
+        static_cast<std::size_t>(y - lowest_.y);
+    return std::partition_point(cells + rows_[row], cells + rows_[row + 1], [x](const Cell& c) { return c.x < x; });
 }
 
 /// Calls visit(run) for runs, in ascending order, that hold every point of the box and some around it.
