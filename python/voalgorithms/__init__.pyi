@@ -353,7 +353,7 @@ def tour(
     first: Optional[int] = None,
     last: Optional[int] = None,
     neighbours: Iterable[Sequence[int]] = (),
-    rounds: int = 10000,
+    rounds: int = 1000,
 ) -> tuple[NDArray[np.uint32], float, float]: ...
 def tour_of_distances(
     distances: ArrayLike,
@@ -362,7 +362,7 @@ def tour_of_distances(
     first: Optional[int] = None,
     last: Optional[int] = None,
     neighbours: Iterable[Sequence[int]] = (),
-    rounds: int = 10000,
+    rounds: int = 1000,
 ) -> tuple[NDArray[np.uint32], float, float]: ...
 def convert_colours(colours: ArrayLike, source: _Space, target: _Space) -> NDArray[np.float64]: ...
 def colour_difference(

@@ -81,7 +81,7 @@ Path FindPath(const prereg::Scan& scan, const Arguments& a, Console& console)
     }
     VoAlgo::CTSPSolver solver(chosen.points);
     solver.SetClosed(a.isClosed);
-    const unsigned rounds = a.rounds > 0 ? a.rounds : 10 * a.points;
+    const unsigned rounds = a.rounds > 0 ? a.rounds : std::max(1000U, a.points);
     solver.SetRounds(rounds);
     VoAlgo::CProgressPart progress(console.Progress());
     progress.Begin("shortening the path", rounds);
@@ -226,7 +226,9 @@ void AddPath(CLI::App& tool, int& exitCode)
         ->required()
         ->check(Between(1, 100000));
     command->add_flag("--closed", a->isClosed, "Return to the first point");
-    command->add_option("--rounds", a->rounds, "Attempts to shorten the path. Default: ten times the number of points")
+    command
+        ->add_option("--rounds", a->rounds,
+                     "Attempts to shorten the path. Default: 1000, or as many as there are points if that is more")
         ->check(Between(1, 1000000000));
     command->add_option("--out", a->directory, "Directory for path.txt (x y z nx ny nz), path.json and path.png");
     command->add_flag("--json", a->json, "Print the path as JSON");
