@@ -1,9 +1,9 @@
 #include "VoAlgorithms/solvers/ctspsolver.h"
 
-#include "detail_tourbound.h"
-#include "detail_tourexact.h"
-#include "detail_toursearch.h"
-#include "detail_tourstart.h"
+#include "solvers/detail_tourbound.h"
+#include "solvers/detail_tourexact.h"
+#include "solvers/detail_toursearch.h"
+#include "solvers/detail_tourstart.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "detail_pointtree.h"
+#include "solvers/detail_pointtree.h"
 
 #include <numeric>
 

@@ -1,4 +1,4 @@
-#include "detail_tourbound.h"
+#include "solvers/detail_tourbound.h"
 
 #include "VoAlgorithms/clustering/cdisjointsets.h"
 

@@ -1,4 +1,4 @@
-#include "detail_tourexact.h"
+#include "solvers/detail_tourexact.h"
 
 #include <cstdint>
 

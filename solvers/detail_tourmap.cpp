@@ -1,4 +1,4 @@
-#include "detail_tourmap.h"
+#include "solvers/detail_tourmap.h"
 
 #include <numeric>
 #include <stdexcept>

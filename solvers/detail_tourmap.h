@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VoAlgorithms/numerics/tmatrix.h"
-#include "detail_pointtree.h"
+#include "solvers/detail_pointtree.h"
 
 #include <array>
 #include <cmath>

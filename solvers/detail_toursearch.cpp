@@ -1,4 +1,4 @@
-#include "detail_toursearch.h"
+#include "solvers/detail_toursearch.h"
 
 #include "platform/randomseed.h"
 

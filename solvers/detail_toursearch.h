@@ -1,6 +1,6 @@
 #pragma once
 
-#include "detail_tourmap.h"
+#include "solvers/detail_tourmap.h"
 
 #include <functional>
 #include <random>

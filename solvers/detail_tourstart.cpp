@@ -1,4 +1,4 @@
-#include "detail_tourstart.h"
+#include "solvers/detail_tourstart.h"
 
 #include "VoAlgorithms/clustering/cdisjointsets.h"
 
