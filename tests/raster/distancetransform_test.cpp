@@ -81,7 +81,7 @@ protected:
 
 TEST_F(DistanceTransformTest, EqualsTryingAllPixelsForAllMasksOf4By4)
 {
-    for (unsigned bits = 0; bits < 1U << 16; bits += bits < 4096 ? 1 : 13) {
+    for (unsigned bits = 0; bits < 1U << 16; ++bits) {
         std::array<std::uint8_t, 16> pixels;
         for (unsigned k = 0; k < 16; ++k) pixels[k] = static_cast<std::uint8_t>(bits >> k & 1);
         ASSERT_NO_FATAL_FAILURE(expectAll({pixels.data(), 4, 4}, 1)) << bits;

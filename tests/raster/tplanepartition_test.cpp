@@ -16,7 +16,14 @@ using VoAlgo::PixelRect;
 using VoAlgo::RealRect;
 
 constexpr int Size = 40;
-using Painting = std::array<std::array<int, Size>, Size>;
+
+/// An image painted pixel by pixel.
+struct Painting {
+    std::array<int, std::size_t{Size} * Size> pixels{};
+
+    int& operator()(int x, int y) { return pixels[static_cast<std::size_t>(y * Size + x)]; }
+    int operator()(int x, int y) const { return pixels[static_cast<std::size_t>(y * Size + x)]; }
+};
 
 /// Holds a partition of [0, Size)² against a painted array; cells are `scale` wide.
 template <class Partition>
@@ -24,15 +31,15 @@ void ExpectPainting(const Partition& partition, const Painting& painting, double
 {
     using Bound = typename Partition::Bound;
     const auto bound = [scale](int v) { return static_cast<Bound>(v * scale); };
-    Painting visited{};
+    Painting visited;
     std::map<int, double> areas;
     std::size_t numPieces = 0;
     const auto paint = [&](const auto& r, int value) {
         ++numPieces;
         for (int y = static_cast<int>(static_cast<double>(r.yBegin) / scale); bound(y) < r.yEnd; ++y)
             for (int x = static_cast<int>(static_cast<double>(r.xBegin) / scale); bound(x) < r.xEnd; ++x) {
-                ASSERT_EQ(value, painting[y][x]);
-                ++visited[y][x];
+                ASSERT_EQ(value, painting(x, y));
+                ++visited(x, y);
             }
     };
     partition.Visit(paint);
@@ -40,9 +47,9 @@ void ExpectPainting(const Partition& partition, const Painting& painting, double
     for (const auto& piece : partition.GetMerged()) paint(piece.rectangle, piece.value);
     for (int y = 0; y < Size; ++y)
         for (int x = 0; x < Size; ++x) {
-            ASSERT_EQ(visited[y][x], 2); // once as it is, once merged
+            ASSERT_EQ(visited(x, y), 2); // once as it is, once merged
             const auto [piece, value] = partition.Locate(bound(x), bound(y));
-            ASSERT_EQ(value, painting[y][x]);
+            ASSERT_EQ(value, painting(x, y));
             ASSERT_TRUE(piece.xBegin <= bound(x) && bound(x) < piece.xEnd && piece.yBegin <= bound(y) &&
                         bound(y) < piece.yEnd);
             areas[value] += scale * scale;
@@ -61,7 +68,7 @@ TEST(TPlanePartition, EqualsAPaintedArray)
         CIntPartition pixels({0, 0, Size, Size}, -1);
         CRangePartition places({0, 0, Size * 0.25, Size * 0.25}, -1);
         Painting painting;
-        for (auto& row : painting) row.fill(-1);
+        painting.pixels.fill(-1);
         const int numValues = 1 + below(9), largest = 1 + below(30);
         for (int i = 0; i < 150; ++i) {
             const bool isStrip = seed % 3 == 0; // one beside another: deep trees
@@ -72,7 +79,7 @@ TEST(TPlanePartition, EqualsAPaintedArray)
             pixels.Set({x, y, xEnd, yEnd}, value);
             places.Set({x * 0.25, y * 0.25, xEnd * 0.25, yEnd * 0.25}, value);
             for (int v = std::max(y, 0); v < std::min(yEnd, Size); ++v)
-                for (int u = std::max(x, 0); u < std::min(xEnd, Size); ++u) painting[v][u] = value;
+                for (int u = std::max(x, 0); u < std::min(xEnd, Size); ++u) painting(u, v) = value;
             int numMet = 0;
             pixels.Visit({x, y, xEnd, yEnd}, [&](const PixelRect& r, int v) {
                 ASSERT_EQ(v, value);

@@ -9,23 +9,20 @@
 
 namespace VoAlgo {
 
-/// Distances of all pixels of a mask to the nearest one that is not 0, between centres, row after row. All are exact
-/// and independent of the number of threads (0: as many as the machine has). The vectors are resized to the number of
-/// pixels; their memory is used again.
-///
-/// Two passes of linear time: along columns, then along rows by the lower envelope of parabolas; rows whose pixels are
-/// all near one are searched directly. The result's memory holds what lies between the passes. Fresh memory costs more
-/// time than all else: pass the same vector again.
-/// Sources: A. Meijster, J. B. T. M. Roerdink, W. H. Hesselink, Math. Morphology (2000) 331–340; P. F. Felzenszwalb,
-/// D. P. Huttenlocher, Theory of Computing 8 (2012) 415–428.
-///@{
 /// The squared distance where the mask is 0 everywhere.
 inline constexpr std::uint64_t InfiniteDistanceSq = UINT64_MAX;
 /// The index of a nearest pixel where there is none.
 inline constexpr std::size_t NoPixel = SIZE_MAX;
-///@}
 
-/// Squared Euclidean distances; 0 on the mask, InfiniteDistanceSq everywhere when it has no pixel.
+/// Squared Euclidean distances of all pixels to the nearest one of a mask that is not 0, between centres, row after row;
+/// InfiniteDistanceSq everywhere when the mask has none. This and all below are exact, and independent of the number of
+/// threads (0: as many as the machine has). The vectors are resized to the number of pixels.
+///
+/// Two passes of linear time: along columns, then along rows by the lower envelope of parabolas; rows whose pixels are
+/// all near one are searched directly. The result's memory holds what lies between the passes. Fresh memory can cost
+/// more time than all else: pass the same vector again.
+/// Sources: A. Meijster, J. B. T. M. Roerdink, W. H. Hesselink, Math. Morphology (2000) 331–340; P. F. Felzenszwalb,
+/// D. P. Huttenlocher, Theory of Computing 8 (2012) 415–428.
 VOALGO_API void DistanceTransform(const MaskView& mask, std::vector<std::uint64_t>& squared, unsigned numThreads = 1);
 
 /// The same, and the index y·width + x of the nearest pixel (of equally near ones that with the smallest x, then y);
