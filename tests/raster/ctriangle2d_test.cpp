@@ -54,7 +54,8 @@ int Below(std::mt19937& engine, unsigned n)
     return static_cast<int>(engine() % n);
 }
 
-/// Points whose signs hang on the last bits: of a lattice, next to a line or a circle, of all exponents.
+/// Points whose signs hang on the last bits: of a lattice, next to a line or a circle, of all exponents, with products
+/// that vanish.
 class NastyPoints {
 public:
     explicit NastyPoints(unsigned seed) : engine_(seed) {}
@@ -71,6 +72,7 @@ public:
             if (kind == 3) points.push_back({7.3 + size * std::cos(t), -2.1 + size * std::sin(t)});
             if (kind == 4) points.push_back({anyDouble(), anyDouble()});
             if (kind == 5) points.push_back({below(4) * 5e-324, below(4) * 5e-324});
+            if (kind == 7) points.push_back({std::ldexp(below(9) + 0.1, -270), std::ldexp(below(9) + 0.1, -270)});
             if (kind == 6) points.push_back({(below(4) - 2) * 0x1.fffffffffffffp1022, (below(4) - 2) * 0x1.8p1022});
         }
         return points;
@@ -94,7 +96,7 @@ private:
 TEST(CTriangle2D, SignsEqualIntegerArithmetic)
 {
     unsigned numZeros = 0;
-    for (unsigned kind = 0; kind < 7; ++kind) {
+    for (unsigned kind = 0; kind < 8; ++kind) {
         SCOPED_TRACE(kind);
         NastyPoints nasty(kind);
         for (int trial = 0; trial < 400; ++trial) {
