@@ -88,7 +88,9 @@
 #include "VoAlgorithms/colour/transfercurve.h"
 #include "VoAlgorithms/colour/xyz.h"
 
+#include "VoAlgorithms/raster/cintpartition.h"
 #include "VoAlgorithms/raster/clineraster.h"
+#include "VoAlgorithms/raster/crangepartition.h"
 #include "VoAlgorithms/raster/ctriangle2d.h"
 #include "VoAlgorithms/raster/distancetransform.h"
 #include "VoAlgorithms/raster/imageview.h"

@@ -1,4 +1,5 @@
-#include "VoAlgorithms/raster/tplanepartition.h"
+#include "VoAlgorithms/raster/cintpartition.h"
+#include "VoAlgorithms/raster/crangepartition.h"
 
 #include <gtest/gtest.h>
 

@@ -127,11 +127,6 @@ private:
     std::vector<std::uint32_t> free_; // pairs of nodes to use again
 };
 
-/// A partition of pixels.
-using CIntPartition = TPlanePartition<PixelRect>;
-/// A partition of places.
-using CRangePartition = TPlanePartition<RealRect>;
-
 extern template class VOALGO_API TPlanePartition<PixelRect>;
 extern template class VOALGO_API TPlanePartition<RealRect>;
 
