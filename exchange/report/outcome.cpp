@@ -73,31 +73,22 @@ Json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose, const Len
     return json;
 }
 
-Json ToJson(const prereg::PreparedScan& p, const LengthUnit& unit)
+Json ToJson(const prereg::PreparedScan& p, const LengthUnit& unit, const std::string& checksum)
 {
-    return {{"file", p.scan.name},
-            {"pointsRead", p.read},
-            {"points", p.scan.points.size()},
-            {"droppedNotFinite", p.notFinite},
-            {"droppedDuplicates", p.duplicates},
-            {"normalsEstimated", p.estimatedNormals},
-            {"normalsScaled", p.scaledNormals},
-            {"normalsZero", p.zeroNormals},
-            {"spacing", ShortNumber(static_cast<float>(p.spacing), unit.mm)},
-            {"extent", ShortNumber(static_cast<float>(p.Extent()), unit.mm)},
-            {"sampledFromMesh", p.scan.meshSpacing > 0.0}};
-}
-
-namespace {
-
-Json ToJson(const prereg::PreparedScan& prepared, const LengthUnit& unit, const std::string& checksum)
-{
-    Json json = ToJson(prepared, unit);
+    Json json = {{"file", p.scan.name},
+                 {"pointsRead", p.read},
+                 {"points", p.scan.points.size()},
+                 {"droppedNotFinite", p.notFinite},
+                 {"droppedDuplicates", p.duplicates},
+                 {"normalsEstimated", p.estimatedNormals},
+                 {"normalsScaled", p.scaledNormals},
+                 {"normalsZero", p.zeroNormals},
+                 {"spacing", ShortNumber(static_cast<float>(p.spacing), unit.mm)},
+                 {"extent", ShortNumber(static_cast<float>(p.Extent()), unit.mm)},
+                 {"sampledFromMesh", p.scan.meshSpacing > 0.0}};
     if (!checksum.empty()) json["sha1"] = checksum;
     return json;
 }
-
-} // namespace
 
 Json ToJson(const Outcome& outcome)
 {

@@ -35,8 +35,9 @@ struct Outcome {
 /// All lengths are in the given unit.
 /// A result with its figures and tests; the pose as given. Figures that are not finite are null.
 nlohmann::ordered_json ToJson(const prereg::JudgedTrafo& judged, const PoseMatrix& pose, const LengthUnit& unit = {});
-/// The counts and sizes of a scan.
-nlohmann::ordered_json ToJson(const prereg::PreparedScan& prepared, const LengthUnit& unit = {});
+/// The counts and sizes of a scan, and the checksum of its file if there is one.
+nlohmann::ordered_json ToJson(const prereg::PreparedScan& prepared, const LengthUnit& unit = {},
+                              const std::string& checksum = {});
 ///@}
 /// The whole outcome without times: the same input gives the same text. Poses map the files' coordinates; all lengths
 /// are in the files' unit; codes for programs stand beside the words. The settings of the search can be given to

@@ -32,9 +32,9 @@ Json FieldsOf(const prereg::RegistrationSettings& settings)
 }
 
 /// The page's view of one scan; the cloud is relative to the origin.
-Json ScanOf(const prereg::PreparedScan& prepared, const std::vector<std::uint32_t>& shown)
+Json ScanOf(const prereg::PreparedScan& prepared, const std::vector<std::uint32_t>& shown, const std::string& checksum)
 {
-    Json scan = ToJson(prepared);
+    Json scan = ToJson(prepared, {}, checksum);
     const prereg::Remarks remarks = Describe(prepared);
     scan["notes"] = remarks.notes;
     scan["warnings"] = remarks.warnings;
@@ -60,8 +60,8 @@ public:
         inMillimetres.unit = {};
         Json data = ToJson(inMillimetres);
         data["unit"] = outcome_.unit.name; // of the poses
-        data["fix"] = ScanOf(outcome_.fix, fix_);
-        data["flt"] = ScanOf(outcome_.flt, flt_);
+        data["fix"] = ScanOf(outcome_.fix, fix_, outcome_.checksums.fix);
+        data["flt"] = ScanOf(outcome_.flt, flt_, outcome_.checksums.flt);
         data.erase("results"); // which are among the poses
         data["fields"] = FieldsOf(settings_);
         data["isRefinement"] = registration.isRefinement;

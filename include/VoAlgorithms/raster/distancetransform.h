@@ -14,9 +14,9 @@ inline constexpr std::uint64_t InfiniteDistanceSq = UINT64_MAX;
 /// The index of a nearest pixel where there is none.
 inline constexpr std::size_t NoPixel = SIZE_MAX;
 
-/// Squared Euclidean distances of all pixels to the nearest one of a mask that is not 0, between centres, row after row;
-/// InfiniteDistanceSq everywhere when the mask has none. This and all below are exact, and independent of the number of
-/// threads (0: as many as the machine has). The vectors are resized to the number of pixels.
+/// Squared Euclidean distances of all pixels to the nearest one of a mask that is not 0, between centres, row after
+/// row; InfiniteDistanceSq everywhere when the mask has none. This and all below are exact, and independent of the
+/// number of threads (0: as many as the machine has). The vectors are resized to the number of pixels.
 ///
 /// Two passes of linear time: along columns, then along rows by the lower envelope of parabolas; rows whose pixels are
 /// all near one are searched directly. The result's memory holds what lies between the passes. Fresh memory can cost
