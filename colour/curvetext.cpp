@@ -191,8 +191,9 @@ std::string WriteCurve(const CurveText& curve)
     };
     for (const auto& [key, value] : {std::pair("channel", &curve.channel), std::pair("unit", &curve.unit)}) {
         if (value->empty()) continue;
-        if (value->find_first_of("\r\n#") != std::string::npos || Blanks.find(value->front()) != Blanks.npos ||
-            Blanks.find(value->back()) != Blanks.npos)
+        if (value->find_first_of("\r\n#") != std::string::npos ||
+            Blanks.find(value->front()) != std::string_view::npos ||
+            Blanks.find(value->back()) != std::string_view::npos)
             throw std::invalid_argument(std::string(key) + ": cannot be written on a line");
         text.append(key).append(1, ' ').append(*value).append(1, '\n');
     }

@@ -132,7 +132,7 @@ std::partial_ordering CompareNumbers(std::int64_t a, std::uint64_t b)
 template <class Integer>
 std::partial_ordering CompareNumbers(Integer a, double b)
 {
-    const double end = 2.0 * static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1);
+    const double end = std::ldexp(1.0, std::numeric_limits<Integer>::digits);
     if (std::isnan(b)) return std::partial_ordering::unordered;
     if (b >= end) return std::partial_ordering::less;
     if (b < static_cast<double>(std::numeric_limits<Integer>::min())) return std::partial_ordering::greater;
@@ -213,7 +213,7 @@ Any Any::FromElement(const bson::element& element)
 
 bson::element Any::ToElement(std::string_view name) const
 {
-    const auto object = [name](element::object children) { return element::make_object(name, children); };
+    const auto object = [name](const element::object& children) { return element::make_object(name, children); };
     return std::visit(Overloaded{
                           [&](std::monostate) { return element(name); },
                           [&](bool value) { return element::make_boolean(name, value); },
@@ -234,7 +234,7 @@ bson::element Any::ToElement(std::string_view name) const
                           [&](const Map& value) {
                               element::object map;
                               for (const auto& [key, child] : value) map.append(child.ToElement(key));
-                              return object(std::move(map));
+                              return object(map);
                           },
                           [&](const element& value) { return Named(name, value); },
                       },

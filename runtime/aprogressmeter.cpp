@@ -54,7 +54,7 @@ bool AProgressMeter::showShare(const std::string& text, double share)
 {
     const std::lock_guard lock(mutex_);
     shown_ = std::max(shown_, share);
-    if (!IsCancelled() && !Show(text, shown_)) Cancel();
+    if (!IsCancelled() && !show(text, shown_)) Cancel();
     return !IsCancelled();
 }
 
@@ -68,7 +68,7 @@ CProgressPart::CProgressPart(AProgressMeter* whole, double weight)
     whole->assigned_ += weight_;
 }
 
-bool CProgressPart::Show(const std::string& text, double share)
+bool CProgressPart::show(const std::string& text, double share)
 {
     return whole_ == nullptr || whole_->showShare(text, from_ + weight_ * share);
 }
@@ -103,7 +103,7 @@ void CConsoleProgressMeter::Clear()
     bar_->isDrawn = false;
 }
 
-bool CConsoleProgressMeter::Show(const std::string& text, double share)
+bool CConsoleProgressMeter::show(const std::string& text, double share)
 {
     constexpr int Width = 30;
     constexpr double Pause = 0.05; // seconds

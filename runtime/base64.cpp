@@ -17,8 +17,9 @@ constexpr DigitTable TableOf(std::string_view digits, std::string_view also = ""
 {
     DigitTable table{};
     table.fill(NoDigit);
-    for (unsigned char i = 0; i < digits.size(); ++i) table[static_cast<unsigned char>(digits[i])] = i;
-    for (unsigned char i = 0; i < also.size(); ++i) table[static_cast<unsigned char>(also[i])] = i;
+    for (const std::string_view all : {digits, also})
+        for (std::size_t i = 0; i < all.size(); ++i)
+            table[static_cast<unsigned char>(all[i])] = static_cast<unsigned char>(i);
     return table;
 }
 

@@ -142,7 +142,7 @@ fs::path Join(const std::vector<fs::path>& names)
 
 fs::path Extension(const fs::path& path)
 {
-    const fs::path last = path.extension();
+    fs::path last = path.extension();
     if (last == ".") return {};
     if (!IsCompression(last)) return last;
     fs::path before = path.stem().extension();
@@ -185,7 +185,7 @@ std::string Safe(std::string_view utf8)
     constexpr std::string_view Reserved = "<>:\"/\\|?*\x7F";
     std::string name = Repaired(utf8);
     for (char& c : name)
-        if (static_cast<unsigned char>(c) < ' ' || Reserved.find(c) != Reserved.npos) c = '_';
+        if (static_cast<unsigned char>(c) < ' ' || Reserved.find(c) != std::string_view::npos) c = '_';
     name.erase(name.find_last_not_of(" .") + 1);
     if (name.empty()) return "_";
 

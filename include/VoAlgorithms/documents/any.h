@@ -5,6 +5,7 @@
 #include "VoAlgorithms/numerics/tmatrix.h"
 #include "VoAlgorithms/numerics/tvector.h"
 
+#include <cmath>
 #include <compare>
 #include <concepts>
 #include <cstdint>
@@ -121,7 +122,7 @@ private:
         if constexpr (std::integral<T> && std::integral<From>) {
             if (std::in_range<T>(value)) return static_cast<T>(value);
         } else if constexpr (std::integral<T>) { // both bounds are powers of two, or 0: exact
-            const From end = 2 * static_cast<From>(std::numeric_limits<T>::max() / 2 + 1);
+            const From end = std::ldexp(From{1}, std::numeric_limits<T>::digits);
             const From begin = static_cast<From>(std::numeric_limits<T>::min());
             if (value >= begin && value < end && static_cast<From>(static_cast<T>(value)) == value)
                 return static_cast<T>(value);
@@ -138,7 +139,7 @@ private:
     template <class T, class From>
     static bool isExactly(T converted, From value)
     {
-        const T end = 2 * static_cast<T>(std::numeric_limits<From>::max() / 2 + 1);
+        const T end = std::ldexp(T{1}, std::numeric_limits<From>::digits);
         return converted < end && static_cast<From>(converted) == value;
     }
 

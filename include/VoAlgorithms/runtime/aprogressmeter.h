@@ -38,7 +38,7 @@ public:
 protected:
     /// Shows the text and the share of the work that is done, 0 to 1 and never falling. Runs on the thread that
     /// advanced, one call at a time; what it throws passes through the work. Returns whether to go on: false cancels.
-    virtual bool Show(const std::string& text, double share) = 0;
+    virtual bool show(const std::string& text, double share) = 0;
 
 private:
     friend class CProgressPart;
@@ -64,7 +64,7 @@ public:
     explicit CProgressPart(AProgressMeter* whole, double weight = 1.0);
 
 private:
-    bool Show(const std::string& text, double share) override;
+    bool show(const std::string& text, double share) override;
 
     double from_ = 0.0;
     double weight_ = 0.0;
@@ -72,17 +72,17 @@ private:
 
 /// Shows nothing: for work that is only to be cancelled.
 class VOALGO_API CSilentProgressMeter final : public AProgressMeter {
-    bool Show(const std::string&, double) override { return true; }
+    bool show(const std::string&, double) override { return true; }
 };
 
 /// Calls a function, which returns whether to go on.
 class VOALGO_API CFunctionProgressMeter final : public AProgressMeter {
 public:
-    /// The function gets the text of the work and the share of it that is done, as Show.
+    /// The function gets the text of the work and the share of it that is done, as show.
     explicit CFunctionProgressMeter(std::function<bool(const std::string& text, double share)> show);
 
 private:
-    bool Show(const std::string& text, double share) override { return show_(text, share); }
+    bool show(const std::string& text, double share) override { return show_(text, share); }
 
     std::function<bool(const std::string&, double)> show_;
 };
@@ -98,7 +98,7 @@ public:
     void Clear();
 
 private:
-    bool Show(const std::string& text, double share) override;
+    bool show(const std::string& text, double share) override;
 
     struct Bar;
     std::unique_ptr<Bar> bar_;
