@@ -8,10 +8,12 @@
 
 namespace VoAlgo {
 
-bool AProgressMeter::Begin(std::string text, std::uint64_t steps)
+bool AProgressMeter::Begin(std::string text, std::uint64_t steps, std::uint64_t stepsPerShow)
 {
+    constexpr std::uint64_t Shows = 200;
     text_ = std::move(text);
     steps_ = std::max<std::uint64_t>(steps, 1);
+    stepsPerShow_ = stepsPerShow > 0 ? stepsPerShow : std::max<std::uint64_t>(steps_ / Shows, 1);
     done_ = 0;
     showAt_ = 0;
     {
@@ -41,9 +43,8 @@ bool AProgressMeter::IsCancelled() const noexcept
 
 bool AProgressMeter::showDone(std::uint64_t done)
 {
-    constexpr std::uint64_t Shows = 200;
     std::uint64_t due = showAt_.load(std::memory_order_relaxed);
-    const std::uint64_t next = done + std::max<std::uint64_t>(steps_ / Shows, 1);
+    const std::uint64_t next = done + stepsPerShow_;
     do {
         if (done < due) return !IsCancelled(); // another thread has just shown as much
     } while (!showAt_.compare_exchange_weak(due, next, std::memory_order_relaxed));

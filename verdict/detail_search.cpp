@@ -81,7 +81,7 @@ public:
         const std::uint32_t numPolygons = tooFewFeatures() ? 0 : settings_.config.uiNumPolygons;
         std::uint32_t done = 0;
         VoAlgo::CProgressPart progress(options_.progress);
-        bool isCancelled = !progress.Begin("search", numPolygons);
+        bool isCancelled = !progress.Begin("search", numPolygons, BatchSize);
         while (!isCancelled && done < numPolygons && !isEnough(done)) {
             searchBatch(done / BatchSize);
             done += BatchSize;

@@ -51,6 +51,11 @@ TEST(AProgressMeter, CancellingReachesTheWholeAndItsParts)
     EXPECT_FALSE(inner.Advance());
     EXPECT_EQ(shows, 3) << "cancelled work is not shown";
 
+    int asked = 0; // long steps of endless work can be cancelled, too
+    CFunctionProgressMeter each([&](const std::string&, double) { return ++asked < 3; });
+    EXPECT_TRUE(each.Begin("work", std::uint64_t{1} << 40U, 50) && each.Advance(50));
+    EXPECT_FALSE(each.Advance(50));
+
     VoAlgo::CSilentProgressMeter silent;
     CProgressPart silentPart(&silent), alone(nullptr);
     EXPECT_TRUE(silentPart.Begin("work", 2));

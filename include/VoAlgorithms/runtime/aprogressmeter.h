@@ -22,11 +22,11 @@ public:
     AProgressMeter& operator=(const AProgressMeter&) = delete;
     virtual ~AProgressMeter() = default;
 
-    /// Begins work of so many steps and shows its text at the start. No other thread may advance meanwhile. Returns
-    /// whether to go on.
-    bool Begin(std::string text, std::uint64_t steps);
-    /// Counts steps that are done, on any thread; shows about one in each half percent of them. Returns whether to go
-    /// on. Costs an atomic addition when nothing is shown.
+    /// Begins work of so many steps and shows its text at the start. No other thread may advance meanwhile. Shows every
+    /// `stepsPerShow`, or 0: about each half percent. Returns whether to go on.
+    bool Begin(std::string text, std::uint64_t steps, std::uint64_t stepsPerShow = 0);
+    /// Counts steps that are done, on any thread, and shows them when it is time. Returns whether to go on. Costs an
+    /// atomic addition when nothing is shown.
     bool Advance(std::uint64_t steps = 1);
     /// Shows the work as done, also when it took fewer steps. Returns whether to go on.
     bool Finish();
@@ -48,6 +48,7 @@ private:
 
     std::string text_;
     std::uint64_t steps_ = 1;
+    std::uint64_t stepsPerShow_ = 1;
     std::atomic<std::uint64_t> done_{0};
     std::atomic<std::uint64_t> showAt_{0}; // steps done at which to show again
     std::atomic<bool> isCancelled_{false};
