@@ -33,6 +33,10 @@ bool AProgressMeter::Advance(std::uint64_t steps)
 bool AProgressMeter::Finish()
 {
     done_ = steps_;
+    {
+        const std::lock_guard lock(mutex_);
+        if (shown_ >= 1.0) return !IsCancelled();
+    }
     return showShare(text_, 1.0);
 }
 

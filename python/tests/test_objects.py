@@ -152,18 +152,19 @@ def test_interrupt_stops_the_search(hippo, settings):
             vo.register(*hippo, progress=press, **endless)
     finally:
         signal.signal(signal.SIGINT, before)
-    assert 0 <= max(stages) < 0.01, "the search went on"
+    assert 0.3 <= max(stages) < 0.31, "the search went on"
     with pytest.raises(ZeroDivisionError):
         vo.register(*hippo, progress=lambda stage, share: 1 / 0)
 
 
 def test_progress_tells_stages_and_cancels(hippo):
-    steps = [("features", 0.0)] + [("search", share) for share in (0.0, 0.25, 0.5, 0.75, 1.0)]
+    shares = (0.0, 0.3, 0.3, 0.475, 0.65, 0.825, 1.0)
+    steps = [("features" if i < 2 else "search", pytest.approx(share)) for i, share in enumerate(shares)]
     settings = dict(uiNumPolygons=200, uiTrafoClusteringQuorum=0)
     told = []
     whole = vo.register(*hippo, progress=lambda *step: told.append(step), **settings)
     assert told == steps and whole.reason_code != "cancelled"
-    for last in range(5):
+    for last in range(6):
         told.clear()
 
         def until(*step):
@@ -173,7 +174,7 @@ def test_progress_tells_stages_and_cancels(hippo):
         cancelled = vo.register(*hippo, progress=until, **settings)
         assert told == steps[: last + 1]
         assert not cancelled and cancelled.reason == cancelled.reason_code == "cancelled"
-        assert cancelled.best is None and (cancelled.fix is None) == (last < 1)
+        assert cancelled.best is None and (cancelled.fix is None) == (last < 2)
 
 
 def test_the_library_speaks_through_logging(caplog, capfd):

@@ -14,6 +14,13 @@ def page_data(path):
     """What a report shows, but for the times."""
     data = json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', path.read_text(), re.S)[1])
     assert data.pop("seconds")["search"] > 0
+    return without_checksums(data)
+
+
+def without_checksums(data):
+    """The module does not know which files its arrays come from."""
+    for scan in ("fix", "flt"):
+        data[scan].pop("sha1", None)
     return data
 
 
@@ -24,7 +31,7 @@ def test_equals_the_command_line_tool(tool, tmp_path, monkeypatch, settings):
     (tmp_path / "config.json").write_text(json.dumps(settings))
     command = [tool, "register", "hippo1.ply", "hippo2.ply", "--json", "--quiet", "--report", tmp_path / "tool.html"]
     run = subprocess.run([*command, "--config", tmp_path / "config.json"], capture_output=True)
-    told = json.loads(run.stdout)
+    told = without_checksums(json.loads(run.stdout))
     assert told.pop("seconds")["search"] > 0
     found = vo.register(vo.read("hippo1.ply"), vo.read("hippo2.ply"), **settings)
     assert found.found == (run.returncode == 0) == (not settings)
